@@ -1,0 +1,146 @@
+/* Database access: six operations over one PostgreSQL connection.
+
+   The connection is opened by the first statement and closed at exit. Every
+   statement is complete text, runs by itself and is committed by itself; one
+   call can never run two. A statement that finds the connection dead fails;
+   the next one connects anew. Every wait has a limit (connect_timeout,
+   statement_timeout). No operation ends the process; a connection that cannot
+   be made is told once on standard error.
+
+   Error texts are terse, one line, UTF-8. */
+#pragma once
+
+#include <cstddef>
+#include <type_traits>
+#include <vector>
+
+#include "cm_text.h"
+#include "cm_trace.h"
+
+struct DB_REC_LIS_ELEMENT {
+    int                 iRow;         // from 1, in the database's order
+    char*               cpData;       // column values, zero-terminated, one after the other
+    DB_REC_LIS_ELEMENT* pstrNextRec;  // null after the last
+};
+
+/* A query result. The caller sets { "CONFIG_CLIENT", 0, 0, nullptr, nullptr }
+   before the first use and never frees it; filling it again lets the old
+   records go. */
+struct DB_REC_LIS {
+    char                szId[32];
+    int                 iRows;
+    size_t              iSize;  // bytes of values held
+    DB_REC_LIS_ELEMENT* pstrFirstRec;
+    DB_REC_LIS_ELEMENT* pstrLastRec;
+};
+
+/* ---- statements ------------------------------------------------------- */
+
+/* The one place that puts values into statements. %s, %d, %ld, %c and %% as in
+   printf. Text values (TEXT, FREE, LIKE) stand inside single quotes of the
+   format: their quotes are doubled and invalid UTF-8 is replaced; RAW_TEXT
+   stands as it is. A statement that would not fit has its FREE_TEXTs
+   shortened, keeping their beginnings, until it does.
+   Result  1 formed; 0 it does not fit: szSql is empty then, and iDB_ACCESS,
+           iDB_SEL_GETVALUE and iDB_VA fail on the empty statement. */
+int iSQL_FORM(char* szSql, size_t uSize, const char* cpFormat,
+              std::span<const FORMAT_VALUE> values);
+
+template<size_t N, class... V>
+int iSQL(char (&szSql)[N], const char* cpFormat, const V&... values)
+{
+    const FORMAT_VALUE asctValue[sizeof...(V) + 1] = {sctVALUE(values)..., {}};
+    return iSQL_FORM(szSql, N, cpFormat, {asctValue, sizeof...(V)});
+}
+
+/* A date that may be empty, ready to stand bare in a statement (RAW_TEXT): NULL
+   for an empty value, else the value as a quoted literal. The text stays valid
+   until the process ends. */
+const char* pDBNULL(const char* cpValue);
+
+/* ---- operations ------------------------------------------------------- */
+
+int iDB_ACCESS_N(const char* cpSql, char* cpReply, size_t uReply, DB_REC_LIS* pList,
+                 const str_log& sctLog);
+
+/* Runs a statement.
+   szReply  out: after a failure the error text; after success with a list the
+            number of rows, without a list the first column of the first row
+            (empty for NULL or no row), after an insert, update or delete the
+            number of rows. Always one line, cut to the array.
+   pList    receives every row, or null; empty after a failure
+   Result   1 it ran, 0 it failed */
+template<size_t N>
+int iDB_ACCESS(const char* cpSql, char (&szReply)[N], DB_REC_LIS* pList, str_log sctLog)
+{
+    return iDB_ACCESS_N(cpSql, szReply, N, pList, sctLog);
+}
+
+/* The SQLSTATE of the last failed statement ("23505": the key was taken by
+   another run), empty after a success or when the connection failed. */
+const char* cpDB_SQLSTATE();
+
+int iDB_SEL_GETVALUE_N(const char* cpSql, const char* cpColumn, char* cpValue, size_t uValue,
+                       const str_log& sctLog);
+
+/* Runs a SELECT and copies the named column of its first row into szValue, cut
+   to the array; NULL becomes an empty text.
+   Result  1 copied; 0 no row, no such column or a failed statement: szValue
+           stays as it was */
+template<size_t N>
+int iDB_SEL_GETVALUE(const char* cpSql, const char* cpColumn, char (&szValue)[N], str_log sctLog)
+{
+    return iDB_SEL_GETVALUE_N(cpSql, cpColumn, szValue, N, sctLog);
+}
+
+/* A column and the array that receives it. */
+struct DB_DEST {
+    const char* cpColumn;
+    char*       cpValue;
+    size_t      uValue;
+};
+
+inline void DB_PAIRS(std::vector<DB_DEST>&, const char* /* end mark */) {}
+template<size_t N, class... REST>
+void DB_PAIRS(std::vector<DB_DEST>& dest, const char* cpColumn, char (&szValue)[N], REST&&... rest)
+{
+    dest.push_back({cpColumn, szValue, N});
+    DB_PAIRS(dest, std::forward<REST>(rest)...);
+}
+
+int iDB_SEL_GET_DEST(const DB_REC_LIS* pList, int iRow, const str_log& sctLog,
+                     const std::vector<DB_DEST>& dest);
+
+/* Copies columns of row iRow (from 1) of a filled list: pairs of a column name
+   and an array, closed by a one-character text ("d"). Values are cut to the
+   arrays. A column that the result lacks leaves its array as it was.
+   szReply  not used
+   Result   1 all copied, 0 no such row or a column missing */
+template<size_t N, class... PAIRS>
+int iDB_SEL_GET(const DB_REC_LIS* pList, int iRow, char (&szReply)[N], const str_log* pLog,
+                PAIRS&&... pairs)
+{
+    static_cast<void>(szReply);
+    std::vector<DB_DEST> dest;
+    DB_PAIRS(dest, std::forward<PAIRS>(pairs)...);
+    return iDB_SEL_GET_DEST(pList, iRow, *pLog, dest);
+}
+
+int iDB_VA_DEST(const char* cpSql, char* cpReply, size_t uReply, const str_log& sctLog,
+                const std::vector<DB_DEST>& dest);
+
+/* Runs a SELECT and copies columns of its first row, pairs as in iDB_SEL_GET.
+   szReply  out: the error text after a failed statement; iLength is its length
+   Result   1 a row was found and every column copied; 0 otherwise, and every
+            array without a value stays as it was */
+template<size_t N, class... PAIRS>
+int iDB_VA(const char* cpSql, char (&szReply)[N], int iLength, const str_log* pLog,
+           PAIRS&&... pairs)
+{
+    std::vector<DB_DEST> dest;
+    DB_PAIRS(dest, std::forward<PAIRS>(pairs)...);
+    return iDB_VA_DEST(cpSql, szReply, static_cast<size_t>(iLength) < N ? static_cast<size_t>(iLength) : N, *pLog, dest);
+}
+
+/* Traces at most iCount records of the list. */
+void DB_SEL_LOOP_RECORDS(const DB_REC_LIS* pList, int iCount);

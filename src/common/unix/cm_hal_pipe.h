@@ -1,0 +1,141 @@
+/* Child processes, pipes and waiting.
+
+   Every wait of the program goes through iWAIT: descriptors, child exits and a
+   deadline together. INT, TERM and HUP are blocked except inside it; when one
+   came, everything on the registers is given back (children ended, temporary
+   files removed) and the process ends by that signal, unless the caller asked
+   to see it (v_SIGNALS_TO_CALLER).
+
+   Children lead a session of their own, have the old signal mask, /dev/null or
+   the given descriptors as standard input and output, and are told to end when
+   this process dies (parent-death signal). A child that cannot exec hands its
+   errno back through a close-on-exec pipe. */
+#pragma once
+
+#include <sys/select.h>
+#include <sys/types.h>
+
+#include <cstdio>
+#include <string>
+#include <utility>
+#include <vector>
+
+/* State of a running command inside RCMD, for the library's own use. Plain:
+   what owns a child process is CHILD. */
+struct DB_PROC_PIP {
+    pid_t  iChildPid;
+    int    ifdOut;
+    FILE*  fhdlOut;
+    int    ifdErr;
+    FILE*  fhdlErr;
+    fd_set fdset_read;
+    FILE*  fpStdout;
+    FILE*  fpStderr;
+    int    iCntOutChannels;
+    int    iMax_read;
+    int    iFdInFile;
+    int    iFdOldStdin;
+    int    iIdleTimeout;
+    int    bIdleTimeoutExpired;
+    int    iNewPgrp;
+    int    bBinaryMode;
+    int    bStdinPipe;
+};
+
+/* A descriptor that is closed with its owner; -1 when it holds none. */
+class FD {
+public:
+    FD() = default;
+    explicit FD(int iFd) : m_iFd(iFd) {}
+    FD(FD&& other) noexcept : m_iFd(std::exchange(other.m_iFd, -1)) {}
+    FD& operator=(FD&& other) noexcept;
+    FD(const FD&)            = delete;
+    FD& operator=(const FD&) = delete;
+    ~FD();
+    int  iGet() const { return m_iFd; }
+    bool bOpen() const { return m_iFd >= 0; }
+    void Close();
+
+private:
+    int m_iFd = -1;
+};
+
+/* Monotonic clock, milliseconds. */
+long lNOW_MS();
+
+/* One child. Filled in place, never copied or moved; it stands on the register
+   while its process lives. Letting it go ends its process group (TERM, a
+   bounded wait, then KILL) and reaps it. */
+struct CHILD {
+    pid_t iPid    = -1;  // leader of its session and group; -1 once reaped
+    FD    fdIn;          // writing end of its standard input, where one was asked for
+    FD    fdOut;         // its standard output
+    FD    fdErr;         // its standard error, where it was asked for apart
+    FD    fdExit;        // becomes readable when the process has ended (pidfd)
+    int   iStatus = -1;  // exit status, 128 + signal when killed; valid once reaped
+
+    CHILD()                        = default;
+    CHILD(const CHILD&)            = delete;
+    CHILD& operator=(const CHILD&) = delete;
+    ~CHILD();
+};
+
+/* How to start one. */
+struct CHILD_SPEC {
+    std::vector<std::string>                         asArgument;     // the program first
+    std::vector<std::pair<std::string, std::string>> asEnvironment;  // added to ours
+    bool bPipeIn   = false;  // false: /dev/null
+    bool bPipeOut  = true;   // false: our own standard output
+    bool bErrToOut = true;   // standard error joins standard output
+    bool bPipeErr  = false;  // standard error on a pipe of its own (bErrToOut false)
+};
+
+/* Starts a child.
+   Result  1 it runs; 0 it could not be started: sReason is "cannot run
+           "PROGRAM": CAUSE" and child is as before. */
+int iCHILD_START(CHILD& child, const CHILD_SPEC& sctSpec, std::string& sReason);
+
+/* Reaps the child when it has ended. Result 1 it has (iStatus is set), 0 it
+   still runs. */
+int iCHILD_ENDED(CHILD& child);
+
+/* Ends the child's process group: TERM, up to iGraceMs, then KILL; reaps. */
+void v_CHILD_END(CHILD& child, int iGraceMs);
+
+/* Sends iSignal to the child's process group. */
+void v_CHILD_SIGNAL(const CHILD& child, int iSignal);
+
+enum WAIT_RESULT { WAIT_READY = 1, WAIT_TIMEOUT = 0, WAIT_SIGNAL = -1 };
+
+/* One descriptor to wait for; bReady is the answer. */
+struct WAIT_FD {
+    int  iFd;
+    bool bWrite = false;
+    bool bReady = false;
+};
+
+/* Waits until a descriptor is ready or the deadline has passed (lDeadline,
+   lNOW_MS time; 0: none). WAIT_SIGNAL only after v_SIGNALS_TO_CALLER. */
+WAIT_RESULT iWAIT(std::vector<WAIT_FD>& fds, long lDeadline);
+
+/* Sleeps. Ends early, with 0, when a signal came and the caller sees them. */
+int iSLEEP_MS(long lMilliseconds);
+
+/* Installs the handlers and blocks INT, TERM and HUP; ignores PIPE. Called once,
+   at the start of main. */
+void v_SIGNALS_SETUP();
+
+/* From now on a signal is only noted: iWAIT returns WAIT_SIGNAL. */
+void v_SIGNALS_TO_CALLER();
+
+/* The signal that came, 0 none. */
+int iSIGNALLED();
+
+/* Work to be done when the process ends, by exit or by INT, TERM or HUP; last
+   registered first. pDone must not wait without a limit. */
+void v_AT_END(void (*pDone)());
+
+/* Gives back everything on the registers, then exits, or ends by the signal.
+   Standard output is flushed before. */
+[[noreturn]] void v_END_PROCESS(int iExit);
+[[noreturn]] void v_END_BY_SIGNAL(int iSignal);

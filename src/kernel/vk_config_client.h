@@ -1,0 +1,136 @@
+/* The run record and the tool's operations. Every operation takes the record of
+   the run by address; what it reads and writes stands beside it. Trace lines of
+   an operation begin with "+++ " at its entry and "--- " at its exit. */
+#pragma once
+
+#include <cstddef>
+
+#include "../common/cm_db_access.h"
+#include "../common/common.h"
+#include "../common/common/LL.h"
+#include "../common/common/cm_common.h"
+#include "messages.h"
+#include "velka.h"
+
+/* The level test stands before the arguments, which are not formed without it. */
+#define TRACE(...)                                                                                 \
+    do {                                                                                           \
+        if (strLog.iLogLevel > 0) WRITE_TRACE(&strLog, __VA_ARGS__);                               \
+    } while (0)
+
+enum updateMode {
+    notdefined = 0,
+    update     = 1,  // -U, package update
+    sp_update  = 2,  // -S, service-pack update
+};
+
+struct SCT_ARGS {
+    char       cStdoutFlg;             // 'n': the run has an answer file
+    char       szAccessMode[11];       // remote-access mode of the client
+    char       szAnswerFile[1024];     // name of the run's answer file
+    char       szNodeName[256];        // client (-c), or "ALL_CLIENTS"
+    char       szNodeId[8];            // its client_id
+    char       szNodeAddr[256];        // its address (-a), or "via_nameserver"
+    char       szOpersys[33];          // its operating system (-o)
+    char       szLocationId[5];        // its location (-l)
+    char       szPlatform[21];         // platform class of its operating system
+    char       szSender[256];          // who started the run (-s)
+    char       szVelkaNode[256];       // name of the backup server's own row
+    char       szDataMover[256];       // host that backs the client up on its behalf
+    char       szVelkaPlatf[21];       // platform class of the backup server
+    char       szTimeStamp[256];       // identifier of this run (-i)
+    char       szOptions[256];         // access options (-O)
+    char       szUpdateOptions[256];   // options of a package update (-O with -U)
+    char       szUserComment[256];     // free comment (-u)
+    char       szUser[256];            // operating-system user; no option sets it
+    char       szPassword[256];        // operating-system password (-p)
+    char       szServerType[256];      // vm_server_type of the client
+    char       szSetupType[256];       // not used
+    char       szPackage[1024];        // update package (-P)
+    char       szMsg[256];             // not used
+    int        iCheck;                 // 1: -C was given
+    int        iForceUpdate;           // 1: -F, or "force" in -O
+    int        iServicePack;           // -e: service pack after a package update
+    int        iTest;                  // -t: depth of the tests after a registration
+    char       cPermit;                // '1': the client takes part in backups
+    updateMode eUpdate;                // -U, -S
+    char       szCheck[256];           // -C
+    int        iRunAsUser;             // 1: -k was given
+};
+
+/* ---- front end --------------------------------------------------------- */
+
+/* Writes the usage text to standard output. */
+void USAGE();
+
+/* Reads the command line into the record and -m into cpAccessMode (11 bytes).
+   Multi-client runs and updates end inside; it returns only for a prepared
+   single-client run. */
+void ARGUMENTS(int argc, char** argv, SCT_ARGS* pArg, char (&cpAccessMode)[11]);
+
+/* Checks or updates the clients of LL_ClientList, or all, one child run each;
+   prints their status lines, the report of a check and the summary. Never
+   returns: exit code 0, or 2 when a client failed. */
+[[noreturn]] void MULTI_CLIENT_RUN(SCT_ARGS* pArg, t_LL LL_ClientList);
+
+/* The single exit of a client run: stores the outcome in the client's row, writes
+   day protocol and info output, chains the service-pack update, prints the status
+   line, gives everything back and ends the process with iExit.
+   cpTxt    the run message
+   cDelFlg  delete flag, traced only */
+[[noreturn]] void ZFINISH(const char* cpTxt, int iExit, char cDelFlg, SCT_ARGS* pArg);
+
+/* ---- client registry --------------------------------------------------- */
+
+/* Looks the client szNodeName up and loads szVelkaPlatf and, when it is found,
+   szNodeId, szDataMover, szOpersys, szPlatform and szAccessMode.
+   szAccessMode  "CTRL" or "VKSSH" replaces the stored access mode
+   Result        1 registered, 0 not (the fields stay as they were); a database
+                 failure ends the run with E004 */
+int iTEST_IF_ALREADY_IN_DATABASE(SCT_ARGS* pArg, const char* szAccessMode);
+
+/* Registers the client, or refreshes its entry, and completes its interfaces;
+   szNodeId holds its identifier then. Failures end the run. */
+void INSERT_INTO_DATABASE(SCT_ARGS* pArg);
+
+/* Removes the client's interfaces and its row.
+   cpRet   256 bytes or more: I008
+   Result  always 1 */
+int iDELETE_FROM_DATABASE(SCT_ARGS* pArg, char* cpRet);
+
+/* Appends the client's address and name to the server's hosts file unless the
+   file names it. A file that cannot be opened ends the run with E005. */
+void INSERT_ETC_HOST(SCT_ARGS* pArg);
+
+/* ---- connection tests -------------------------------------------------- */
+
+/* Asks the backup client for its report, on the client or its data mover, and
+   refreshes the inventory from it. Writes szDataMover and szPlatform.
+   cpRet   run message, uSize bytes, always filled
+   Result  1 it answered (I005, I014, I015), 0 it did not (E...) */
+int iTEST_QTC_CONNECTION(SCT_ARGS* pArg, char* cpRet, size_t uSize);
+
+/* Makes a small test backup and judges its output.
+   cpRet   run message, uSize bytes, always filled
+   Result  1 it succeeded, or is not possible for this client; 0 it failed */
+int iTEST_BACKUP_CONNECTION(SCT_ARGS* pArg, char* cpRet, size_t uSize);
+
+/* Judges the output file of a test backup; a success deletes it.
+   cpRet   run message, uSize bytes, always filled
+   Result  1 success (I005), 0 not (E...) */
+int iANALYSE_TEST_ANSWER(SCT_ARGS* pArg, const char* cpFile, char* cpRet, size_t uSize);
+
+/* Turns the error line in cpRet (uSize bytes) into the message for the user. The
+   advice for a client that is not started goes to the day protocol. */
+void CREATE_USER_INFO(SCT_ARGS* pArg, char* cpRet, size_t uSize);
+
+/* Reduces an authentication line, in place, to the texts inside its first two
+   pairs of square brackets, joined by a blank. Of a longer line the first 511
+   bytes count. Returns cpAuthLine. */
+char* szEXTRACT_AUTH_DATA(char* cpAuthLine);
+
+/* ---- client software update -------------------------------------------- */
+
+/* Updates the client's package (-U) or service pack (-S) under its semaphore.
+   Never returns. */
+[[noreturn]] void UPDATE_CLIENT(SCT_ARGS* pArg);
