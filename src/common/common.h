@@ -171,3 +171,10 @@ void i_check_fclose_errno(int iErrno, int iOne);
    -1 when it could not be started. */
 int start_system(const char* cpCommand);
 int i_cm_exec(const char* cpCommand);
+
+/* PATH with the program's own directory in front. */
+std::string sSEARCH_PATH_OF_PROGRAM();
+
+/* How long a local command may run, milliseconds: total_timeout and idle_timeout
+   together, at least two minutes. */
+long lLOCAL_COMMAND_LIMIT_MS();

@@ -73,6 +73,7 @@ struct CHILD {
     FD    fdErr;         // its standard error, where it was asked for apart
     FD    fdExit;        // becomes readable when the process has ended (pidfd)
     int   iStatus = -1;  // exit status, 128 + signal when killed; valid once reaped
+    bool  bOutlives = false;  // letting it go leaves it running
 
     CHILD()                        = default;
     CHILD(const CHILD&)            = delete;
@@ -88,6 +89,7 @@ struct CHILD_SPEC {
     bool bPipeOut  = true;   // false: our own standard output
     bool bErrToOut = true;   // standard error joins standard output
     bool bPipeErr  = false;  // standard error on a pipe of its own (bErrToOut false)
+    bool bOutlives = false;  // it is left to finish when it is let go or this process ends
 };
 
 /* Starts a child.

@@ -1,0 +1,374 @@
+/* Child processes, pipes and waiting. The registers of what must be given back
+   when the process ends stand here too, since exit does not unwind. */
+#include "cm_hal_pipe.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+namespace {
+
+constexpr int iGRACE_MS = 2000;
+constexpr int aiSignal[] = {SIGINT, SIGTERM, SIGHUP};
+
+volatile sig_atomic_t iPendingSignal = 0;
+bool                  bSignalsSetUp  = false;
+bool                  bToCaller      = false;
+sigset_t              setOriginal;
+
+// Objects of static lifetime that exit handlers still need are never destroyed.
+std::vector<CHILD*>& CHILDREN()
+{
+    static auto& register_ = *new std::vector<CHILD*>;
+    return register_;
+}
+
+std::vector<void (*)()>& AT_END()
+{
+    static auto& register_ = *new std::vector<void (*)()>;
+    return register_;
+}
+
+void NOTE_SIGNAL(int iSignal)
+{
+    iPendingSignal = iSignal;
+}
+
+void FORGET(CHILD& child)
+{
+    std::erase(CHILDREN(), &child);
+}
+
+void GIVE_BACK()
+{
+    for (CHILD* pChild : std::vector<CHILD*>(CHILDREN())) {
+        if (!pChild->bOutlives) v_CHILD_SIGNAL(*pChild, SIGTERM);
+    }
+    for (CHILD* pChild : std::vector<CHILD*>(CHILDREN())) v_CHILD_END(*pChild, iGRACE_MS);
+    while (!AT_END().empty()) {
+        void (*pDone)() = AT_END().back();
+        AT_END().pop_back();
+        pDone();
+    }
+}
+
+void GIVE_BACK_AT_EXIT()
+{
+    static const int iOnce = std::atexit(GIVE_BACK);
+    static_cast<void>(iOnce);
+}
+
+struct PIPE {
+    FD fdRead;
+    FD fdWrite;
+};
+
+bool bMAKE_PIPE(PIPE& sctPipe)
+{
+    int aiFd[2];
+    if (pipe2(aiFd, O_CLOEXEC) != 0) return false;
+    sctPipe.fdRead  = FD(aiFd[0]);
+    sctPipe.fdWrite = FD(aiFd[1]);
+    return true;
+}
+
+/* Our environment with the additions of the child in front of it. */
+std::vector<std::string> asENVIRONMENT(const CHILD_SPEC& sctSpec)
+{
+    std::vector<std::string> asAll;
+    for (const auto& [sName, sValue] : sctSpec.asEnvironment) {
+        asAll.push_back(sName + "=" + sValue);
+    }
+    for (char** ppVar = environ; *ppVar != nullptr; ++ppVar) {
+        const std::string sVar = *ppVar;
+        const auto bReplaced = [&](const auto& add) { return sVar.starts_with(add.first + "="); };
+        if (std::none_of(sctSpec.asEnvironment.begin(), sctSpec.asEnvironment.end(), bReplaced)) {
+            asAll.push_back(sVar);
+        }
+    }
+    return asAll;
+}
+
+std::vector<char*> POINTERS(std::vector<std::string>& asText)
+{
+    std::vector<char*> pointers;
+    for (std::string& s : asText) pointers.push_back(s.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+struct CHILD_SIDE {
+    char* const* ppArgument;
+    char* const* ppEnvironment;
+    pid_t        iParent;
+    int          iIn, iOut, iErr, iFailure;
+    bool         bOutlives;
+};
+
+/* In the child, between fork and exec: only system calls. */
+[[noreturn]] void CHILD_EXEC(const CHILD_SIDE& side)
+{
+    setsid();
+    bool bGone = false;
+    if (!side.bOutlives) {
+        prctl(PR_SET_PDEATHSIG, SIGTERM);
+        bGone = getppid() != side.iParent;  // it died before the signal was set up
+    }
+    for (int iSignal : aiSignal) signal(iSignal, SIG_DFL);
+    signal(SIGPIPE, SIG_DFL);
+    if (bSignalsSetUp) sigprocmask(SIG_SETMASK, &setOriginal, nullptr);
+    if (!bGone && dup2(side.iIn, 0) >= 0 && dup2(side.iOut, 1) >= 0 && dup2(side.iErr, 2) >= 0) {
+        execvpe(side.ppArgument[0], side.ppArgument, side.ppEnvironment);
+    }
+    const int iErrno = errno;
+    static_cast<void>(!write(side.iFailure, &iErrno, sizeof iErrno));
+    _exit(127);
+}
+
+/* errno of an exec that failed, 0 when the program runs. */
+int iEXEC_FAILURE(int iFd)
+{
+    int     iErrno = 0;
+    ssize_t iGot   = 0;
+    do {
+        iGot = read(iFd, &iErrno, sizeof iErrno);
+    } while (iGot < 0 && errno == EINTR);
+    return iGot == static_cast<ssize_t>(sizeof iErrno) ? iErrno : 0;
+}
+
+int iSTATUS(int iWaitStatus)
+{
+    return WIFSIGNALED(iWaitStatus) ? 128 + WTERMSIG(iWaitStatus) : WEXITSTATUS(iWaitStatus);
+}
+
+/* Waits, without looking at signals, until the group is empty or the time is up. */
+void WAIT_FOR_GROUP(pid_t iGroup, long lDeadline)
+{
+    while (kill(-iGroup, 0) == 0 && lNOW_MS() < lDeadline) usleep(5000);
+}
+
+}  // namespace
+
+FD& FD::operator=(FD&& other) noexcept
+{
+    if (this != &other) {
+        Close();
+        m_iFd = std::exchange(other.m_iFd, -1);
+    }
+    return *this;
+}
+
+FD::~FD()
+{
+    Close();
+}
+
+void FD::Close()
+{
+    if (m_iFd >= 0) close(m_iFd);
+    m_iFd = -1;
+}
+
+CHILD::~CHILD()
+{
+    v_CHILD_END(*this, iGRACE_MS);
+}
+
+long lNOW_MS()
+{
+    timespec sctNow{};
+    clock_gettime(CLOCK_MONOTONIC, &sctNow);
+    return sctNow.tv_sec * 1000L + sctNow.tv_nsec / 1000000L;
+}
+
+int iCHILD_START(CHILD& child, const CHILD_SPEC& sctSpec, std::string& sReason)
+{
+    const auto iFAILED = [&](int iErrno) {
+        sReason = "cannot run \"" + sctSpec.asArgument[0] + "\": " + std::strerror(iErrno);
+        return 0;
+    };
+    PIPE sctIn;
+    PIPE sctOut;
+    PIPE sctErr;
+    PIPE sctFailure;
+    FD   fdNull(open("/dev/null", O_RDWR | O_CLOEXEC));
+    if (!fdNull.bOpen() || !bMAKE_PIPE(sctFailure) || (sctSpec.bPipeIn && !bMAKE_PIPE(sctIn)) ||
+        (sctSpec.bPipeOut && !bMAKE_PIPE(sctOut)) || (sctSpec.bPipeErr && !bMAKE_PIPE(sctErr))) {
+        return iFAILED(errno);
+    }
+    std::vector<std::string> asArgument    = sctSpec.asArgument;
+    std::vector<std::string> asEnvironment = asENVIRONMENT(sctSpec);
+    const std::vector<char*> arguments     = POINTERS(asArgument);
+    const std::vector<char*> environment   = POINTERS(asEnvironment);
+
+    CHILD_SIDE side{arguments.data(), environment.data(), getpid(), fdNull.iGet(), 1, 2,
+                    sctFailure.fdWrite.iGet(), sctSpec.bOutlives};
+    if (sctSpec.bPipeIn) side.iIn = sctIn.fdRead.iGet();
+    if (sctSpec.bPipeOut) side.iOut = sctOut.fdWrite.iGet();
+    if (sctSpec.bErrToOut) side.iErr = side.iOut;
+    if (sctSpec.bPipeErr) side.iErr = sctErr.fdWrite.iGet();
+
+    GIVE_BACK_AT_EXIT();
+    const pid_t iPid = fork();
+    if (iPid == 0) CHILD_EXEC(side);
+    if (iPid < 0) return iFAILED(errno);
+    sctFailure.fdWrite.Close();
+    if (const int iErrno = iEXEC_FAILURE(sctFailure.fdRead.iGet()); iErrno != 0) {
+        waitpid(iPid, nullptr, 0);
+        return iFAILED(iErrno);
+    }
+    child.iPid      = iPid;
+    child.iStatus   = -1;
+    child.bOutlives = sctSpec.bOutlives;
+    child.fdIn      = std::move(sctIn.fdWrite);
+    child.fdOut     = std::move(sctOut.fdRead);
+    child.fdErr     = std::move(sctErr.fdRead);
+    child.fdExit    = FD(static_cast<int>(syscall(SYS_pidfd_open, iPid, 0)));
+    for (const FD* pFd : {&child.fdOut, &child.fdErr}) {
+        if (pFd->bOpen()) fcntl(pFd->iGet(), F_SETFL, O_NONBLOCK);
+    }
+    if (child.fdExit.bOpen()) fcntl(child.fdExit.iGet(), F_SETFD, FD_CLOEXEC);
+    CHILDREN().push_back(&child);
+    return 1;
+}
+
+int iCHILD_ENDED(CHILD& child)
+{
+    if (child.iPid < 0) return 1;
+    int         iWaitStatus = 0;
+    const pid_t iReaped     = waitpid(child.iPid, &iWaitStatus, WNOHANG);
+    if (iReaped == 0) return 0;
+    child.iStatus = iReaped == child.iPid ? iSTATUS(iWaitStatus) : 127;
+    child.iPid    = -1;
+    FORGET(child);
+    return 1;
+}
+
+void v_CHILD_END(CHILD& child, int iGraceMs)
+{
+    child.fdIn.Close();
+    if (child.iPid < 0) return;
+    if (child.bOutlives) {
+        child.iPid = -1;
+        FORGET(child);
+        return;
+    }
+    const pid_t iGroup    = child.iPid;
+    const long  lDeadline = lNOW_MS() + iGraceMs;
+    kill(-iGroup, SIGTERM);
+    while (!iCHILD_ENDED(child) && lNOW_MS() < lDeadline) {
+        pollfd sctPoll{child.fdExit.iGet(), POLLIN, 0};
+        poll(&sctPoll, 1, child.fdExit.bOpen() ? static_cast<int>(lDeadline - lNOW_MS()) : 5);
+    }
+    WAIT_FOR_GROUP(iGroup, lDeadline);
+    kill(-iGroup, SIGKILL);
+    if (child.iPid < 0) return;
+    int iWaitStatus = 0;
+    while (waitpid(child.iPid, &iWaitStatus, 0) < 0 && errno == EINTR) {
+    }
+    child.iStatus = iSTATUS(iWaitStatus);
+    child.iPid    = -1;
+    FORGET(child);
+}
+
+void v_CHILD_SIGNAL(const CHILD& child, int iSignal)
+{
+    if (child.iPid > 0) kill(-child.iPid, iSignal);
+}
+
+WAIT_RESULT iWAIT(std::vector<WAIT_FD>& fds, long lDeadline)
+{
+    std::vector<pollfd> polls;
+    for (WAIT_FD& fd : fds) {
+        fd.bReady = false;
+        polls.push_back({fd.iFd, static_cast<short>(fd.bWrite ? POLLOUT : POLLIN), 0});
+    }
+    for (;;) {
+        if (iPendingSignal != 0) {
+            if (bToCaller) return WAIT_SIGNAL;
+            v_END_BY_SIGNAL(iPendingSignal);
+        }
+        const long lLeft = lDeadline == 0 ? 3600000 : std::max(0L, lDeadline - lNOW_MS());
+        const timespec sctLeft{lLeft / 1000, lLeft % 1000 * 1000000};
+        const int      iReady =
+            ppoll(polls.data(), polls.size(), &sctLeft, bSignalsSetUp ? &setOriginal : nullptr);
+        if (iReady > 0) break;
+        if (iReady == 0 && lDeadline != 0 && lNOW_MS() >= lDeadline) return WAIT_TIMEOUT;
+        if (iReady < 0 && errno != EINTR) return WAIT_TIMEOUT;
+    }
+    for (size_t u = 0; u < fds.size(); ++u) fds[u].bReady = polls[u].revents != 0;
+    return WAIT_READY;
+}
+
+int iSLEEP_MS(long lMilliseconds)
+{
+    std::vector<WAIT_FD> none;
+    return iWAIT(none, lNOW_MS() + std::max(1L, lMilliseconds)) != WAIT_SIGNAL;
+}
+
+void v_SIGNALS_SETUP()
+{
+    if (bSignalsSetUp) return;
+    sigset_t setBlocked;
+    sigemptyset(&setBlocked);
+    struct sigaction sctAction{};
+    sctAction.sa_handler = NOTE_SIGNAL;
+    for (int iSignal : aiSignal) {
+        struct sigaction sctOld{};
+        sigaction(iSignal, nullptr, &sctOld);
+        if (sctOld.sa_handler == SIG_IGN) continue;  // nohup stays in force
+        sigaction(iSignal, &sctAction, nullptr);
+        sigaddset(&setBlocked, iSignal);
+    }
+    sigprocmask(SIG_BLOCK, &setBlocked, &setOriginal);
+    for (int iSignal : aiSignal) sigdelset(&setOriginal, iSignal);
+    signal(SIGPIPE, SIG_IGN);
+    bSignalsSetUp = true;
+}
+
+void v_SIGNALS_TO_CALLER()
+{
+    bToCaller = true;
+}
+
+int iSIGNALLED()
+{
+    return iPendingSignal;
+}
+
+void v_AT_END(void (*pDone)())
+{
+    GIVE_BACK_AT_EXIT();
+    AT_END().push_back(pDone);
+}
+
+void v_END_PROCESS(int iExit)
+{
+    std::fflush(stdout);
+    GIVE_BACK();
+    std::exit(iExit);
+}
+
+void v_END_BY_SIGNAL(int iSignal)
+{
+    std::fflush(stdout);
+    GIVE_BACK();
+    signal(iSignal, SIG_DFL);
+    sigset_t setSignal;
+    sigemptyset(&setSignal);
+    sigaddset(&setSignal, iSignal);
+    raise(iSignal);
+    sigprocmask(SIG_UNBLOCK, &setSignal, nullptr);
+    _exit(128 + iSignal);
+}
