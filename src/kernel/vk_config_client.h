@@ -13,49 +13,49 @@
 #include "velka.h"
 
 /* The level test stands before the arguments, which are not formed without it. */
-#define TRACE(...)                                                                                 \
-    do {                                                                                           \
-        if (strLog.iLogLevel > 0) WRITE_TRACE(&strLog, __VA_ARGS__);                               \
+#define TRACE(...)                                                   \
+    do {                                                             \
+        if (strLog.iLogLevel > 0) WRITE_TRACE(&strLog, __VA_ARGS__); \
     } while (0)
 
 enum updateMode {
     notdefined = 0,
-    update     = 1,  // -U, package update
-    sp_update  = 2,  // -S, service-pack update
+    update = 1,     // -U, package update
+    sp_update = 2,  // -S, service-pack update
 };
 
 struct SCT_ARGS {
-    char       cStdoutFlg;             // 'n': the run has an answer file
-    char       szAccessMode[11];       // remote-access mode of the client
-    char       szAnswerFile[1024];     // name of the run's answer file
-    char       szNodeName[256];        // client (-c), or "ALL_CLIENTS"
-    char       szNodeId[8];            // its client_id
-    char       szNodeAddr[256];        // its address (-a), or "via_nameserver"
-    char       szOpersys[33];          // its operating system (-o)
-    char       szLocationId[5];        // its location (-l)
-    char       szPlatform[21];         // platform class of its operating system
-    char       szSender[256];          // who started the run (-s)
-    char       szVelkaNode[256];       // name of the backup server's own row
-    char       szDataMover[256];       // host that backs the client up on its behalf
-    char       szVelkaPlatf[21];       // platform class of the backup server
-    char       szTimeStamp[256];       // identifier of this run (-i)
-    char       szOptions[256];         // access options (-O)
-    char       szUpdateOptions[256];   // options of a package update (-O with -U)
-    char       szUserComment[256];     // free comment (-u)
-    char       szUser[256];            // operating-system user; no option sets it
-    char       szPassword[256];        // operating-system password (-p)
-    char       szServerType[256];      // vm_server_type of the client
-    char       szSetupType[256];       // not used
-    char       szPackage[1024];        // update package (-P)
-    char       szMsg[256];             // not used
-    int        iCheck;                 // 1: -C was given
-    int        iForceUpdate;           // 1: -F, or "force" in -O
-    int        iServicePack;           // -e: service pack after a package update
-    int        iTest;                  // -t: depth of the tests after a registration
-    char       cPermit;                // '1': the client takes part in backups
-    updateMode eUpdate;                // -U, -S
-    char       szCheck[256];           // -C
-    int        iRunAsUser;             // 1: -k was given
+    char       cStdoutFlg;            // 'n': the run has an answer file
+    char       szAccessMode[11];      // remote-access mode of the client
+    char       szAnswerFile[1024];    // name of the run's answer file
+    char       szNodeName[256];       // client (-c), or "ALL_CLIENTS"
+    char       szNodeId[8];           // its client_id
+    char       szNodeAddr[256];       // its address (-a), or "via_nameserver"
+    char       szOpersys[33];         // its operating system (-o)
+    char       szLocationId[5];       // its location (-l)
+    char       szPlatform[21];        // platform class of its operating system
+    char       szSender[256];         // who started the run (-s)
+    char       szVelkaNode[256];      // name of the backup server's own row
+    char       szDataMover[256];      // host that backs the client up on its behalf
+    char       szVelkaPlatf[21];      // platform class of the backup server
+    char       szTimeStamp[256];      // identifier of this run (-i)
+    char       szOptions[256];        // access options (-O)
+    char       szUpdateOptions[256];  // options of a package update (-O with -U)
+    char       szUserComment[256];    // free comment (-u)
+    char       szUser[256];           // operating-system user; no option sets it
+    char       szPassword[256];       // operating-system password (-p)
+    char       szServerType[256];     // vm_server_type of the client
+    char       szSetupType[256];      // not used
+    char       szPackage[1024];       // update package (-P)
+    char       szMsg[256];            // not used
+    int        iCheck;                // 1: -C was given
+    int        iForceUpdate;          // 1: -F, or "force" in -O
+    int        iServicePack;          // -e: service pack after a package update
+    int        iTest;                 // -t: depth of the tests after a registration
+    char       cPermit;               // '1': the client takes part in backups
+    updateMode eUpdate;               // -U, -S
+    char       szCheck[256];          // -C
+    int        iRunAsUser;            // 1: -k was given
 };
 
 /* ---- front end --------------------------------------------------------- */

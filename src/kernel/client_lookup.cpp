@@ -1,0 +1,63 @@
+/* Looks a client up in the database, by its name. A client whose operating system
+   is not in oper_systems counts as not registered. */
+#include "vk_config_client.h"
+
+#include <cstring>
+
+namespace {
+
+[[noreturn]] void v_DATABASE_FAILED(SCT_ARGS* pArg, const char* cpDetail)
+{
+    char szMsg[2048];
+    MESSAGE_FITTED(szMsg, MSG_E004, cpDetail);
+    TRACE("--- iTEST_IF_ALREADY_IN_DATABASE DB-error %s ", szMsg);
+    ZFINISH(szMsg, VK_WARNING, 'n', pArg);
+}
+
+/* The platform class of the backup server itself. Its query leaves no error text. */
+void v_READ_SERVER_PLATFORM(SCT_ARGS* pArg)
+{
+    char szSql[2048];
+    iSQL(szSql,
+         "select oper_systems.platform from clients,oper_systems where clients.name='%s' and "
+         "clients.client_id=0 and oper_systems.os=clients.os",
+         pArg->szVelkaNode);
+    if (!iDB_SEL_GETVALUE(szSql, "platform", pArg->szVelkaPlatf, strLog))
+        v_DATABASE_FAILED(pArg, "");
+}
+
+}  // namespace
+
+int iTEST_IF_ALREADY_IN_DATABASE(SCT_ARGS* pArg, const char* szAccessMode)
+{
+    TRACE("+++ iTEST_IF_ALREADY_IN_DATABASE ");
+    TRACE("Check database entry of QIRvelka node: %s", pArg->szVelkaNode);
+    v_READ_SERVER_PLATFORM(pArg);
+    TRACE("Velka platform:   %s", pArg->szVelkaPlatf);
+    TRACE("Check given node: %s", pArg->szNodeName);
+
+    DB_REC_LIS sctList = {"CONFIG_CLIENT", 0, 0, nullptr, nullptr};
+    char       szReply[256] = "";
+    char       szSql[2048];
+    iSQL(szSql,
+         "select name,client_id,data_mover,accessmode,clients.os,platform from "
+         "clients,oper_systems where name='%s' and oper_systems.os=clients.os",
+         pArg->szNodeName);
+    if (!iDB_ACCESS(szSql, szReply, &sctList, strLog)) v_DATABASE_FAILED(pArg, szReply);
+
+    // The reply is the number of rows; its first digit alone decides.
+    if (szReply[0] != '1') {
+        DB_SEL_LOOP_RECORDS(&sctList, 100);
+        TRACE("--- iTEST_IF_ALREADY_IN_DATABASE returns 0 - client not in database");
+        return 0;
+    }
+    iDB_SEL_GET(&sctList, 1, szReply, &strLog, "client_id", pArg->szNodeId, "data_mover",
+                pArg->szDataMover, "os", pArg->szOpersys, "platform", pArg->szPlatform,
+                "accessmode", pArg->szAccessMode, "d");
+    if (std::strcmp(szAccessMode, "CTRL") == 0 || std::strcmp(szAccessMode, "VKSSH") == 0) {
+        TRACE("Use access mode %s given via command line parameter -m", szAccessMode);
+        iTEXT_SET(pArg->szAccessMode, szAccessMode);
+    }
+    TRACE("--- iTEST_IF_ALREADY_IN_DATABASE returns 1 - client in database");
+    return 1;
+}

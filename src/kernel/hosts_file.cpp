@@ -1,0 +1,78 @@
+/* Makes a client resolvable on the backup server by an entry in its hosts file. */
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "vk_config_client.h"
+
+namespace {
+
+struct CLOSE_FILE {
+    void operator()(FILE* pFile) const { std::fclose(pFile); }
+};
+using OPEN_FILE = std::unique_ptr<FILE, CLOSE_FILE>;
+
+/* gv_hosts_file, else the place that the server's platform class gives. */
+void v_CHOOSE_FILE(const SCT_ARGS* pArg, char (&szHostFile)[1024])
+{
+    const char* cpConfigured = read_glbv("gv_hosts_file");
+    if (cpConfigured[0] != '\0') {
+        iTEXT_SET(szHostFile, cpConfigured);
+    } else if (std::strcmp(pArg->szVelkaPlatf, "UNIX") == 0 ||
+               std::strcmp(pArg->szVelkaPlatf, "LINUX") == 0) {
+        iTEXT_SET(szHostFile, "/etc/hosts");
+    } else {
+        const char* cpRoot = std::getenv("SYSTEMROOT");
+        x_Snprintf(szHostFile, sizeof szHostFile, "%s\\system32\\drivers\\etc\\hosts",
+                   cpRoot != nullptr ? cpRoot : "C:\\Windows");
+    }
+}
+
+int iFILE_NAMES_CLIENT(const SCT_ARGS* pArg, const char* cpHostFile)
+{
+    char szName[256];
+    iTEXT_SET(szName, pArg->szNodeName);
+    return file_exist(cpHostFile) && file_search2(cpHostFile, szName, sizeof szName, 32) != 0;
+}
+
+/* One write carries the whole entry, so entries of several runs never mix. The
+   entry begins with its line feed, whatever the file ends with. */
+void v_APPEND_ENTRY(FILE* pFile, const std::string& sEntry)
+{
+    std::setvbuf(pFile, nullptr, _IOFBF, BUFSIZ);
+    static_assert(BUFSIZ > 1024, "an entry fits the buffer");
+    std::fwrite(sEntry.data(), 1, sEntry.size(), pFile);
+}
+
+}  // namespace
+
+void INSERT_ETC_HOST(SCT_ARGS* pArg)
+{
+    TRACE("+++ INSERT_ETC_HOST  %s  %s ", pArg->szNodeName, pArg->szNodeAddr);
+    char szHostFile[1024];
+    v_CHOOSE_FILE(pArg, szHostFile);
+    if (iFILE_NAMES_CLIENT(pArg, szHostFile)) {
+        TRACE("--- INSERT_ETC_HOST was ok");
+        return;
+    }
+    TRACE("did not find %s in host-file %s or file not existing", pArg->szNodeName, szHostFile);
+    OPEN_FILE pFile{std::fopen(szHostFile, "ae")};
+    if (pFile == nullptr) {
+        char szMsg[256];
+        MESSAGE_FITTED(szMsg, MSG_E005, szHostFile);
+        ZFINISH(szMsg, VK_WARNING, 'n', pArg);
+    }
+    char szLower[256];
+    char szUpper[256];
+    iTEXT_SET(szLower, sONE_LINE(pArg->szNodeName));
+    iTEXT_SET(szUpper, szLower);
+    lowercase(szLower);
+    uppercase(szUpper);
+    const std::string sAddress = sONE_LINE(pArg->szNodeAddr);
+    v_APPEND_ENTRY(pFile.get(), "\n" + sAddress + "   " + szUpper + " " + szLower);
+    if (std::fclose(pFile.release()) != 0) i_check_fclose_errno(errno, 1);
+    TRACE("wrote into host-file: %s   %s %s", sAddress.c_str(), szUpper, szLower);
+    TRACE("--- INSERT_ETC_HOST was ok");
+}

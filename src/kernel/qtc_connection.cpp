@@ -1,0 +1,188 @@
+/* Connection test: does the backup client program answer on a client, reached the
+   way the client is configured? The command runs on the client itself, or on the
+   data mover that stands in for it. A failure becomes a message for the user and
+   is stored in the client's row; an answer refreshes the inventory. */
+#include <cstring>
+
+#include "inventory.h"
+#include "vk_config_client.h"
+
+namespace {
+
+constexpr int iLIMIT_SECONDS = 15;
+
+/* What the test command left behind. */
+struct ANSWER {
+    t_LL LL_Output;
+    char szMsg[512];  // why the command could not be run
+};
+
+bool bIS(const char* cpText, const char* cpOther)
+{
+    return std::strcmp(cpText, cpOther) == 0;
+}
+
+void v_ANNOUNCE(const SCT_ARGS* pArg)
+{
+    char szText[256];
+    MESSAGE(szText, MSG_I009, pArg->szNodeName);
+    FPROT(0, szText);
+    info('M', 0, szText);
+}
+
+/* A client without a data mover is served by the backup server itself. */
+void v_DEFAULT_DATA_MOVER(SCT_ARGS* pArg, const char* cpProgram)
+{
+    if (pArg->szDataMover[0] == '\0' || bIS(pArg->szDataMover, "NULL"))
+        iTEXT_SET(pArg->szDataMover, pArg->szVelkaNode);
+    else
+        TRACE("%s will be executed on node: %s", cpProgram, pArg->szDataMover);
+}
+
+int iRUN(const char* cpHost, const char* cpAccessMode, const char* cpCommand, ANSWER* pAnswer)
+{
+    return i_RCMD_LL(cpHost, cpAccessMode, cpCommand, iLIMIT_SECONDS, 0, pAnswer->LL_Output,
+                     pAnswer->szMsg, sizeof pAnswer->szMsg, strLog);
+}
+
+int iRUN_ON_MOVER(const SCT_ARGS* pArg, const char* cpCommand, const char* cpShown, ANSWER* pAnswer)
+{
+    TRACE("Execute command at data mover: %s", cpShown);
+    return iRUN(pArg->szDataMover, "", cpCommand, pAnswer);
+}
+
+/* The command carries a password, so the trace shows another text. */
+int iRUN_NDMP(const SCT_ARGS* pArg, ANSWER* pAnswer)
+{
+    constexpr const char* cpFormat = "qtc_ndmp -D -s dir -a auth=md5,server=%s,user=%s,passwd=%s";
+    char                  szUser[256] = "";
+    char                  szPassword[2048] = "";
+    i_GET_TASK_OR_CLIENT_PASSWORD("", pArg->szNodeName, szUser, nullptr, "rdir", szPassword,
+                                  strLog);
+    const SHELL eShell = eHOST_SHELL(pArg->szDataMover);
+    char        szCmd[256];
+    char        szShown[256];
+    iCMD(szCmd, eShell, cpFormat, pArg->szNodeName, szUser, szPassword);
+    iCMD(szShown, eShell, cpFormat, pArg->szNodeName, szUser, RAW_TEXT{"***"});
+    return iRUN_ON_MOVER(pArg, szCmd, szShown, pAnswer);
+}
+
+/* A client behind a proxy: access to the client itself, then the program on its
+   data mover. */
+int iRUN_OVER_PROXY(SCT_ARGS* pArg, ANSWER* pAnswer)
+{
+    v_DEFAULT_DATA_MOVER(pArg, "qtc");
+    if (bIS(pArg->szPlatform, "NDMP")) return iRUN_NDMP(pArg, pAnswer);
+    TRACE("Check access by 'dir' command");
+    char      szBuf[256] = "";
+    const int iRet = iClientDir(pArg->szNodeName, szBuf, 0, "", "", "", pAnswer->LL_Output, strLog);
+    if (iRet != 0) return iRet;
+    return iRUN_ON_MOVER(pArg, "qtc -h", "qtc -h", pAnswer);
+}
+
+int iRUN_TEST_COMMAND(SCT_ARGS* pArg, ANSWER* pAnswer)
+{
+    if (bIS(pArg->szPlatform, "NETWARE")) {
+        v_DEFAULT_DATA_MOVER(pArg, "SMDR");
+        return iRUN(pArg->szDataMover, "", "qtc_smdr -h", pAnswer);
+    }
+    if (bIS(pArg->szAccessMode, "PROXY")) return iRUN_OVER_PROXY(pArg, pAnswer);
+    return iRUN(pArg->szNodeName, pArg->szAccessMode, "qtc -h", pAnswer);
+}
+
+void v_STORE_MESSAGE_STATEMENT(const SCT_ARGS* pArg, const char* cpRet, char (&szSql)[2048])
+{
+    iSQL(szSql, "update clients set msg='%s',comment='%s' where name='%s'", FREE_TEXT{cpRet},
+         FREE_TEXT{cpRet}, pArg->szNodeName);
+}
+
+/* The error line: the reason of a command that could not be run; else the line
+   that tells an error, or the last one. */
+void v_FIND_ERROR_LINE(int iResult, const ANSWER* pAnswer, char* cpRet, size_t uSize)
+{
+    if (iResult < 0) {
+        iTEXT_COPY(cpRet, uSize, pAnswer->szMsg);
+        return;
+    }
+    iTEXT_COPY(cpRet, uSize, "ssh:|Error:^");
+    if (i_LL_search(pAnswer->LL_Output, cpRet, uSize) > 0) return;
+    const void* pLast = LastElmLL(pAnswer->LL_Output);
+    iTEXT_COPY(cpRet, uSize,
+               pLast != nullptr ? static_cast<const char*>(pLast) : "No message found");
+}
+
+void v_COMMAND_FAILED(SCT_ARGS* pArg, int iResult, const ANSWER* pAnswer, char* cpRet, size_t uSize)
+{
+    v_FIND_ERROR_LINE(iResult, pAnswer, cpRet, uSize);
+    TRACE("error message: %s", cpRet);
+    PROT_MESSAGE(MSG_E003, {cpRet});
+    CREATE_USER_INFO(pArg, cpRet, uSize);
+    char szSql[2048];
+    char szReply[256];
+    v_STORE_MESSAGE_STATEMENT(pArg, cpRet, szSql);
+    iDB_ACCESS(szSql, szReply, nullptr, strLog);
+}
+
+/* The command succeeded without naming a version: nothing is installed, or the
+   client's communication layer told an error. */
+void v_NO_VERSION(const SCT_ARGS* pArg, const ANSWER* pAnswer, char* cpRet, size_t uSize)
+{
+    MESSAGE(cpRet, uSize, MSG_E007, pArg->szNodeName);
+    char szLine[256] = "tkc-11^";
+    if (i_LL_search(pAnswer->LL_Output, szLine, sizeof szLine) <= 0) return;
+    TRACE("got error: %s", szLine);
+    FPROT(0, cpRet);
+    const char*       cpTail = std::strstr(szLine, "tkd-1");
+    const std::string sText = sMESSAGE(MSG_E020, {pArg->szNodeName, szLine});
+    iTEXT_COPY(cpRet, uSize, sText + ": " + (cpTail != nullptr ? cpTail : szLine));
+}
+
+/* Reads the report, stores what it holds, and decides. */
+int iJUDGE_REPORT(SCT_ARGS* pArg, const ANSWER* pAnswer, char* cpRet, size_t uSize)
+{
+    int           iRet = 1;
+    char          szSql[2048] = "";
+    CLIENT_REPORT sctReport;
+    v_READ_REPORT(pAnswer->LL_Output, &sctReport);
+    TRACE("QTC-version = %s", sctReport.szQtcVersion);
+    if (sctReport.szQtcVersion[0] == '\0') {
+        v_NO_VERSION(pArg, pAnswer, cpRet, uSize);
+        v_STORE_MESSAGE_STATEMENT(pArg, cpRet, szSql);
+        iRet = 0;
+    } else {
+        v_INVENTORY_STATEMENT(pArg, &sctReport, szSql);
+        PROT_MESSAGE(MSG_I002, {sctReport.szQtcVersion});
+        MESSAGE(cpRet, uSize, MSG_I005, pArg->szNodeName);
+    }
+    char szReply[256];
+    if (szSql[0] != '\0') iDB_ACCESS(szSql, szReply, nullptr, strLog);
+    v_INVENTORY_FOLLOW_UP(pArg, &sctReport);
+    return iRet;
+}
+
+}  // namespace
+
+int iTEST_QTC_CONNECTION(SCT_ARGS* pArg, char* cpRet, size_t uSize)
+{
+    TRACE("+++ iTEST_QTC_CONNECTION using access mode %s", pArg->szAccessMode);
+    v_ANNOUNCE(pArg);
+    if (bIS(pArg->szAccessMode, "VIRTUAL")) {
+        MESSAGE(cpRet, uSize, MSG_I015, pArg->szNodeName);
+        TRACE("%s", cpRet);
+        TRACE("--- iTEST_QTC_CONNECTION returns %d - %s", 1, cpRet);
+        return 1;
+    }
+    ANSWER    sctAnswer = {ConsLL(), ""};
+    const int iResult = iRUN_TEST_COMMAND(pArg, &sctAnswer);
+    int       iRet = 0;
+    if (iResult != 0) {
+        v_COMMAND_FAILED(pArg, iResult, &sctAnswer, cpRet, uSize);
+    } else if (bIS(pArg->szOpersys, "Citrix XenServer") || bIS(pArg->szAccessMode, "PROXY")) {
+        MESSAGE(cpRet, uSize, MSG_I014, pArg->szNodeName);
+        return 1;  // the report is the data mover's, not the client's
+    } else {
+        iRet = iJUDGE_REPORT(pArg, &sctAnswer, cpRet, uSize);
+    }
+    TRACE("--- iTEST_QTC_CONNECTION returns %d - %s", iRet, cpRet);
+    return iRet;
+}

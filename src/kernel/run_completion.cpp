@@ -1,0 +1,72 @@
+/* The end of every client run: the outcome goes to the client's row, the day
+   protocol, the info output, standard output and the exit code, in one place. */
+#include <cstdio>
+#include <cstring>
+
+#include "vk_config_client.h"
+
+namespace {
+
+constexpr size_t uDATE_TIME = 19;  // bytes of "YYYY-MM-DD HH:MM:SS"
+
+/* Stores the outcome in the client's row. A failure does not change the run's
+   outcome; the library has told a lost database. */
+template<size_t N>
+void v_STORE_OUTCOME(const char* cpTxt, int iExit, const SCT_ARGS* pArg, char (&szReply)[N])
+{
+    char szTime[256] = "";
+    time_get(szTime);
+    szTime[uDATE_TIME] = '\0';
+    char szSql[2048];
+    if (iExit != VK_SUCCESS)
+        iSQL(szSql,
+             "update clients set msg='%s',comment='%s',access_state='%d',access_time='%s' where "
+             "name='%s'",
+             FREE_TEXT{cpTxt}, FREE_TEXT{cpTxt}, iExit, szTime, pArg->szNodeName);
+    else
+        iSQL(szSql,
+             "update clients set msg='%s',comment='%s',access_state='%d',access_time='%s',"
+             "access_success='%s' where name='%s'",
+             FREE_TEXT{cpTxt}, FREE_TEXT{cpTxt}, 0, szTime, szTime, pArg->szNodeName);
+    iDB_ACCESS(szSql, szReply, nullptr, strLog);
+}
+
+/* A package update asked for with -e is followed by the service pack. */
+template<size_t N>
+void v_CHAIN_SERVICEPACK(int iExit, const SCT_ARGS* pArg, char (&szCommand)[N])
+{
+    if (pArg->eUpdate != update || pArg->iServicePack == 0) return;
+    if (iExit != VK_SUCCESS && iExit != VK_WARNING) {
+        TRACE("Do not execute service pack update, because update has failed");
+        return;
+    }
+    iCMD(szCommand, SHELL_POSIX, "vk_update_client sp_update -c %s", pArg->szNodeName);
+    TRACE("Execute '%s' to check for servicepack after update", szCommand);
+    i_cm_exec(szCommand);
+}
+
+}  // namespace
+
+void ZFINISH(const char* cpTxt, int iExit, char cDelFlg, SCT_ARGS* pArg)
+{
+    TRACE("+++ ZFINISH  Exit: %d Msg: %s", iExit, cpTxt);
+    FPROT(0, cpTxt);
+    if (std::strcmp(pArg->szPlatform, "WNT") == 0) iTEXT_SET(pArg->szPlatform, "Windows");
+    if (iExit != VK_SUCCESS && strLog.iLogLevel > 2)
+        WRITE_TRACE(&strLog, "Delete flag: %c'", cDelFlg);
+
+    char szSummary[24576];
+    MESSAGE(szSummary, iExit != VK_SUCCESS ? MSG_E001 : MSG_I003, pArg->szPlatform,
+            pArg->szNodeName);
+    TRACE("ZFINISH %d %s", iExit, szSummary);
+    FPROT(0, szSummary);
+    info('S', 0, szSummary);
+    info('M', 0, cpTxt);
+    v_STORE_OUTCOME(cpTxt, iExit, pArg, szSummary);
+    TRACE("--- ZFINISH exit %d, %s", iExit, cpTxt);
+    v_CHAIN_SERVICEPACK(iExit, pArg, szSummary);
+
+    std::printf("STATUS=%s MSG=\"%s\"\n", iExit == VK_SUCCESS ? "SUCCESS" : "ERROR",
+                sONE_LINE(cpTxt).c_str());
+    v_END_PROCESS(iExit);
+}

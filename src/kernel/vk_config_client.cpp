@@ -1,0 +1,97 @@
+/* Entry of the tool and choice of the path that a prepared run takes: check, test,
+   removal or registration. Every path ends in ZFINISH. */
+#include "vk_config_client.h"
+
+#include <cstring>
+
+#include "../common/cm_config.h"
+
+namespace {
+
+/* One argument that asks for help. Beside other arguments the same words are
+   none. */
+bool bUSAGE_ASKED(int argc, char** argv)
+{
+    if (argc != 2) return false;
+    if (argv[1][0] == '?') return true;
+    for (const char* cpWord : {"-h", "-?", "/?"})
+        if (std::strcmp(argv[1], cpWord) == 0) return true;
+    return false;
+}
+
+void v_SET_DEFAULTS(SCT_ARGS* pArg)
+{
+    pArg->cStdoutFlg = 'n';
+    iTEXT_SET(pArg->szAccessMode, "VKSSH");
+    iTEXT_SET(pArg->szNodeAddr, "via_nameserver");
+    iTEXT_SET(pArg->szSender, "velka");
+    iTEXT_SET(pArg->szCheck, "n");
+    pArg->iTest = 2;
+    pArg->cPermit = '1';
+    pArg->eUpdate = notdefined;
+}
+
+bool bIS(const char* cpText, const char* cpOther)
+{
+    return std::strcmp(cpText, cpOther) == 0;
+}
+
+/* Registers the client and tests it as deep as -t allows. Result of the last
+   test. */
+template<size_t N>
+int iREGISTER(SCT_ARGS* pArg, const char* cpAccessMode, char (&szBuf)[N])
+{
+    INSERT_INTO_DATABASE(pArg);
+    MESSAGE(szBuf, MSG_I012, pArg->szNodeName);
+    if (bIS(cpAccessMode, "PROXY") || bIS(cpAccessMode, "VIRTUAL")) {
+        TRACE(
+            "Skip iTEST_QTC_CONNECTION for accessmode PROXY and VIRTUAL when configuring a new "
+            "client.");
+        return 1;
+    }
+    int iRet = iTEST_QTC_CONNECTION(pArg, szBuf, N);
+    if (pArg->iTest > 0 && iRet != 0) iRet = iTEST_BACKUP_CONNECTION(pArg, szBuf, N);
+    if (iRet == 1 && pArg->iTest >= 2 && !bIS(pArg->szNodeAddr, "via_nameserver") &&
+        !bIS(pArg->szPlatform, "VMS"))
+        INSERT_ETC_HOST(pArg);
+    return iRet;
+}
+
+/* Takes the path that the check letter names. Result 1 success; szBuf holds the
+   run message. */
+template<size_t N>
+int iDISPATCH(SCT_ARGS* pArg, const char* cpAccessMode, char (&szBuf)[N])
+{
+    const char cPath = pArg->szCheck[0];
+    if (cPath != 'r' && cPath != 's' && cPath != 'd') return iREGISTER(pArg, cpAccessMode, szBuf);
+    if (!iTEST_IF_ALREADY_IN_DATABASE(pArg, cpAccessMode)) {
+        MESSAGE(szBuf, MSG_W003, pArg->szNodeName);
+        return 0;
+    }
+    if (cPath == 'd') return iDELETE_FROM_DATABASE(pArg, szBuf);
+    const int iRet = iTEST_QTC_CONNECTION(pArg, szBuf, N);
+    return cPath == 's' && iRet == 1 ? iTEST_BACKUP_CONNECTION(pArg, szBuf, N) : iRet;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    v_SIGNALS_SETUP();
+    SCT_ARGS   sctArgs = {};
+    char       szAccessMode[11] = "";
+    char       szBuf[1024] = "";
+    const char cDelFlg = 'n';
+    v_SET_DEFAULTS(&sctArgs);
+    v_set_log_main("vk_config_client_<PID>.lgc", "VK_CONFIG_CLIENT", &strLog);
+    if (bUSAGE_ASKED(argc, argv)) {
+        USAGE();
+        v_END_PROCESS(VK_SUCCESS);
+    }
+    if (!iCONFIG_VALID()) v_END_PROCESS(VK_ERROR);  // told by the library
+
+    ARGUMENTS(argc, argv, &sctArgs, szAccessMode);
+    TRACE("Access %s", sctArgs.szAccessMode);
+    const int iRet = iDISPATCH(&sctArgs, szAccessMode, szBuf);
+    ZFINISH(szBuf, iRet == 1 ? VK_SUCCESS : VK_WARNING, cDelFlg, &sctArgs);
+}
