@@ -14,9 +14,9 @@ std::string sSEARCH_PATH_OF_PROGRAM()
 {
     std::error_code   error;
     const std::string sProgram = std::filesystem::read_symlink("/proc/self/exe", error).string();
-    const char*       cpPath   = std::getenv("PATH");
-    const std::string sPath    = cpPath != nullptr ? cpPath : "/usr/sbin:/usr/bin:/sbin:/bin";
-    const size_t      uSlash   = sProgram.rfind('/');
+    const char*       cpPath = std::getenv("PATH");
+    const std::string sPath = cpPath != nullptr ? cpPath : "/usr/sbin:/usr/bin:/sbin:/bin";
+    const size_t      uSlash = sProgram.rfind('/');
     return uSlash == std::string::npos ? sPath : sProgram.substr(0, uSlash) + ":" + sPath;
 }
 
@@ -28,10 +28,10 @@ long lLOCAL_COMMAND_LIMIT_MS()
 int start_system(const char* cpCommand)
 {
     CHILD_SPEC sctSpec;
-    sctSpec.asArgument    = {"/bin/sh", "-c", cpCommand};
+    sctSpec.asArgument = {"/bin/sh", "-c", cpCommand};
     sctSpec.asEnvironment = {{"PATH", sSEARCH_PATH_OF_PROGRAM()}};
-    sctSpec.bPipeOut      = false;
-    sctSpec.bErrToOut     = false;
+    sctSpec.bPipeOut = false;
+    sctSpec.bErrToOut = false;
 
     CHILD       child;
     std::string sReason;

@@ -26,32 +26,32 @@ using BOOL = int;  // 0 or 1
    bAppendMode, bScriptFlag, LL_Stdout, iTimeout and iRetries and fills szSts and
    szMsg; it looks at no other field. */
 struct RCMD {
-    char        szClient[256];        // host that runs the command
+    char        szClient[256];  // host that runs the command
     char        szLocalAddress[256];
     char        szPlatform[21];
-    char        szPort[20];           // empty: as configured for ssh
+    char        szPort[20];  // empty: as configured for ssh
     char        szPortOpt[256];
-    char        szUser[256];          // empty: os_user of the host
-    char        szCmd[24576];         // command line for the host's shell
+    char        szUser[256];   // empty: os_user of the host
+    char        szCmd[24576];  // command line for the host's shell
     char        szId[65];
     char        szInFile[512];
-    char        szOutFile[512];       // file on the server that receives the output
+    char        szOutFile[512];  // file on the server that receives the output
     char        szErrFile[512];
     char        szAccessMode[11];
     int         iASyncFlg;
     int         iProt;
-    int         iTimeout;             // seconds for connecting and for silence; three times that in all
-    int         iRetries;             // further tries after a connection that failed
+    int         iTimeout;  // seconds for connecting and for silence; three times that in all
+    int         iRetries;  // further tries after a connection that failed
     bool        bAvoidNewPgrp;
-    char        szSts[20];            // out: word after STATUS= in the last such line
-    char        szMsg[3072];          // out: its MSG text, else the last line, else the reason
-    t_LL        LL_Stdout;            // receives the output lines
+    char        szSts[20];    // out: word after STATUS= in the last such line
+    char        szMsg[3072];  // out: its MSG text, else the last line, else the reason
+    t_LL        LL_Stdout;    // receives the output lines
     t_LL        LL_Stderr;
-    BOOL        bAppendMode;          // szOutFile is appended to
+    BOOL        bAppendMode;  // szOutFile is appended to
     BOOL        bAvoidErrProt;
     BOOL        bAvoidProt;
     BOOL        bAvoidFileNotFound;
-    BOOL        bScriptFlag;          // standard error goes to szOutFile too, in order
+    BOOL        bScriptFlag;  // standard error goes to szOutFile too, in order
     BOOL        bCommandNotFound;
     BOOL        bBinaryMode;
     BOOL        bVerbose;
@@ -87,8 +87,8 @@ int i_RCMD_LL(const char* cpHost, const char* cpAccessMode, const char* cpComman
    whose accessmode is PROXY is reached with its data mover as the jump host.
    cpBuf     256 bytes, not written
    Result    as i_RCMD_LL; the reason of a negative result is only traced */
-int iClientDir(const char* cpHost, char* cpBuf, int iZero, const char* cpNone1,
-               const char* cpNone2, const char* cpNone3, t_LL LL_Output, str_log sctLog);
+int iClientDir(const char* cpHost, char* cpBuf, int iZero, const char* cpNone1, const char* cpNone2,
+               const char* cpNone3, t_LL LL_Output, str_log sctLog);
 
 /* Runs a command and returns the last line that it printed, or "".
    Result  as i_RCMD_LL */

@@ -23,8 +23,8 @@ constexpr int iGRACE_MS = 2000;
 constexpr int aiSignal[] = {SIGINT, SIGTERM, SIGHUP};
 
 volatile sig_atomic_t iPendingSignal = 0;
-bool                  bSignalsSetUp  = false;
-bool                  bToCaller      = false;
+bool                  bSignalsSetUp = false;
+bool                  bToCaller = false;
 sigset_t              setOriginal;
 
 // Objects of static lifetime that exit handlers still need are never destroyed.
@@ -78,7 +78,7 @@ bool bMAKE_PIPE(PIPE& sctPipe)
 {
     int aiFd[2];
     if (pipe2(aiFd, O_CLOEXEC) != 0) return false;
-    sctPipe.fdRead  = FD(aiFd[0]);
+    sctPipe.fdRead = FD(aiFd[0]);
     sctPipe.fdWrite = FD(aiFd[1]);
     return true;
 }
@@ -140,7 +140,7 @@ struct CHILD_SIDE {
 int iEXEC_FAILURE(int iFd)
 {
     int     iErrno = 0;
-    ssize_t iGot   = 0;
+    ssize_t iGot = 0;
     do {
         iGot = read(iFd, &iErrno, sizeof iErrno);
     } while (iGot < 0 && errno == EINTR);
@@ -207,12 +207,12 @@ int iCHILD_START(CHILD& child, const CHILD_SPEC& sctSpec, std::string& sReason)
         (sctSpec.bPipeOut && !bMAKE_PIPE(sctOut)) || (sctSpec.bPipeErr && !bMAKE_PIPE(sctErr))) {
         return iFAILED(errno);
     }
-    std::vector<std::string> asArgument    = sctSpec.asArgument;
+    std::vector<std::string> asArgument = sctSpec.asArgument;
     std::vector<std::string> asEnvironment = asENVIRONMENT(sctSpec);
-    const std::vector<char*> arguments     = POINTERS(asArgument);
-    const std::vector<char*> environment   = POINTERS(asEnvironment);
+    const std::vector<char*> arguments = POINTERS(asArgument);
+    const std::vector<char*> environment = POINTERS(asEnvironment);
 
-    CHILD_SIDE side{arguments.data(), environment.data(), getpid(), fdNull.iGet(), 1, 2,
+    CHILD_SIDE side{arguments.data(),          environment.data(), getpid(), fdNull.iGet(), 1, 2,
                     sctFailure.fdWrite.iGet(), sctSpec.bOutlives};
     if (sctSpec.bPipeIn) side.iIn = sctIn.fdRead.iGet();
     if (sctSpec.bPipeOut) side.iOut = sctOut.fdWrite.iGet();
@@ -228,13 +228,13 @@ int iCHILD_START(CHILD& child, const CHILD_SPEC& sctSpec, std::string& sReason)
         waitpid(iPid, nullptr, 0);
         return iFAILED(iErrno);
     }
-    child.iPid      = iPid;
-    child.iStatus   = -1;
+    child.iPid = iPid;
+    child.iStatus = -1;
     child.bOutlives = sctSpec.bOutlives;
-    child.fdIn      = std::move(sctIn.fdWrite);
-    child.fdOut     = std::move(sctOut.fdRead);
-    child.fdErr     = std::move(sctErr.fdRead);
-    child.fdExit    = FD(static_cast<int>(syscall(SYS_pidfd_open, iPid, 0)));
+    child.fdIn = std::move(sctIn.fdWrite);
+    child.fdOut = std::move(sctOut.fdRead);
+    child.fdErr = std::move(sctErr.fdRead);
+    child.fdExit = FD(static_cast<int>(syscall(SYS_pidfd_open, iPid, 0)));
     for (const FD* pFd : {&child.fdOut, &child.fdErr}) {
         if (pFd->bOpen()) fcntl(pFd->iGet(), F_SETFL, O_NONBLOCK);
     }
@@ -247,10 +247,10 @@ int iCHILD_ENDED(CHILD& child)
 {
     if (child.iPid < 0) return 1;
     int         iWaitStatus = 0;
-    const pid_t iReaped     = waitpid(child.iPid, &iWaitStatus, WNOHANG);
+    const pid_t iReaped = waitpid(child.iPid, &iWaitStatus, WNOHANG);
     if (iReaped == 0) return 0;
     child.iStatus = iReaped == child.iPid ? iSTATUS(iWaitStatus) : 127;
-    child.iPid    = -1;
+    child.iPid = -1;
     FORGET(child);
     return 1;
 }
@@ -264,7 +264,7 @@ void v_CHILD_END(CHILD& child, int iGraceMs)
         FORGET(child);
         return;
     }
-    const pid_t iGroup    = child.iPid;
+    const pid_t iGroup = child.iPid;
     const long  lDeadline = lNOW_MS() + iGraceMs;
     kill(-iGroup, SIGTERM);
     while (!iCHILD_ENDED(child) && lNOW_MS() < lDeadline) {
@@ -278,7 +278,7 @@ void v_CHILD_END(CHILD& child, int iGraceMs)
     while (waitpid(child.iPid, &iWaitStatus, 0) < 0 && errno == EINTR) {
     }
     child.iStatus = iSTATUS(iWaitStatus);
-    child.iPid    = -1;
+    child.iPid = -1;
     FORGET(child);
 }
 
@@ -299,7 +299,7 @@ WAIT_RESULT iWAIT(std::vector<WAIT_FD>& fds, long lDeadline)
             if (bToCaller) return WAIT_SIGNAL;
             v_END_BY_SIGNAL(iPendingSignal);
         }
-        const long lLeft = lDeadline == 0 ? 3600000 : std::max(0L, lDeadline - lNOW_MS());
+        const long     lLeft = lDeadline == 0 ? 3600000 : std::max(0L, lDeadline - lNOW_MS());
         const timespec sctLeft{lLeft / 1000, lLeft % 1000 * 1000000};
         const int      iReady =
             ppoll(polls.data(), polls.size(), &sctLeft, bSignalsSetUp ? &setOriginal : nullptr);
@@ -322,10 +322,10 @@ void v_SIGNALS_SETUP()
     if (bSignalsSetUp) return;
     sigset_t setBlocked;
     sigemptyset(&setBlocked);
-    struct sigaction sctAction{};
+    struct sigaction sctAction {};
     sctAction.sa_handler = NOTE_SIGNAL;
     for (int iSignal : aiSignal) {
-        struct sigaction sctOld{};
+        struct sigaction sctOld {};
         sigaction(iSignal, nullptr, &sctOld);
         if (sctOld.sa_handler == SIG_IGN) continue;  // nohup stays in force
         sigaction(iSignal, &sctAction, nullptr);

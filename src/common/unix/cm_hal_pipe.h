@@ -49,7 +49,7 @@ public:
     explicit FD(int iFd) : m_iFd(iFd) {}
     FD(FD&& other) noexcept : m_iFd(std::exchange(other.m_iFd, -1)) {}
     FD& operator=(FD&& other) noexcept;
-    FD(const FD&)            = delete;
+    FD(const FD&) = delete;
     FD& operator=(const FD&) = delete;
     ~FD();
     int  iGet() const { return m_iFd; }
@@ -67,28 +67,28 @@ long lNOW_MS();
    while its process lives. Letting it go ends its process group (TERM, a
    bounded wait, then KILL) and reaps it. */
 struct CHILD {
-    pid_t iPid    = -1;  // leader of its session and group; -1 once reaped
-    FD    fdIn;          // writing end of its standard input, where one was asked for
-    FD    fdOut;         // its standard output
-    FD    fdErr;         // its standard error, where it was asked for apart
-    FD    fdExit;        // becomes readable when the process has ended (pidfd)
-    int   iStatus = -1;  // exit status, 128 + signal when killed; valid once reaped
+    pid_t iPid = -1;          // leader of its session and group; -1 once reaped
+    FD    fdIn;               // writing end of its standard input, where one was asked for
+    FD    fdOut;              // its standard output
+    FD    fdErr;              // its standard error, where it was asked for apart
+    FD    fdExit;             // becomes readable when the process has ended (pidfd)
+    int   iStatus = -1;       // exit status, 128 + signal when killed; valid once reaped
     bool  bOutlives = false;  // letting it go leaves it running
 
-    CHILD()                        = default;
-    CHILD(const CHILD&)            = delete;
+    CHILD() = default;
+    CHILD(const CHILD&) = delete;
     CHILD& operator=(const CHILD&) = delete;
     ~CHILD();
 };
 
 /* How to start one. */
 struct CHILD_SPEC {
-    std::vector<std::string>                         asArgument;     // the program first
-    std::vector<std::pair<std::string, std::string>> asEnvironment;  // added to ours
-    bool bPipeIn   = false;  // false: /dev/null
-    bool bPipeOut  = true;   // false: our own standard output
+    std::vector<std::string>                         asArgument;       // the program first
+    std::vector<std::pair<std::string, std::string>> asEnvironment;    // added to ours
+    bool                                             bPipeIn = false;  // false: /dev/null
+    bool bPipeOut = true;    // false: our own standard output
     bool bErrToOut = true;   // standard error joins standard output
-    bool bPipeErr  = false;  // standard error on a pipe of its own (bErrToOut false)
+    bool bPipeErr = false;   // standard error on a pipe of its own (bErrToOut false)
     bool bOutlives = false;  // it is left to finish when it is let go or this process ends
 };
 

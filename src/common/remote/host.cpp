@@ -1,0 +1,71 @@
+#include "host.h"
+
+#include <strings.h>
+#include <unistd.h>
+
+#include <map>
+
+#include "../cm_config.h"
+#include "../cm_db_access.h"
+#include "cm_remote.h"
+
+namespace {
+
+bool bNAME_OF_THIS_MACHINE(const std::string& sName)
+{
+    char szOwn[256] = "";
+    if (gethostname(szOwn, sizeof szOwn - 1) != 0) return false;
+    const std::string sOwn = szOwn;
+    return strcasecmp(sName.c_str(), szOwn) == 0 ||
+           strcasecmp(sName.c_str(), sOwn.substr(0, sOwn.find('.')).c_str()) == 0;
+}
+
+HOST sctREAD_HOST(const std::string& sName, const str_log& sctLog)
+{
+    char szSql[2048];
+    char szReply[256];
+    char szId[32] = "";
+    char szMode[256] = "";
+    char szUser[256] = "";
+    char szMover[256] = "";
+    char szPlatform[256] = "";
+    iSQL(szSql,
+         "select client_id,accessmode,os_user,data_mover,platform from clients left join "
+         "oper_systems on oper_systems.os=clients.os where name='%s'",
+         std::string_view(sName));
+    iDB_VA(szSql, szReply, static_cast<int>(sizeof szReply), &sctLog, "client_id", szId,
+           "accessmode", szMode, "os_user", szUser, "data_mover", szMover, "platform", szPlatform,
+           "d");
+    HOST host;
+    host.sName = sName;
+    host.sStoredMode = szMode;
+    host.sUser = szUser;
+    host.sDataMover = szMover;
+    host.sPlatform = szPlatform;
+    host.bLocal = std::string_view(szId) == "0" || bNAME_OF_THIS_MACHINE(sName);
+    return host;
+}
+
+}  // namespace
+
+HOST& sctHOST(const char* cpName, const char* cpAccessMode, const str_log& sctLog)
+{
+    static auto& hosts = *new std::map<std::string, HOST>;
+    auto         found = hosts.find(cpName);
+    if (found == hosts.end()) found = hosts.emplace(cpName, sctREAD_HOST(cpName, sctLog)).first;
+    HOST& host = found->second;
+    if (cpAccessMode != nullptr && *cpAccessMode != '\0') host.sAccessMode = cpAccessMode;
+    if (host.sAccessMode.empty()) host.sAccessMode = host.sStoredMode;
+    if (host.sAccessMode.empty()) host.sAccessMode = "VKSSH";
+    return host;
+}
+
+SHELL eSHELL_OF(const HOST& host)
+{
+    return !host.bLocal && iWINDOWS_CLASS(host.sPlatform.c_str()) ? SHELL_WINDOWS : SHELL_POSIX;
+}
+
+SHELL eHOST_SHELL(const char* cpHost)
+{
+    return eSHELL_OF(sctHOST(cpHost, "", str_log{}));
+}

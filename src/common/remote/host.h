@@ -1,0 +1,26 @@
+/* What the service needs to know of a host, read in one statement per host and
+   run, and the access mode that this run uses for it. */
+#pragma once
+
+#include <string>
+
+#include "../cm_command.h"
+#include "../cm_trace.h"
+
+struct HOST {
+    std::string sName;        // as the caller named it
+    std::string sAccessMode;  // the mode in force for this run
+    std::string sStoredMode;  // "accessmode" of its row
+    std::string sPlatform;    // platform class, empty when unknown
+    std::string sUser;        // os_user, empty: as configured for ssh
+    std::string sDataMover;
+    bool        bLocal = false;  // the backup server itself
+};
+
+/* The host, with its access mode chosen: cpAccessMode when it is not empty, else
+   the mode already used for it, else its own, else VKSSH. The record lives until
+   the process ends. */
+HOST& sctHOST(const char* cpName, const char* cpAccessMode, const str_log& sctLog);
+
+/* The shell that reads command lines on the host. */
+SHELL eSHELL_OF(const HOST& host);

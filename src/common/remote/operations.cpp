@@ -1,0 +1,260 @@
+/* The operations of the remote-command service, by the names the tool calls. */
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+#include "../cm_config.h"
+#include "../cm_db_access.h"
+#include "../common.h"
+#include "cm_remote.h"
+#include "command.h"
+#include "transport.h"
+
+namespace {
+
+constexpr int iALIVE_TIMEOUT_S = 15;
+
+/* A command's status where the sign tells whether it ran. */
+int iPOSITIVE(long lStatus)
+{
+    return lStatus == 0 ? 0 : lStatus < 0 || lStatus > INT32_MAX ? 255 : static_cast<int>(lStatus);
+}
+
+/* Runs a command with the result of i_RCMD_LL; sReason is empty when it ran. */
+int iRUN(const char* cpHost, const char* cpMode, const char* cpCommand, const LIMITS& limits,
+         OUTPUT& output, std::string& sReason, const str_log& sctLog)
+{
+    const HOST&   host = sctHOST(cpHost, cpMode, sctLog);
+    const OUTCOME outcome = sctRUN_COMMAND(host, "", cpCommand, limits, output, sctLog);
+    sReason = sMASKED(outcome.sReason);
+    return outcome.bRan ? iPOSITIVE(outcome.lStatus) : -1;
+}
+
+std::string_view svWITHOUT_QUOTES(std::string_view sv)
+{
+    if (!sv.starts_with('"')) return sv.substr(0, sv.find_last_not_of(' ') + 1);
+    sv.remove_prefix(1);
+    return sv.substr(0, sv.rfind('"'));
+}
+
+/* Takes STATUS=word MSG="text" apart. Result 0: the line has no MSG. */
+int iSTATUS_LINE(std::string_view svLine, RCMD* pCmd)
+{
+    svLine.remove_prefix(svLine.find("STATUS=") + 7);
+    const std::string_view svWord = svLine.substr(0, svLine.find(' '));
+    iTEXT_SET(pCmd->szSts, svWITHOUT_QUOTES(svWord));
+    svLine.remove_prefix(svWord.size());
+    const size_t uMsg = svLine.find("MSG=");
+    if (uMsg == std::string_view::npos) return 0;
+    iTEXT_SET(pCmd->szMsg, svWITHOUT_QUOTES(svLine.substr(uMsg + 4)));
+    return 1;
+}
+
+void STATUS_AND_MESSAGE(RCMD* pCmd, const OUTPUT& output, const OUTCOME& outcome)
+{
+    pCmd->szSts[0] = pCmd->szMsg[0] = '\0';
+    if (!outcome.bRan) {
+        iTEXT_SET(pCmd->szMsg, sMASKED(outcome.sReason));
+        return;
+    }
+    if (!output.sStatusLine.empty() && iSTATUS_LINE(output.sStatusLine, pCmd)) return;
+    iTEXT_SET(pCmd->szMsg, output.sLastLine);
+}
+
+/* The output file of a command. Where it cannot be opened the command still runs:
+   whoever reads the file finds nothing in it. */
+FD fdOUTPUT_FILE(const RCMD& cmd)
+{
+    if (cmd.szOutFile[0] == '\0') return FD();
+    std::error_code ignored;
+    const auto      folder = std::filesystem::path(cmd.szOutFile).parent_path();
+    iMAKE_DIRECTORY(folder.string());
+    const int iMode = O_WRONLY | O_CREAT | O_CLOEXEC | (cmd.bAppendMode ? O_APPEND : O_TRUNC);
+    FD        fd(open(cmd.szOutFile, iMode, 0640));
+    if (!fd.bOpen()) {
+        v_STDERR("cannot write \"%s\": %s", cmd.szOutFile, std::strerror(errno));
+    }
+    return fd;
+}
+
+/* Where a symbolic path lies on a host. */
+int iPATH_ON_HOST(const HOST& host, const char* cpPath, std::string& sPath, std::string& sReason)
+{
+    const std::string sText = cpPath;
+    if (("/" + sText + "/").find("/../") != std::string::npos) {
+        sReason = "\"" + sONE_LINE(sText) + "\" leaves its folder";
+        return 0;
+    }
+    if (host.bLocal) return iCONFIG_SERVER_PATH(cpPath, sPath, sReason);
+    const size_t uColon = sText.find(':');
+    if (sText[0] == '/' || uColon == std::string::npos || uColon == 1) {
+        sPath = sText;
+        return 1;
+    }
+    const std::string sKey = sText.substr(0, uColon);
+    if (!iCONFIG_CLIENT_DIRECTORY(host.sPlatform.c_str(), sKey.c_str(), sPath)) {
+        sReason = "unknown directory key \"" + sONE_LINE(sKey) + "\"";
+        return 0;
+    }
+    const size_t uRelative = sText.find_first_not_of('/', uColon + 1);
+    if (uRelative != std::string::npos) sPath += sText.substr(uRelative);
+    return 1;
+}
+
+std::string sERROR_LINE(t_LL LL_Output)
+{
+    char szLine[2048] = "ssh:|Error:^";
+    if (i_LL_search(LL_Output, szLine, sizeof szLine) > 0) return szLine;
+    const void* pLast = LastElmLL(LL_Output);
+    return pLast != nullptr ? static_cast<const char*>(pLast) : "No message found";
+}
+
+}  // namespace
+
+int i_RCMD(RCMD* pCmd, str_log sctLog)
+{
+    const HOST& known = sctHOST(pCmd->szClient, pCmd->szAccessMode, sctLog);
+    HOST        host = known;
+    if (pCmd->szUser[0] != '\0') host.sUser = pCmd->szUser;
+    const FD fdFile = fdOUTPUT_FILE(*pCmd);
+    OUTPUT   output;
+    output.LL_Lines = pCmd->LL_Stdout;
+    output.iFile = fdFile.iGet();
+    const OUTCOME outcome = sctRUN_COMMAND(
+        host, pCmd->szPort, pCmd->szCmd, sctLIMITS(pCmd->iTimeout, pCmd->iRetries), output, sctLog);
+    STATUS_AND_MESSAGE(pCmd, output, outcome);
+    return outcome.bRan ? static_cast<int>(outcome.lStatus) : 255;
+}
+
+int i_RCMD_LL(const char* cpHost, const char* cpAccessMode, const char* cpCommand, int iTimeout,
+              int iRetries, t_LL LL_Output, char* cpMsg, size_t uMsg, str_log sctLog)
+{
+    OUTPUT      output;
+    std::string sReason;
+    output.LL_Lines = LL_Output;
+    const int iRet = iRUN(cpHost, cpAccessMode, cpCommand, sctLIMITS(iTimeout, iRetries), output,
+                          sReason, sctLog);
+    iTEXT_COPY(cpMsg, uMsg, sReason);
+    return iRet;
+}
+
+int iClientDir(const char* cpHost, char*, int, const char*, const char*, const char*,
+               t_LL LL_Output, str_log sctLog)
+{
+    const HOST& host = sctHOST(cpHost, "", sctLog);
+    OUTPUT      output;
+    std::string sReason;
+    output.LL_Lines = LL_Output;
+    return iRUN(cpHost, "", eSHELL_OF(host) == SHELL_WINDOWS ? "dir \\" : "ls -a /",
+                sctLIMITS(0, 0), output, sReason, sctLog);
+}
+
+int i_RCMD_EXEC(const char* cpHost, const char* cpCommand, char* cpAnswer, size_t uAnswer,
+                str_log sctLog)
+{
+    OUTPUT      output;
+    std::string sReason;
+    const int   iRet = iRUN(cpHost, "", cpCommand, sctLIMITS(0, 0), output, sReason, sctLog);
+    // What a failed command said is no answer.
+    iTEXT_COPY(cpAnswer, uAnswer, iRet == 0 ? output.sLastLine : "");
+    return iRet;
+}
+
+int i_RCMD_EXEC_LOG(const char* cpHost, const char* cpCommand, int, char* cpMsg, size_t uMsg,
+                    str_log sctLog)
+{
+    OUTPUT      output;
+    std::string sReason;
+    const int   iRet = iRUN(cpHost, "", cpCommand, sctLIMITS(0, 0), output, sReason, sctLog);
+    iTEXT_COPY(cpMsg, uMsg, iRet < 0 ? sReason : output.sLastLine);
+    if (sctLog.iLogLevel > 0) {
+        WRITE_TRACE(&sctLog, "%s: %s returned %d, %s", cpHost, sMASKED(cpCommand).c_str(), iRet,
+                    cpMsg);
+    }
+    return iRet;
+}
+
+int REMOTE_COPY_CLIENT(char cMode, const char* cpHost, const char* cpSource, const char* cpTarget,
+                       const char* cpMode, char* cpMsg, size_t uMsg, int, int, str_log sctLog)
+{
+    const HOST& host = sctHOST(cpHost, "", sctLog);
+    std::string sSource;
+    std::string sTarget;
+    std::string sReason;
+    int         iRet = 0;
+    if (cMode != 'p') {
+        sReason = "only copies from the server to a client are made";
+    } else if (iCONFIG_SERVER_PATH(cpSource, sSource, sReason) &&
+               iPATH_ON_HOST(host, cpTarget, sTarget, sReason)) {
+        iRet = TRANSPORT_OF(host).iPUT(host, sSource, sTarget, cpMode, sReason);
+    }
+    iTEXT_COPY(cpMsg, uMsg, iRet ? "" : sReason);
+    if (sctLog.iLogLevel > 0) {
+        WRITE_TRACE(&sctLog, "copy \"%s\" to %s as \"%s\": %s", sSource.c_str(), cpHost,
+                    sTarget.c_str(), iRet ? "done" : sReason.c_str());
+    }
+    return iRet;
+}
+
+int alive_test_qtc(const char* cpHost, char* cpMsg, char* cpVersion, const char*, const char*,
+                   const char*, str_log sctLog)
+{
+    constexpr size_t uMsg = 2048;
+    const t_LL       LL_Output = ConsLL();
+    const int        iRet =
+        i_RCMD_LL(cpHost, "", "qtc -h", iALIVE_TIMEOUT_S, 0, LL_Output, cpMsg, uMsg, sctLog);
+    *cpVersion = '\0';
+    if (iRet < 0) return 0;
+    if (iRet > 0) {
+        iTEXT_COPY(cpMsg, uMsg, sERROR_LINE(LL_Output));
+        return 0;
+    }
+    char aszOther[14][256] = {};
+    if (!i_search_client_info(LL_Output, cpVersion, aszOther[0], aszOther[1], aszOther[2],
+                              aszOther[3], aszOther[4], aszOther[5], aszOther[6], aszOther[7],
+                              aszOther[8], aszOther[9], aszOther[10], aszOther[11], aszOther[12],
+                              aszOther[13], sctLog)) {
+        iTEXT_COPY(cpMsg, uMsg, "No version in the report of qtc -h");
+        return 0;
+    }
+    x_Snprintf(cpMsg, uMsg, "QTC_VERSION=%s", cpVersion);
+    return 1;
+}
+
+int i_CHECK_AND_SET_INTERFACE(char* cpInterface, const char* cpServerNode, str_log sctLog)
+{
+    char szName[256] = "";
+    // A bare name has no scheme, port or path.
+    const int iFound = iDB_SEL_GETVALUE(
+        "select i_name from interfaces where client_id=0 and i_name not like '%:%' and i_name not "
+        "like '%/%' and i_name<>'' order by i_order limit 1",
+        "i_name", szName, sctLog);
+    const bool bFound = iFound && szName[0] != '\0';
+    iTEXT_COPY(cpInterface, 256, bFound ? szName : cpServerNode);
+    return bFound;
+}
+
+int i_GET_TASK_OR_CLIENT_PASSWORD(const char*, const char* cpClient, char* cpUser, const char*,
+                                  const char*, char* cpPassword, str_log sctLog)
+{
+    char szSql[2048];
+    char szReply[256];
+    char szUser[256] = "";
+    char szPassword[2048] = "";
+    char szOsUser[256] = "";
+    char szOsPassword[2048] = "";
+    iSQL(szSql, "select user_name,password,os_user,os_password from clients where name='%s'",
+         cpClient);
+    const int iRet =
+        iDB_VA(szSql, szReply, static_cast<int>(sizeof szReply), &sctLog, "user_name", szUser,
+               "password", szPassword, "os_user", szOsUser, "os_password", szOsPassword, "d");
+    const bool bOwn = szUser[0] != '\0';
+    iTEXT_COPY(cpUser, 256, bOwn ? szUser : szOsUser);
+    iTEXT_COPY(cpPassword, 2048, bOwn ? szPassword : szOsPassword);
+    v_SECRET(cpPassword);
+    return iRet == 1;
+}

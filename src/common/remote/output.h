@@ -1,0 +1,25 @@
+/* A command's output on its way to the caller: lines for lists and verdicts, bytes
+   for files, bounded. */
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "command.h"
+
+class OUTPUT_SINK {
+public:
+    explicit OUTPUT_SINK(OUTPUT& output) : m_output(output) {}
+    void Take(std::string_view svBytes);
+    /* The last line may lack its end. */
+    void Finish();
+
+private:
+    void Line();
+    void ToFile(std::string_view svBytes);
+
+    OUTPUT&     m_output;
+    std::string m_sLine;      // the line being read
+    size_t      m_uKept = 0;  // bytes kept of all
+    bool        m_bDropped = false;
+};

@@ -1,0 +1,75 @@
+/* The report of "qtc -h": KEY=value lines among other lines. */
+#include <strings.h>
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+
+#include "../common.h"
+#include "cm_remote.h"
+
+namespace {
+
+std::string_view svTRIMMED(std::string_view sv)
+{
+    const size_t uBegin = sv.find_first_not_of(" \t\r");
+    if (uBegin == std::string_view::npos) return {};
+    return sv.substr(uBegin, sv.find_last_not_of(" \t\r") - uBegin + 1);
+}
+
+bool bSAME_KEY(std::string_view svLeft, std::string_view svRight)
+{
+    return svLeft.size() == svRight.size() &&
+           strncasecmp(svLeft.data(), svRight.data(), svLeft.size()) == 0;
+}
+
+struct FIELD {
+    std::string_view svKey;
+    char*            cpValue;
+    size_t           uValue;
+    bool             bFound;
+};
+
+void TAKE_LINE(std::string_view svLine, FIELD (&asctField)[15])
+{
+    const size_t uEqual = svLine.find('=');
+    if (uEqual == std::string_view::npos) return;
+    const std::string_view svKey = svTRIMMED(svLine.substr(0, uEqual));
+    for (FIELD& field : asctField) {
+        if (field.bFound || !bSAME_KEY(svKey, field.svKey)) continue;
+        iTEXT_COPY(field.cpValue, field.uValue, svTRIMMED(svLine.substr(uEqual + 1)));
+        field.bFound = true;
+    }
+}
+
+}  // namespace
+
+int i_search_client_info(t_LL LL_Output, char* cpVersion, char* cpVelkaVersion, char* cpCores,
+                         char* cpOs, char* cpHw, char* cpPackage, char* cpExType,
+                         char* cpInstallationDate, char* cpUpdateDate, char* cpUpdateState,
+                         char* cpUpdateMessage, char* cpServicepackNumber,
+                         char* cpServicepackPackage, char* cpServicepackDate,
+                         char* cpModuleVersions, str_log)
+{
+    FIELD asctField[15] = {
+        {"QTC_VERSION", cpVersion, 256, false},
+        {"VELKA_VERSION", cpVelkaVersion, 256, false},
+        {"CORES", cpCores, 22, false},
+        {"OS", cpOs, 256, false},
+        {"HW", cpHw, 256, false},
+        {"PACKAGE", cpPackage, 256, false},
+        {"EX_TYPE", cpExType, 256, false},
+        {"INSTALLATION_DATE", cpInstallationDate, 256, false},
+        {"UPDATE_DATE", cpUpdateDate, 256, false},
+        {"UPDATE_STATE", cpUpdateState, 256, false},
+        {"UPDATE_MESSAGE", cpUpdateMessage, 256, false},
+        {"SERVICEPACK_NUMBER", cpServicepackNumber, 256, false},
+        {"SERVICEPACK_PACKAGE", cpServicepackPackage, 256, false},
+        {"SERVICEPACK_DATE", cpServicepackDate, 256, false},
+        {"MODULE_VERSIONS", cpModuleVersions, 256, false},
+    };
+    for (void* p = FirstElmLL(LL_Output); IsElmLL(p); p = NextElmLL(p)) {
+        TAKE_LINE(static_cast<const char*>(p), asctField);
+    }
+    return *cpVersion != '\0';
+}

@@ -1,0 +1,40 @@
+/* How commands and files reach a host: one interface, two ways. The local
+   transport starts child processes on this server; the ssh transport goes
+   through OpenSSH. Everything above it (limits, marks, output, verdict) is the
+   same for both. */
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "../unix/cm_hal_pipe.h"
+#include "host.h"
+
+struct TRANSPORT {
+    virtual ~TRANSPORT() = default;
+
+    /* Forms the child that runs a command line on the host. sPort: empty, as
+       configured.
+       Result  1 formed; 0 the host cannot be reached this way: sReason says why */
+    virtual int iFORM(const HOST& host, const std::string& sPort, std::string_view svCommand,
+                      int iConnectTimeout, CHILD_SPEC& sctSpec, std::string& sReason) = 0;
+
+    /* Why the command that was formed last brought no second mark, in the
+       transport's own words, for the user; "" when it has none. bEstablished: a
+       shared connection stood already when the command began. */
+    virtual std::string sREASON(const HOST& host) = 0;
+    virtual bool        bESTABLISHED(const HOST& host) = 0;
+
+    /* Copies sSource (a file on this server) to sTarget (an absolute path on the
+       host), whole or not at all, missing folders made.
+       cpMode  octal permissions or null
+       Result  1 copied, 0 not: sReason says why */
+    virtual int iPUT(const HOST& host, const std::string& sSource, const std::string& sTarget,
+                     const char* cpMode, std::string& sReason) = 0;
+};
+
+TRANSPORT& LOCAL_TRANSPORT();
+TRANSPORT& SSH_TRANSPORT();
+
+/* The transport of a host. */
+TRANSPORT& TRANSPORT_OF(const HOST& host);

@@ -1,0 +1,71 @@
+/* The backup server itself: commands run as children of /bin/sh, files are copied
+   in the file system. */
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "../cm_config.h"
+#include "transport.h"
+#include "wrapper.h"
+
+namespace {
+
+struct LOCAL : TRANSPORT {
+    int iFORM(const HOST&, const std::string&, std::string_view svCommand, int, CHILD_SPEC& sctSpec,
+              std::string&) override
+    {
+        std::string sPrograms;
+        iCONFIG_VARIABLE("gv_ro_bin", sPrograms);
+        sctSpec.asArgument = {"/bin/sh", "-c", sPOSIX_SCRIPT(svCommand, sPrograms)};
+        sctSpec.bPipeIn = true;
+        sctSpec.bOutlives = iLEFT_TO_FINISH(svCommand) != 0;
+        return 1;
+    }
+
+    std::string sREASON(const HOST&) override { return {}; }
+    bool        bESTABLISHED(const HOST&) override { return false; }
+
+    int iPUT(const HOST&, const std::string& sSource, const std::string& sTarget,
+             const char* cpMode, std::string& sReason) override
+    {
+        namespace fs = std::filesystem;
+        std::error_code error;
+        const fs::path  target(sTarget);
+        const fs::path  part(sTarget + ".part");
+        const auto      iFAILED = [&](const std::string& sVerb) {
+            sReason = "cannot " + sVerb + " \"" + sTarget + "\": " + error.message();
+            std::error_code ignored;
+            fs::remove(part, ignored);
+            return 0;
+        };
+        fs::create_directories(target.parent_path(), error);
+        if (error) return iFAILED("make the folder of");
+        fs::copy_file(sSource, part, fs::copy_options::overwrite_existing, error);
+        if (!error && fs::file_size(part, error) != fs::file_size(sSource, error) && !error) {
+            error = std::make_error_code(std::errc::io_error);
+        }
+        if (error) return iFAILED("write");
+        if (cpMode != nullptr) {
+            fs::permissions(part, static_cast<fs::perms>(std::strtoul(cpMode, nullptr, 8)), error);
+            if (error) return iFAILED("set the mode of");
+        }
+        fs::rename(part, target, error);
+        return error ? iFAILED("rename into") : 1;
+    }
+};
+
+}  // namespace
+
+TRANSPORT& LOCAL_TRANSPORT()
+{
+    static LOCAL& transport = *new LOCAL;
+    return transport;
+}
+
+TRANSPORT& TRANSPORT_OF(const HOST& host)
+{
+    return host.bLocal ? LOCAL_TRANSPORT() : SSH_TRANSPORT();
+}

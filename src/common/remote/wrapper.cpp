@@ -1,0 +1,143 @@
+#include "wrapper.h"
+
+#include <sys/random.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
+#include <utility>
+
+namespace {
+
+constexpr size_t uNOISE_MAX = 65536;
+
+constexpr std::string_view asvLeftToFinish[] = {"vk_execute_update", "vk_execute_update.cmd"};
+
+std::string sRANDOM_MARK()
+{
+    uint8_t acBytes[16] = {};
+    if (getrandom(acBytes, sizeof acBytes, 0) < 0) acBytes[0] = 1;
+    std::string sMark = "vk-";
+    for (uint8_t uByte : acBytes) {
+        sMark += "0123456789abcdef"[uByte >> 4];
+        sMark += "0123456789abcdef"[uByte & 15];
+    }
+    return sMark;
+}
+
+std::string_view svWITHOUT_SEPARATOR(std::string_view svDirectory)
+{
+    while (svDirectory.size() > 1 && (svDirectory.back() == '/' || svDirectory.back() == '\\')) {
+        svDirectory.remove_suffix(1);
+    }
+    return svDirectory;
+}
+
+}  // namespace
+
+const std::string& sRUN_MARK()
+{
+    static const auto& sMark = *new std::string(sRANDOM_MARK());
+    return sMark;
+}
+
+int iLEFT_TO_FINISH(std::string_view svCommand)
+{
+    const std::string_view svProgram = svCommand.substr(0, svCommand.find(' '));
+    return std::find(std::begin(asvLeftToFinish), std::end(asvLeftToFinish), svProgram) !=
+           std::end(asvLeftToFinish);
+}
+
+/* One line without "!" before a word, so that any login shell hands it on to
+   /bin/sh as it is. The group is the session's own: sshd and iCHILD_START both
+   start a new session. */
+std::string sPOSIX_SCRIPT(std::string_view svCommand, const std::string& sDirectory)
+{
+    const std::string sMark = sRUN_MARK();
+    const std::string sPath = sSHELL_WORD(SHELL_POSIX, svWITHOUT_SEPARATOR(sDirectory));
+    const std::string sEval = "( eval " + sSHELL_WORD(SHELL_POSIX, svCommand) + " ) ";
+    const std::string sEnd = "s=$?; printf \"\\n%s %d\\n\" " + sMark + " $s";
+
+    std::string sScript = "PATH=" + sPath + ":$PATH; export PATH; echo " + sMark + " begin; ";
+    if (iLEFT_TO_FINISH(svCommand)) {
+        // Its output goes on through cat until nobody listens any more, and is
+        // thrown away from then on: a broken pipe must not end it.
+        return sScript + "trap \"\" HUP; { " + sEval + "</dev/null 2>&1; " + sEnd +
+               "; } | { trap \"\" PIPE HUP; cat 2>/dev/null; cat >/dev/null; }";
+    }
+    sScript += "exec 3<&0 </dev/null; ";
+    sScript +=
+        "( trap \"\" TERM HUP; read -r x <&3; kill -TERM 0; sleep 3; kill -KILL 0 ) "
+        ">/dev/null 2>&1 & w=$! ; ";
+    sScript += "( exec 3<&-; eval " + sSHELL_WORD(SHELL_POSIX, svCommand) + " ) 2>&1; s=$?; ";
+    sScript += "exec 2>/dev/null; kill -KILL $w; printf \"\\n%s %d\\n\" " + sMark + " $s";
+    return sScript;
+}
+
+/* %^ERRORLEVEL% is read only when "call" reads its line again, after the command
+   has ended. */
+std::string sWINDOWS_LINE(std::string_view svCommand, const std::string& sDirectory)
+{
+    const std::string sMark = sRUN_MARK();
+    return "echo " + sMark + " begin& set \"PATH=" + std::string(svWITHOUT_SEPARATOR(sDirectory)) +
+           ";%PATH%\"& " + std::string(svCommand) + " <NUL 2>&1& echo.& call echo " + sMark +
+           " %^ERRORLEVEL%";
+}
+
+std::string MARK_READER::sFeed(std::string_view svBytes)
+{
+    std::string sOutput;
+    if (m_eState == ENDED) return sOutput;
+    m_sHeld += svBytes;
+    if (m_eState == BEFORE && !bTakeBegin()) return sOutput;
+    if (bTakeEnd(sOutput)) return sOutput;
+    // A mark may have begun in the last bytes; what stands before cannot be one.
+    const size_t uMark = sRUN_MARK().size() + 32;
+    if (m_sHeld.size() <= uMark) return sOutput;
+    size_t uKeep = m_sHeld.find('\n', m_sHeld.size() - uMark);
+    if (uKeep == std::string::npos) uKeep = m_sHeld.size();
+    if (uKeep == m_sHeld.size() && m_sHeld.back() == '\r')
+        --uKeep;
+    else if (uKeep > 0 && m_sHeld[uKeep - 1] == '\r')
+        --uKeep;
+    sOutput += m_sHeld.substr(0, uKeep);
+    m_sHeld.erase(0, uKeep);
+    return sOutput;
+}
+
+std::string MARK_READER::sRest()
+{
+    if (m_eState == BEFORE) {
+        m_sNoise = m_sHeld;
+        m_sHeld.clear();
+    }
+    return std::exchange(m_sHeld, {});
+}
+
+bool MARK_READER::bTakeBegin()
+{
+    const std::string sBegin = sRUN_MARK() + " begin";
+    const size_t      uAt = m_sHeld.find(sBegin);
+    const size_t      uEnd = uAt == std::string::npos ? uAt : m_sHeld.find('\n', uAt);
+    if (uEnd == std::string::npos) {
+        if (m_sHeld.size() > uNOISE_MAX) m_sHeld.erase(0, m_sHeld.size() - uNOISE_MAX);
+        return false;
+    }
+    m_sNoise = m_sHeld.substr(0, uAt);
+    m_sHeld.erase(0, uEnd + 1);
+    m_eState = RUNNING;
+    return true;
+}
+
+bool MARK_READER::bTakeEnd(std::string& sOutput)
+{
+    const std::string sMark = "\n" + sRUN_MARK() + " ";
+    const size_t      uAt = m_sHeld.find(sMark);
+    const size_t      uEnd = uAt == std::string::npos ? uAt : m_sHeld.find('\n', uAt + 1);
+    if (uEnd == std::string::npos) return false;
+    std::from_chars(m_sHeld.data() + uAt + sMark.size(), m_sHeld.data() + uEnd, m_lStatus);
+    sOutput += m_sHeld.substr(0, uAt > 0 && m_sHeld[uAt - 1] == '\r' ? uAt - 1 : uAt);
+    m_sHeld.clear();
+    m_eState = ENDED;
+    return true;
+}
