@@ -11,6 +11,10 @@
    standard error with file and line number). */
 int iCONFIG_VALID();
 
+/* The next question reads the configuration again: for a program that changes
+   its VK_INI while it runs, such as a test. */
+void v_CONFIG_FORGET();
+
 /* The file that was read, "" when there is none. */
 const char* cpCONFIG_FILE();
 
@@ -24,12 +28,13 @@ int iCONFIG_VARIABLE(const char* cpName, std::string& sValue);
 std::string sCONFIG_TEXT(const char* cpSection, const char* cpKey, const char* cpDefault);
 
 /* Numbers of the installation, checked; seconds where they are times. */
+int iCONFIG_TRACE_LEVEL();        // 0: no trace
 int iCONFIG_PARALLEL();           // at least 1
 int iCONFIG_STATEMENT_TIMEOUT();  // 0: none
 int iCONFIG_CONNECT_TIMEOUT();
 int iCONFIG_IDLE_TIMEOUT();
 int iCONFIG_TOTAL_TIMEOUT();
-int iCONFIG_UPDATE_WAIT();        // gv_update_wait
+int iCONFIG_UPDATE_WAIT();  // gv_update_wait
 
 /* The ssh configuration file of an access mode, its symbolic path resolved on
    the server; empty: the administrator's own configuration.

@@ -139,7 +139,9 @@ int iDB_VA(const char* cpSql, char (&szReply)[N], int iLength, const str_log* pL
 {
     std::vector<DB_DEST> dest;
     DB_PAIRS(dest, std::forward<PAIRS>(pairs)...);
-    return iDB_VA_DEST(cpSql, szReply, static_cast<size_t>(iLength) < N ? static_cast<size_t>(iLength) : N, *pLog, dest);
+    return iDB_VA_DEST(cpSql, szReply,
+                       static_cast<size_t>(iLength) < N ? static_cast<size_t>(iLength) : N, *pLog,
+                       dest);
 }
 
 /* Traces at most iCount records of the list. */

@@ -1,0 +1,87 @@
+/* Files: names, existence, search, deletion. */
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "common.h"
+
+namespace {
+
+struct CLOSE_FILE {
+    void operator()(FILE* p) const { static_cast<void>(std::fclose(p)); }
+};
+using INPUT_FILE = std::unique_ptr<FILE, CLOSE_FILE>;
+
+/* The line buffer that getline lets grow. */
+struct LINE {
+    char*  cpText = nullptr;
+    size_t uSpace = 0;
+
+    LINE() = default;
+    LINE(const LINE&) = delete;
+    LINE& operator=(const LINE&) = delete;
+    ~LINE() { std::free(cpText); }
+};
+
+/* The line as it is searched: no control characters but the tab, which parts
+   words; valid UTF-8. */
+std::string sCLEAN_LINE(std::string_view svLine)
+{
+    std::string s(svLine);
+    std::erase_if(s, [](char c) {
+        const auto uc = static_cast<unsigned char>(c);
+        return (uc < 0x20U && c != '\t') || uc == 0x7FU;
+    });
+    return sVALID_UTF8(s);
+}
+
+}  // namespace
+
+std::string szFILE_NAME(std::string_view svName)
+{
+    std::string s(svName);
+    for (char& c : s)
+        if (c == '/' || static_cast<unsigned char>(c) < 0x20U || c == 0x7F) c = '_';
+    if (!s.empty() && s[0] == '.') s[0] = '_';
+    return s;
+}
+
+int file_exist(const char* cpPath)
+{
+    return access(cpPath, F_OK) == 0;
+}
+
+int file_search2(const char* cpPath, char* cpPattern, size_t uSize, int /*iMode*/)
+{
+    if (uSize == 0) return 0;
+    const INPUT_FILE pFile{std::fopen(cpPath, "re")};
+    if (!pFile) return 0;
+    const std::string sPattern(cpPattern, strnlen(cpPattern, uSize));
+    LINE              line;
+    while (true) {
+        const ssize_t iLength = getline(&line.cpText, &line.uSpace, pFile.get());
+        if (iLength < 0) return 0;
+        const std::string sLine = sCLEAN_LINE({line.cpText, static_cast<size_t>(iLength)});
+        if (!iPATTERN_HIT(sPattern, sLine)) continue;
+        iTEXT_COPY(cpPattern, uSize, sLine);
+        return 1;
+    }
+}
+
+int i_FILE_DELETE(const char* cpPath, str_log sctLog)
+{
+    if (unlink(cpPath) == 0) return 1;
+    if (sctLog.iLogLevel > 0)
+        WRITE_TRACE(&sctLog, "cannot delete \"%s\": %s", cpPath, std::strerror(errno));
+    return 0;
+}
+
+void i_check_fclose_errno(int iErrno, int /*iOne*/)
+{
+    v_STDERR("cannot close a written file: %s", std::strerror(iErrno));
+    FPROT(0, "cannot close a written file: %s", std::strerror(iErrno));
+}
