@@ -3,8 +3,8 @@
    commands. */
 #pragma once
 
-#include <cstddef>
 #include <features.h>
+#include <cstddef>
 
 #include "cm_lang.h"
 #include "cm_text.h"

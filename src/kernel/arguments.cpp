@@ -63,12 +63,6 @@ void v_TAKE_OPTIONS_TEXT(SCT_ARGS* pArg)
         v_TAKE(pArg, pArg->szOptions, 'O', "");
 }
 
-void v_TAKE_PASSWORD(SCT_ARGS* pArg)
-{
-    v_TAKE(pArg, pArg->szPassword, 'p', "");
-    v_SECRET(pArg->szPassword);
-}
-
 /* One option. Those without a value set a field; getopt tells an unknown one by
    itself, and the run goes on. */
 void v_OPTION(int iOption, SCT_ARGS* pArg, char (&cpAccessMode)[11])
@@ -92,7 +86,7 @@ void v_OPTION(int iOption, SCT_ARGS* pArg, char (&cpAccessMode)[11])
         case 's': v_TAKE(pArg, pArg->szSender, iOption, ""); break;
         case 'u': v_TAKE(pArg, pArg->szUserComment, iOption, ""); break;
         case 'O': v_TAKE_OPTIONS_TEXT(pArg); break;
-        case 'p': v_TAKE_PASSWORD(pArg); break;
+        case 'p': v_TAKE(pArg, pArg->szPassword, iOption, ""); break;
         case 'C': pArg->iCheck = 1; v_TAKE(pArg, pArg->szCheck, iOption, "give r, s or d"); break;
         default: v_STDERR("wrong option %c in command line; only %s allowed", optopt, cpOPTIONS); break;
     }

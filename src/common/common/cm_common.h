@@ -2,9 +2,9 @@
 #pragma once
 
 enum EXIT_STATE {
-    VK_SUCCESS  = 0,
-    VK_WARNING  = 1,
-    VK_ERROR    = 2,
-    VK_FATAL    = 3,
+    VK_SUCCESS = 0,
+    VK_WARNING = 1,
+    VK_ERROR = 2,
+    VK_FATAL = 3,
     VK_ROLLBACK = 4,
 };
