@@ -1,0 +1,282 @@
+/* The update script of Unix-like clients, run by sh in a work directory of its own
+   with keys made for the occasion and a stand-in for the system's installer. */
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path pathROOT = fs::path(__FILE__).parent_path().parent_path();
+
+struct RAN {
+    int         iExit = -1;
+    std::string sOutput;  // both streams
+    std::string sLast;    // its last line
+};
+
+// Runs a shell line; what does not end by itself is ended after half a minute.
+RAN SHELL_LINE(const std::string& sLine)
+{
+    RAN               ran;
+    const std::string sCommand = "exec 2>&1; timeout 30 sh -c '" + sLine + "'";
+    FILE*             pPipe = popen(sCommand.c_str(), "r");
+    if (pPipe == nullptr) return ran;
+    char szPart[4096];
+    while (fgets(szPart, sizeof szPart, pPipe) != nullptr) ran.sOutput += szPart;
+    const int iStatus = pclose(pPipe);
+    ran.iExit = WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1;
+    std::istringstream lines(ran.sOutput);
+    for (std::string sOne; std::getline(lines, sOne);) ran.sLast = sOne;
+    return ran;
+}
+
+std::string FILE_TEXT(const fs::path& path)
+{
+    std::ifstream      in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+void WRITE(const fs::path& path, const std::string& sText)
+{
+    std::ofstream(path, std::ios::binary) << sText;
+}
+
+bool CONTAINS(const std::string& sText, const std::string& sPart)
+{
+    return sText.find(sPart) != std::string::npos;
+}
+
+class UPDATE_SCRIPT : public testing::Test {
+protected:
+    // The two product keys, and the home that can sign with them.
+    static void SetUpTestSuite()
+    {
+        char szName[] = "/tmp/vkupdXXXXXX";
+        ASSERT_NE(mkdtemp(szName), nullptr);
+        pathKeys = szName;
+        const RAN made = SHELL_LINE((pathROOT / "sandbox/make_update_keys").string() + " " +
+                                    (pathKeys / "public").string() + " " + pathKeys.string());
+        ASSERT_EQ(made.iExit, 0) << made.sOutput;
+    }
+    static void TearDownTestSuite()
+    {
+        SHELL_LINE("gpgconf --homedir " + pathKeys.string() + " --kill all");
+        fs::remove_all(pathKeys);
+    }
+
+    void SetUp() override
+    {
+        char szName[] = "/tmp/vkworkXXXXXX";
+        ASSERT_NE(mkdtemp(szName), nullptr);
+        pathWork = szName;
+        fs::create_directory(pathWork / "tmp");
+        for (const char* cpKey : {"qir-gpg.key", "qir-gpg-2026.key"})
+            fs::copy_file(pathKeys / "public" / cpKey, pathWork / cpKey);
+        WRITE(pathFile(), "the package\n");
+        INSTALLER("cat \"$1\" >\"$VELKA_WORK/installed\"");
+    }
+    void TearDown() override { fs::remove_all(pathWork); }
+
+    fs::path pathFile() const { return pathWork / "tmp/velka-cli_4.4.1-14.deb"; }
+    bool     bInstalled() const { return fs::exists(pathWork / "installed"); }
+
+    void INSTALLER(const std::string& sBody) const
+    {
+        WRITE(pathWork / "installer", "#!/bin/sh\n" + sBody + "\n");
+        fs::permissions(pathWork / "installer", fs::perms::owner_all);
+    }
+    void SIGN(const std::string& sKey, const std::string& sOptions = "") const
+    {
+        const RAN ran = SHELL_LINE(
+            "gpg --homedir " + pathKeys.string() + " --batch --yes -u \"=" + sKey + " <" + sKey +
+            "@sandbox.invalid>\" " + sOptions + " --detach-sign " + pathFile().string());
+        ASSERT_EQ(ran.iExit, 0) << ran.sOutput;
+    }
+    std::string sCommand(const std::string& sArguments) const
+    {
+        return "VELKA_WORK=" + pathWork.string() + " VELKA_INSTALLER=" + pathWork.string() +
+               "/installer sh " + (pathROOT / "skel/vk_execute_update").string() + " " + sArguments;
+    }
+    RAN RUN(const std::string& sArguments = "/tmp/velka-cli_4.4.1-14.deb",
+            const std::string& sBefore = "") const
+    {
+        return SHELL_LINE(sBefore + " " + sCommand(sArguments));
+    }
+
+    static inline fs::path pathKeys;
+    fs::path               pathWork;
+};
+
+TEST_F(UPDATE_SCRIPT, a_good_signature_of_either_key_and_none_at_all_install_the_package)
+{
+    for (const char* cpKey : {"qir-gpg", "qir-gpg-2026", ""}) {
+        SCOPED_TRACE(cpKey);
+        for (const char* cpForm : {"", "--armor"}) {  // .sig, .asc
+            fs::remove(pathWork / "installed");
+            for (const char* cpSuffix : {".sig", ".asc"})
+                fs::remove(pathFile().string() + cpSuffix);
+            if (*cpKey != '\0') SIGN(cpKey, cpForm);
+            const RAN ran = RUN();
+            EXPECT_EQ(ran.iExit, 0);
+            EXPECT_EQ(ran.sOutput,
+                      "STATUS=SUCCESS MSG=\"package /tmp/velka-cli_4.4.1-14.deb installed\"\n");
+            EXPECT_EQ(FILE_TEXT(pathWork / "installed"), "the package\n");
+        }
+    }
+    EXPECT_FALSE(fs::exists(pathWork / "vk_execute_update.tmp"));
+}
+
+TEST_F(UPDATE_SCRIPT, a_package_that_cannot_be_trusted_reaches_no_installer)
+{
+    const auto EXPECT_REFUSED = [this](const RAN& ran, const char* cpReason) {
+        SCOPED_TRACE(cpReason);
+        EXPECT_EQ(ran.iExit, 2);
+        EXPECT_TRUE(ran.sLast.starts_with("STATUS=ERROR MSG=\"")) << ran.sOutput;
+        EXPECT_TRUE(CONTAINS(ran.sLast, cpReason)) << ran.sOutput;
+        EXPECT_FALSE(bInstalled());
+    };
+    EXPECT_REFUSED(RUN("/tmp/velka-cli_4.4.1-14.deb", "VELKA_SIGNATURE=required"), "no signature");
+
+    SIGN("qir-gpg-2026");
+    fs::remove(pathWork / "qir-gpg-2026.key");
+    EXPECT_REFUSED(RUN(), "not among the product's keys");
+    fs::remove(pathWork / "qir-gpg.key");
+    EXPECT_REFUSED(RUN(), "no key file");
+    fs::copy_file(pathKeys / "public/qir-gpg-2026.key", pathWork / "qir-gpg-2026.key");
+    WRITE(pathFile(), "another package\n");
+    EXPECT_REFUSED(RUN(), "is bad");
+    WRITE(pathFile().string() + ".sig", "rubbish");
+    EXPECT_REFUSED(RUN(), "cannot be checked");
+
+    // gpgv alone calls the signature of an expired key good.
+    const std::string sGpg = "gpg --homedir " + pathKeys.string() + " --batch --passphrase \"\" ";
+    const std::string sThen = "--faked-system-time 20200101T000000 ";
+    ASSERT_EQ(SHELL_LINE(sGpg + sThen +
+                         "--quick-generate-key \"old <old@sandbox.invalid>\" ed25519 sign 1y && " +
+                         sGpg + "--export old >" + (pathWork / "qir-gpg.key").string())
+                  .iExit,
+              0);
+    SIGN("old", sThen);
+    EXPECT_REFUSED(RUN(), "expired");
+}
+
+TEST_F(UPDATE_SCRIPT, bad_input_ends_with_one_line_and_no_installer)
+{
+    constexpr struct {
+        const char* cpArguments;
+        const char* cpReason;
+    } asctCase[] = {
+        {"", "no package named"},
+        {"/tmp/other.deb", "is missing"},
+        {"/tmp/../tmp/velka-cli_4.4.1-14.deb", "leads out of the work directory"},
+        {"x.deb -o", "option -o needs a value"},
+        {"x.deb -v loud", "is no number"},
+        {"x.deb -q", "unknown option -q"},
+        {"x.deb y.deb", "more than one package"},
+    };
+    for (const auto& sctCase : asctCase) {
+        const RAN ran = RUN(sctCase.cpArguments);
+        SCOPED_TRACE(ran.sOutput);
+        EXPECT_EQ(ran.iExit, 2);
+        EXPECT_TRUE(CONTAINS(ran.sOutput, sctCase.cpReason));
+        EXPECT_EQ(ran.sOutput, ran.sLast + "\n");
+    }
+    EXPECT_FALSE(bInstalled());
+
+    const std::string sScript = (pathROOT / "skel/vk_execute_update").string();
+    fs::rename(pathFile(), pathWork / "tmp/velka.zip");
+    EXPECT_TRUE(CONTAINS(
+        SHELL_LINE("VELKA_WORK=" + pathWork.string() + " sh " + sScript + " /tmp/velka.zip").sLast,
+        "neither .deb nor .rpm"));
+    EXPECT_TRUE(CONTAINS(SHELL_LINE("VELKA_WORK=/nowhere sh " + sScript + " x.deb").sLast,
+                         "no work directory /nowhere"));
+}
+
+TEST_F(UPDATE_SCRIPT, a_failing_installer_gives_its_status_and_the_line_that_tells_most)
+{
+    INSTALLER("echo one; echo 'error: \"postinst\" of it`s <said> \"no\"'; echo velka-cli; exit 7");
+    RAN ran = RUN();
+    EXPECT_EQ(ran.iExit, 7);
+    EXPECT_EQ(
+        ran.sOutput,
+        "STATUS=ERROR MSG=\"installation of /tmp/velka-cli_4.4.1-14.deb failed with status 7: "
+        "error: 'postinst' of it`s <said> 'no'\"\n");
+
+    INSTALLER("exit 1");  // 1 would say that there is only a warning
+    EXPECT_EQ(RUN().iExit, 2);
+
+    // The reason is cut at the end of a character, not within its three bytes.
+    INSTALLER("awk 'BEGIN { for (i = 0; i < 30000; i++) printf \"\\342\\202\\254\" }'; exit 3");
+    ran = RUN();
+    const size_t uEuro = ran.sLast.find("\342\202\254");
+    ASSERT_NE(uEuro, std::string::npos) << ran.sLast;
+    EXPECT_EQ((ran.sLast.size() - uEuro - 1) % 3, 0U) << ran.sLast;
+    EXPECT_LT(ran.sLast.size(), 1100U);
+
+    INSTALLER("yes | head -c 9000000; exit 3");
+    ran = RUN("/tmp/velka-cli_4.4.1-14.deb -v 1");
+    EXPECT_EQ(ran.iExit, 3);
+    EXPECT_LT(ran.sOutput.size(), 10000U);
+    EXPECT_LT(fs::file_size(pathWork / "vk_execute_update.log"), 5000000U);
+}
+
+TEST_F(UPDATE_SCRIPT, options_reach_the_installer_as_words_and_a_service_pack_is_called_so)
+{
+    INSTALLER("shift; printf '%s.' \"$VELKA_FORCE\" \"$@\" >\"$VELKA_WORK/arguments\"");
+    const RAN ran = RUN("/tmp/velka-cli_4.4.1-14.deb -f -s -v 1 -o \"--root=/x *\"");
+    EXPECT_EQ(FILE_TEXT(pathWork / "arguments"), "1.--root=/x.*.");
+    EXPECT_EQ(ran.sLast,
+              "STATUS=SUCCESS MSG=\"service pack /tmp/velka-cli_4.4.1-14.deb installed\"");
+}
+
+TEST_F(UPDATE_SCRIPT, two_runs_exclude_each_other_and_what_an_installer_leaves_behind_does_not)
+{
+    // The first installer runs until the second update has been refused.
+    const std::string sGate = (pathWork / "gate").string();
+    INSTALLER("echo >" + sGate + ".in; read x <" + sGate + ".out");
+    const RAN both =
+        SHELL_LINE("mkfifo " + sGate + ".in " + sGate + ".out; { " +
+                   sCommand("/tmp/velka-cli_4.4.1-14.deb") + "; echo first=$?; } & " + "read x <" +
+                   sGate + ".in; " + sCommand("/tmp/velka-cli_4.4.1-14.deb") +
+                   "; echo second=$?; " + "echo >" + sGate + ".out; wait");
+    EXPECT_EQ(both.iExit, 0);
+    EXPECT_EQ(both.sOutput,
+              "STATUS=WARNING MSG=\"another update is running on this client; nothing was done\"\n"
+              "second=1\n"
+              "STATUS=SUCCESS MSG=\"package /tmp/velka-cli_4.4.1-14.deb installed\"\n"
+              "first=0\n");
+
+    // A service started by the package lives on with the output open.
+    INSTALLER("echo ready; sleep 25 & echo $! >\"$VELKA_WORK/service\"");
+    const RAN first = RUN();
+    EXPECT_EQ(first.iExit, 0) << first.sOutput;
+    EXPECT_EQ(FILE_TEXT(pathWork / "vk_execute_update.log"), "ready\n");
+    const std::string sService = FILE_TEXT(pathWork / "service");
+    INSTALLER("exit 0");
+    EXPECT_EQ(RUN().iExit, 0);
+    EXPECT_EQ(SHELL_LINE("kill " + sService).iExit, 0) << "the service was to be alive";
+}
+
+TEST_F(UPDATE_SCRIPT, a_killed_run_does_not_hinder_the_next)
+{
+    INSTALLER("kill -KILL $PPID; exit 0");
+    EXPECT_NE(RUN().iExit, 0);
+    INSTALLER("cat \"$1\" >\"$VELKA_WORK/installed\"");
+    SIGN("qir-gpg");
+    EXPECT_EQ(RUN().iExit, 0);
+    EXPECT_TRUE(bInstalled());
+    EXPECT_FALSE(fs::exists(pathWork / "vk_execute_update.tmp"));
+}
+
+}  // namespace
