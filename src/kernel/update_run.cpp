@@ -1,0 +1,246 @@
+/* Update of one client's software package (-U) or service pack (-S). Under the
+   client's semaphore: the client must answer and may receive the package; script,
+   keys and package are copied there; the script runs; what it left is cleaned up;
+   the client must answer again. update_state follows in the client's row:
+   a (in progress) while the script runs, then 0 (success), 1 (warning) or
+   2 (error). Every end gives the semaphore up first. */
+#include "update_run.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <iterator>
+#include <memory>
+
+#include "../common/cm_config.h"
+
+namespace {
+
+constexpr int aiRestart[] = {1641, 1644, 1645, 1652, 1653, 1654, 3010};  // a restart is due
+
+struct COPY {
+    const char* cpTrace;
+    const char* cpSource;  // %s: the script's extension
+    const char* cpTarget;
+};
+constexpr COPY asctCopy[] = {
+    {"Copy 'vk_execute_update' to client", "gv_ro:skel/vk_execute_update%s",
+     "gv_ro_bin:vk_execute_update%s"},
+    {"Copy 'qir-gpg.key' to client", "gv_ro:skel/qir-gpg.key", "gv_rw_work:qir-gpg.key"},
+    {"Copy 'qir-gpg-2026.key' to client", "gv_ro:skel/qir-gpg-2026.key",
+     "gv_rw_work:qir-gpg-2026.key"},
+};
+
+bool bPACKAGE_UPDATE(const UPDATE_RUN* pRun)
+{
+    return pRun->pArg->eUpdate == update;
+}
+
+/* The message of a package update, or of a service-pack update. */
+void v_MESSAGE(UPDATE_RUN* pRun, MESSAGE_ID ePackage, MESSAGE_ID eServicepack, const char* cpDetail)
+{
+    MESSAGE(pRun->szMsg, bPACKAGE_UPDATE(pRun) ? ePackage : eServicepack, pRun->pArg->szNodeName,
+            cpDetail);
+}
+
+[[noreturn]] void v_ALREADY_RUNNING(UPDATE_RUN* pRun)
+{
+    const char* cpSema = pRun->sctSema.szSema;
+    x_Snprintf(pRun->szMsg, sizeof pRun->szMsg,
+               "Update already running. Semaphore %s already exists. Nothing to be done.", cpSema);
+    TRACE("--- UPDATE_CLIENT, semaphore %s already exists. Nothing to be done.", cpSema);
+    ZFINISH(pRun->szMsg, VK_SUCCESS, 'n', pRun->pArg);
+}
+
+/* Of two runs that both found the semaphore free, the later one ends here too. */
+void v_TAKE_SEMAPHORE(UPDATE_RUN* pRun)
+{
+    sct_semaphore* pSema = &pRun->sctSema;
+    x_Snprintf(pSema->szSema, sizeof pSema->szSema, "update_client_%s", pRun->pArg->szNodeName);
+    iTEXT_SET(pSema->szCaller, "vk_config_client");
+    if (i_SEMA('?', pSema) == 1) v_ALREADY_RUNNING(pRun);
+    const int iTaken = i_SEMA('+', pSema);
+    if (iTaken == 0) v_ALREADY_RUNNING(pRun);
+    if (iTaken < 0) {
+        x_Snprintf(pRun->szMsg, sizeof pRun->szMsg, "Semaphore %s cannot be created: %s",
+                   pSema->szSema, pSema->szMsg);
+        ZFINISH(pRun->szMsg, VK_ERROR, 'n', pRun->pArg);
+    }
+    TRACE("got semaphore %s", pSema->szSema);
+}
+
+int iALIVE(const UPDATE_RUN* pRun, char (&szReply)[2048])
+{
+    char szVersion[256] = "";
+    szReply[0] = '\0';
+    return alive_test_qtc(pRun->pArg->szNodeName, szReply, szVersion, "n", nullptr, nullptr,
+                          strLog);
+}
+
+/* The backup server itself is not asked whether it answers. */
+void v_REQUIRE_ALIVE(UPDATE_RUN* pRun)
+{
+    TRACE("Try to update client: %s...", pRun->pArg->szNodeName);
+    if (std::strtol(pRun->szClientId, nullptr, 10) == 0) return;
+    char szReply[2048];
+    if (iALIVE(pRun, szReply) != 0) return;
+    TRACE("Return from alive test: %s", szReply);
+    x_Snprintf(pRun->szMsg, sizeof pRun->szMsg, "Error from alive test: %s", szReply);
+    v_UPDATE_END(pRun, VK_ERROR);
+}
+
+int iCOPY(const UPDATE_RUN* pRun, const char* cpSource, const char* cpTarget, const char* cpMode,
+          char (&szReply)[256])
+{
+    szReply[0] = '\0';
+    return REMOTE_COPY_CLIENT('p', pRun->pArg->szNodeName, cpSource, cpTarget, cpMode, szReply,
+                              sizeof szReply, 0, 0, strLog);
+}
+
+void v_COPY_PACKAGE(UPDATE_RUN* pRun)
+{
+    const char* cpPackage = pRun->pArg->szPackage;
+    TRACE("Copy Velka package '%s' to client", cpPackage);
+    char szSource[512];
+    char szTarget[512];
+    char szReply[256];
+    x_Snprintf(szSource, sizeof szSource, cpPackage[0] == '/' ? "%s" : "gv_rw_work:packages/%s",
+               cpPackage);
+    x_Snprintf(szTarget, sizeof szTarget, "gv_rw_work:%s", cpPackage);
+    if (iCOPY(pRun, szSource, szTarget, nullptr, szReply) != 0) return;
+    char szDetail[256];
+    x_Snprintf(szDetail, sizeof szDetail, "Copy of package file failed: %s", szReply);
+    MESSAGE(pRun->szMsg, MSG_E021, pRun->pArg->szNodeName, szDetail);
+    v_UPDATE_END(pRun, VK_ERROR);
+}
+
+/* Script and keys may be there already, so only the package must arrive. */
+void v_COPY_TO_CLIENT(UPDATE_RUN* pRun)
+{
+    for (const COPY& copy : asctCopy) {
+        TRACE("%s", copy.cpTrace);
+        char szSource[512];
+        char szTarget[512];
+        char szReply[256];
+        x_Snprintf(szSource, sizeof szSource, copy.cpSource, pRun->cpExtension);
+        x_Snprintf(szTarget, sizeof szTarget, copy.cpTarget, pRun->cpExtension);
+        iCOPY(pRun, szSource, szTarget, "755", szReply);
+    }
+    v_COPY_PACKAGE(pRun);
+}
+
+void v_FORM_COMMAND(UPDATE_RUN* pRun)
+{
+    const SCT_ARGS* pArg = pRun->pArg;
+    const SHELL     eShell = eHOST_SHELL(pArg->szNodeName);
+    const RAW_TEXT  extension{pRun->cpExtension};
+    const RAW_TEXT  force{pArg->iForceUpdate == 1 ? " -f" : ""};
+    const RAW_TEXT  kind{pArg->eUpdate == sp_update ? " -s" : ""};
+    if (!pRun->bWindows)
+        iCMD(pRun->szCommand, eShell, "vk_execute_update%s %s%s", extension, pArg->szPackage,
+             force);
+    else if (bPACKAGE_UPDATE(pRun) && pArg->szUpdateOptions[0] != '\0')
+        iCMD(pRun->szCommand, eShell, "vk_execute_update%s %s%s%s -v 1 -o \"%s\"", extension,
+             pArg->szPackage, force, kind, pArg->szUpdateOptions);
+    else
+        iCMD(pRun->szCommand, eShell, "vk_execute_update%s %s%s%s -v 1", extension, pArg->szPackage,
+             force, kind);
+}
+
+/* Runs the update script; a script that reports success has succeeded, whatever
+   its status. */
+void v_RUN_SCRIPT(UPDATE_RUN* pRun, RCMD* pRcmd)
+{
+    iTEXT_SET(pRcmd->szClient, pRun->pArg->szNodeName);
+    iTEXT_SET(pRcmd->szCmd, pRun->szCommand);
+    iSLEEP_MS(iCONFIG_UPDATE_WAIT() * 1000L);
+    TRACE("Execute update script: %s", pRun->szCommand);
+    v_STATE_IN_PROGRESS(pRun);
+    pRun->iStatus = i_RCMD(pRcmd, strLog);
+    if (pRun->iStatus != 0 && std::string_view(pRcmd->szSts) == "SUCCESS") {
+        TRACE("Set exit status for %d to 0, because 'STATUS=SUCCESS' found", pRun->iStatus);
+        pRun->iStatus = 0;
+    }
+}
+
+void v_JUDGE_SCRIPT(UPDATE_RUN* pRun, const RCMD* pRcmd)
+{
+    if (pRun->iStatus == 0) return;
+    if (std::find(std::begin(aiRestart), std::end(aiRestart), pRun->iStatus) !=
+        std::end(aiRestart)) {
+        TRACE("Update script ended with warning: %d", pRun->iStatus);
+        v_MESSAGE(pRun, MSG_W004, MSG_W005, pRcmd->szMsg);
+        TRACE("Executed update script: %s", pRun->szCommand);
+        v_STATE_WARNING(pRun);
+    } else {
+        TRACE("Update script failed: %d", pRun->iStatus);
+        v_MESSAGE(pRun, MSG_E021, MSG_E022, pRcmd->szMsg);
+        TRACE("Executed update script: %s", pRun->szCommand);
+        v_STATE_ERROR(pRun);
+    }
+}
+
+/* Removes what the update left on the client. A name too long for the command is
+   left there. */
+void v_CLEAN_UP(const UPDATE_RUN* pRun)
+{
+    const char* cpNode = pRun->pArg->szNodeName;
+    char        szReply[2048];
+    if (pRun->bWindows) {
+        i_RCMD_EXEC_LOG(cpNode, "vk_client -r -f usefile -n \"gv_ro_bin:velka_update\" -m D", 1,
+                        szReply, sizeof szReply, strLog);
+        i_RCMD_EXEC_LOG(cpNode, "vk_client -r -f usefile -n \"gv_rw_work:velka_update\" -m D", 1,
+                        szReply, sizeof szReply, strLog);
+    }
+    char szCommand[256];
+    if (iCMD(szCommand, eHOST_SHELL(cpNode), "vk_client -r -f usefile -n \"gv_rw_work:%s\" -m d",
+             pRun->pArg->szPackage))
+        i_RCMD_EXEC_LOG(cpNode, szCommand, 1, szReply, sizeof szReply, strLog);
+}
+
+/* After a script that succeeded the client must answer once more. */
+void v_CHECK_RESULT(UPDATE_RUN* pRun)
+{
+    if (pRun->iStatus != 0) return;
+    char szReply[2048];
+    if (iALIVE(pRun, szReply) == 0) {
+        TRACE("Error from alive test: %s", szReply);
+        v_MESSAGE(pRun, MSG_W006, MSG_W007, szReply);
+        pRun->iStatus = 1;
+        v_STATE_WARNING(pRun);
+    } else {
+        TRACE("Return from alive test successfully: %s", szReply);
+        v_MESSAGE(pRun, MSG_I013, MSG_I016, pRun->pArg->szPackage);
+        v_STATE_SUCCESS(pRun);
+    }
+}
+
+}  // namespace
+
+void v_UPDATE_END(UPDATE_RUN* pRun, int iExit)
+{
+    i_SEMA('-', &pRun->sctSema);
+    TRACE("--- UPDATE_CLIENT, released semaphore %s", pRun->sctSema.szSema);
+    ZFINISH(pRun->szMsg, iExit, 'n', pRun->pArg);
+}
+
+void UPDATE_CLIENT(SCT_ARGS* pArg)
+{
+    TRACE("+++ UPDATE_CLIENT");
+    UPDATE_RUN run = {};
+    run.pArg = pArg;
+    const auto pRcmd = std::make_unique<RCMD>();
+    v_TAKE_SEMAPHORE(&run);
+    if (!iREAD_CLIENT(&run)) {
+        iTEXT_SET(run.szMsg, "Error in DB access");
+        v_UPDATE_END(&run, VK_ERROR);
+    }
+    v_REQUIRE_ALIVE(&run);
+    v_CHECK_PACKAGE(&run);
+    v_COPY_TO_CLIENT(&run);
+    v_FORM_COMMAND(&run);
+    v_RUN_SCRIPT(&run, pRcmd.get());
+    v_JUDGE_SCRIPT(&run, pRcmd.get());
+    v_CLEAN_UP(&run);
+    v_CHECK_RESULT(&run);
+    v_UPDATE_END(&run, run.iStatus >= 0 && run.iStatus <= 9 ? run.iStatus : VK_WARNING);
+}

@@ -1,0 +1,42 @@
+/* One update run: what its steps share. */
+#pragma once
+
+#include "../common/unix/cm_hal_semaphor.h"
+#include "vk_config_client.h"
+
+struct UPDATE_RUN {
+    SCT_ARGS*     pArg;
+    sct_semaphore sctSema;          // "update_client_" and the client's name
+    char          szClientId[256];  // columns of the client's row, as they were
+    char          szOs[33];
+    char          szVersionNumber[256];
+    char          szServicepackNumber[256];
+    const char*   cpExtension;      // of the update script: ".cmd" or empty
+    bool          bWindows;         // the client runs Windows
+    long          lVersion;         // version number of the package
+    long          lServicepack;     // service-pack number of the package, 0 with -U
+    char          szCommand[2048];  // the update script's command line
+    int           iStatus;          // of the update script, as judged
+    char          szMsg[32768];     // run message
+};
+
+/* Gives the semaphore up and ends the run with szMsg. */
+[[noreturn]] void v_UPDATE_END(UPDATE_RUN* pRun, int iExit);
+
+/* ---- package and eligibility (update_package) -------------------------- */
+
+/* Decides whether the client may receive the package: the client's kind, the
+   package's version, the operating system, the installed version. Returns only
+   when it may; each refusal ends the run. */
+void v_CHECK_PACKAGE(UPDATE_RUN* pRun);
+
+/* ---- the client's row (update_state) ----------------------------------- */
+
+/* Result 1 the row was read */
+int iREAD_CLIENT(UPDATE_RUN* pRun);
+
+/* Record how the update goes in update_state. A failure is only traced. */
+void v_STATE_IN_PROGRESS(UPDATE_RUN* pRun);  // rewrites szMsg
+void v_STATE_WARNING(const UPDATE_RUN* pRun);
+void v_STATE_ERROR(const UPDATE_RUN* pRun);
+void v_STATE_SUCCESS(const UPDATE_RUN* pRun);

@@ -1,0 +1,104 @@
+/* The client's row during an update: what is read from it, and how the update's
+   progress and end are recorded there. */
+#include "update_run.h"
+
+namespace {
+
+/* The words and the column that differ between the two kinds of update. */
+struct KIND_WORDS {
+    const char* cpKind;
+    const char* cpLowerKind;
+    const char* cpDateColumn;
+};
+constexpr KIND_WORDS sctPackage = {"Update", "update", "update_date"};
+constexpr KIND_WORDS sctServicepack = {"Servicepack update", "servicepack update",
+                                       "servicepack_date"};
+
+const KIND_WORDS& sctWORDS(const UPDATE_RUN* pRun)
+{
+    return pRun->pArg->eUpdate == sp_update ? sctServicepack : sctPackage;
+}
+
+void v_EXECUTE(const UPDATE_RUN* pRun, const char* cpSql)
+{
+    char szReply[256];
+    if (iDB_ACCESS(cpSql, szReply, nullptr, strLog)) return;
+    TRACE("Error during update of update_state, update_message, %s in clients table '%s'",
+          sctWORDS(pRun).cpDateColumn, pRun->szMsg);
+}
+
+/* Warning and error write the run message; the installed version stays. */
+void v_STATE_WITH_MESSAGE(const UPDATE_RUN* pRun, const char* cpFormat)
+{
+    const KIND_WORDS& words = sctWORDS(pRun);
+    TRACE("Insert %s specific information update_state, update_message, %s in database",
+          words.cpLowerKind, words.cpDateColumn);
+    char szSql[2048];
+    iSQL(szSql, cpFormat, FREE_TEXT{pRun->szMsg}, RAW_TEXT{words.cpDateColumn}, psz_now_iso(),
+         pRun->pArg->szNodeName);
+    v_EXECUTE(pRun, szSql);
+}
+
+}  // namespace
+
+int iREAD_CLIENT(UPDATE_RUN* pRun)
+{
+    char szReply[256];
+    char szUserName[256];
+    char szPassword[256];
+    char szServerType[256];
+    char szPackage[256];
+    char szVelkaVersion[256];
+    char szSql[2048];
+    iSQL(szSql, "select * from clients where name='%s'", pRun->pArg->szNodeName);
+    return iDB_VA(szSql, szReply, sizeof szReply, &strLog, "client_id", pRun->szClientId, "os",
+                  pRun->szOs, "user_name", szUserName, "password", szPassword, "vm_server_type",
+                  szServerType, "package", szPackage, "velka_version", szVelkaVersion,
+                  "version_number", pRun->szVersionNumber, "servicepack_number",
+                  pRun->szServicepackNumber, "d") == 1;
+}
+
+void v_STATE_IN_PROGRESS(UPDATE_RUN* pRun)
+{
+    const KIND_WORDS& words = sctWORDS(pRun);
+    TRACE("Insert %s specific information update_state, update_message in database",
+          words.cpLowerKind);
+    char szSql[2048];
+    iSQL(szSql,
+         "update clients set update_state='a',update_message='%s in progress using package %s' "
+         "where name='%s'",
+         words.cpKind, FREE_TEXT{pRun->pArg->szPackage}, pRun->pArg->szNodeName);
+    if (iDB_ACCESS(szSql, pRun->szMsg, nullptr, strLog)) return;
+    TRACE("Error during update of update_state, update_message in clients table '%s'", pRun->szMsg);
+}
+
+void v_STATE_WARNING(const UPDATE_RUN* pRun)
+{
+    v_STATE_WITH_MESSAGE(pRun,
+                         "update clients set update_state='1', update_message='WARNING %s', "
+                         "%s='%s' where name='%s'");
+}
+
+void v_STATE_ERROR(const UPDATE_RUN* pRun)
+{
+    v_STATE_WITH_MESSAGE(pRun,
+                         "update clients set update_state='2', update_message='ERROR %s', "
+                         "%s='%s' where name='%s'");
+}
+
+void v_STATE_SUCCESS(const UPDATE_RUN* pRun)
+{
+    const KIND_WORDS& words = sctWORDS(pRun);
+    char              szSql[2048];
+    if (pRun->pArg->eUpdate == sp_update)
+        iSQL(szSql,
+             "update clients set update_state='0',update_message='%s finished successfully',"
+             "servicepack_number=%ld,servicepack_date='%s' where name='%s'",
+             words.cpKind, pRun->lServicepack, psz_now_iso(), pRun->pArg->szNodeName);
+    else
+        iSQL(szSql,
+             "update clients set update_state='0',update_message='%s finished successfully',"
+             "version_number=%ld,update_date='%s' where name='%s'",
+             words.cpKind, pRun->lVersion, psz_now_iso(), pRun->pArg->szNodeName);
+    v_EXECUTE(pRun, szSql);
+}
