@@ -1,0 +1,529 @@
+/* The fixture of sandbox_fixture.h, in this order: files, processes, the shared
+   database server, clients, runs, what they wrote. */
+#include "sandbox_fixture.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+namespace fs = std::filesystem;
+
+std::string sREAD_FILE(const std::string& sPath)
+{
+    std::ifstream     file{sPath, std::ios::binary};
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+void WRITE_FILE(const std::string& sPath, std::string_view svBytes)
+{
+    std::ofstream file{sPath, std::ios::binary | std::ios::trunc};
+    file.write(svBytes.data(), static_cast<std::streamsize>(svBytes.size()));
+    ASSERT_TRUE(file.flush()) << "cannot write " << sPath;
+}
+
+TEXTS asLINES(const std::string& sText)
+{
+    TEXTS             asLine;
+    std::stringstream text{sText};
+    for (std::string sLine; std::getline(text, sLine);) asLine.push_back(sLine);
+    return asLine;
+}
+
+namespace {
+
+/* Files below a folder, in the order of their names. */
+TEXTS asFILES(const std::string& sFolder)
+{
+    TEXTS           asPath;
+    std::error_code error;
+    for (const auto& entry : fs::recursive_directory_iterator{sFolder, error})
+        if (entry.is_regular_file()) asPath.push_back(entry.path());
+    std::sort(asPath.begin(), asPath.end());
+    return asPath;
+}
+
+std::string sALL_FILES(const std::string& sFolder)
+{
+    std::string sText;
+    for (const std::string& sPath : asFILES(sFolder)) sText += sREAD_FILE(sPath);
+    return sText;
+}
+
+/* A word as the POSIX shell reads it back. */
+std::string sQUOTED(std::string_view svWord)
+{
+    std::string sWord = "'";
+    for (const char c : svWord) sWord += c == '\'' ? std::string{"'\\''"} : std::string(1, c);
+    return sWord + "'";
+}
+
+/* Starts a program with exactly this environment; its output goes to the files. */
+pid_t iSPAWN(const TEXTS& asCommand, const SETTINGS& environment, const std::string& sOutFile,
+             const std::string& sErrFile)
+{
+    TEXTS asVariable;
+    for (const auto& [sName, sValue] : environment) asVariable.push_back(sName + "=" + sValue);
+    std::vector<char*> apArgument, apVariable;
+    for (const std::string& s : asCommand) apArgument.push_back(const_cast<char*>(s.c_str()));
+    for (const std::string& s : asVariable) apVariable.push_back(const_cast<char*>(s.c_str()));
+    apArgument.push_back(nullptr);
+    apVariable.push_back(nullptr);
+    const pid_t iPid = fork();
+    if (iPid != 0) return iPid;
+    setpgid(0, 0);
+    const int iIn = open("/dev/null", O_RDONLY);
+    const int iOut = open(sOutFile.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+    const int iErr = open(sErrFile.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+    if (dup2(iIn, 0) < 0 || dup2(iOut, 1) < 0 || dup2(iErr, 2) < 0) _exit(126);
+    for (const int iFd : {iIn, iOut, iErr})
+        if (iFd > 2) close(iFd);
+    execvpe(apArgument[0], apArgument.data(), apVariable.data());
+    _exit(127);
+}
+
+/* 1 ended (*pStatus as of waitpid), 0 the limit has passed. */
+int iWAIT_PROCESS(pid_t iPid, int iLimitMs, int* pStatus)
+{
+    const FD   fdExit{static_cast<int>(syscall(SYS_pidfd_open, iPid, 0))};
+    pollfd     sctPoll{fdExit.iGet(), POLLIN, 0};
+    const long lEnd = lNOW_MS() + iLimitMs;
+    int        iReady;
+    do {
+        iReady = poll(&sctPoll, 1, static_cast<int>(std::max(0L, lEnd - lNOW_MS())));
+    } while (iReady < 0 && errno == EINTR);
+    return iReady == 1 && waitpid(iPid, pStatus, 0) == iPid;
+}
+
+const std::string& sSCRIPT_LOG()
+{
+    static const std::string sPath = "/tmp/vk-test-" + std::to_string(getpid()) + ".log";
+    return sPath;
+}
+
+/* The sandbox script; its complaint fails the test. */
+bool bSCRIPT(const TEXTS& asArgument)
+{
+    TEXTS asCommand{VK_SANDBOX_SCRIPT};
+    asCommand.insert(asCommand.end(), asArgument.begin(), asArgument.end());
+    const char* cpPath = getenv("PATH");
+    const char* cpHome = getenv("HOME");
+    const pid_t iPid = iSPAWN(
+        asCommand, {{"PATH", cpPath ? cpPath : "/usr/bin:/bin"}, {"HOME", cpHome ? cpHome : "/"}},
+        sSCRIPT_LOG(), sSCRIPT_LOG());
+    int        iStatus = -1;
+    const bool bGood = iWAIT_PROCESS(iPid, 60000, &iStatus) && iStatus == 0;
+    if (!bGood) ADD_FAILURE() << "sandbox " << asArgument[0] << ": " << sREAD_FILE(sSCRIPT_LOG());
+    unlink(sSCRIPT_LOG().c_str());
+    return bGood;
+}
+
+std::string sTEMP_DIR()
+{
+    char szDir[] = "/tmp/vk-test.XXXXXX";
+    return mkdtemp(szDir) ? szDir : "";
+}
+
+/* The database server that this process uses: ctest's, else one of its own. */
+class CLUSTER {
+public:
+    CLUSTER()
+    {
+        const char* cpShared = getenv("VK_TEST_CLUSTER");
+        if (cpShared && fs::exists(std::string{cpShared} + "/cluster")) {
+            m_sDir = cpShared;
+            return;
+        }
+        m_sDir = sTEMP_DIR();
+        m_bOwn = true;
+        bSCRIPT({"cluster", m_sDir, "--parent", std::to_string(getpid())});
+    }
+    ~CLUSTER()
+    {
+        if (m_bOwn) bSCRIPT({"down", m_sDir});
+    }
+    CLUSTER(const CLUSTER&) = delete;
+    CLUSTER&           operator=(const CLUSTER&) = delete;
+    const std::string& sDir() const { return m_sDir; }
+
+private:
+    std::string m_sDir;
+    bool        m_bOwn = false;
+};
+
+const CLUSTER& sctCLUSTER()
+{
+    static const CLUSTER sctCluster;
+    return sctCluster;
+}
+
+std::string sSERVER_LOG()
+{
+    return sctCLUSTER().sDir() + "/services/postgres/log";
+}
+
+/* Living processes whose environment holds sVariable ("NAME=VALUE"). */
+TEXTS asPROCESSES_WITH(const std::string& sVariable)
+{
+    TEXTS           asFound;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator{"/proc", error}) {
+        const std::string sPid = entry.path().filename();
+        if (sPid.find_first_not_of("0123456789") != std::string::npos) continue;
+        const std::string sAll = '\0' + sREAD_FILE(entry.path() / "environ");
+        if (sAll.find('\0' + sVariable + '\0') == std::string::npos) continue;
+        std::string sCommand = sREAD_FILE(entry.path() / "cmdline");
+        if (sCommand.empty()) continue;  // a zombie
+        std::replace(sCommand.begin(), sCommand.end(), '\0', ' ');
+        asFound.push_back(sPid + " " + sCommand);
+    }
+    return asFound;
+}
+
+int iCOUNT_PROCESSES(const std::string& sVariable, int iWaitMs)
+{
+    TEXTS asLeft;
+    bWAIT_UNTIL(iWaitMs, [&] { return (asLeft = asPROCESSES_WITH(sVariable)).empty(); });
+    for (const std::string& s : asLeft) std::cerr << "still there: " << s << "\n";
+    return static_cast<int>(asLeft.size());
+}
+
+}  // namespace
+
+STARTED_RUN& STARTED_RUN::operator=(STARTED_RUN&& other) noexcept
+{
+    std::swap(iPid, other.iPid);
+    std::swap(lStarted, other.lStarted);
+    std::swap(sOutFile, other.sOutFile);
+    std::swap(sErrFile, other.sErrFile);
+    return *this;
+}
+
+STARTED_RUN::~STARTED_RUN()
+{
+    if (iPid <= 0) return;
+    kill(-iPid, SIGKILL);
+    waitpid(iPid, nullptr, 0);
+}
+
+/* ---- the sandbox of one test ------------------------------------------- */
+
+void SANDBOX::SetUp()
+{
+    m_sDir = sTEMP_DIR();
+    ASSERT_FALSE(m_sDir.empty());
+    ASSERT_TRUE(bSCRIPT({"up", m_sDir, "--cluster", sctCLUSTER().sDir(), "--parent",
+                         std::to_string(getpid()), "--standin-update"}));
+    for (const std::string& sLine : asLINES(sREAD_FILE(m_sDir + "/vk.ini"))) {
+        const std::string sKey = "conninfo = ";
+        if (!sLine.starts_with(sKey)) continue;
+        m_pConn.reset(PQconnectdb((sLine.substr(sKey.size()) + " application_name=test").c_str()));
+    }
+    ASSERT_EQ(PQstatus(m_pConn.get()), CONNECTION_OK) << PQerrorMessage(m_pConn.get());
+    m_sHost = PQhost(m_pConn.get());
+    m_sDatabase = PQdb(m_pConn.get());
+    // Of the log that all tests share, only what comes from here on is looked at.
+    m_uServerLog = fs::file_size(sSERVER_LOG());
+}
+
+void SANDBOX::TearDown()
+{
+    if (HasFailure()) PRINT_STATE();
+    m_pConn.reset();
+    if (!m_sDir.empty()) bSCRIPT({"down", m_sDir});
+}
+
+void SANDBOX::PRINT_STATE()
+{
+    for (int i = 1; i <= m_iRuns; i++) {
+        const std::string sRun = m_sDir + "/run" + std::to_string(i);
+        std::cerr << "---- run " << i << ", standard output\n"
+                  << sREAD_FILE(sRun + ".out") << "---- standard error\n"
+                  << sREAD_FILE(sRun + ".err");
+    }
+    std::cerr << "---- trace\n"
+              << TRACE_TEXT() << "---- day protocol\n"
+              << sALL_FILES(sRW() + "prot") << "---- database server\n";
+    for (const std::string& sLine : asLINES(sREAD_FILE(sSERVER_LOG()).substr(m_uServerLog)))
+        if (sLine.find(m_sDatabase) != std::string::npos) std::cerr << sLine << "\n";
+    for (const auto& entry : fs::directory_iterator{m_sDir + "/services"})
+        std::cerr << "---- sshd of " << entry.path().filename() << "\n"
+                  << sREAD_FILE(entry.path() / "log");
+}
+
+/* ---- clients ------------------------------------------------------------ */
+
+void SANDBOX::ADD_CLIENT(const std::string& sName, const std::string& sMode, const std::string& sOs,
+                         const SETTINGS& columns)
+{
+    const auto sLITERAL = [&](const std::string& sValue) {
+        const std::unique_ptr<char, decltype(&PQfreemem)> szText{
+            PQescapeLiteral(m_pConn.get(), sValue.c_str(), sValue.size()), PQfreemem};
+        return std::string{szText ? szText.get() : "NULL"};
+    };
+    SETTINGS all{{"location", "0"}, {"exec", "1"}};
+    for (const auto& [sColumn, sValue] : columns) all[sColumn] = sValue;
+    std::string sColumns = "client_id,name,os,accessmode";
+    std::string sValues = sLITERAL(sName) + "," + sLITERAL(sOs) + "," + sLITERAL(sMode);
+    for (const auto& [sColumn, sValue] : all) {
+        sColumns += "," + sColumn;
+        sValues += "," + sLITERAL(sValue);
+    }
+    SQL("insert into clients (" + sColumns + ") select max(client_id)+1," + sValues +
+        " from clients");
+    // Only plain names reach the script; others are rows without a machine.
+    if (sName.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789.-_") == std::string::npos &&
+        sName[0] != '-' && sMode != "VIRTUAL")
+        START_CLIENTS({sName});
+}
+
+void SANDBOX::START_CLIENTS(const TEXTS& asName)
+{
+    TEXTS asArgument{"add", m_sDir};
+    asArgument.insert(asArgument.end(), asName.begin(), asName.end());
+    ASSERT_TRUE(bSCRIPT(asArgument));
+}
+
+void SANDBOX::STOP_CLIENT(const std::string& sName)
+{
+    bSCRIPT({"stop", m_sDir, sName});
+}
+
+void SANDBOX::RESTART_CLIENT(const std::string& sName)
+{
+    bSCRIPT({"start", m_sDir, sName});
+}
+
+void SANDBOX::SWITCH(const std::string& sClient, const std::string& sProgram,
+                     const TEXTS& asSetting)
+{
+    std::string sText;
+    for (const std::string& sSetting : asSetting) {
+        const size_t uEqual = sSetting.find('=');
+        ASSERT_NE(uEqual, std::string::npos) << sSetting;
+        sText += sSetting.substr(0, uEqual + 1) + sQUOTED(sSetting.substr(uEqual + 1)) + "\n";
+    }
+    WRITE_FILE(CLIENT_PATH(sClient, "state/" + sProgram), sText);
+}
+
+void SANDBOX::OUTPUT(const std::string& sClient, const std::string& sProgram,
+                     std::string_view svBytes)
+{
+    WRITE_FILE(CLIENT_PATH(sClient, "state/" + sProgram + ".out"), svBytes);
+}
+
+void SANDBOX::REVOKE_KEY(const std::string& sClient)
+{
+    WRITE_FILE(CLIENT_PATH(sClient, "authorized_keys"), "");
+}
+
+TEXTS SANDBOX::CLIENT_LOG(const std::string& sClient)
+{
+    return asLINES(sREAD_FILE(CLIENT_PATH(sClient, "log/commands")));
+}
+
+std::string SANDBOX::CLIENT_PATH(const std::string& sClient, const std::string& sPath)
+{
+    return m_sDir + "/clients/" + sClient + "/" + sPath;
+}
+
+int SANDBOX::iCLIENT_PROCESSES(const std::string& sClient, int iWaitMs)
+{
+    return iCOUNT_PROCESSES("HOME=" + m_sDir + "/clients/" + sClient, iWaitMs);
+}
+
+/* ---- runs --------------------------------------------------------------- */
+
+RUN SANDBOX::CONFIG_CLIENT(const TEXTS& asArgument, const SETTINGS& environment, int iLimitMs)
+{
+    STARTED_RUN run = START(asArgument, environment);
+    return WAIT(run, iLimitMs);
+}
+
+STARTED_RUN SANDBOX::START(const TEXTS& asArgument, const SETTINGS& environment)
+{
+    TEXTS asCommand{VK_PROGRAM};
+    asCommand.insert(asCommand.end(), asArgument.begin(), asArgument.end());
+    return START_PROGRAM(asCommand, environment);
+}
+
+STARTED_RUN SANDBOX::START_PROGRAM(const TEXTS& asCommand, const SETTINGS& environment)
+{
+    SETTINGS all{{"PATH", fs::path{VK_PROGRAM}.parent_path().string() + ":/usr/bin:/bin"},
+                 {"HOME", m_sDir + "/server"},
+                 {"VK_INI", m_sDir + "/vk.ini"},
+                 {"LC_ALL", "C"}};
+    for (const char* cpName : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "TZ"})
+        if (const char* cpValue = getenv(cpName)) all[cpName] = cpValue;
+    for (const auto& [sName, sValue] : environment) all[sName] = sValue;
+    const std::string sRun = m_sDir + "/run" + std::to_string(++m_iRuns);
+    STARTED_RUN       run;
+    run.lStarted = lNOW_MS();
+    run.sOutFile = sRun + ".out";
+    run.sErrFile = sRun + ".err";
+    run.iPid = iSPAWN(asCommand, all, run.sOutFile, run.sErrFile);
+    return run;
+}
+
+RUN SANDBOX::WAIT(STARTED_RUN& run, int iLimitMs)
+{
+    RUN result;
+    int iStatus = 0;
+    if (run.iPid <= 0) {
+        ADD_FAILURE() << "no run to wait for";
+    } else if (iWAIT_PROCESS(run.iPid, iLimitMs, &iStatus)) {
+        run.iPid = -1;
+        if (WIFEXITED(iStatus)) result.iExit = WEXITSTATUS(iStatus);
+        if (WIFSIGNALED(iStatus)) result.iSignal = WTERMSIG(iStatus);
+    } else {
+        ADD_FAILURE() << "the run lasts longer than " << iLimitMs << " ms";
+        const STARTED_RUN ended = std::move(run);
+        result.iSignal = SIGKILL;
+        result.iMilliseconds = lNOW_MS() - ended.lStarted;
+        return result;
+    }
+    result.iMilliseconds = lNOW_MS() - run.lStarted;
+    result.sOut = sREAD_FILE(run.sOutFile);
+    result.sErr = sREAD_FILE(run.sErrFile);
+    return result;
+}
+
+void SANDBOX::KILL(const STARTED_RUN& run, int iSignal)
+{
+    if (run.iPid > 0) kill(run.iPid, iSignal);
+}
+
+void SANDBOX::KILL_GROUP(const STARTED_RUN& run, int iSignal)
+{
+    if (run.iPid > 0) kill(-run.iPid, iSignal);
+}
+
+int SANDBOX::iCHILDREN_LEFT(int iWaitMs)
+{
+    return iCOUNT_PROCESSES("VK_INI=" + m_sDir + "/vk.ini", iWaitMs);
+}
+
+/* ---- what they wrote ---------------------------------------------------- */
+
+std::string SANDBOX::COLUMN(const std::string& sClient, const std::string& sColumn)
+{
+    const std::string sText = "select " + sColumn + " from clients where name=$1";
+    const char*       acpValue[] = {sClient.c_str()};
+    const std::unique_ptr<PGresult, void (*)(PGresult*)> pRes{
+        PQexecParams(m_pConn.get(), sText.c_str(), 1, nullptr, acpValue, nullptr, nullptr, 0),
+        PQclear};
+    if (PQresultStatus(pRes.get()) != PGRES_TUPLES_OK || PQntuples(pRes.get()) != 1) {
+        ADD_FAILURE() << "no column " << sColumn << " of client " << sClient << ": "
+                      << PQerrorMessage(m_pConn.get());
+        return "";
+    }
+    return PQgetisnull(pRes.get(), 0, 0) ? "NULL" : PQgetvalue(pRes.get(), 0, 0);
+}
+
+std::string SANDBOX::SQL(const std::string& sStatement)
+{
+    const TEXTS asRow = ROWS(sStatement);
+    return asRow.empty() ? "" : asRow[0].substr(0, asRow[0].find('|'));
+}
+
+TEXTS SANDBOX::ROWS(const std::string& sStatement)
+{
+    const std::unique_ptr<PGresult, void (*)(PGresult*)> pRes{
+        PQexec(m_pConn.get(), sStatement.c_str()), PQclear};
+    const ExecStatusType eStatus = PQresultStatus(pRes.get());
+    if (eStatus != PGRES_TUPLES_OK && eStatus != PGRES_COMMAND_OK)
+        ADD_FAILURE() << sStatement << ": " << PQerrorMessage(m_pConn.get());
+    TEXTS asRow;
+    for (int iRow = 0; iRow < PQntuples(pRes.get()); iRow++) {
+        std::string sRow;
+        for (int i = 0; i < PQnfields(pRes.get()); i++) {
+            if (i) sRow += "|";
+            sRow += PQgetisnull(pRes.get(), iRow, i) ? "NULL" : PQgetvalue(pRes.get(), iRow, i);
+        }
+        asRow.push_back(sRow);
+    }
+    return asRow;
+}
+
+void SANDBOX::DATABASE_GONE()
+{
+    const std::string sConn = "host=" + m_sHost + " user=velka dbname=postgres";
+    const std::unique_ptr<PGconn, CLOSE_DB> pConn{PQconnectdb(sConn.c_str())};
+    const std::string sText = "drop database " + m_sDatabase + " with (force)";
+    PQclear(PQexec(pConn.get(), sText.c_str()));
+    EXPECT_STREQ(PQerrorMessage(pConn.get()), "");
+}
+
+TEXTS SANDBOX::STATEMENTS()
+{
+    TEXTS             asStatement;
+    const std::string sMark = "execute <unnamed>: ";
+    for (const std::string& sLine : asLINES(sREAD_FILE(sSERVER_LOG()).substr(m_uServerLog))) {
+        const size_t uAt = sLine.find(sMark);
+        if (uAt == std::string::npos || sLine.find(" " + m_sDatabase + " ") > uAt ||
+            sLine.find(" " + m_sDatabase + " test ") < uAt)
+            continue;
+        asStatement.push_back(sLine.substr(uAt + sMark.size()));
+    }
+    return asStatement;
+}
+
+TEXTS SANDBOX::PROTOCOL()
+{
+    TEXTS asText;
+    for (const std::string& sLine : asLINES(sALL_FILES(sRW() + "prot"))) {
+        size_t uText = 0;  // after date, time and process id
+        for (int i = 0; i < 3 && uText != std::string::npos; i++)
+            uText = sLine.find(' ', uText + 1);
+        EXPECT_NE(uText, std::string::npos) << "no line of the day protocol: " << sLine;
+        asText.push_back(uText == std::string::npos ? sLine : sLine.substr(uText + 1));
+    }
+    return asText;
+}
+
+TEXTS SANDBOX::INFO()
+{
+    return asLINES(sALL_FILES(sRW() + "work/answ"));
+}
+
+std::string SANDBOX::TRACE_TEXT()
+{
+    return sALL_FILES(sRW() + "lgc");
+}
+
+std::string SANDBOX::HOSTS_FILE()
+{
+    return sREAD_FILE(m_sDir + "/server/hosts");
+}
+
+/* ---- configuration ------------------------------------------------------ */
+
+void SANDBOX::INI(const std::string& sSection, const std::string& sKey, const std::string& sValue)
+{
+    std::string sText;
+    bool        bInside = false, bDone = false;
+    for (const std::string& sLine : asLINES(sREAD_FILE(m_sDir + "/vk.ini"))) {
+        if (bInside && sLine.starts_with(sKey + " =")) continue;
+        sText += sLine + "\n";
+        if (!sLine.starts_with("[")) continue;
+        bInside = sLine == "[" + sSection + "]";
+        if (!bInside || bDone) continue;
+        sText += sKey + " = " + sValue + "\n";
+        bDone = true;
+    }
+    if (!bDone) sText += "[" + sSection + "]\n" + sKey + " = " + sValue + "\n";
+    WRITE_FILE(m_sDir + "/vk.ini", sText);
+}

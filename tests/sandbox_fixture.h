@@ -1,0 +1,140 @@
+/* A private backup server for one test: a database of its own, directories,
+   vk.ini, and clients behind real sshd with stand-in programs (sandbox/). Tests
+   run side by side without meeting. After a failure the runs' standard error, the
+   trace, the day protocol and the server log are printed. */
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <libpq-fe.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/unix/cm_hal_pipe.h"
+
+using TEXTS = std::vector<std::string>;
+using SETTINGS = std::map<std::string, std::string>;
+
+/* What a run left. */
+struct RUN {
+    int         iExit = -1;   // exit code; -1 when a signal ended it
+    int         iSignal = 0;  // signal that ended it
+    std::string sOut;
+    std::string sErr;
+    long        iMilliseconds = 0;
+};
+
+/* A run under way. It is killed with its group when the test lets it go. */
+struct STARTED_RUN {
+    pid_t       iPid = -1;
+    long        lStarted = 0;  // lNOW_MS time
+    std::string sOutFile;
+    std::string sErrFile;
+
+    STARTED_RUN() = default;
+    STARTED_RUN(STARTED_RUN&& other) noexcept { *this = std::move(other); }
+    STARTED_RUN& operator=(STARTED_RUN&& other) noexcept;
+    ~STARTED_RUN();
+};
+
+struct CLOSE_DB {
+    void operator()(PGconn* pConn) const { PQfinish(pConn); }
+};
+
+class SANDBOX : public testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    /* ---- clients ---- */
+
+    /* Enters a client and starts its sshd, when its name is one that has one
+       (sandbox/sandbox says what follows from a name). More columns by name. */
+    void ADD_CLIENT(const std::string& sName, const std::string& sMode = "VKSSH",
+                    const std::string& sOs = "Linux", const SETTINGS& columns = {});
+    /* Starts clients that are not in the database. */
+    void START_CLIENTS(const TEXTS& asName);
+    void STOP_CLIENT(const std::string& sName);     // its sshd and every session
+    void RESTART_CLIENT(const std::string& sName);  // starts it again
+
+    /* Replaces a stand-in's switches, KEY=VALUE each; none: back to normal. The
+       server's own stand-ins are those of client "velkasrv". */
+    void SWITCH(const std::string& sClient, const std::string& sProgram, const TEXTS& asSetting);
+    /* What the stand-in prints in place of its own output, byte for byte. */
+    void OUTPUT(const std::string& sClient, const std::string& sProgram, std::string_view svBytes);
+    void REVOKE_KEY(const std::string& sClient);
+
+    /* Command lines that the client's programs got, in order; a word that is not
+       plain stands between < and >. */
+    TEXTS CLIENT_LOG(const std::string& sClient);
+    /* A path below the client's directory, such as "velka/work/x". */
+    std::string CLIENT_PATH(const std::string& sClient, const std::string& sPath);
+    /* Processes that commands left running on the client, after up to iWaitMs. */
+    int iCLIENT_PROCESSES(const std::string& sClient, int iWaitMs = 0);
+
+    /* ---- runs ---- */
+
+    /* Runs the tool to its end; one that lasts longer than iLimitMs is killed and
+       fails the test. environment is added to a bare one. */
+    RUN         CONFIG_CLIENT(const TEXTS& asArgument, const SETTINGS& environment = {},
+                              int iLimitMs = 60000);
+    STARTED_RUN START(const TEXTS& asArgument, const SETTINGS& environment = {});
+    /* Any program, in the same environment. */
+    STARTED_RUN START_PROGRAM(const TEXTS& asCommand, const SETTINGS& environment = {});
+    RUN         WAIT(STARTED_RUN& run, int iLimitMs = 60000);
+    void        KILL(const STARTED_RUN& run, int iSignal);        // the process alone
+    void        KILL_GROUP(const STARTED_RUN& run, int iSignal);  // as a terminal does
+    /* Processes of this test's runs that still live, after up to iWaitMs. */
+    int iCHILDREN_LEFT(int iWaitMs = 0);
+
+    /* ---- what they wrote ---- */
+
+    std::string COLUMN(const std::string& sClient, const std::string& sColumn);  // "NULL" for null
+    std::string SQL(const std::string& sStatement);   // first value; a failure fails the test
+    TEXTS       ROWS(const std::string& sStatement);  // values joined by "|"
+    void        DATABASE_GONE();                      // dropped under all connections
+    TEXTS       STATEMENTS();                         // that the runs sent to the server, in order
+    TEXTS       PROTOCOL();    // texts of the day protocol, without time and process id
+    TEXTS       INFO();        // lines of the info output, "KIND text"
+    std::string TRACE_TEXT();  // all trace files
+    std::string HOSTS_FILE();  // starts as "127.0.0.1   localhost"
+
+    /* ---- configuration ---- */
+
+    /* Sets a key of vk.ini. */
+    void INI(const std::string& sSection, const std::string& sKey, const std::string& sValue);
+    /* Directory of the sandbox; rw() is gv_rw. */
+    const std::string& sDIR() const { return m_sDir; }
+    std::string        sRW() const { return m_sDir + "/server/rw/"; }
+
+private:
+    void PRINT_STATE();
+
+    std::string                       m_sDir;
+    std::string                       m_sHost;      // socket directory of the server
+    std::string                       m_sDatabase;  // name of this test's database
+    size_t                            m_uServerLog = 0;
+    int                               m_iRuns = 0;
+    std::unique_ptr<PGconn, CLOSE_DB> m_pConn;
+};
+
+/* Waits until bDone() or the limit has passed. */
+template<class F>
+bool bWAIT_UNTIL(int iLimitMs, F bDone)
+{
+    const long lEnd = lNOW_MS() + iLimitMs;
+    while (!bDone()) {
+        if (lNOW_MS() > lEnd) return false;
+        iSLEEP_MS(5);
+    }
+    return true;
+}
+
+/* Whole file, "" when there is none. */
+std::string sREAD_FILE(const std::string& sPath);
+void        WRITE_FILE(const std::string& sPath, std::string_view svBytes);
+TEXTS       asLINES(const std::string& sText);
