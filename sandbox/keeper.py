@@ -6,13 +6,14 @@ usage: keeper.py DIR PARENT_PID
 Reads "start NAME", "stop NAME" and "end" from DIR/control; a service is the
 program DIR/services/NAME/run, its output goes to DIR/services/NAME/log and its
 process id to DIR/services/NAME/pid while it lives. When the parent ends, however
-it ends, everything below the keeper is killed and DIR/at_end is run.
+it ends, everything below the keeper is killed, DIR/at_end is run and DIR removed.
 As child subreaper it also owns what commands on the clients leave behind.
 """
 import ctypes
 import os
 import random
 import select
+import shutil
 import signal
 import socket
 import subprocess
@@ -135,6 +136,8 @@ class Keeper:
         signal.set_wakeup_fd(-1)
         subprocess.run([os.path.join(self.directory, "at_end")], stdin=subprocess.DEVNULL,
                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=False)
+        # Last of all: who took the sandbox down waits for this.
+        shutil.rmtree(self.directory, ignore_errors=True)
 
 
 def main():

@@ -45,5 +45,12 @@ misbehave() {
     fi
 }
 
+# The client's software is that package from now on.
+install_package() { # PACKAGE_NAME
+    version=$(printf '%s\n' "$1" | sed -n 's/^[^0-9]*\([0-9][0-9]*\.[0-9.]*-[0-9]*\).*/\1/p')
+    printf 'version=%s\npackage_name=%s\nupdate_date=%s\n' "${version:-0.0.0-0}" "$1" \
+        "$(date '+%Y-%m-%d %H:%M:%S')" >"$base/velka/ini/vk.ini"
+}
+
 note_command "$@"
 if [ -f "$base/state/$program" ]; then . "$base/state/$program"; fi
