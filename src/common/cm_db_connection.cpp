@@ -12,6 +12,7 @@
 
 #include <poll.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -165,7 +166,7 @@ int iWAIT_SOCKET(PGconn* pConn, bool bWrite, long lDeadline)
 }
 
 /* How the traffic with the server stands. */
-enum STEP { STEP_READY, STEP_BROKEN, STEP_LATE };
+enum STEP { STEP_READY, STEP_BROKEN, STEP_LATE, STEP_UNFIT };
 
 STEP eSEND_ALL(PGconn* pConn, long lDeadline)
 {
@@ -232,7 +233,7 @@ STEP eTAKE_ALL(PGconn* pConn, const DB_ROW& pRow, long lDeadline, DB_OUTCOME& ou
         if (eStep != STEP_READY) return eStep;
         const RESULT pResult{PQgetResult(pConn)};
         if (!pResult) return PQstatus(pConn) == CONNECTION_OK ? STEP_READY : STEP_BROKEN;
-        if (!iTAKE(pResult.get(), pRow, outcome)) return STEP_BROKEN;
+        if (!iTAKE(pResult.get(), pRow, outcome)) return STEP_UNFIT;
     }
 }
 
@@ -255,7 +256,7 @@ void DROP(STEP eStep, int iLimit, DB_OUTCOME& outcome)
                       : sERROR_LINE(PQerrorMessage(CONN().get())));
     outcome.sSqlState.clear();
     CONN().reset();
-    TELL_LOST(outcome.sError);
+    if (eStep != STEP_UNFIT) TELL_LOST(outcome.sError);
 }
 
 }  // namespace

@@ -1,0 +1,290 @@
+/* Text, patterns, versions, lists; values inside statements and command lines. */
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <memory>
+
+#include "common/cm_command.h"
+#include "common/cm_db_access.h"
+#include "common/common.h"
+#include "common/common/LL.h"
+#include "scratch.h"
+
+namespace {
+
+/* What /bin/sh makes of a command line. */
+std::string sSHELL_SAYS(const std::string& sCommand)
+{
+    const std::unique_ptr<FILE, int (*)(FILE*)> pPipe{popen(sCommand.c_str(), "r"), pclose};
+    std::string                                 sAll;
+    for (int c = 0; pPipe && (c = fgetc(pPipe.get())) != EOF;) sAll.push_back(static_cast<char>(c));
+    return sAll;
+}
+
+TEST(TEXT, is_cut_at_a_character_and_stays_valid)
+{
+    const struct {
+        const char* cpText;
+        size_t      uMax;
+        const char* cpCut;
+    } asctRow[] = {
+        {"abc", 3, "abc"}, {"abcd", 3, "abc"},
+        {"aä", 2, "a"},    {"aä", 3, "aä"},
+        {"a€€", 6, "a€"},  {"😀x", 3, ""},
+        {"😀x", 4, "😀"},    {"\x80\x80\x80\x80\x80\x80", 5, "\x80\x80\x80\x80\x80"},
+        {"", 0, ""},       {"ä", 0, ""},
+    };
+    for (const auto& row : asctRow) {
+        SCOPED_TRACE(row.cpText);
+        EXPECT_EQ(svTEXT_CUT(row.cpText, row.uMax), row.cpCut);
+    }
+    char szEight[8];
+    x_Snprintf(szEight, sizeof szEight, "%s", "12345678901234567890");
+    EXPECT_STREQ(szEight, "1234567");
+    x_Snprintf(szEight, sizeof szEight, "123456%s", "ä");
+    EXPECT_STREQ(szEight, "123456");
+    x_Snprintf(szEight, sizeof szEight, "12345%s", "ä");
+    EXPECT_STREQ(szEight, "12345ä");
+    EXPECT_FALSE(iTEXT_SET(szEight, "1234567ä"));
+    EXPECT_STREQ(szEight, "1234567");
+}
+
+TEST(TEXT, of_foreign_bytes_becomes_one_harmless_line)
+{
+    const std::string svBad = "\xEF\xBF\xBD";
+    EXPECT_EQ(sVALID_UTF8("a\xFF z\xC3"), "a" + svBad + " z" + svBad);
+    EXPECT_EQ(sVALID_UTF8("\xC0\xAF"), svBad + svBad) << "overlong";
+    EXPECT_EQ(sVALID_UTF8("\xED\xA0\x80"), svBad + svBad + svBad) << "surrogate";
+    EXPECT_EQ(sVALID_UTF8("\xF4\x90\x80\x80").size(), 12U) << "above U+10FFFF";
+    EXPECT_EQ(sVALID_UTF8("ä€😀\n"), "ä€😀\n");
+    EXPECT_EQ(sONE_LINE("a\tb\r\nc\x1B[2J\x7F\xC2\x9B"
+                        "d"),
+              "a b  c [2J  d");
+}
+
+TEST(TEXT, passwords_are_masked_in_every_form_they_take)
+{
+    const std::string sPassword = "pa'ss \"w$rd\\";
+    v_SECRET(sPassword);
+    v_SECRET("");
+    char szSql[256];
+    char szCmd[256];
+    ASSERT_TRUE(iSQL(szSql, "update t set p='%s'", sPassword));
+    ASSERT_TRUE(iCMD(szCmd, SHELL_POSIX, "qtc -p %s -N \"a:%s\"", sPassword, sPassword));
+    EXPECT_EQ(sMASKED("is " + sPassword + "!"), "is ***!");
+    EXPECT_EQ(sMASKED(szSql), "update t set p='***'");
+    EXPECT_EQ(sMASKED(szCmd), "qtc -p *** -N \"a:***\"");
+    ASSERT_TRUE(iCMD(szCmd, SHELL_WINDOWS, "qtc -p %s -N \"a:%s\"", sPassword, sPassword));
+    EXPECT_THAT(sMASKED(szCmd), testing::Not(testing::HasSubstr("w$rd")));
+    EXPECT_EQ(sMASKED("nothing here"), "nothing here");
+}
+
+TEST(TEXT, joining_copying_and_numbers_stay_within_their_arrays)
+{
+    char szJoined[16] = "old";
+    EXPECT_STREQ(str_chain(szJoined, 1, "ab", "cd", "", "ef"), "abcd");
+    EXPECT_STREQ(str_chain(szJoined, 0, "-", "xy", ""), "abcd-xy");
+    EXPECT_STREQ(str_chain(szJoined, 1, "0123456789", "0123456789", ""), "012345678901234");
+    char szSix[6];
+    strlcpy(szSix, "abcdefgh", sizeof szSix);
+    EXPECT_STREQ(szSix, "abcde");
+    strlcpy(szSix, "ab", sizeof szSix);
+    strlcat(szSix, "cdefgh", sizeof szSix);
+    EXPECT_STREQ(szSix, "abcde");
+    EXPECT_STREQ(intoas(-9223372036854775807L), "-9223372036854775807");
+    char szHost[] = "Host-Ä.Example1";
+    EXPECT_STREQ(uppercase(szHost), "HOST-Ä.EXAMPLE1");
+    EXPECT_STREQ(lowercase(szHost), "host-Ä.example1");
+    EXPECT_EQ(szFILE_NAME("../a/b\n"), "_._a_b_");
+}
+
+TEST(PATTERN, hits_where_its_texts_or_its_name_stand)
+{
+    const struct {
+        const char* cpPattern;
+        const char* cpLine;
+        int         iHit;
+    } asctRow[] = {
+        {"ssh:|Error:^", "an Error: here", 1},
+        {"ssh:|Error:^", "ssh: connect", 1},
+        {"ssh:|Error:^", "error: SSH:", 0},
+        {"a|OR|b^", "xORx", 0},
+        {"a|OR|b^", "xbx", 1},
+        {"OR b^", "xOR bx", 1},
+        {"^", "anything", 0},
+        {"a||^", "xyz", 0},
+        {"x^y^", "x^y", 1},
+        {"alpha", "10.0.0.1\tALPHA alpha2", 1},
+        {"alpha", "10.0.0.1 alpha2 alpha.dom xalpha", 0},
+        {"alpha", "10.0.0.1 beta # alpha", 0},
+        {"alpha", "alpha#comment", 1},
+        {"", "", 0},
+    };
+    for (const auto& row : asctRow) {
+        SCOPED_TRACE(std::string(row.cpPattern) + " in " + row.cpLine);
+        EXPECT_EQ(iPATTERN_HIT(row.cpPattern, row.cpLine), row.iHit);
+    }
+}
+
+TEST(PATTERN, captures_of_a_package_name)
+{
+    constexpr char szPATTERN[] = R"((.*[-_])?(.*?\..*\..*-.*?)\..*)";
+    char*          cpFirst = nullptr;
+    char*          cpSecond = nullptr;
+    pscanf("/tmp/velka-cli_4.4.1-14.wheezy_amd64.deb", szPATTERN, &cpFirst, &cpSecond);
+    EXPECT_STREQ(cpFirst, "/tmp/velka-cli_");
+    EXPECT_STREQ(cpSecond, "4.4.1-14");
+    pscanf("4.4.1-14.deb", szPATTERN, &cpFirst, &cpSecond);
+    EXPECT_EQ(cpFirst, nullptr);
+    EXPECT_STREQ(cpSecond, "4.4.1-14");
+    for (const char* cpPattern : {szPATTERN, "(unclosed", "only(one)"}) {
+        SCOPED_TRACE(cpPattern);
+        pscanf("no version", cpPattern, &cpFirst, &cpSecond);
+        EXPECT_EQ(cpFirst, nullptr);
+        EXPECT_EQ(cpSecond, nullptr);
+    }
+    /* Would try for ages: ends as a match that failed. */
+    const std::string sEvil(40, 'a');
+    pscanf(sEvil.c_str(), "(a+)+(a*)*b", &cpFirst, &cpSecond);
+    EXPECT_EQ(cpFirst, nullptr);
+}
+
+TEST(VERSION, is_ordered_part_by_part_and_zero_for_anything_else)
+{
+    const char* const acpRising[] = {"0.0.0.1",  "3.9.9.9",    "4.2.2.98",        "4.2.2.99",
+                                     "4.4.1-14", "4.4.3.73",   "4.4.3.99999",     "4.4.4.0",
+                                     "4.10.0.0", "10.0.0.0.1", "9000.99999.0.1-x"};
+    for (size_t u = 1; u < std::size(acpRising); u++) {
+        SCOPED_TRACE(acpRising[u]);
+        EXPECT_LT(l_cli_version(acpRising[u - 1]), l_cli_version(acpRising[u]));
+    }
+    EXPECT_EQ(l_cli_version("4.4.1-14"), 4000040000100014L);
+    for (const char* cpSuffix : {"-1", "_x", "~rc1", "+b", ".wheezy", "."}) {
+        SCOPED_TRACE(cpSuffix);
+        EXPECT_EQ(l_cli_version((std::string("4.4.1.14") + cpSuffix).c_str()), 4000040000100014L);
+    }
+    EXPECT_EQ(l_cli_version(nullptr), 0);
+    for (const char* cpNone : {"", "4.4.1", "4.4.1.", "4.4-1.1", "4.4.1.x", "v4.4.1.1",
+                               "9001.0.0.0", "1.100000.0.0", "1.1.1.1a", "-1.1.1.1", "4.4.1.14 ",
+                               " 4.4.1.14", "99999999999999999999.1.1.1", "4..1.1"}) {
+        SCOPED_TRACE(cpNone);
+        EXPECT_EQ(l_cli_version(cpNone), 0);
+    }
+}
+
+TEST(LIST, keeps_copies_in_order_and_finds_lines)
+{
+    t_LL pList = ConsLL();
+    EXPECT_EQ(SizeLL(pList), 0U);
+    EXPECT_FALSE(IsElmLL(FirstElmLL(pList)));
+    EXPECT_EQ(LastElmLL(pList), nullptr);
+    char szText[256];
+    for (const char* cp : {"first", "tkc-11 broken", "tkc-11 again"}) {
+        iTEXT_SET(szText, cp);
+        InsLastLLf(pList, sizeof szText, szText);
+    }
+    std::string sWalk;
+    for (void* p = FirstElmLL(pList); IsElmLL(p); p = NextElmLL(p))
+        sWalk += static_cast<const char*>(p) + std::string(";");
+    EXPECT_EQ(sWalk, "first;tkc-11 broken;tkc-11 again;");
+    EXPECT_EQ(SizeLL(pList), 3U);
+    EXPECT_STREQ(static_cast<const char*>(LastElmLL(pList)), "tkc-11 again");
+    /* An element without a terminator ends with its bytes. */
+    InsLastLLf(pList, 3, "xyzQQQ");
+    char szPattern[11] = "tkc-11^";
+    EXPECT_EQ(i_LL_search(pList, szPattern, sizeof szPattern), 1);
+    EXPECT_STREQ(szPattern, "tkc-11 bro");
+    iTEXT_SET(szPattern, "Q^");
+    EXPECT_EQ(i_LL_search(pList, szPattern, sizeof szPattern), 0);
+    EXPECT_STREQ(szPattern, "Q^");
+}
+
+TEST(COMMAND, values_reach_the_program_as_they_are)
+{
+    const char* const acpValue[] = {
+        "plain-1.2_3:/x=,+@%", "two words", "it's", "a\"b", "$HOME `id`", "\\",
+        "back\\slash\\",       "a;b|c&d>e", "-n",   "*",    "~",          "ä€",
+        "line\nfeed",          "!x",        "#c"};
+    for (const char* cpValue : acpValue) {
+        SCOPED_TRACE(cpValue);
+        char szCmd[512];
+        ASSERT_TRUE(iCMD(szCmd, SHELL_POSIX, "printf '%%s|' %s pre%s \"in %s\" '%s'", cpValue,
+                         cpValue, cpValue, cpValue));
+        const std::string s = cpValue;
+        EXPECT_EQ(sSHELL_SAYS(szCmd), s + "|pre" + s + "|in " + s + "|" + s + "|");
+        EXPECT_EQ(sSHELL_SAYS("printf %s " + sSHELL_WORD(SHELL_POSIX, s)), s);
+    }
+    EXPECT_EQ(sSHELL_WORD(SHELL_POSIX, ""), "''");
+    EXPECT_EQ(sSHELL_WORD(SHELL_WINDOWS, ""), "\"\"");
+}
+
+TEST(COMMAND, on_windows_and_what_is_refused)
+{
+    const struct {
+        const char* cpValue;
+        const char* cpBare;
+        const char* cpQuoted;
+    } asctRow[] = {
+        {"plain", "plain", "\"plain\""},
+        {"", "", "\"\""},
+        {"two words", "\"two words\"", "\"two words\""},
+        {"C:\\dir x\\", "\"C:\\dir x\\\\\"", "\"C:\\dir x\\\\\""},
+        {"a\"&b", "\"a\"\"&b\"", "\"a\"\"&b\""},
+        {"a\\\"b", "\"a\\\\\"\"b\"", "\"a\\\\\"\"b\""},
+    };
+    char szCmd[64];
+    for (const auto& row : asctRow) {
+        SCOPED_TRACE(row.cpValue);
+        ASSERT_TRUE(iCMD(szCmd, SHELL_WINDOWS, "%s", row.cpValue));
+        EXPECT_STREQ(szCmd, row.cpBare);
+        ASSERT_TRUE(iCMD(szCmd, SHELL_WINDOWS, "\"%s\"", row.cpValue));
+        EXPECT_STREQ(szCmd, row.cpQuoted);
+    }
+    EXPECT_FALSE(iCMD(szCmd, SHELL_WINDOWS, "echo %s", "a\nb"));
+    EXPECT_STREQ(szCmd, "");
+    EXPECT_FALSE(iCMD(szCmd, SHELL_POSIX, "echo %s", std::string(64, 'x')));
+    EXPECT_STREQ(szCmd, "");
+    EXPECT_FALSE(iCMD(szCmd, SHELL_POSIX, "echo %s", std::string_view("a\0b", 3)));
+    ASSERT_TRUE(iCMD(szCmd, SHELL_POSIX, "%s -v %d 100%%", RAW_TEXT{"qtc -x \"a b\""}, 7));
+    EXPECT_STREQ(szCmd, "qtc -x \"a b\" -v 7 100%");
+}
+
+TEST(STATEMENT, values_are_quoted_where_they_stand)
+{
+    char szSql[256];
+    ASSERT_TRUE(iSQL(szSql, "a='%s' b like '%s%%' c=%d d=%ld e='%c' %s", "o'x\\\xFF",
+                     LIKE_TEXT{"50%_'\\"}, -3, 1L << 40, '\'', RAW_TEXT{"f=NULL"}));
+    EXPECT_STREQ(
+        szSql,
+        "a='o''x\\\xEF\xBF\xBD' b like '50\\%\\_''\\\\%' c=-3 d=1099511627776 e='''' f=NULL");
+    ASSERT_TRUE(iSQL(szSql, "'%s'", std::string_view("a\0b", 3)));
+    EXPECT_STREQ(szSql, "'ab'");
+    EXPECT_FALSE(iSQL(szSql, "a=%s", "1 or true")) << "a text outside quotes";
+    EXPECT_FALSE(iSQL(szSql, "a='x' and b=%s", "1 or true"));
+    EXPECT_FALSE(iSQL(szSql, "a=%d", "1")) << "a text for a number";
+    EXPECT_FALSE(iSQL(szSql, "a='%s' %s", "x")) << "a value is missing";
+    EXPECT_STREQ(szSql, "");
+    const std::string sFirst = pDBNULL("2024-05-01 10:00:00");
+    EXPECT_STREQ(pDBNULL(""), "NULL");
+    EXPECT_STREQ(pDBNULL("o'x"), "'o''x'");
+    EXPECT_EQ(sFirst, "'2024-05-01 10:00:00'");
+}
+
+TEST(STATEMENT, only_free_text_is_shortened_and_never_inside_a_pair_of_quotes)
+{
+    char szSql[40];
+    /* 15 characters of frame leave 24 for the free texts. */
+    ASSERT_TRUE(
+        iSQL(szSql, "set a='%s',b='%s' x", FREE_TEXT{std::string(50, 'a')}, FREE_TEXT{"bb"}));
+    EXPECT_EQ(szSql, "set a='" + std::string(22, 'a') + "',b='bb' x");
+    ASSERT_TRUE(iSQL(szSql, "set a='%s'", FREE_TEXT{std::string(50, '\'')}));
+    EXPECT_EQ(szSql, "set a='" + std::string(30, '\'') + "'") << "an odd place is left free";
+    const std::string sEuros = "€€€€€€€€€€€€€€€";
+    ASSERT_TRUE(iSQL(szSql, "set a='%s'", FREE_TEXT{sEuros}));
+    EXPECT_EQ(szSql, "set a='" + sEuros.substr(0, 30) + "'");
+    EXPECT_FALSE(iSQL(szSql, "set a='%s' where n='%s'", FREE_TEXT{"f"}, std::string(50, 'n')));
+    EXPECT_STREQ(szSql, "");
+}
+
+}  // namespace
