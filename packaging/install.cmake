@@ -30,10 +30,11 @@ set(CPACK_PACKAGE_VENDOR "QIR velka team")
 set(CPACK_PACKAGE_CONTACT "QIR velka team <velka@example.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY ${PROJECT_DESCRIPTION})
 set(CPACK_PACKAGE_DESCRIPTION "Registers, checks, removes and updates the machines that a backup
- server backs up. It works on one client, on a list of clients or on all of them,
- and keeps the outcome in the server's database.")
+server backs up. It works on one client, on a list of clients or on all of them,
+and keeps the outcome in the server's database.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/directory_modes.cmake)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
@@ -43,5 +44,6 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 # CPack finds the architecture with dpkg. Under /etc the file is the site's own:
 # an upgrade keeps it, only purging removes it.
 file(WRITE ${CMAKE_BINARY_DIR}/conffiles "/etc/velka/vk.ini\n")
-set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_BINARY_DIR}/conffiles)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_BINARY_DIR}/conffiles
+    ${CMAKE_CURRENT_LIST_DIR}/postrm)
 include(CPack)
