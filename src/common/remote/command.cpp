@@ -14,6 +14,8 @@ namespace {
 // ssh's own limit for connecting passes first, because its words say more.
 constexpr int iCONNECT_GRACE_S = 3;
 constexpr int iEND_GRACE_MS = 2000;
+// ssh ends at once after the command, unless something was left behind there.
+constexpr int iLET_GO_MS = 300;
 
 struct RUNNING {
     CHILD       child;
@@ -116,7 +118,11 @@ OUTCOME sctTRY(const HOST& host, TRANSPORT& transport, const CHILD_SPEC& sctSpec
         if (bConnected) sink.Take(running.marks.sRest());
     }
     sink.Finish();
-    v_CHILD_END(running.child, iEND_GRACE_MS);
+    if (outcome.bRan) {
+        v_CHILD_LET_GO(running.child, iLET_GO_MS);
+    } else {
+        v_CHILD_END(running.child, iEND_GRACE_MS);
+    }
     return outcome;
 }
 

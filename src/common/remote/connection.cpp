@@ -2,9 +2,11 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -27,6 +29,7 @@ namespace {
 // ssh adds a blank, a dot and 16 characters of its own to the name of a new socket.
 constexpr size_t uSOCKET_MAX = sizeof(sockaddr_un::sun_path) - 20;
 constexpr int    iEND_MS = 1000;
+constexpr int    iREAP_MS = 100;
 
 struct PRIVATE_DIRECTORY {
     std::string sPath;
@@ -130,9 +133,22 @@ void END_CONNECTION(const CONNECTION& connection)
     }
 }
 
+/* Takes leave of the background processes, which became children of this process
+   when the ssh that made them ended. What else a command left behind goes on. */
+void REAP_BACKGROUND()
+{
+    const long lDeadline = lNOW_MS() + iREAP_MS;
+    while (lNOW_MS() < lDeadline) {
+        const pid_t iReaped = waitpid(-1, nullptr, WNOHANG);
+        if (iReaped < 0) return;
+        if (iReaped == 0) usleep(1000);
+    }
+}
+
 void END_CONNECTIONS()
 {
     for (const auto& [sKey, connection] : CONNECTIONS()) END_CONNECTION(connection);
+    if (!CONNECTIONS().empty()) REAP_BACKGROUND();
     CONNECTIONS().clear();
     std::error_code ignored;
     if (!DIRECTORY().sPath.empty()) fs::remove_all(DIRECTORY().sPath, ignored);
@@ -154,6 +170,7 @@ const std::string& sPRIVATE_DIRECTORY()
     }
     directory.sPath = sTemplate;
     directory.fdLock = fdLOCKED(sTemplate);
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
     v_AT_END(END_CONNECTIONS);
     return directory.sPath;
 }

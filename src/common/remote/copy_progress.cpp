@@ -17,7 +17,7 @@ namespace {
 constexpr long lSMALL = 65536;  // a file that is gone before anybody can read the line
 
 /* The entry of the process's descriptor on the source file, or "". */
-std::string sFIND_DESCRIPTOR(const PROGRESS& progress, pid_t iPid)
+std::string sFIND_DESCRIPTOR(const COPY_PROGRESS& progress, pid_t iPid)
 {
     std::error_code   error;
     const std::string sProcess = "/proc/" + std::to_string(iPid);
@@ -40,7 +40,7 @@ long lPOSITION(const std::string& sDescriptor)
     return info ? lPosition : -1;
 }
 
-void SHOW(PROGRESS& progress)
+void SHOW(COPY_PROGRESS& progress)
 {
     const double dMiB = 1024.0 * 1024.0;
     const double dSeconds = static_cast<double>(std::max(1L, lNOW_MS() - progress.lBegin)) / 1000.0;
@@ -55,12 +55,12 @@ void SHOW(PROGRESS& progress)
 
 }  // namespace
 
-PROGRESS::~PROGRESS()
+COPY_PROGRESS::~COPY_PROGRESS()
 {
     if (bShown) std::fputs("\r\033[K", stderr);
 }
 
-PROGRESS::PROGRESS(const std::string& sFile, long lBytes)
+COPY_PROGRESS::COPY_PROGRESS(const std::string& sFile, long lBytes)
     : sName(sONE_LINE(fs::path(sFile).filename().string())),
       lSize(lBytes),
       lBegin(lNOW_MS()),
@@ -70,7 +70,7 @@ PROGRESS::PROGRESS(const std::string& sFile, long lBytes)
     sSource = fs::canonical(sFile, error).string();
 }
 
-int iPROGRESS_SHOW(PROGRESS& progress, pid_t iPid)
+int iPROGRESS_SHOW(COPY_PROGRESS& progress, pid_t iPid)
 {
     if (progress.sDescriptor.empty()) progress.sDescriptor = sFIND_DESCRIPTOR(progress, iPid);
     if (progress.sDescriptor.empty()) return 0;

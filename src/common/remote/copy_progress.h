@@ -6,7 +6,7 @@
 
 #include <string>
 
-struct PROGRESS {
+struct COPY_PROGRESS {
     std::string sSource;        // absolute path, links resolved
     std::string sName;          // shown to the user
     long        lSize;          // bytes
@@ -16,12 +16,12 @@ struct PROGRESS {
     bool        bShown = false;
     std::string sDescriptor;  // /proc entry of the source file once found
 
-    PROGRESS(const std::string& sFile, long lBytes);
-    PROGRESS(const PROGRESS&) = delete;
-    PROGRESS& operator=(const PROGRESS&) = delete;
-    ~PROGRESS();  // clears the line
+    COPY_PROGRESS(const std::string& sFile, long lBytes);
+    COPY_PROGRESS(const COPY_PROGRESS&) = delete;
+    COPY_PROGRESS& operator=(const COPY_PROGRESS&) = delete;
+    ~COPY_PROGRESS();  // clears the line
 };
 
 /* Looks where process iPid is and shows it on standard error when that is a
    terminal. Result 1 it has moved since the last look, 0 not. */
-int iPROGRESS_SHOW(PROGRESS& progress, pid_t iPid);
+int iPROGRESS_SHOW(COPY_PROGRESS& progress, pid_t iPid);

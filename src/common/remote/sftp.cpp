@@ -81,7 +81,7 @@ void STILL_ALIVE(TALK& talk)
 /* Reads what sftp writes until bDone says so, it has ended, or a limit passed.
    Result  1 bDone, 0 the talk is over */
 template<class DONE>
-int iLISTEN(TALK& talk, PROGRESS* pProgress, DONE bDone)
+int iLISTEN(TALK& talk, COPY_PROGRESS* pProgress, DONE bDone)
 {
     STILL_ALIVE(talk);
     while (!bDone(talk.sOut)) {
@@ -231,8 +231,8 @@ int iSFTP_PUT(CHILD_SPEC sctSpec, const std::string& sHost, const std::string& s
     sWrite += "ls -ln " + sQUOTED(sPart) + "\n";
 
     for (const bool bMakeFolders : {false, true}) {
-        TALK     talk;
-        PROGRESS progress(sSource, lSize);
+        TALK          talk;
+        COPY_PROGRESS progress(sSource, lSize);
         if (!iSTART(talk, sctSpec, sReason)) return 0;
         const auto bListed = [](const std::string& s) { return lLISTED_SIZE(s) >= 0; };
         if (bSEND(talk, (bMakeFolders ? sFOLDERS(sPath) : "") + sWrite) &&

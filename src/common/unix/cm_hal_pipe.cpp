@@ -152,7 +152,26 @@ int iSTATUS(int iWaitStatus)
     return WIFSIGNALED(iWaitStatus) ? 128 + WTERMSIG(iWaitStatus) : WEXITSTATUS(iWaitStatus);
 }
 
-/* Waits, without looking at signals, until the group is empty or the time is up. */
+/* Waits, without looking at signals, until the child has ended or the time is up. */
+void WAIT_FOR_CHILD(CHILD& child, long lDeadline)
+{
+    while (!iCHILD_ENDED(child) && lNOW_MS() < lDeadline) {
+        pollfd sctPoll{child.fdExit.iGet(), POLLIN, 0};
+        poll(&sctPoll, 1, child.fdExit.bOpen() ? static_cast<int>(lDeadline - lNOW_MS()) : 5);
+    }
+}
+
+void REAP(CHILD& child)
+{
+    int iWaitStatus = 0;
+    while (waitpid(child.iPid, &iWaitStatus, 0) < 0 && errno == EINTR) {
+    }
+    child.iStatus = iSTATUS(iWaitStatus);
+    child.iPid = -1;
+    FORGET(child);
+}
+
+/* The same for its group. */
 void WAIT_FOR_GROUP(pid_t iGroup, long lDeadline)
 {
     while (kill(-iGroup, 0) == 0 && lNOW_MS() < lDeadline) usleep(5000);
@@ -267,19 +286,20 @@ void v_CHILD_END(CHILD& child, int iGraceMs)
     const pid_t iGroup = child.iPid;
     const long  lDeadline = lNOW_MS() + iGraceMs;
     kill(-iGroup, SIGTERM);
-    while (!iCHILD_ENDED(child) && lNOW_MS() < lDeadline) {
-        pollfd sctPoll{child.fdExit.iGet(), POLLIN, 0};
-        poll(&sctPoll, 1, child.fdExit.bOpen() ? static_cast<int>(lDeadline - lNOW_MS()) : 5);
-    }
+    WAIT_FOR_CHILD(child, lDeadline);
     WAIT_FOR_GROUP(iGroup, lDeadline);
     kill(-iGroup, SIGKILL);
-    if (child.iPid < 0) return;
-    int iWaitStatus = 0;
-    while (waitpid(child.iPid, &iWaitStatus, 0) < 0 && errno == EINTR) {
+    if (child.iPid > 0) REAP(child);
+}
+
+void v_CHILD_LET_GO(CHILD& child, int iGraceMs)
+{
+    for (const int iSignal : {SIGTERM, SIGKILL}) {
+        WAIT_FOR_CHILD(child, lNOW_MS() + iGraceMs);
+        if (child.iPid < 0) return;
+        kill(child.iPid, iSignal);
     }
-    child.iStatus = iSTATUS(iWaitStatus);
-    child.iPid = -1;
-    FORGET(child);
+    REAP(child);
 }
 
 void v_CHILD_SIGNAL(const CHILD& child, int iSignal)

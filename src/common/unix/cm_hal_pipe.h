@@ -104,6 +104,10 @@ int iCHILD_ENDED(CHILD& child);
 /* Ends the child's process group: TERM, up to iGraceMs, then KILL; reaps. */
 void v_CHILD_END(CHILD& child, int iGraceMs);
 
+/* Waits up to iGraceMs for a child that has done its work, then ends its leader
+   alone and reaps it: what it has left behind goes on. */
+void v_CHILD_LET_GO(CHILD& child, int iGraceMs);
+
 /* Sends iSignal to the child's process group. */
 void v_CHILD_SIGNAL(const CHILD& child, int iSignal);
 
