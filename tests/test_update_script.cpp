@@ -213,6 +213,12 @@ TEST_F(UPDATE_SCRIPT, a_failing_installer_gives_its_status_and_the_line_that_tel
         "STATUS=ERROR MSG=\"installation of /tmp/velka-cli_4.4.1-14.deb failed with status 7: "
         "error: 'postinst' of it`s <said> 'no'\"\n");
 
+    INSTALLER("echo 'x: error processing velka-cli:'; echo ' its cause'; echo velka-cli; exit 100");
+    ran = RUN();
+    EXPECT_EQ(ran.iExit, 100);
+    EXPECT_TRUE(ran.sLast.ends_with("status 100: x: error processing velka-cli:  its cause\""))
+        << ran.sLast;
+
     INSTALLER("exit 1");  // 1 would say that there is only a warning
     EXPECT_EQ(RUN().iExit, 2);
 
