@@ -362,7 +362,8 @@ STARTED_RUN SANDBOX::START(const TEXTS& asArgument, const SETTINGS& environment)
 
 STARTED_RUN SANDBOX::START_PROGRAM(const TEXTS& asCommand, const SETTINGS& environment)
 {
-    SETTINGS all{{"PATH", fs::path{VK_PROGRAM}.parent_path().string() + ":/usr/bin:/bin"},
+    SETTINGS all{{"PATH", fs::path{VK_PROGRAM}.parent_path().string() + ":" + m_sDir +
+                              "/server/velka/bin:/usr/bin:/bin"},
                  {"HOME", m_sDir + "/server"},
                  {"VK_INI", m_sDir + "/vk.ini"},
                  {"LC_ALL", "C"}};
