@@ -30,6 +30,10 @@ constexpr char szPROGRAM[] = "vk_config_client";
 constexpr char szDEFAULT[] = "host=/run/postgresql dbname=velka user=velka";
 /* Seconds behind the server's own limit after which it is given up. */
 constexpr int iBEHIND_SERVER = 5;
+/* Seconds for connecting to one host, unless the connection text says. */
+constexpr int iCONNECT_TIMEOUT = 10;
+/* A connect that failed after this long met silence, not a refusal. */
+constexpr long lSILENT_MS = 1500;
 
 template<auto pFree>
 struct FREE_BY {
@@ -81,6 +85,8 @@ std::string sSESSION_OPTIONS(const std::string& sOwn)
 struct PARAMETERS {
     std::vector<const char*> acpKeyword;
     std::vector<std::string> asValue;
+    bool                     bOneHost = true;  // libpq has no other host to try
+    int                      iTimeout = iCONNECT_TIMEOUT;
 
     void Add(const char* cpKeyword, std::string sValue)
     {
@@ -92,23 +98,28 @@ struct PARAMETERS {
 PARAMETERS sctPARAMETERS(const std::string& sText)
 {
     /* A text that cannot be parsed is told by the connect itself. */
-    const CONNINFO    pOptions{PQconninfoParse(sText.c_str(), nullptr)};
-    const std::string sHosts =
-        sSET_IN(pOptions.get(), "host") + sSET_IN(pOptions.get(), "hostaddr");
-    v_SECRET(sSET_IN(pOptions.get(), "password"));
+    const CONNINFO          pInfo{PQconninfoParse(sText.c_str(), nullptr)};
+    const PQconninfoOption* pOptions = pInfo.get();
+    v_SECRET(sSET_IN(pOptions, "password"));
+    std::string       sHosts = sSET_IN(pOptions, "host") + sSET_IN(pOptions, "hostaddr");
+    const std::string sTimeout = sSET_IN(pOptions, "connect_timeout");
+    if (sHosts.empty()) sHosts = sENVIRONMENT("PGHOST");
+    const bool bSeveral = sHosts.find(',') != std::string::npos;
+    const bool bService = !(sSET_IN(pOptions, "service") + sENVIRONMENT("PGSERVICE")).empty();
     PARAMETERS parameters;
-    parameters.Add("connect_timeout", "10");
+    parameters.bOneHost = !bSeveral && !bService;
+    if (!sTimeout.empty()) parameters.iTimeout = std::atoi(sTimeout.c_str());
+    parameters.Add("connect_timeout", std::to_string(iCONNECT_TIMEOUT));
     parameters.Add("application_name", szPROGRAM);
     parameters.Add("keepalives", "1");
     parameters.Add("keepalives_idle", "30");
     parameters.Add("keepalives_interval", "10");
     parameters.Add("keepalives_count", "3");
     parameters.Add("tcp_user_timeout", "60000");
-    if ((sHosts.empty() ? sENVIRONMENT("PGHOST") : sHosts).find(',') != std::string::npos)
-        parameters.Add("target_session_attrs", "read-write");
+    if (bSeveral) parameters.Add("target_session_attrs", "read-write");
     parameters.Add("dbname", sText);
     parameters.Add("client_encoding", "UTF8");
-    parameters.Add("options", sSESSION_OPTIONS(sSET_IN(pOptions.get(), "options")));
+    parameters.Add("options", sSESSION_OPTIONS(sSET_IN(pOptions, "options")));
     return parameters;
 }
 
@@ -129,18 +140,61 @@ void TELL_LOST(const std::string& sError)
 
 void IGNORE_NOTICE(void* /*pNone*/, const char* /*cpText*/) {}
 
-int iCONNECT(std::string& sError)
+/* Waits for the socket. A signal that the caller only wants to see does not end a
+   statement that stores an outcome; the deadline does. Result 0: it has passed. */
+int iWAIT_SOCKET(PGconn* pConn, bool bRead, bool bWrite, long lDeadline)
 {
-    const PARAMETERS parameters = sctPARAMETERS(sCONFIG_TEXT("database", "conninfo", szDEFAULT));
+    std::vector<WAIT_FD> fds;
+    if (bRead) fds.push_back({PQsocket(pConn)});
+    if (bWrite) fds.push_back({PQsocket(pConn), true});
+    const WAIT_RESULT eResult = iWAIT(fds, lDeadline);
+    if (eResult != WAIT_SIGNAL) return eResult == WAIT_READY;
+    const int  iEvents = (bRead ? POLLIN : 0) | (bWrite ? POLLOUT : 0);
+    pollfd     sctPoll{PQsocket(pConn), static_cast<short>(iEvents), 0};
+    const long lLeft = lDeadline == 0 ? -1 : std::max(lDeadline - lNOW_MS(), 0L);
+    return poll(&sctPoll, 1, static_cast<int>(lLeft)) != 0;
+}
+
+/* Carries a begun connect to its end, so that a signal ends the wait. */
+int iFINISH_CONNECT(PGconn* pConn, int iTimeout, std::string& sError)
+{
+    const long                lDeadline = iTimeout > 0 ? lNOW_MS() + iTimeout * 1000L : 0;
+    PostgresPollingStatusType eNext =
+        PQstatus(pConn) == CONNECTION_BAD ? PGRES_POLLING_FAILED : PGRES_POLLING_WRITING;
+    while (eNext == PGRES_POLLING_READING || eNext == PGRES_POLLING_WRITING) {
+        const bool bWrite = eNext == PGRES_POLLING_WRITING;
+        if (!iWAIT_SOCKET(pConn, !bWrite, bWrite, lDeadline)) {
+            sError = std::string("connection to server at \"") + PQhost(pConn) + "\", port " +
+                     PQport(pConn) + " failed: timeout expired";
+            return 0;
+        }
+        eNext = PQconnectPoll(pConn);
+    }
+    return eNext == PGRES_POLLING_OK;
+}
+
+/* Of several hosts only libpq's own connect goes on to the next one when a host
+   says nothing; it is then libpq that waits. */
+CONNECTION pOPENED(const PARAMETERS& parameters, std::string& sError)
+{
     std::vector<const char*> acpKeyword = parameters.acpKeyword;
     std::vector<const char*> acpValue;
     for (const std::string& s : parameters.asValue) acpValue.push_back(s.c_str());
     acpKeyword.push_back(nullptr);
     acpValue.push_back(nullptr);
+    if (!parameters.bOneHost)
+        return CONNECTION{PQconnectdbParams(acpKeyword.data(), acpValue.data(), 1)};
+    CONNECTION pConn{PQconnectStartParams(acpKeyword.data(), acpValue.data(), 1)};
+    if (pConn) iFINISH_CONNECT(pConn.get(), parameters.iTimeout, sError);
+    return pConn;
+}
 
-    CONNECTION pConn{PQconnectdbParams(acpKeyword.data(), acpValue.data(), 1)};
+int iCONNECT(std::string& sError)
+{
+    CONNECTION pConn =
+        pOPENED(sctPARAMETERS(sCONFIG_TEXT("database", "conninfo", szDEFAULT)), sError);
     if (!pConn || PQstatus(pConn.get()) != CONNECTION_OK || PQsetnonblocking(pConn.get(), 1) != 0) {
-        sError = pConn ? sERROR_LINE(PQerrorMessage(pConn.get())) : "no memory";
+        if (sError.empty()) sError = pConn ? sERROR_LINE(PQerrorMessage(pConn.get())) : "no memory";
         return 0;
     }
     PQsetErrorVerbosity(pConn.get(), PQERRORS_TERSE);
@@ -152,17 +206,23 @@ int iCONNECT(std::string& sError)
     return 1;
 }
 
-/* Waits for the socket. A signal that the caller only wants to see does not end a
-   statement that stores an outcome; the deadline does. Result 0: it has passed. */
-int iWAIT_SOCKET(PGconn* pConn, bool bWrite, long lDeadline)
+/* Connects for a statement. A server that let the whole time pass is not asked
+   again for as long: a run whose database is silent ends after one wait. */
+int iCONNECT_OR_REMEMBER(std::string& sError)
 {
-    std::vector<WAIT_FD> fds{{PQsocket(pConn)}};
-    if (bWrite) fds.push_back({PQsocket(pConn), true});
-    const WAIT_RESULT eResult = iWAIT(fds, lDeadline);
-    if (eResult != WAIT_SIGNAL) return eResult == WAIT_READY;
-    pollfd     sctPoll{PQsocket(pConn), static_cast<short>(bWrite ? POLLIN | POLLOUT : POLLIN), 0};
-    const long lLeft = lDeadline == 0 ? -1 : std::max(lDeadline - lNOW_MS(), 0L);
-    return poll(&sctPoll, 1, static_cast<int>(lLeft)) != 0;
+    static IMMORTAL<std::string> sLastError;
+    static long                  lNotBefore = 0;
+    const long                   lStart = lNOW_MS();
+    if (lStart < lNotBefore) {
+        sError = sLastError.Get();
+        return 0;
+    }
+    if (iCONNECT(sError)) return 1;
+    sLastError.Get() = sError;
+    const long lWaited = lNOW_MS() - lStart;
+    lNotBefore = lWaited > lSILENT_MS ? lNOW_MS() + lWaited : 0;
+    TELL_LOST(sError);
+    return 0;
 }
 
 /* How the traffic with the server stands. */
@@ -172,7 +232,7 @@ STEP eSEND_ALL(PGconn* pConn, long lDeadline)
 {
     int iLeft = 0;
     while ((iLeft = PQflush(pConn)) > 0) {
-        if (!iWAIT_SOCKET(pConn, true, lDeadline)) return STEP_LATE;
+        if (!iWAIT_SOCKET(pConn, true, true, lDeadline)) return STEP_LATE;
         if (!PQconsumeInput(pConn)) return STEP_BROKEN;
     }
     return iLeft == 0 ? STEP_READY : STEP_BROKEN;
@@ -182,7 +242,7 @@ STEP eSEND_ALL(PGconn* pConn, long lDeadline)
 STEP eAWAIT_RESULT(PGconn* pConn, long lDeadline)
 {
     while (PQisBusy(pConn)) {
-        if (!iWAIT_SOCKET(pConn, false, lDeadline)) return STEP_LATE;
+        if (!iWAIT_SOCKET(pConn, true, false, lDeadline)) return STEP_LATE;
         if (!PQconsumeInput(pConn)) return STEP_BROKEN;
     }
     return STEP_READY;
@@ -268,10 +328,7 @@ DB_OUTCOME sctDB_RUN(const char* cpSql, const DB_ROW& pRow)
         outcome.sError = "the statement does not fit its buffer";
         return outcome;
     }
-    if (!CONN() && !iCONNECT(outcome.sError)) {
-        TELL_LOST(outcome.sError);
-        return outcome;
-    }
+    if (!CONN() && !iCONNECT_OR_REMEMBER(outcome.sError)) return outcome;
     const int  iTimeout = iCONFIG_STATEMENT_TIMEOUT();
     const int  iLimit = iTimeout + iBEHIND_SERVER;
     const long lDeadline = iTimeout == 0 ? 0 : lNOW_MS() + iLimit * 1000L;
