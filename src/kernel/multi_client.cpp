@@ -19,10 +19,9 @@
 
 namespace {
 
-constexpr size_t      uLIST_LIMIT = 2048;        // selection with a name list, terminator included
-constexpr long        lLEAST_CHILD_LIMIT = 120;  // seconds
-constexpr long        lREFRESH_MS = 1000;        // progress line
-constexpr int         iGRACE_MS = 10000;         // for children of an interrupted run
+constexpr size_t      uLIST_LIMIT = 2048;  // selection with a name list, terminator included
+constexpr long        lREFRESH_MS = 1000;  // progress line
+constexpr int         iGRACE_MS = 10000;   // for children of an interrupted run
 constexpr const char* cpSEPARATOR = "=========================================";
 
 struct SELECTION {
@@ -162,9 +161,7 @@ void v_START_CHILD(MULTI_RUN* pRun, const char* cpName)
         TRACE("%s", cpSEPARATOR);
         return;
     }
-    const long lLimit =
-        std::max(long{iCONFIG_TOTAL_TIMEOUT()} + iCONFIG_IDLE_TIMEOUT(), lLEAST_CHILD_LIMIT);
-    pChild->lDeadline = lNOW_MS() + lLimit * 1000;
+    pChild->lDeadline = lNOW_MS() + lLOCAL_COMMAND_LIMIT_MS();
 }
 
 /* Writes what the child has left, its status line last. */

@@ -1,39 +1,13 @@
 /* One child run of a run over many clients. */
 #include "multi_client_child.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 
 namespace {
 
 constexpr size_t uMOST_OUTPUT = size_t{64} * 1024;  // kept of a child's standard output
-
-/* The directory of the running program, empty when it cannot be told. */
-std::string sOWN_DIRECTORY()
-{
-    char          szPath[4096];
-    const ssize_t lLength = readlink("/proc/self/exe", szPath, sizeof szPath);
-    if (lLength <= 0 || static_cast<size_t>(lLength) >= sizeof szPath) return "";
-    const std::string sPath(szPath, static_cast<size_t>(lLength));
-    return sPath.substr(0, sPath.find_last_of('/'));
-}
-
-std::string sSEARCH_PATH()
-{
-    const char*       cpPath = std::getenv("PATH");
-    const std::string sRest = cpPath != nullptr ? cpPath : "/usr/local/bin:/usr/bin:/bin";
-    const std::string sOwn = sOWN_DIRECTORY();
-    return sOwn.empty() ? sRest : sOwn + ":" + sRest;
-}
-
-void v_NEVER_WAIT(const FD& fd)
-{
-    const int iFlags = fcntl(fd.iGet(), F_GETFL);
-    if (iFlags >= 0) fcntl(fd.iGet(), F_SETFL, iFlags | O_NONBLOCK);
-}
 
 /* Appends what can be read now; the descriptor is closed at its end. Reading stops
    after a while for the sake of the other children. */
@@ -73,10 +47,9 @@ void v_TAKE_COMPLETE_LINES(std::string& sErr, std::string& sForward)
 
 int iCLIENT_START(CLIENT_CHILD* pChild, const char* cpCommand)
 {
-    static const std::string sPath = sSEARCH_PATH();
-    CHILD_SPEC               sctSpec;
+    CHILD_SPEC sctSpec;
     sctSpec.asArgument = {"/bin/sh", "-c", cpCommand};
-    sctSpec.asEnvironment = {{"PATH", sPath}};
+    sctSpec.asEnvironment = {{"PATH", sSEARCH_PATH_OF_PROGRAM()}};
     sctSpec.bErrToOut = false;
     sctSpec.bPipeErr = true;
     std::string sReason;
@@ -84,8 +57,6 @@ int iCLIENT_START(CLIENT_CHILD* pChild, const char* cpCommand)
         v_STDERR("%s", sReason.c_str());
         return 0;
     }
-    v_NEVER_WAIT(pChild->child.fdOut);
-    v_NEVER_WAIT(pChild->child.fdErr);
     return 1;
 }
 
