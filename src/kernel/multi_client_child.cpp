@@ -48,7 +48,8 @@ void v_TAKE_COMPLETE_LINES(std::string& sErr, std::string& sForward)
 int iCLIENT_START(CLIENT_CHILD* pChild, const char* cpCommand)
 {
     CHILD_SPEC sctSpec;
-    sctSpec.asArgument = {"/bin/sh", "-c", cpCommand};
+    // The shell makes way for the tool, so the child's end is the tool's own.
+    sctSpec.asArgument = {"/bin/sh", "-c", std::string("exec ") + cpCommand};
     sctSpec.asEnvironment = {{"PATH", sSEARCH_PATH_OF_PROGRAM()}};
     sctSpec.bErrToOut = false;
     sctSpec.bPipeErr = true;

@@ -45,15 +45,17 @@ void v_PROGRESS_SHOW(PROGRESS* pProgress, size_t uDone, size_t uFailed, const st
     const std::string sLine = std::to_string(uDone) + "/" + std::to_string(pProgress->uTotal) +
                               " clients, " + std::to_string(uFailed) + " failed" +
                               sREMAINING(pProgress, uDone) + ": " + sONE_LINE(sAtWork);
-    std::fprintf(stderr, "\r\033[K%s", std::string(svTEXT_CUT(sLine, uCOLUMNS() - 1)).c_str());
+    const std::string sCut(svTEXT_CUT(sLine, uCOLUMNS() - 1));
+    if (sCut == pProgress->sShown) return;
+    std::fprintf(stderr, "\r\033[K%s", sCut.c_str());
     std::fflush(stderr);
-    pProgress->bShown = true;
+    pProgress->sShown = sCut;
 }
 
 void v_PROGRESS_CLEAR(PROGRESS* pProgress)
 {
-    if (!pProgress->bShown) return;
+    if (pProgress->sShown.empty()) return;
     std::fputs("\r\033[K", stderr);
     std::fflush(stderr);
-    pProgress->bShown = false;
+    pProgress->sShown.clear();
 }

@@ -6,10 +6,10 @@
 #include <string>
 
 struct PROGRESS {
-    bool   bTerminal = false;  // standard error is a terminal
-    bool   bShown = false;     // the line stands there now
-    long   lStart = 0;         // lNOW_MS at the start
-    size_t uTotal = 0;
+    bool        bTerminal = false;  // standard error is a terminal
+    std::string sShown;             // the line that stands there now
+    long        lStart = 0;         // lNOW_MS at the start
+    size_t      uTotal = 0;
 };
 
 /* Starts the progress of uTotal clients. */
