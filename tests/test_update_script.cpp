@@ -246,6 +246,16 @@ TEST_F(UPDATE_SCRIPT, options_reach_the_installer_as_words_and_a_service_pack_is
               "STATUS=SUCCESS MSG=\"service pack /tmp/velka-cli_4.4.1-14.deb installed\"");
 }
 
+TEST_F(UPDATE_SCRIPT, the_package_keeps_its_name_when_the_installer_changes_its_directory)
+{
+    INSTALLER("cd / && cat \"$1\"");
+    const RAN ran =
+        SHELL_LINE("cd " + pathWork.string() +
+                   " && VELKA_WORK=/proc/self/cwd VELKA_INSTALLER=./installer sh " +
+                   (pathROOT / "skel/vk_execute_update").string() + " /tmp/velka-cli_4.4.1-14.deb");
+    EXPECT_EQ(ran.iExit, 0) << ran.sOutput;
+}
+
 TEST_F(UPDATE_SCRIPT, two_runs_exclude_each_other_and_what_an_installer_leaves_behind_does_not)
 {
     // The first installer runs until the second update has been refused.
