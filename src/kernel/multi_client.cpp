@@ -84,19 +84,9 @@ void v_SELECT(const SCT_ARGS* pArg, t_LL LL_ClientList, SELECTION* pSelection)
 
 [[noreturn]] void v_ACCESS_FAILED(SCT_ARGS* pArg, const char* cpDetail)
 {
-    if (iSIGNALLED() != 0) v_END_BY_SIGNAL(iSIGNALLED());
     char szMsg[1024];
     MESSAGE_FITTED(szMsg, MSG_E004, cpDetail);
     ZFINISH(szMsg, VK_WARNING, 'n', pArg);
-}
-
-/* Fills the list with the selected clients; the reply is their number. */
-void v_FILL_LIST(MULTI_RUN* pRun, const char* cpSelection)
-{
-    char szReply[256] = "";
-    if (!iDB_ACCESS(cpSelection, szReply, &pRun->sctList, strLog))
-        v_ACCESS_FAILED(pRun->pArg, szReply);
-    pRun->iRows = static_cast<int>(std::strtol(szReply, nullptr, 10));
 }
 
 /* Keeps the names and lets the rows go, which may be many and stay for hours
@@ -250,6 +240,17 @@ bool bSUMMARY(MULTI_RUN* pRun, int iCount, bool bComplete)
     bSUMMARY(pRun, pRun->iOk + pRun->iFailed, false);
     std::fflush(stdout);
     v_END_BY_SIGNAL(iSIGNALLED());
+}
+
+/* Fills the list with the selected clients; the reply is their number. */
+void v_FILL_LIST(MULTI_RUN* pRun, const char* cpSelection)
+{
+    char szReply[256] = "";
+    if (!iDB_ACCESS(cpSelection, szReply, &pRun->sctList, strLog)) {
+        if (iSIGNALLED() != 0) v_INTERRUPTED(pRun);
+        v_ACCESS_FAILED(pRun->pArg, szReply);
+    }
+    pRun->iRows = static_cast<int>(std::strtol(szReply, nullptr, 10));
 }
 
 /* First pass: a child for every client, in order of name. */

@@ -63,7 +63,8 @@ int iRUN_NDMP(const SCT_ARGS* pArg, ANSWER* pAnswer)
     char        szCmd[256];
     char        szShown[256];
     iCMD(szCmd, eShell, cpFormat, pArg->szNodeName, szUser, szPassword);
-    iCMD(szShown, eShell, cpFormat, pArg->szNodeName, szUser, RAW_TEXT{"***"});
+    iCMD(szShown, eShell, cpFormat, pArg->szNodeName, szUser,
+         RAW_TEXT{szPassword[0] != '\0' ? "***" : ""});
     return iRUN_ON_MOVER(pArg, szCmd, szShown, pAnswer);
 }
 

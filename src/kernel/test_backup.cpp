@@ -107,7 +107,8 @@ void v_FORM_NETWARE_COMMAND(const SCT_ARGS* pArg, const char* cpServer, char (&s
     const SHELL eShell = eHOST_SHELL(pArg->szDataMover);
     char        szBackupExtraOpt[256];
     char        szShown[256];
-    iCMD(szShown, eShell, cpOption, cpNode, cpNode, cpNode, szBackupUser, RAW_TEXT{"***"});
+    iCMD(szShown, eShell, cpOption, cpNode, cpNode, cpNode, szBackupUser,
+         RAW_TEXT{szEncrypted[0] != '\0' ? "***" : ""});
     TRACE("NetWare specific backup options: %s", szShown);
     szCmd[0] = '\0';
     if (iCMD(szBackupExtraOpt, eShell, cpOption, cpNode, cpNode, cpNode, szBackupUser, szEncrypted))
