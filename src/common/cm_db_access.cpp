@@ -26,7 +26,7 @@ public:
     {
         if (m_asColumn.empty())
             for (int i = 0; i < PQnfields(pRow); i++) m_asColumn.emplace_back(PQfname(pRow, i));
-        size_t uRow = 0;
+        size_t uRow = 1;  // a result may have rows without columns
         for (int i = 0; i < PQnfields(pRow); i++) uRow += uVALUE(pRow, i) + 1;
         char* cpData = cpSPACE(uRow);
         m_records.push_back({static_cast<int>(m_records.size()) + 1, cpData, nullptr});
@@ -35,6 +35,7 @@ public:
             std::memcpy(cpData, PQgetvalue(pRow, 0, i), uVALUE(pRow, i) + 1);
             cpData += uVALUE(pRow, i) + 1;
         }
+        *cpData = '\0';
         m_uBytes += uRow;
     }
 
@@ -46,6 +47,7 @@ public:
     const char* Value(const DB_REC_LIS_ELEMENT& record, const char* cpColumn) const
     {
         const char* cpValue = record.cpData;
+        if (cpValue == nullptr) return nullptr;
         for (const std::string& sColumn : m_asColumn) {
             if (strcasecmp(sColumn.c_str(), cpColumn) == 0) return cpValue;
             cpValue += std::strlen(cpValue) + 1;
@@ -61,7 +63,7 @@ private:
 
     char* cpSPACE(size_t uWanted)
     {
-        if (uWanted > m_uFree) {
+        if (m_cpFree == nullptr || uWanted > m_uFree) {
             m_uBlock = std::min(m_uBlock == 0 ? uBLOCK_FIRST : 2 * m_uBlock, uBLOCK_MAX);
             m_uFree = std::max(m_uBlock, uWanted);
             m_blocks.push_back(std::make_unique_for_overwrite<char[]>(m_uFree));

@@ -108,7 +108,8 @@ PARAMETERS sctPARAMETERS(const std::string& sText)
     const bool bService = !(sSET_IN(pOptions, "service") + sENVIRONMENT("PGSERVICE")).empty();
     PARAMETERS parameters;
     parameters.bOneHost = !bSeveral && !bService;
-    if (!sTimeout.empty()) parameters.iTimeout = std::atoi(sTimeout.c_str());
+    if (!sTimeout.empty())
+        parameters.iTimeout = static_cast<int>(std::strtol(sTimeout.c_str(), nullptr, 10));
     parameters.Add("connect_timeout", std::to_string(iCONNECT_TIMEOUT));
     parameters.Add("application_name", szPROGRAM);
     parameters.Add("keepalives", "1");

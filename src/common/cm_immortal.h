@@ -16,5 +16,5 @@ public:
     T&        Get() { return *std::launder(reinterpret_cast<T*>(m_storage)); }
 
 private:
-    alignas(T) std::byte m_storage[sizeof(T)];
+    alignas(T) std::byte m_storage[sizeof(T)]{};
 };

@@ -68,8 +68,8 @@ char* cpCAPTURE(pcre2_match_data* pMatch, const char* cpSubject, uint32_t uGroup
 {
     const PCRE2_SIZE* puOffset = pcre2_get_ovector_pointer(pMatch);
     if (uGroup >= pcre2_get_ovector_count(pMatch)) return nullptr;
-    const PCRE2_SIZE uBegin = puOffset[2 * uGroup];
-    const PCRE2_SIZE uEnd = puOffset[2 * uGroup + 1];
+    const PCRE2_SIZE uBegin = puOffset[2 * size_t{uGroup}];
+    const PCRE2_SIZE uEnd = puOffset[2 * size_t{uGroup} + 1];
     if (uBegin == PCRE2_UNSET || uEnd < uBegin) return nullptr;
     return cpKEPT(cpSubject + uBegin, uEnd - uBegin);
 }
