@@ -18,7 +18,7 @@ using TEXTS = std::set<std::string>;
 // A file of the source tree; an absent one is a failure of its own.
 std::string TEXT(const char* cpName)
 {
-    const fs::path path = fs::path(__FILE__).parent_path().parent_path() / cpName;
+    const fs::path path = fs::path(VK_SOURCE_DIR) / cpName;
     std::ifstream  in(path, std::ios::binary);
     EXPECT_TRUE(in.good()) << "cannot read " << cpName;
     std::ostringstream text;

@@ -15,7 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const fs::path pathROOT = fs::path(__FILE__).parent_path().parent_path();
+const fs::path pathROOT = VK_SOURCE_DIR;
 
 struct RAN {
     int         iExit = -1;
