@@ -528,3 +528,11 @@ void SANDBOX::INI(const std::string& sSection, const std::string& sKey, const st
     if (!bDone) sText += "[" + sSection + "]\n" + sKey + " = " + sValue + "\n";
     WRITE_FILE(m_sDir + "/vk.ini", sText);
 }
+
+void SANDBOX::OPEN_TO_OTHERS()
+{
+    const auto eEnter = fs::perms::others_exec | fs::perms::group_exec;
+    fs::permissions(m_sDir, eEnter, fs::perm_options::add);
+    fs::permissions(m_sHost, eEnter, fs::perm_options::add);
+    fs::permissions(m_sDir + "/keys/client", fs::perms::others_read, fs::perm_options::add);
+}

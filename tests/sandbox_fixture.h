@@ -107,6 +107,9 @@ protected:
 
     /* Sets a key of vk.ini. */
     void INI(const std::string& sSection, const std::string& sKey, const std::string& sValue);
+    /* Lets another user of the machine run the tool here, who can write nowhere:
+       START_PROGRAM({"setpriv", "--reuid=nobody", "--clear-groups", VK_PROGRAM, ...}). */
+    void OPEN_TO_OTHERS();
     /* Directory of the sandbox; rw() is gv_rw. */
     const std::string& sDIR() const { return m_sDir; }
     std::string        sRW() const { return m_sDir + "/server/rw/"; }
