@@ -112,7 +112,6 @@ int iOPTIONS(const HOST& host, const std::string& sPort, int iConnectTimeout, SS
         options.Add("ControlPath=" + sPERCENT_DOUBLED(connection.sSocket));
         options.Add("ControlPersist=" + std::to_string(iCONNECTION_IDLE_S));
     }
-    if (!host.sUser.empty()) options.Add("User=" + host.sUser);
     if (!sPort.empty()) options.Add("Port=" + sPort);
     if (!sJump.empty()) options.Add("ProxyCommand=" + sJump);
     return 1;
@@ -132,6 +131,9 @@ struct SSH : TRANSPORT {
         }
         sctSpec.asArgument.insert(sctSpec.asArgument.end(), options.asWord.begin(),
                                   options.asWord.end());
+        if (!host.sUser.empty()) {
+            sctSpec.asArgument.insert(sctSpec.asArgument.end(), {"-l", host.sUser});
+        }
         sctSpec.asArgument.insert(sctSpec.asArgument.end(),
                                   {"--", host.sName, sFOR_SHELL(host, svCommand)});
         sctSpec.asEnvironment = {{"LC_ALL", "C"}};
@@ -159,6 +161,9 @@ struct SSH : TRANSPORT {
         sctSpec.asArgument = {"sftp", "-q"};
         sctSpec.asArgument.insert(sctSpec.asArgument.end(), options.asWord.begin(),
                                   options.asWord.end());
+        if (!host.sUser.empty()) {
+            sctSpec.asArgument.insert(sctSpec.asArgument.end(), {"-o", "User=" + host.sUser});
+        }
         // sftp takes what follows a colon for a path.
         const bool bColon = host.sName.find(':') != std::string::npos;
         sctSpec.asArgument.insert(sctSpec.asArgument.end(),
