@@ -64,7 +64,6 @@ std::string sNAME_LIST(t_LL LL_ClientList)
    all clients, and each replaces what stood before. */
 void v_SELECT(const SCT_ARGS* pArg, t_LL LL_ClientList, SELECTION* pSelection)
 {
-    *pSelection = {};
     iTEXT_SET(pSelection->szWhere, "where ");
     if (SizeLL(LL_ClientList) > 0) {
         const std::string sList = sNAME_LIST(LL_ClientList);
@@ -209,7 +208,8 @@ void v_SHOW_PROGRESS(MULTI_RUN* pRun)
 {
     std::string sAtWork;
     for (const CLIENT_CHILD& child : pRun->running) sAtWork += child.sName + " ";
-    v_PROGRESS_SHOW(&pRun->progress, static_cast<size_t>(pRun->iOk + pRun->iFailed),
+    v_PROGRESS_SHOW(&pRun->progress,
+                    static_cast<size_t>(pRun->iOk) + static_cast<size_t>(pRun->iFailed),
                     static_cast<size_t>(pRun->iFailed), sAtWork);
 }
 
@@ -302,7 +302,7 @@ void MULTI_CLIENT_RUN(SCT_ARGS* pArg, t_LL LL_ClientList)
     MULTI_RUN run = {};
     run.pArg = pArg;
     run.sctList = {"CONFIG_CLIENT", 0, 0, nullptr, nullptr};
-    SELECTION sctSelection;
+    SELECTION sctSelection = {};
     v_SELECT(pArg, LL_ClientList, &sctSelection);
     if (sctSelection.bTooLong) v_ACCESS_FAILED(pArg, "list of clients longer than 2047 characters");
     char szSelection[6144];

@@ -143,7 +143,7 @@ int iJUDGE_REPORT(SCT_ARGS* pArg, const ANSWER* pAnswer, char* cpRet, size_t uSi
 {
     int           iRet = 1;
     char          szSql[2048] = "";
-    CLIENT_REPORT sctReport;
+    CLIENT_REPORT sctReport = {};
     v_READ_REPORT(pAnswer->LL_Output, &sctReport);
     TRACE("QTC-version = %s", sctReport.szQtcVersion);
     if (sctReport.szQtcVersion[0] == '\0') {

@@ -1,5 +1,4 @@
 /* Which version a package carries, and whether a client may receive it. */
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -70,7 +69,12 @@ const char* cpREAD_VERSION(UPDATE_RUN* pRun)
 void v_DOTTED(const char* cpVersion, char (&szDotted)[256])
 {
     int aiPart[4] = {};
-    std::sscanf(cpVersion, "%d.%d.%d.%d", &aiPart[0], &aiPart[1], &aiPart[2], &aiPart[3]);
+    for (int& iPart : aiPart) {
+        char* cpEnd = nullptr;
+        iPart = static_cast<int>(std::strtol(cpVersion, &cpEnd, 10));
+        if (cpEnd == cpVersion || *cpEnd != '.') break;
+        cpVersion = cpEnd + 1;
+    }
     x_Snprintf(szDotted, sizeof szDotted, "%d.%d.%d.%d", aiPart[0], aiPart[1], aiPart[2],
                aiPart[3]);
 }
