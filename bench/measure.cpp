@@ -1,8 +1,10 @@
 /* Runs a command and tells on descriptor FD what it took.
 
      measure FD COMMAND...      wall and processor seconds (with all that it waited for)
-     measure FD -t COMMAND...   traces instead, which costs time: peak memory of COMMAND
-                             alone in KiB, processes, programs started
+     measure FD -m COMMAND...   peak memory of COMMAND alone in KiB, by a look at it
+                                when it ends
+     measure FD -t COMMAND...   follows all its processes too, which costs time: their
+                                number, and how many programs they started
 
    A line is "status wall processor peak processes programs", 0 for what was not
    asked for. This program is small so that its own memory, which a child starts
@@ -61,13 +63,13 @@ long lPEAK(pid_t iPid)
     return lPeak;
 }
 
-void FOLLOW(pid_t iPid, FIGURES& figures)
+void FOLLOW(pid_t iPid, bool bAll, FIGURES& figures)
 {
-    constexpr long lOptions = PTRACE_O_TRACEFORK | PTRACE_O_TRACEVFORK | PTRACE_O_TRACECLONE |
-                              PTRACE_O_TRACEEXEC | PTRACE_O_TRACEEXIT;
+    constexpr long lAll =
+        PTRACE_O_TRACEFORK | PTRACE_O_TRACEVFORK | PTRACE_O_TRACECLONE | PTRACE_O_TRACEEXEC;
     int   iWait = 0;
     pid_t iOne = waitpid(iPid, &iWait, WUNTRACED);
-    ptrace(PTRACE_SEIZE, iPid, nullptr, lOptions);
+    ptrace(PTRACE_SEIZE, iPid, nullptr, PTRACE_O_TRACEEXIT | (bAll ? lAll : 0));
     kill(iPid, SIGCONT);
     figures.lProcesses = 1;
     while ((iOne = waitpid(-1, &iWait, __WALL)) > 0 || errno == EINTR) {
@@ -102,7 +104,8 @@ void TIME(pid_t iPid, double dStart, FIGURES& figures)
 
 int main(int argc, char** argv)
 {
-    const bool   bTrace = argc > 2 && std::strcmp(argv[2], "-t") == 0;
+    const bool   bAll = argc > 2 && std::strcmp(argv[2], "-t") == 0;
+    const bool   bTrace = bAll || (argc > 2 && std::strcmp(argv[2], "-m") == 0);
     char** const ppCommand = argv + (bTrace ? 3 : 2);
     if (argc < (bTrace ? 4 : 3)) return 2;
     const int    iFd = std::atoi(argv[1]);
@@ -117,7 +120,7 @@ int main(int argc, char** argv)
     }
     if (iPid < 0) return 1;
     if (bTrace)
-        FOLLOW(iPid, figures);
+        FOLLOW(iPid, bAll, figures);
     else
         TIME(iPid, dStart, figures);
     dprintf(iFd, "%d %.6f %.6f %ld %ld %ld\n", figures.iStatus, figures.dWall, figures.dProcessor,
