@@ -77,7 +77,7 @@ void v_OPTION(int iOption, SCT_ARGS* pArg, char (&cpAccessMode)[11])
         case 't': pArg->iTest        = iNUMBER(optarg); break;
         case 'v': v_set_log(iNUMBER(optarg), 1, &strLog); break;
         case 'a': v_TAKE(pArg, pArg->szNodeAddr, iOption, "give an address or via_nameserver"); break;
-        case 'c': v_TAKE(pArg, pArg->szNodeName, iOption, "give the client's name"); break;
+        case 'c': v_TAKE(pArg, pArg->szNodeName, iOption, ""); break;
         case 'i': v_TAKE(pArg, pArg->szTimeStamp, iOption, ""); break;
         case 'l': v_TAKE(pArg, pArg->szLocationId, iOption, "give the location's short name"); break;
         case 'm': v_TAKE(pArg, cpAccessMode, iOption, "give an access mode such as VKSSH"); break;
