@@ -72,10 +72,10 @@ int iNEXT_CLIENT_ID(SCT_ARGS* pArg)
     return static_cast<int>(lNew);
 }
 
-template<size_t N>
-int iINSERT_ROW(SCT_ARGS* pArg, int iNewClientId, char (&szReply)[N])
+/* The insert of the client with this password. */
+void v_FORM_INSERT(const SCT_ARGS* pArg, int iNewClientId, const char* cpPassword,
+                   char (&szSql)[2048])
 {
-    char szSql[2048];
     iSQL(szSql,
          "insert into clients (client_id,name,os,net_prot,msg,comment,location,accessmode,exec,"
          "access_options,user_comment,os_user,os_password) values (%d,'%s','%s','TCPIP',"
@@ -83,8 +83,20 @@ int iINSERT_ROW(SCT_ARGS* pArg, int iNewClientId, char (&szReply)[N])
          iNewClientId, pArg->szNodeName, pArg->szOpersys, FREE_TEXT{pArg->szNodeAddr},
          pArg->szNodeId, FREE_TEXT{pArg->szNodeAddr}, pArg->szNodeId, pArg->szLocationId,
          pArg->szAccessMode, pArg->cPermit, pArg->szOptions, FREE_TEXT{pArg->szUserComment},
-         pArg->szUser, pArg->szPassword);
-    return iDB_ACCESS(szSql, szReply, nullptr, strLog);
+         pArg->szUser, cpPassword);
+}
+
+/* The statement carries a password, so the trace shows another text. */
+template<size_t N>
+int iINSERT_ROW(SCT_ARGS* pArg, int iNewClientId, char (&szReply)[N])
+{
+    char szSql[2048];
+    v_FORM_INSERT(pArg, iNewClientId, pArg->szPassword[0] != '\0' ? "***" : "", szSql);
+    TRACE("statement: %s", szSql);
+    v_FORM_INSERT(pArg, iNewClientId, pArg->szPassword, szSql);
+    str_log sctQuiet = strLog;
+    sctQuiet.iLogLevel = 0;
+    return iDB_ACCESS(szSql, szReply, nullptr, sctQuiet);
 }
 
 /* 1 when a row of that name stands in the table, its operating system known or
