@@ -4,6 +4,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <vector>
 
@@ -21,7 +22,9 @@ namespace {
 bool bHOST_NAME(const std::string& sName)
 {
     return !sName.empty() && sName[0] != '-' &&
-           sName.find_first_of("@/ \t\r\n'\"`$\\;&<>|(){}*?!") == std::string::npos;
+           sName.find_first_of("@/ '\"`$\\;&<>|(){}*?!") == std::string::npos &&
+           std::none_of(sName.begin(), sName.end(),
+                        [](unsigned char c) { return std::iscntrl(c) != 0; });
 }
 
 int iBAD_NAME(const std::string& sName, std::string& sReason)
