@@ -1,0 +1,245 @@
+/* The command line and vk.ini of a run: what each option does, and how a value
+   without sense is refused. */
+#include "kernel/velka.h"
+#include "sandbox_fixture.h"
+
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
+
+namespace {
+
+constexpr const char* cpE006 =
+    "STATUS=ERROR MSG=\"E006-HOSTS   Missing parameters for configuration of a client.\"\n";
+
+class COMMAND_LINE : public SANDBOX {
+protected:
+    /* Registers a client that no test reaches, with more options. */
+    RUN REGISTER(const std::string& sName, const TEXTS& asMore)
+    {
+        TEXTS asArgument{"-c", sName, "-o", "Linux", "-m", "VIRTUAL"};
+        asArgument.insert(asArgument.end(), asMore.begin(), asMore.end());
+        return CONFIG_CLIENT(asArgument);
+    }
+};
+
+TEST_F(COMMAND_LINE, one_word_that_asks_for_help_gives_64_lines_and_touches_nothing)
+{
+    for (const char* cpWord : {"-h", "-?", "/?", "?", "?x"}) {
+        SCOPED_TRACE(cpWord);
+        const RUN run = CONFIG_CLIENT({cpWord});
+        EXPECT_EQ(run.iExit, 0);
+        EXPECT_EQ(run.sErr, "");
+        TEXTS asLine = asLINES(run.sOut);
+        ASSERT_EQ(asLine.size(), 64U);
+        EXPECT_EQ(asLine[0], gszGitId);
+        EXPECT_EQ(asLine[1], std::string(80, '-'));
+        EXPECT_EQ(asLine[63], asLine[1]);
+        EXPECT_THAT(asLine[22], StartsWith("        -C <r|s>             check client <remote "));
+        EXPECT_THAT(asLine[59], StartsWith("       vk_config_client -S -c clientname -P "
+                                           "\"C:\\Temp\\velka_sp_srv-201909171332_2665822_"
+                                           "4.4.3.73_windows_x64.exe\""));
+        EXPECT_THAT(asLine[61], StartsWith(" Output in day protocol and info-window"));
+    }
+    EXPECT_THAT(STATEMENTS(), IsEmpty());
+    EXPECT_THAT(PROTOCOL(), IsEmpty());
+}
+
+TEST_F(COMMAND_LINE, wrong_options_are_told_and_the_run_goes_on)
+{
+    ADD_CLIENT("virt1", "VIRTUAL");
+    const std::string sOnly = " in command line; only USa:e:i:l:m:c:O:Fo:P:s:t:u:p:v:C:k allowed\n";
+    struct ROW {
+        TEXTS       asArgument;
+        const char* cpTold;
+    };
+    const ROW asctRow[] = {
+        {{"-h", "-c", "virt1", "-C", "r"}, "wrong option h"},
+        {{"-c", "virt1", "-xC", "r"}, "wrong option x"},
+        {{"-c", "virt1", "-C", "r", "-s"}, "wrong option s"},
+    };
+    for (const ROW& row : asctRow) {
+        SCOPED_TRACE(row.cpTold);
+        const RUN run = CONFIG_CLIENT(row.asArgument);
+        EXPECT_EQ(run.iExit, 0);
+        const TEXTS asTold = asLINES(run.sErr);
+        EXPECT_EQ(asTold.size(), 2U);  // getopt's and the tool's
+        EXPECT_THAT(run.sErr, HasSubstr(row.cpTold + sOnly));
+    }
+}
+
+TEST_F(COMMAND_LINE, a_value_longer_than_its_field_is_refused)
+{
+    struct ROW {
+        const char* cpOption;
+        size_t      uLimit;
+    };
+    constexpr ROW asctRow[] = {{"-a", 255}, {"-c", 255}, {"-i", 255},  {"-l", 4},
+                               {"-m", 10},  {"-o", 32},  {"-P", 1023}, {"-s", 255},
+                               {"-u", 255}, {"-O", 255}, {"-p", 255},  {"-C", 255}};
+    for (const ROW& row : asctRow) {
+        SCOPED_TRACE(row.cpOption);
+        const std::string sFits(row.uLimit, 'r');
+        const RUN         run = CONFIG_CLIENT({"-t", "0", row.cpOption, sFits + "r"});
+        EXPECT_EQ(run.iExit, 2);
+        EXPECT_EQ(run.sOut, cpE006);
+        EXPECT_THAT(run.sErr, StartsWith(std::string("vk_config_client: option ") + row.cpOption));
+        EXPECT_THAT(run.sErr, HasSubstr(" longer than " + std::to_string(row.uLimit) + " bytes"));
+        EXPECT_EQ(asLINES(run.sErr).size(), 1U);
+        EXPECT_EQ(run.sErr.find(sFits) == std::string::npos, row.cpOption[1] == 'p');
+        // One byte less is taken; the run ends because it names no client, or an
+        // unknown one.
+        EXPECT_EQ(CONFIG_CLIENT({"-t", "0", row.cpOption, sFits}).sErr, "");
+    }
+    EXPECT_EQ(SQL("select count(*) from clients"), "1");
+}
+
+TEST_F(COMMAND_LINE, options_of_a_registration_reach_their_columns)
+{
+    struct ROW {
+        const char* cpName;
+        TEXTS       asOption;
+        const char* cpStored;  // location, access_options, user_comment, os_password
+    };
+    const ROW asctRow[] = {
+        {"a1", {"-l", "NULL"}, "0|||"},
+        {"a2", {}, "0|||"},
+        {"a3", {"-l", "muc", "-u", "two words"}, "muc||two words|"},
+        {"a4", {"-O", "reinforced"}, "0|||"},
+        {"a5", {"-O", "Force", "-p", "pw"}, "0|Force||pw"},
+    };
+    for (const ROW& row : asctRow) {
+        SCOPED_TRACE(row.cpName);
+        const RUN run = REGISTER(row.cpName, row.asOption);
+        EXPECT_EQ(run.sOut, "STATUS=SUCCESS MSG=\"I012-HOSTS   Client " + std::string(row.cpName) +
+                                " added\"\n");
+        EXPECT_THAT(ROWS("select location,coalesce(access_options,''),coalesce(user_comment,''),"
+                         "coalesce(os_password,'') from clients where name='" +
+                         std::string(row.cpName) + "'"),
+                    ElementsAre(row.cpStored));
+    }
+}
+
+TEST_F(COMMAND_LINE, options_of_an_update_are_moved_and_those_of_a_service_pack_stay)
+{
+    INI("general", "trace_level", "1");
+    for (const char* cpKind : {"-U", "-S"}) {
+        const RUN run = CONFIG_CLIENT({cpKind, "-O", "/quiet", "-c", "nobody"});
+        EXPECT_EQ(run.iExit, 2);
+        EXPECT_EQ(run.sOut, cpE006);
+    }
+    const std::string sTrace = TRACE_TEXT();
+    const size_t      uAt = sTrace.find("szUpdateOptions=/quiet");
+    EXPECT_NE(uAt, std::string::npos);
+    EXPECT_EQ(sTrace.find("szUpdateOptions=", uAt + 1), std::string::npos);
+}
+
+TEST_F(COMMAND_LINE, a_mode_given_with_m_counts_only_when_it_is_CTRL_or_VKSSH)
+{
+    ADD_CLIENT("ctrl1", "VKSSH");
+    ADD_CLIENT("alpha", "VIRTUAL");
+    struct ROW {
+        const char *cpName, *cpMode, *cpMessage;
+    };
+    constexpr ROW asctRow[] = {
+        {"ctrl1", "CTRL", "I005"}, {"ctrl1", "SSH", "E011"},     {"ctrl1", "PROXY", "E011"},
+        {"ctrl1", "", "E011"},     {"alpha", "VIRTUAL", "I015"}, {"alpha", "SSH", "I015"},
+    };
+    START_CLIENTS({"alpha"});
+    for (const ROW& row : asctRow) {
+        SCOPED_TRACE(std::string(row.cpName) + " -m " + row.cpMode);
+        CONFIG_CLIENT({"-c", row.cpName, "-C", "r", "-m", row.cpMode});
+        EXPECT_THAT(COLUMN(row.cpName, "msg"), StartsWith(row.cpMessage));
+    }
+    const RUN run = CONFIG_CLIENT({"-v1", "-c", "alpha", "-C", "r", "-m", "VKSSH"});
+    EXPECT_EQ(run.iExit, 0);
+    EXPECT_THAT(
+        PROTOCOL(),
+        Contains("I004-HOSTS   Mode: VKSSH   Address: via_nameserver  Distribution: Linux"));
+    EXPECT_THAT(TRACE_TEXT(),
+                HasSubstr("Use access mode VKSSH given via command line parameter -m"));
+    EXPECT_EQ(COLUMN("alpha", "accessmode"), "VIRTUAL");
+}
+
+TEST_F(COMMAND_LINE, a_client_that_is_missing_and_one_of_an_unknown_system_are_told_apart)
+{
+    ADD_CLIENT("odd", "VIRTUAL", "PalmOS");
+    for (const char* cpCheck : {"r", "s", "d"}) {
+        SCOPED_TRACE(cpCheck);
+        const RUN missing = CONFIG_CLIENT({"-c", "nobody", "-C", cpCheck});
+        EXPECT_EQ(missing.iExit, 2);
+        EXPECT_EQ(missing.sOut, cpE006);
+        const RUN unknown = CONFIG_CLIENT({"-c", "odd", "-C", cpCheck});
+        EXPECT_EQ(unknown.iExit, 1);
+        EXPECT_EQ(unknown.sOut,
+                  "STATUS=ERROR MSG=\"W003-HOSTS   Computer odd is not yet configured in QIR "
+                  "velka´s database.\"\n");
+        EXPECT_EQ(CONFIG_CLIENT({"-C", cpCheck}).sOut, cpE006);
+    }
+    EXPECT_EQ(CONFIG_CLIENT({}).sOut, cpE006);
+    EXPECT_EQ(CONFIG_CLIENT({"-c", "nobody", "-C", "n"}).iExit, 2);
+    EXPECT_EQ(SQL("select count(*) from clients"), "2");
+}
+
+TEST_F(COMMAND_LINE, a_password_stands_in_no_text_that_the_run_leaves)
+{
+    INI("general", "trace_level", "9");
+    const std::string sSecret = "se'cret";
+    const RUN         run = REGISTER("a1", {"-p", sSecret, "-u", "told"});
+    EXPECT_EQ(run.iExit, 0);
+    EXPECT_EQ(COLUMN("a1", "os_password"), sSecret);
+    EXPECT_THAT(TRACE_TEXT(), HasSubstr(" -p *** -u told"));
+    ADD_CLIENT("alpha");
+    ADD_CLIENT("nd1", "PROXY", "NDMP",
+               {{"data_mover", "alpha"}, {"user_name", "u"}, {"password", sSecret}});
+    SWITCH("alpha", "qtc_ndmp", {"mode=fail", "text=qtc_ndmp: login u/" + sSecret + " refused"});
+    EXPECT_EQ(CONFIG_CLIENT({"-c", "nd1", "-C", "r"}).iExit, 1);
+    EXPECT_EQ(COLUMN("nd1", "msg"),
+              "E002-HOSTS   There is no access to computer nd1: qtc_ndmp: login u/*** refused");
+    EXPECT_THAT(CLIENT_LOG("alpha"), ElementsAre(HasSubstr("passwd=se'cret>")));
+    for (const std::string& sText : {TRACE_TEXT(), run.sErr, run.sOut}) {
+        EXPECT_THAT(sText, Not(HasSubstr("se'cret")));
+        EXPECT_THAT(sText, Not(HasSubstr("se''cret")));
+        EXPECT_THAT(sText, Not(HasSubstr("'\\''cret")));
+    }
+    EXPECT_THAT(PROTOCOL(), Each(Not(HasSubstr("cret"))));
+    EXPECT_THAT(INFO(), Each(Not(HasSubstr("cret"))));
+}
+
+TEST_F(COMMAND_LINE, vk_ini_is_refused_when_broken_and_told_once_where_it_makes_no_sense)
+{
+    ADD_CLIENT("virt1", "VIRTUAL");
+    INI("general", "language", "xx");
+    INI("general", "trace_level", "many");
+    INI("database", "statement_timeout", "soon");
+    const RUN odd = CONFIG_CLIENT({"-c", "virt1", "-C", "r"});
+    EXPECT_EQ(odd.iExit, 0);
+    EXPECT_THAT(asLINES(odd.sErr),
+                testing::UnorderedElementsAre(HasSubstr("language = \"xx\""),
+                                              HasSubstr("trace_level = \"many\""),
+                                              HasSubstr("statement_timeout = \"soon\"")));
+    INI("general", "language", "de");
+    INI("general", "trace_level", "0");
+    INI("database", "statement_timeout", "5");
+    const RUN german = CONFIG_CLIENT({"-c", "virt1", "-C", "r"});
+    EXPECT_EQ(german.sOut,
+              "STATUS=SUCCESS MSG=\"I015-HOSTS   Client virt1 mit Zugriffsart 'VIRTUAL' "
+              "konfiguriert. Kein Remotezugriff möglich.\"\n");
+    EXPECT_EQ(german.sErr, "");
+
+    const std::string sIni = sREAD_FILE(sDIR() + "/vk.ini");
+    WRITE_FILE(sDIR() + "/vk.ini", sIni + "[general\n");
+    const RUN broken = CONFIG_CLIENT({"-c", "virt1", "-C", "r"});
+    EXPECT_EQ(broken.iExit, 2);
+    EXPECT_EQ(broken.sOut, "");
+    EXPECT_EQ(asLINES(broken.sErr).size(), 1U);
+    EXPECT_THAT(broken.sErr, HasSubstr("\"" + sDIR() + "/vk.ini\": line " +
+                                       std::to_string(asLINES(sIni).size() + 1)));
+}
+
+}  // namespace

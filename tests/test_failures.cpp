@@ -1,0 +1,377 @@
+/* Clients, connections, databases and runs that fail in the middle: each run ends
+   in bounded time with the right message, and nothing of it stays behind. */
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "common/cm_config.h"
+#include "common/cm_text.h"
+#include "common/unix/cm_hal_semaphor.h"
+#include "sandbox_fixture.h"
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+namespace {
+
+std::string sNO_ACCESS(const std::string& sClient, const std::string& sLine)
+{
+    return "E002-HOSTS   There is no access to computer " + sClient + ": " + sLine;
+}
+
+class FAILURES : public SANDBOX {
+protected:
+    /* From now on qtc on the client waits, once it has noted its start, until the
+       gate is opened; it answers well then. */
+    void GATE(const std::string& sClient)
+    {
+        const std::string sProgram = CLIENT_PATH(sClient, "velka/bin/qtc");
+        unlink(sProgram.c_str());
+        WRITE_FILE(sProgram,
+                   "#!/bin/sh\nbase=${0%/velka/bin/*}\necho qtc >>$base/log/commands\n"
+                   "read x <$base/gate\n"
+                   "printf 'QTC_VERSION=9.9\\nVELKA_VERSION=1.2.3-4\\nPACKAGE=p\\n'\n");
+        ASSERT_EQ(chmod(sProgram.c_str(), 0755), 0);
+        ASSERT_EQ(mkfifo(CLIENT_PATH(sClient, "gate").c_str(), 0600), 0);
+    }
+    /* Open as long as the descriptor is held. */
+    FD OPEN_GATE(const std::string& sClient)
+    {
+        FD fdGate(open(CLIENT_PATH(sClient, "gate").c_str(), O_RDWR));
+        EXPECT_EQ(write(fdGate.iGet(), "go\n", 3), 3);
+        return fdGate;
+    }
+    STARTED_RUN START_CHECK(const std::string& sClient)
+    {
+        return START({"-c", sClient, "-C", "r"});
+    }
+    /* Starts a run whose command waits at the gate of alpha. */
+    STARTED_RUN START_AT_GATE(const TEXTS& asArgument = {"-c", "alpha", "-C", "r"})
+    {
+        const size_t uBefore = CLIENT_LOG("alpha").size();
+        STARTED_RUN  run = START(asArgument, {{"TMPDIR", sDIR()}});
+        EXPECT_TRUE(bWAIT_UNTIL(20000, [&] { return CLIENT_LOG("alpha").size() > uBefore; }));
+        return run;
+    }
+    /* Process of the server that waits for a lock of this test, 0 none. */
+    pid_t iWAITING_BACKEND()
+    {
+        return std::atoi(SQL("select max(pid) from pg_locks where not granted and database=(select "
+                             "oid from pg_database where datname=current_database())")
+                             .c_str());
+    }
+    void NOTHING_LEFT(int iWaitMs)
+    {
+        EXPECT_EQ(iCHILDREN_LEFT(iWaitMs), 0);
+        EXPECT_EQ(iCLIENT_PROCESSES("alpha", iWaitMs), 0);
+    }
+};
+
+TEST_F(FAILURES, a_client_that_says_nothing_or_never_stops_ends_the_check_in_time)
+{
+    struct ROW {
+        const char *cpName, *cpMode;
+        int         iFrom, iTo;  // seconds
+        std::string sMessage;
+    };
+    const ROW asctRow[] = {
+        // in the order in which they end
+        {"mutepx", "PROXY", 2, 12, sNO_ACCESS("mutepx", "")},
+        {"silent", "VKSSH", 15, 25,
+         sNO_ACCESS("silent", "Timeout: no answer from silent within 15 seconds")},
+        {"mute", "VKSSH", 15, 25,
+         sNO_ACCESS("mute", "Connection timed out during banner exchange")},
+        {"flood", "VKSSH", 45, 57,
+         sNO_ACCESS("flood", "Timeout: flood did not come to an end within 45 seconds")},
+    };
+    INI("remote", "connect_timeout", "2");
+    for (const ROW& row : asctRow) ADD_CLIENT(row.cpName, row.cpMode);
+    std::vector<STARTED_RUN> runs;
+    for (const ROW& row : asctRow) runs.push_back(START_CHECK(row.cpName));
+    for (size_t u = 0; u < runs.size(); u++) {
+        const ROW& row = asctRow[u];
+        SCOPED_TRACE(row.cpName);
+        const RUN run = WAIT(runs[u], 70000);
+        EXPECT_EQ(run.iExit, 1);
+        EXPECT_EQ(run.sErr, "");
+        EXPECT_EQ(COLUMN(row.cpName, "msg"), row.sMessage);
+        EXPECT_GE(run.iMilliseconds, row.iFrom * 1000L);
+        EXPECT_LE(run.iMilliseconds, row.iTo * 1000L);
+        EXPECT_EQ(iCLIENT_PROCESSES(row.cpName, 10000), 0);
+    }
+    EXPECT_EQ(iCHILDREN_LEFT(), 0);
+}
+
+TEST_F(FAILURES, a_connection_cut_under_the_command_ends_the_check)
+{
+    ADD_CLIENT("alpha");
+    GATE("alpha");
+    STARTED_RUN run = START_AT_GATE();
+    STOP_CLIENT("alpha");
+    const RUN ended = WAIT(run, 20000);
+    EXPECT_EQ(ended.iExit, 1);
+    EXPECT_THAT(COLUMN("alpha", "msg"), StartsWith(sNO_ACCESS("alpha", "Connection to alpha")));
+    EXPECT_EQ(COLUMN("alpha", "qtc_version"), "NULL");
+    NOTHING_LEFT(10000);
+    RESTART_CLIENT("alpha");
+    STARTED_RUN again = START_AT_GATE();
+    const FD    fdGate = OPEN_GATE("alpha");
+    EXPECT_EQ(WAIT(again).iExit, 0);
+}
+
+TEST_F(FAILURES, a_table_locked_by_another_program_ends_the_run_in_time)
+{
+    const std::string sTimeout = "ERROR: canceling statement due to statement timeout";
+    INI("database", "statement_timeout", "1");
+    ADD_CLIENT("alpha");
+    GATE("alpha");
+    SQL("begin");
+    SQL("lock table oper_systems");
+    const RUN systems = CONFIG_CLIENT({"-c", "alpha", "-C", "r"}, {}, 15000);
+    EXPECT_EQ(systems.iExit, 1);
+    EXPECT_EQ(systems.sOut, "STATUS=ERROR MSG=\"E004-HOSTS   Error during access to database  (" +
+                                sTimeout + ")\"\n");
+    EXPECT_EQ(COLUMN("alpha", "msg"),
+              "E004-HOSTS   Error during access to database  (" + sTimeout + ")");
+    SQL("lock table clients");
+    EXPECT_EQ(CONFIG_CLIENT({"-c", "alpha", "-C", "r"}, {}, 15000).iExit, 2);
+    SQL("rollback");
+
+    // In the middle of a check that goes well: the verdict stays.
+    STARTED_RUN run = START_AT_GATE();
+    SQL("begin");
+    SQL("lock table clients");
+    const FD  fdGate = OPEN_GATE("alpha");
+    const RUN ended = WAIT(run, 15000);
+    SQL("rollback");
+    EXPECT_EQ(ended.iExit, 0);
+    EXPECT_THAT(ended.sOut, StartsWith("STATUS=SUCCESS MSG=\"I005"));
+    EXPECT_EQ(COLUMN("alpha", "qtc_version"), "NULL");
+    NOTHING_LEFT(5000);
+}
+
+/* Lets a stopped process of the server go on, whatever becomes of the test. */
+struct STOPPED {
+    explicit STOPPED(pid_t iProcess) : iPid(iProcess) { kill(iPid, SIGSTOP); }
+    STOPPED(const STOPPED&) = delete;
+    STOPPED& operator=(const STOPPED&) = delete;
+    ~STOPPED() { kill(iPid, SIGCONT); }
+    pid_t iPid;
+};
+
+TEST_F(FAILURES, a_database_server_that_freezes_is_given_up)
+{
+    INI("database", "statement_timeout", "1");
+    ADD_CLIENT("virt1", "VIRTUAL");
+    SQL("begin");
+    SQL("lock table oper_systems");
+    STARTED_RUN run = START_CHECK("virt1");
+    ASSERT_TRUE(bWAIT_UNTIL(10000, [&] { return iWAITING_BACKEND() > 0; }));
+    const STOPPED frozen(iWAITING_BACKEND());
+    SQL("commit");
+    const RUN ended = WAIT(run, 20000);
+    EXPECT_EQ(ended.iExit, 1);
+    const std::string sReason = "no answer from the database within 6 seconds";
+    EXPECT_EQ(COLUMN("virt1", "msg"),
+              "E004-HOSTS   Error during access to database  (" + sReason + ")");
+    EXPECT_EQ(asLINES(ended.sErr).size(), 1U);
+    EXPECT_THAT(ended.sErr, HasSubstr(sReason));
+}
+
+TEST_F(FAILURES, a_database_that_is_not_there_is_told_once)
+{
+    // One that takes connections and says nothing.
+    const std::string sFolder = sDIR() + "/mute";
+    std::filesystem::create_directory(sFolder);
+    sockaddr_un sctAddress{};
+    sctAddress.sun_family = AF_UNIX;
+    (sFolder + "/.s.PGSQL.5432").copy(sctAddress.sun_path, sizeof sctAddress.sun_path - 1);
+    const FD fdServer(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ASSERT_EQ(bind(fdServer.iGet(), reinterpret_cast<sockaddr*>(&sctAddress), sizeof sctAddress),
+              0);
+    ASSERT_EQ(listen(fdServer.iGet(), 8), 0);
+    struct ROW {
+        std::string sHost, sTold;
+    };
+    for (const ROW& row :
+         {ROW{sFolder, "timeout expired"}, ROW{sDIR() + "/none", "No such file or directory"}}) {
+        SCOPED_TRACE(row.sHost);
+        INI("database", "conninfo", "host=" + row.sHost + " dbname=velka connect_timeout=2");
+        for (const TEXTS& asArgument : {TEXTS{"-c", "alpha", "-C", "r"}, TEXTS{"-c", "alpha"}}) {
+            const RUN run = CONFIG_CLIENT(asArgument, {}, 15000);
+            EXPECT_EQ(run.iExit, asArgument.size() > 2 ? 2 : 1);
+            EXPECT_THAT(run.sOut,
+                        StartsWith(asArgument.size() > 2 ? "STATUS=ERROR MSG=\"E006-HOSTS"
+                                                         : "STATUS=ERROR MSG=\"E004-HOSTS"));
+            EXPECT_EQ(asLINES(run.sErr).size(), 1U);
+            EXPECT_THAT(run.sErr, HasSubstr(row.sTold));
+        }
+    }
+}
+
+TEST_F(FAILURES, a_database_that_goes_away_under_a_run_keeps_its_verdict)
+{
+    ADD_CLIENT("alpha");
+    GATE("alpha");
+    ADD_CLIENT("virt1", "VIRTUAL");
+    // A part of it first: the columns that a run needs.
+    SQL("alter table clients rename data_mover to dm");
+    EXPECT_EQ(CONFIG_CLIENT({"-c", "virt1", "-C", "r"}).iExit, 1);
+    EXPECT_EQ(COLUMN("virt1", "msg"),
+              "E004-HOSTS   Error during access to database  (ERROR: column \"data_mover\" does "
+              "not exist at character 23)");
+    SQL("update clients set os=null; alter table oper_systems rename to elsewhere");
+    EXPECT_EQ(CONFIG_CLIENT({"-c", "virt1", "-C", "r"}).iExit, 1);
+    EXPECT_EQ(COLUMN("virt1", "msg"), "E004-HOSTS   Error during access to database  ()");
+    SQL("alter table clients rename dm to data_mover; update clients set os='Linux'; alter table "
+        "elsewhere rename to oper_systems");
+
+    STARTED_RUN run = START_AT_GATE();
+    DATABASE_GONE();
+    const FD  fdGate = OPEN_GATE("alpha");
+    const RUN ended = WAIT(run, 15000);
+    EXPECT_EQ(ended.iExit, 0);
+    EXPECT_THAT(ended.sOut, StartsWith("STATUS=SUCCESS MSG=\"I005"));
+    EXPECT_THAT(asLINES(ended.sErr), ElementsAre(HasSubstr("cannot use the database")));
+    EXPECT_THAT(PROTOCOL().back(), StartsWith("I003-HOSTS"));
+    NOTHING_LEFT(5000);
+}
+
+class ENDED_RUNS : public FAILURES {
+protected:
+    void SetUp() override
+    {
+        FAILURES::SetUp();
+        setenv("VK_INI", (sDIR() + "/vk.ini").c_str(), 1);
+        v_CONFIG_FORGET();
+        INI("general", "trace_level", "9");
+        ADD_CLIENT("alpha");
+        GATE("alpha");
+    }
+    void TearDown() override
+    {
+        FAILURES::TearDown();
+        unsetenv("VK_INI");
+        v_CONFIG_FORGET();
+    }
+    bool bUPDATE_RUNS()
+    {
+        sct_semaphore sctSema{};
+        iTEXT_SET(sctSema.szSema, "update_client_alpha");
+        return i_SEMA('?', &sctSema) == 1;
+    }
+    /* Every line of every file that runs append to is whole. */
+    void LINES_ARE_WHOLE()
+    {
+        for (const char* cpFolder : {"prot", "lgc", "work/answ"})
+            for (const auto& entry :
+                 std::filesystem::recursive_directory_iterator{sRW() + cpFolder}) {
+                const std::string sText = sREAD_FILE(entry.path());
+                EXPECT_TRUE(sText.empty() || sText.back() == '\n') << entry.path();
+            }
+        PROTOCOL();  // fails on a line without its beginning
+    }
+};
+
+TEST_F(ENDED_RUNS, killed_at_any_moment_leave_no_process_no_semaphore_and_whole_lines)
+{
+    ADD_CLIENT("mute");
+    ADD_CLIENT("virt1", "VIRTUAL");
+    STARTED_RUN commanding = START_AT_GATE();
+    STARTED_RUN updating = START_AT_GATE({"-U", "-c", "alpha"});
+    STARTED_RUN connecting = START_CHECK("mute");
+    const auto  bHAS_CHILD = [&] {
+        const std::string sPid = std::to_string(connecting.iPid);
+        return !sREAD_FILE("/proc/" + sPid + "/task/" + sPid + "/children").empty();
+    };
+    EXPECT_TRUE(bWAIT_UNTIL(10000, bHAS_CHILD));
+    EXPECT_TRUE(bUPDATE_RUNS());
+    SQL("begin");
+    SQL("lock table oper_systems");
+    STARTED_RUN asking = START_CHECK("virt1");
+    EXPECT_TRUE(bWAIT_UNTIL(10000, [&] { return iWAITING_BACKEND() > 0; }));
+    for (STARTED_RUN* pRun : {&commanding, &updating, &connecting, &asking}) {
+        KILL(*pRun, SIGKILL);
+        EXPECT_EQ(WAIT(*pRun).iSignal, SIGKILL);
+    }
+    SQL("commit");
+    EXPECT_FALSE(bUPDATE_RUNS());
+    // A run of its own for each stretch of the trace.
+    for (size_t u = 0; u < 12; u++) {
+        const size_t uGoal = TRACE_TEXT().size() + 150 * u;
+        STARTED_RUN  run = START_CHECK("virt1");
+        bWAIT_UNTIL(200, [&] { return TRACE_TEXT().size() > uGoal; });
+        KILL(run, SIGKILL);
+        WAIT(run);
+    }
+    LINES_ARE_WHOLE();
+    NOTHING_LEFT(30000);
+    EXPECT_EQ(CONFIG_CLIENT({"-c", "virt1", "-C", "r"}).iExit, 0);
+}
+
+TEST_F(ENDED_RUNS, by_a_signal_give_everything_back_first)
+{
+    struct ROW {
+        TEXTS asArgument;
+        int   iSignal;
+        bool  bGroup;
+    };
+    const ROW asctRow[] = {
+        {{"-c", "alpha", "-C", "r"}, SIGTERM, false},
+        {{"-c", "alpha", "-C", "r"}, SIGINT, true},
+        {{"-U", "-c", "alpha"}, SIGTERM, false},
+        {{"-S", "-c", "alpha"}, SIGHUP, true},
+    };
+    for (const ROW& row : asctRow) {
+        SCOPED_TRACE(row.asArgument[0] + " " + strsignal(row.iSignal));
+        STARTED_RUN run = START_AT_GATE(row.asArgument);
+        EXPECT_EQ(bUPDATE_RUNS(), row.asArgument[0] != "-c");
+        if (row.bGroup)
+            KILL_GROUP(run, row.iSignal);
+        else
+            KILL(run, row.iSignal);
+        const RUN ended = WAIT(run, 10000);
+        EXPECT_EQ(ended.iSignal, row.iSignal);
+        EXPECT_EQ(ended.sOut, "");
+        EXPECT_EQ(iCHILDREN_LEFT(), 0);
+        EXPECT_FALSE(bUPDATE_RUNS());
+        for (const auto& entry : std::filesystem::directory_iterator{sDIR()})
+            EXPECT_FALSE(entry.path().filename().string().starts_with("vk-")) << entry.path();
+    }
+    EXPECT_EQ(iCLIENT_PROCESSES("alpha", 10000), 0);
+    EXPECT_EQ(COLUMN("alpha", "msg"), "NULL");
+    LINES_ARE_WHOLE();
+}
+
+TEST_F(FAILURES, directories_that_cannot_be_written_are_told_once_and_hinder_no_check)
+{
+    ADD_CLIENT("alpha");
+    ADD_CLIENT("px1", "PROXY");
+    INI("general", "trace_level", "9");
+    for (const char* cpFolder : {"prot", "lgc", "work/answ"}) {
+        std::filesystem::remove_all(sRW() + cpFolder);
+        WRITE_FILE(sRW() + cpFolder, "in the way");
+    }
+    const RUN run = CONFIG_CLIENT({"-c", "alpha", "-C", "r"});
+    EXPECT_EQ(run.iExit, 0);
+    EXPECT_THAT(run.sOut, StartsWith("STATUS=SUCCESS MSG=\"I005"));
+    EXPECT_THAT(COLUMN("alpha", "msg"), StartsWith("I005"));
+    EXPECT_THAT(asLINES(run.sErr),
+                testing::UnorderedElementsAre(HasSubstr("cannot write the trace \""),
+                                              HasSubstr("cannot write the day protocol \""),
+                                              HasSubstr("cannot write the info output \"")));
+    // Without a place for the shared connection each command connects by itself.
+    INI("general", "trace_level", "0");
+    const RUN alone = CONFIG_CLIENT({"-c", "px1", "-C", "r"}, {{"TMPDIR", sRW() + "prot"}});
+    EXPECT_EQ(alone.iExit, 0);
+    EXPECT_THAT(COLUMN("px1", "msg"), StartsWith("I014"));
+}
+
+}  // namespace

@@ -1,0 +1,195 @@
+/* Names, reports, error lines and settings that hold what a statement, a shell, a
+   format or a terminal would read as its own: they stay text. */
+#include <filesystem>
+
+#include "sandbox_fixture.h"
+
+using testing::Each;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+namespace {
+
+const TEXTS asHOSTILE = {
+    "it's",
+    "\"quoted\" text \"",
+    "back\\slash\\",
+    "%s%n%s%n %d %%",
+    "'; drop table clients; --",
+    "x;touch $HOME/PWNED;`touch $HOME/PWNED`$(touch $HOME/PWNED)",
+    "\\'; update clients set msg='x' --",
+    "a && b | c > d < e * ?",
+};
+
+class HOSTILE : public SANDBOX {
+protected:
+    /* Runs a check that ends with iExit and whose outcome is stored; nothing else
+       has happened. Gives the stored message. */
+    std::string sCHECKED(const std::string& sClient, int iExit)
+    {
+        const RUN run = CONFIG_CLIENT({"-c", sClient, "-C", "r"});
+        EXPECT_EQ(run.iExit, iExit);
+        EXPECT_EQ(asLINES(run.sOut).size(), 1U);
+        EXPECT_EQ(run.sErr, "");
+        EXPECT_EQ(COLUMN(sClient, "access_state"), std::to_string(iExit));
+        const std::string sMessage = COLUMN(sClient, "msg");
+        EXPECT_EQ(run.sOut, std::string("STATUS=") + (iExit ? "ERROR" : "SUCCESS") + " MSG=\"" +
+                                sMessage + "\"\n");
+        EXPECT_EQ(COLUMN(sClient, "comment"), sMessage);
+        return sMessage;
+    }
+    /* No file that a hostile text would make lies anywhere below the sandbox. */
+    TEXTS asPWNED()
+    {
+        TEXTS asFound;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator{sDIR()})
+            if (entry.path().filename().string().find("PWNED") != std::string::npos)
+                asFound.push_back(entry.path());
+        return asFound;
+    }
+};
+
+TEST_F(HOSTILE, reports_and_error_lines_reach_the_database_as_text)
+{
+    ADD_CLIENT("alpha");
+    for (const std::string& sText : asHOSTILE) {
+        SCOPED_TRACE(sText);
+        SQL("update clients set update_date=null");
+        OUTPUT("alpha", "qtc",
+               "QTC_VERSION=1.2\nHW=" + sText + "\nVELKA_VERSION=" + sText + "\nPACKAGE=" + sText +
+                   "\nUPDATE_DATE=2025-01-02 03:04:05\nUPDATE_MESSAGE=" + sText +
+                   "\nMODULE_VERSIONS=" + sText + "\nOS=" + sText + "\n");
+        SWITCH("alpha", "qtc", {});
+        EXPECT_THAT(sCHECKED("alpha", 0), StartsWith("I005"));
+        const std::string sSeen = sText.substr(0, sText.find_last_not_of(' ') + 1);
+        for (const char* cpColumn :
+             {"hw_platform", "velka_version", "package", "update_message", "module_versions"})
+            EXPECT_EQ(COLUMN("alpha", cpColumn), sSeen);
+
+        OUTPUT("alpha", "qtc", "first\n" + sText + "\n");
+        SWITCH("alpha", "qtc", {"exit=1"});
+        EXPECT_EQ(sCHECKED("alpha", 1),
+                  "E002-HOSTS   There is no access to computer alpha: " + sText);
+        // The line in the day protocol, the run message, and the summary.
+        const TEXTS asLine = PROTOCOL();
+        EXPECT_EQ(asLine[asLine.size() - 3], "E003-HOSTS   Error message: " + sText);
+    }
+    EXPECT_THAT(asPWNED(), IsEmpty());
+    EXPECT_EQ(SQL("select count(*) from clients"), "2");
+}
+
+TEST_F(HOSTILE, control_characters_and_broken_text_break_no_line)
+{
+    struct ROW {
+        std::string sBytes, sStored;
+    };
+    const ROW asctRow[] = {
+        {"a\x1b[2Jb\tc\x07\x7f", "a[2Jbc"},
+        {"broken \xff\xc3( \xe2\x82 end",
+         "broken \xEF\xBF\xBD\xEF\xBF\xBD( \xEF\xBF\xBD\xEF\xBF\xBD end"},
+        {"carriage\rreturn\r", "carriagereturn"},
+        {std::string("zero\0byte", 9), "zerobyte"},
+        {"c1 \xc2\x9b"
+         "31m \xc0\xaf",
+         "c1 31m \xEF\xBF\xBD\xEF\xBF\xBD"},
+        {"line\vfeeds\f\x1e", "linefeeds"},
+    };
+    ADD_CLIENT("alpha");
+    for (const ROW& row : asctRow) {
+        SCOPED_TRACE(row.sStored);
+        OUTPUT("alpha", "qtc",
+               "QTC_VERSION=1.2\nUPDATE_DATE=1\nUPDATE_MESSAGE=" + row.sBytes + "\n");
+        SWITCH("alpha", "qtc", {});
+        EXPECT_THAT(sCHECKED("alpha", 0), StartsWith("I005"));
+        EXPECT_EQ(COLUMN("alpha", "update_message"), row.sStored);
+        OUTPUT("alpha", "qtc", row.sBytes);
+        SWITCH("alpha", "qtc", {"exit=1"});
+        EXPECT_EQ(sCHECKED("alpha", 1),
+                  "E002-HOSTS   There is no access to computer alpha: " + row.sStored);
+    }
+    for (const std::string& sLine : PROTOCOL()) EXPECT_EQ(sLine.substr(4, 6), "-HOSTS");
+
+    // The version itself, and more output than is kept, with garbage in front.
+    ADD_CLIENT("garbage");
+    EXPECT_THAT(sCHECKED("garbage", 0), StartsWith("I005"));
+    SWITCH("alpha", "qtc", {"mode=megabytes", "bytes=17000000", "exit=1"});
+    OUTPUT("alpha", "qtc", "\nError: the last line of all\n");
+    EXPECT_EQ(sCHECKED("alpha", 1),
+              "E002-HOSTS   There is no access to computer alpha: Error: the last line of all");
+}
+
+TEST_F(HOSTILE, long_values_are_cut_and_lose_no_outcome)
+{
+    std::string sLong(4000, 'x');
+    for (size_t u = 0; u < sLong.size(); u += 2) sLong[u] = '\'';
+    ADD_CLIENT("alpha");
+    SWITCH("alpha", "qtc", {"exit=1"});
+    OUTPUT("alpha", "qtc", "Error: " + sLong + "\n");
+    EXPECT_EQ(sCHECKED("alpha", 1).size(), 511U);
+    // An inventory that does not fit its statement shortens the free texts.
+    SWITCH("alpha", "qtc", {});
+    OUTPUT("alpha", "qtc",
+           "QTC_VERSION=1.2\nUPDATE_DATE=2025-01-02 03:04:05\nVELKA_VERSION=" + sLong +
+               "\nSERVICEPACK_PACKAGE=" + sLong + "\nHW=" + sLong + "\nUPDATE_MESSAGE=" + sLong +
+               "\nMODULE_VERSIONS=" + sLong + "\nPACKAGE=" + sLong + "\n");
+    EXPECT_THAT(sCHECKED("alpha", 0), StartsWith("I005"));
+    EXPECT_EQ(COLUMN("alpha", "qtc_version"), "1.2");
+    EXPECT_EQ(COLUMN("alpha", "hw_platform"), sLong.substr(0, 255));
+    EXPECT_THAT(COLUMN("alpha", "update_message"), StartsWith("'x'x'"));
+}
+
+TEST_F(HOSTILE, names_run_nothing_and_get_their_outcome)
+{
+    TEXTS       asName = asHOSTILE;
+    const TEXTS asMore{"-oProxyCommand=touch PWNED",
+                       "two\nlines",
+                       "esc\x1b[31m",
+                       "../../PWNED",
+                       "root@alpha",
+                       "ä€",
+                       " "};
+    asName.insert(asName.end(), asMore.begin(), asMore.end());
+    for (const std::string& sName : asName) {
+        SCOPED_TRACE(sName);
+        ADD_CLIENT(sName);
+        const RUN run = CONFIG_CLIENT({"-C", "r", "-c" + sName});
+        EXPECT_EQ(run.iExit, 1);
+        EXPECT_EQ(asLINES(run.sOut).size(), 1U);
+        EXPECT_EQ(COLUMN(sName, "msg"), "E009-HOSTS   Could not resolve hostname [" + sName + "]");
+        EXPECT_EQ(COLUMN(sName, "access_state"), "1");
+    }
+    EXPECT_EQ(CONFIG_CLIENT({"-C", "r", "-c", "al\xffpha"}).iExit, 2);
+    EXPECT_EQ(SQL("select count(*) from clients where msg is null"), "1");  // the server's own
+    EXPECT_THAT(asPWNED(), IsEmpty());
+    for (const std::string& sLine : PROTOCOL()) EXPECT_EQ(sLine.substr(4, 6), "-HOSTS");
+}
+
+TEST_F(HOSTILE, settings_of_a_client_stay_words)
+{
+    ADD_CLIENT("alpha");
+    ADD_CLIENT("nd1", "PROXY", "NDMP", {{"data_mover", "alpha"}});
+    ADD_CLIENT("nw1", "VKSSH", "NetWare");
+    for (const std::string& sText : asHOSTILE) {
+        SCOPED_TRACE(sText);
+        // The password reaches the program as one word, whatever it holds.
+        SQL("update clients set user_name='u',password=$vk$" + sText + "$vk$ where name='nd1'");
+        EXPECT_EQ(CONFIG_CLIENT({"-c", "nd1", "-C", "r"}).iExit, 0);
+        EXPECT_EQ(CLIENT_LOG("alpha").back(),
+                  "qtc_ndmp -D -s dir -a <auth=md5,server=nd1,user=u,passwd=" + sText + ">");
+        // A data mover and a user that are none fail the check, no more.
+        SQL("update clients set data_mover=$vk$" + sText + "$vk$ where name='nw1'");
+        EXPECT_EQ(sCHECKED("nw1", 1), "E009-HOSTS   Could not resolve hostname [nw1]");
+        SQL("update clients set os_user=$vk$" + sText + "$vk$ where name='alpha'");
+        EXPECT_THAT(sCHECKED("alpha", 1), testing::AnyOf(StartsWith("E011"), StartsWith("E002")));
+        SQL("update clients set os_user=null where name='alpha'");
+        // A comment is stored as it was given.
+        SQL("delete from clients where name='new'");
+        EXPECT_EQ(CONFIG_CLIENT({"-c", "new", "-o", "Linux", "-m", "VIRTUAL", "-u", sText}).iExit,
+                  0);
+        EXPECT_EQ(COLUMN("new", "user_comment"), sText);
+    }
+    EXPECT_THAT(asPWNED(), IsEmpty());
+    EXPECT_EQ(SQL("select count(*) from clients"), "5");
+}
+
+}  // namespace
