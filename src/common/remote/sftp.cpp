@@ -23,6 +23,7 @@ namespace {
 
 constexpr int    iSTEP_MS = 250;  // how often progress is looked at
 constexpr size_t uTEXT_MAX = 65536;
+constexpr int    iEND_GRACE_MS = 500;
 
 /* A path as sftp's own command line reads it back; inside quotes it takes no
    character for a wildcard. */
@@ -112,16 +113,25 @@ int iSTART(TALK& talk, CHILD_SPEC& sctSpec, std::string& sReason)
     return iCHILD_START(talk.child, sctSpec, sReason);
 }
 
+/* Sends the last commands of a talk and waits for its end. Result 1 all
+   succeeded. */
+int iLAST_WORDS(TALK& talk, const std::string& sCommands)
+{
+    bSEND(talk, sCommands);
+    talk.child.fdIn.Close();
+    iLISTEN(talk, nullptr, [](const std::string&) { return false; });
+    return iCHILD_ENDED(talk.child) && talk.child.iStatus == 0;
+}
+
 /* Runs commands to the end. Result 1 all succeeded. */
 int iBATCH(CHILD_SPEC& sctSpec, const std::string& sCommands, std::string& sOut)
 {
     TALK        talk;
     std::string sReason;
-    if (!iSTART(talk, sctSpec, sReason) || !bSEND(talk, sCommands)) return 0;
-    talk.child.fdIn.Close();
-    iLISTEN(talk, nullptr, [](const std::string&) { return false; });
+    if (!iSTART(talk, sctSpec, sReason)) return 0;
+    const int iDone = iLAST_WORDS(talk, sCommands);
     sOut = talk.sOut;
-    return iCHILD_ENDED(talk.child) && talk.child.iStatus == 0;
+    return iDone;
 }
 
 /* The size in the last line of "ls -ln" (fifth word), or -1. */
@@ -178,34 +188,81 @@ std::string sSFTP_WORDS(const std::string& sErr)
     return sReason.empty() ? "sftp ended without a word" : sReason;
 }
 
-/* What a failed copy tells the user; takes the unfinished file away. */
-std::string sWHY_FAILED(CHILD_SPEC& sctSpec, TALK& talk, const std::string& sHost,
-                        const std::string& sPart, long lSize)
+/* One file on its way. */
+struct TRANSFER {
+    CHILD_SPEC  sctSpec;
+    std::string sHost;
+    std::string sSource;
+    std::string sPath;  // in the form of an sftp server
+    std::string sPart;  // its name until it is whole
+    std::string sMode;  // octal permissions, empty: as they come
+    long        lSize = 0;
+};
+
+std::string sTIMEOUT(const TRANSFER& transfer, const TALK& talk)
 {
-    if (talk.bLate) {
-        v_CHILD_END(talk.child, 500);
-        return "Timeout: no answer from " + sHost + " within " +
-               std::to_string(lNOW_MS() >= talk.lTotal ? iCONFIG_TOTAL_TIMEOUT()
-                                                       : iCONFIG_IDLE_TIMEOUT()) +
-               " seconds";
-    }
-    const bool  bServerFailed = talk.sErr.find("Failure") != std::string::npos;
-    std::string sOut;
-    if (talk.sErr.find("write remote") == std::string::npos && !bServerFailed) {
-        return sSFTP_WORDS(talk.sErr);
-    }
-    const long lFree = lFREE_BYTES(sctSpec, sPart);
-    iBATCH(sctSpec, "-rm " + sQUOTED(sPart) + "\n", sOut);
-    if (lFree >= 0 && lFree < lSize) {
-        return "no space left on " + sHost + ": " + std::to_string(lSize) + " bytes needed, " +
-               std::to_string(lFree) + " free";
-    }
-    return sSFTP_WORDS(talk.sErr);
+    const bool bTotal = lNOW_MS() >= talk.lTotal;
+    return "Timeout: no answer from " + transfer.sHost + " within " +
+           std::to_string(bTotal ? iCONFIG_TOTAL_TIMEOUT() : iCONFIG_IDLE_TIMEOUT()) + " seconds";
 }
 
-bool bFOLDER_MISSING(const std::string& sErr)
+/* What a failed copy tells the user; takes the unfinished file away. */
+std::string sWHY_FAILED(TRANSFER& transfer, TALK& talk)
 {
-    return sErr.find("No such file or directory") != std::string::npos;
+    std::string sOut;
+    if (talk.bLate) {
+        v_CHILD_END(talk.child, iEND_GRACE_MS);
+        return sTIMEOUT(transfer, talk);
+    }
+    if (talk.sErr.find("Failure") == std::string::npos) return sSFTP_WORDS(talk.sErr);
+    const long lFree = lFREE_BYTES(transfer.sctSpec, transfer.sPart);
+    iBATCH(transfer.sctSpec, "-rm " + sQUOTED(transfer.sPart) + "\n", sOut);
+    if (lFree < 0 || lFree >= transfer.lSize) return sSFTP_WORDS(talk.sErr);
+    return "no space left on " + transfer.sHost + ": " + std::to_string(transfer.lSize) +
+           " bytes needed, " + std::to_string(lFree) + " free";
+}
+
+std::string sWRITE_COMMANDS(const TRANSFER& transfer)
+{
+    const std::string sPart = sQUOTED(transfer.sPart);
+    std::string       sCommands = "put " + sQUOTED(transfer.sSource) + " " + sPart + "\n";
+    if (!transfer.sMode.empty()) sCommands += "chmod " + transfer.sMode + " " + sPart + "\n";
+    return sCommands + "ls -ln " + sPart + "\n";
+}
+
+/* The file has arrived: gives it its name, or takes it away when bytes are
+   missing. */
+int iGIVE_NAME(TRANSFER& transfer, TALK& talk, std::string& sReason)
+{
+    const std::string sPart = sQUOTED(transfer.sPart);
+    const long        lArrived = lLISTED_SIZE(talk.sOut);
+    if (lArrived == transfer.lSize) {
+        if (iLAST_WORDS(talk, "rename " + sPart + " " + sQUOTED(transfer.sPath) + "\n")) return 1;
+        sReason = sWHY_FAILED(transfer, talk);
+        return 0;
+    }
+    iLAST_WORDS(talk, "-rm " + sPart + "\n");
+    sReason = "\"" + transfer.sPath + "\" arrived with " + std::to_string(lArrived) + " of " +
+              std::to_string(transfer.lSize) + " bytes";
+    return 0;
+}
+
+enum TRIED { TRIED_DONE, TRIED_FAILED, TRIED_NO_FOLDER };
+
+TRIED eTRY(TRANSFER& transfer, const std::string& sBefore, std::string& sReason)
+{
+    TALK          talk;
+    COPY_PROGRESS progress(transfer.sSource, transfer.lSize);
+    const auto    bListed = [](const std::string& s) { return lLISTED_SIZE(s) >= 0; };
+    if (!iSTART(talk, transfer.sctSpec, sReason)) return TRIED_FAILED;
+    if (bSEND(talk, sBefore + sWRITE_COMMANDS(transfer)) && iLISTEN(talk, &progress, bListed)) {
+        return iGIVE_NAME(transfer, talk, sReason) ? TRIED_DONE : TRIED_FAILED;
+    }
+    iCHILD_ENDED(talk.child);
+    const bool bNoFolder = talk.sErr.find("No such file or directory") != std::string::npos;
+    if (bNoFolder && !talk.bLate && sBefore.empty()) return TRIED_NO_FOLDER;
+    sReason = sWHY_FAILED(transfer, talk);
+    return TRIED_FAILED;
 }
 
 }  // namespace
@@ -213,9 +270,8 @@ bool bFOLDER_MISSING(const std::string& sErr)
 int iSFTP_PUT(CHILD_SPEC sctSpec, const std::string& sHost, const std::string& sSource,
               const std::string& sTarget, const char* cpMode, std::string& sReason)
 {
-    std::error_code   error;
     const std::string sPath = sREMOTE_PATH(sTarget);
-    const std::string sPart = sPath + ".part";
+    std::error_code   error;
     const auto        uSize = std::filesystem::file_size(sSource, error);
     if (error) {
         sReason = "cannot read \"" + sSource + "\": " + error.message();
@@ -225,38 +281,14 @@ int iSFTP_PUT(CHILD_SPEC sctSpec, const std::string& sHost, const std::string& s
         sReason = "cannot copy \"" + sONE_LINE(sSource) + "\": its name holds a line end";
         return 0;
     }
-    const long  lSize = static_cast<long>(uSize);
-    std::string sWrite = "put " + sQUOTED(sSource) + " " + sQUOTED(sPart) + "\n";
-    if (cpMode != nullptr) sWrite += "chmod " + std::string(cpMode) + " " + sQUOTED(sPart) + "\n";
-    sWrite += "ls -ln " + sQUOTED(sPart) + "\n";
-
-    for (const bool bMakeFolders : {false, true}) {
-        TALK          talk;
-        COPY_PROGRESS progress(sSource, lSize);
-        if (!iSTART(talk, sctSpec, sReason)) return 0;
-        const auto bListed = [](const std::string& s) { return lLISTED_SIZE(s) >= 0; };
-        if (bSEND(talk, (bMakeFolders ? sFOLDERS(sPath) : "") + sWrite) &&
-            iLISTEN(talk, &progress, bListed)) {
-            if (lLISTED_SIZE(talk.sOut) != lSize) {
-                bSEND(talk, "-rm " + sQUOTED(sPart) + "\n");
-                sReason = "\"" + sTarget + "\" arrived with " +
-                          std::to_string(lLISTED_SIZE(talk.sOut)) + " of " + std::to_string(lSize) +
-                          " bytes";
-                talk.child.fdIn.Close();
-                iLISTEN(talk, nullptr, [](const std::string&) { return false; });
-                return 0;
-            }
-            bSEND(talk, "rename " + sQUOTED(sPart) + " " + sQUOTED(sPath) + "\n");
-            talk.child.fdIn.Close();
-            iLISTEN(talk, nullptr, [](const std::string&) { return false; });
-            if (iCHILD_ENDED(talk.child) && talk.child.iStatus == 0) return 1;
-            sReason = sWHY_FAILED(sctSpec, talk, sHost, sPart, lSize);
-            return 0;
-        }
-        iCHILD_ENDED(talk.child);
-        if (!bMakeFolders && !talk.bLate && bFOLDER_MISSING(talk.sErr)) continue;
-        sReason = sWHY_FAILED(sctSpec, talk, sHost, sPart, lSize);
-        return 0;
-    }
-    return 0;
+    TRANSFER transfer{std::move(sctSpec),
+                      sHost,
+                      sSource,
+                      sPath,
+                      sPath + ".part",
+                      cpMode != nullptr ? cpMode : "",
+                      static_cast<long>(uSize)};
+    TRIED    eTried = eTRY(transfer, "", sReason);
+    if (eTried == TRIED_NO_FOLDER) eTried = eTRY(transfer, sFOLDERS(sPath), sReason);
+    return eTried == TRIED_DONE;
 }
