@@ -16,7 +16,8 @@
 
 namespace {
 
-constexpr int iALIVE_TIMEOUT_S = 15;
+// For questions that a client answers at once, or not at all.
+constexpr int iQUESTION_TIMEOUT_S = 15;
 
 /* A command's status where the sign tells whether it ran. */
 int iPOSITIVE(long lStatus)
@@ -150,7 +151,7 @@ int iClientDir(const char* cpHost, char*, int, const char*, const char*, const c
     std::string sReason;
     output.LL_Lines = LL_Output;
     return iRUN(cpHost, "", eSHELL_OF(host) == SHELL_WINDOWS ? "dir \\" : "ls -a /",
-                sctLIMITS(0, 0), output, sReason, sctLog);
+                sctLIMITS(iQUESTION_TIMEOUT_S, 0), output, sReason, sctLog);
 }
 
 int i_RCMD_EXEC(const char* cpHost, const char* cpCommand, char* cpAnswer, size_t uAnswer,
@@ -158,7 +159,8 @@ int i_RCMD_EXEC(const char* cpHost, const char* cpCommand, char* cpAnswer, size_
 {
     OUTPUT      output;
     std::string sReason;
-    const int   iRet = iRUN(cpHost, "", cpCommand, sctLIMITS(0, 0), output, sReason, sctLog);
+    const int   iRet =
+        iRUN(cpHost, "", cpCommand, sctLIMITS(iQUESTION_TIMEOUT_S, 0), output, sReason, sctLog);
     // What a failed command said is no answer.
     iTEXT_COPY(cpAnswer, uAnswer, iRet == 0 ? output.sLastLine : "");
     return iRet;
@@ -206,7 +208,7 @@ int alive_test_qtc(const char* cpHost, char* cpMsg, char* cpVersion, const char*
     constexpr size_t uMsg = 2048;
     const t_LL       LL_Output = ConsLL();
     const int        iRet =
-        i_RCMD_LL(cpHost, "", "qtc -h", iALIVE_TIMEOUT_S, 0, LL_Output, cpMsg, uMsg, sctLog);
+        i_RCMD_LL(cpHost, "", "qtc -h", iQUESTION_TIMEOUT_S, 0, LL_Output, cpMsg, uMsg, sctLog);
     *cpVersion = '\0';
     if (iRet < 0) return 0;
     if (iRet > 0) {
