@@ -83,16 +83,16 @@ int i_RCMD(RCMD* pCmd, str_log sctLog);
 int i_RCMD_LL(const char* cpHost, const char* cpAccessMode, const char* cpCommand, int iTimeout,
               int iRetries, t_LL LL_Output, char* cpMsg, size_t uMsg, str_log sctLog);
 
-/* Lists the root directory of a client, with the limits of a connection test, which
-   proves that access works. A host
-   whose accessmode is PROXY is reached with its data mover as the jump host.
+/* Lists the root directory of a client, which proves that access works; waits as long
+   as a connection test at most. A host whose accessmode is PROXY is reached with its
+   data mover as the jump host.
    cpBuf     256 bytes, not written
    Result    as i_RCMD_LL; the reason of a negative result is only traced */
 int iClientDir(const char* cpHost, char* cpBuf, int iZero, const char* cpNone1, const char* cpNone2,
                const char* cpNone3, t_LL LL_Output, str_log sctLog);
 
-/* Runs a command, with the limits of a connection test, and returns the last line
-   that it printed, or "" when it failed.
+/* Runs a command, waiting as long as a connection test at most, and returns the last
+   line that it printed, or "" when it failed.
    Result  as i_RCMD_LL */
 int i_RCMD_EXEC(const char* cpHost, const char* cpCommand, char* cpAnswer, size_t uAnswer,
                 str_log sctLog);

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -18,6 +19,16 @@ namespace {
 
 // For questions that a client answers at once, or not at all.
 constexpr int iQUESTION_TIMEOUT_S = 15;
+
+/* The configured limits, but no longer than a connection test takes. */
+LIMITS sctQUESTION_LIMITS()
+{
+    const LIMITS configured = sctLIMITS(0, 0);
+    const LIMITS question = sctLIMITS(iQUESTION_TIMEOUT_S, 0);
+    return {std::min(configured.iConnect, question.iConnect),
+            std::min(configured.iIdle, question.iIdle),
+            std::min(configured.iTotal, question.iTotal), 0};
+}
 
 /* A command's status where the sign tells whether it ran. */
 int iPOSITIVE(long lStatus)
@@ -151,7 +162,7 @@ int iClientDir(const char* cpHost, char*, int, const char*, const char*, const c
     std::string sReason;
     output.LL_Lines = LL_Output;
     return iRUN(cpHost, "", eSHELL_OF(host) == SHELL_WINDOWS ? "dir \\" : "ls -a /",
-                sctLIMITS(iQUESTION_TIMEOUT_S, 0), output, sReason, sctLog);
+                sctQUESTION_LIMITS(), output, sReason, sctLog);
 }
 
 int i_RCMD_EXEC(const char* cpHost, const char* cpCommand, char* cpAnswer, size_t uAnswer,
@@ -159,8 +170,7 @@ int i_RCMD_EXEC(const char* cpHost, const char* cpCommand, char* cpAnswer, size_
 {
     OUTPUT      output;
     std::string sReason;
-    const int   iRet =
-        iRUN(cpHost, "", cpCommand, sctLIMITS(iQUESTION_TIMEOUT_S, 0), output, sReason, sctLog);
+    const int   iRet = iRUN(cpHost, "", cpCommand, sctQUESTION_LIMITS(), output, sReason, sctLog);
     // What a failed command said is no answer.
     iTEXT_COPY(cpAnswer, uAnswer, iRet == 0 ? output.sLastLine : "");
     return iRet;
