@@ -40,11 +40,8 @@ TEST_F(COMMAND_LINE, one_word_that_asks_for_help_gives_64_lines_and_touches_noth
         EXPECT_EQ(asLine[0], gszGitId);
         EXPECT_EQ(asLine[1], std::string(80, '-'));
         EXPECT_EQ(asLine[63], asLine[1]);
-        EXPECT_THAT(asLine[22], StartsWith("        -C <r|s>             check client <remote "));
-        EXPECT_THAT(asLine[59], StartsWith("       vk_config_client -S -c clientname -P "
-                                           "\"C:\\Temp\\velka_sp_srv-201909171332_2665822_"
-                                           "4.4.3.73_windows_x64.exe\""));
-        EXPECT_THAT(asLine[61], StartsWith(" Output in day protocol and info-window"));
+        EXPECT_THAT(asLine[59], HasSubstr("-P \"C:\\Temp\\velka_sp_srv-201909171332_2665822_4.4.3."
+                                          "73_windows_x64.exe\""));
     }
     EXPECT_THAT(STATEMENTS(), IsEmpty());
     EXPECT_THAT(PROTOCOL(), IsEmpty());
@@ -53,75 +50,57 @@ TEST_F(COMMAND_LINE, one_word_that_asks_for_help_gives_64_lines_and_touches_noth
 TEST_F(COMMAND_LINE, wrong_options_are_told_and_the_run_goes_on)
 {
     ADD_CLIENT("virt1", "VIRTUAL");
-    const std::string sOnly = " in command line; only USa:e:i:l:m:c:O:Fo:P:s:t:u:p:v:C:k allowed\n";
-    struct ROW {
-        TEXTS       asArgument;
-        const char* cpTold;
+    const std::pair<const char*, TEXTS> asRow[] = {
+        {"wrong option h", {"-h", "-c", "virt1", "-C", "r"}},
+        {"wrong option x", {"-c", "virt1", "-xC", "r"}},
+        {"wrong option s", {"-c", "virt1", "-C", "r", "-s"}},
     };
-    const ROW asctRow[] = {
-        {{"-h", "-c", "virt1", "-C", "r"}, "wrong option h"},
-        {{"-c", "virt1", "-xC", "r"}, "wrong option x"},
-        {{"-c", "virt1", "-C", "r", "-s"}, "wrong option s"},
-    };
-    for (const ROW& row : asctRow) {
-        SCOPED_TRACE(row.cpTold);
-        const RUN run = CONFIG_CLIENT(row.asArgument);
+    for (const auto& [cpTold, asArgument] : asRow) {
+        const RUN run = CONFIG_CLIENT(asArgument);
         EXPECT_EQ(run.iExit, 0);
-        const TEXTS asTold = asLINES(run.sErr);
-        EXPECT_EQ(asTold.size(), 2U);  // getopt's and the tool's
-        EXPECT_THAT(run.sErr, HasSubstr(row.cpTold + sOnly));
+        EXPECT_EQ(asLINES(run.sErr).size(), 2U);  // getopt's and the tool's
+        EXPECT_THAT(run.sErr, HasSubstr(std::string(cpTold) +
+                                        " in command line; only "
+                                        "USa:e:i:l:m:c:O:Fo:P:s:t:u:p:v:C:k allowed\n"));
     }
 }
 
 TEST_F(COMMAND_LINE, a_value_longer_than_its_field_is_refused)
 {
-    struct ROW {
-        const char* cpOption;
-        size_t      uLimit;
-    };
-    constexpr ROW asctRow[] = {{"-a", 255}, {"-c", 255}, {"-i", 255},  {"-l", 4},
-                               {"-m", 10},  {"-o", 32},  {"-P", 1023}, {"-s", 255},
-                               {"-u", 255}, {"-O", 255}, {"-p", 255},  {"-C", 255}};
-    for (const ROW& row : asctRow) {
-        SCOPED_TRACE(row.cpOption);
-        const std::string sFits(row.uLimit, 'r');
-        const RUN         run = CONFIG_CLIENT({"-t", "0", row.cpOption, sFits + "r"});
+    constexpr std::pair<const char*, size_t> asRow[] = {
+        {"-a", 255},  {"-c", 255}, {"-i", 255}, {"-l", 4},   {"-m", 10},  {"-o", 32},
+        {"-P", 1023}, {"-s", 255}, {"-u", 255}, {"-O", 255}, {"-p", 255}, {"-C", 255}};
+    for (const auto& [cpOption, uLimit] : asRow) {
+        SCOPED_TRACE(cpOption);
+        const std::string sFits(uLimit, 'r');
+        const RUN         run = CONFIG_CLIENT({"-t", "0", cpOption, sFits + "r"});
         EXPECT_EQ(run.iExit, 2);
         EXPECT_EQ(run.sOut, cpE006);
-        EXPECT_THAT(run.sErr, StartsWith(std::string("vk_config_client: option ") + row.cpOption));
-        EXPECT_THAT(run.sErr, HasSubstr(" longer than " + std::to_string(row.uLimit) + " bytes"));
+        EXPECT_THAT(run.sErr, StartsWith(std::string("vk_config_client: option ") + cpOption));
+        EXPECT_THAT(run.sErr, HasSubstr(" longer than " + std::to_string(uLimit) + " bytes"));
         EXPECT_EQ(asLINES(run.sErr).size(), 1U);
-        EXPECT_EQ(run.sErr.find(sFits) == std::string::npos, row.cpOption[1] == 'p');
-        // One byte less is taken; the run ends because it names no client, or an
-        // unknown one.
-        EXPECT_EQ(CONFIG_CLIENT({"-t", "0", row.cpOption, sFits}).sErr, "");
+        EXPECT_EQ(run.sErr.find(sFits) == std::string::npos, cpOption[1] == 'p');
+        // One byte less is taken; the run ends for want of a client.
+        EXPECT_EQ(CONFIG_CLIENT({"-t", "0", cpOption, sFits}).sErr, "");
     }
     EXPECT_EQ(SQL("select count(*) from clients"), "1");
 }
 
 TEST_F(COMMAND_LINE, options_of_a_registration_reach_their_columns)
 {
-    struct ROW {
-        const char* cpName;
-        TEXTS       asOption;
-        const char* cpStored;  // location, access_options, user_comment, os_password
+    const std::pair<const char*, TEXTS> asRow[] = {
+        {"0|||", {"-l", "NULL"}},
+        {"muc||two words|", {"-l", "muc", "-u", "two words"}},
+        {"0|||", {"-O", "reinforced"}},
+        {"0|Force||pw", {"-O", "Force", "-p", "pw"}},
     };
-    const ROW asctRow[] = {
-        {"a1", {"-l", "NULL"}, "0|||"},
-        {"a2", {}, "0|||"},
-        {"a3", {"-l", "muc", "-u", "two words"}, "muc||two words|"},
-        {"a4", {"-O", "reinforced"}, "0|||"},
-        {"a5", {"-O", "Force", "-p", "pw"}, "0|Force||pw"},
-    };
-    for (const ROW& row : asctRow) {
-        SCOPED_TRACE(row.cpName);
-        const RUN run = REGISTER(row.cpName, row.asOption);
-        EXPECT_EQ(run.sOut, "STATUS=SUCCESS MSG=\"I012-HOSTS   Client " + std::string(row.cpName) +
-                                " added\"\n");
-        EXPECT_THAT(ROWS("select location,coalesce(access_options,''),coalesce(user_comment,''),"
-                         "coalesce(os_password,'') from clients where name='" +
-                         std::string(row.cpName) + "'"),
-                    ElementsAre(row.cpStored));
+    for (const auto& [cpStored, asOption] : asRow) {
+        SQL("delete from clients where client_id>0");
+        EXPECT_EQ(REGISTER("new", asOption).sOut,
+                  "STATUS=SUCCESS MSG=\"I012-HOSTS   Client new added\"\n");
+        EXPECT_THAT(ROWS("select location,access_options,user_comment,os_password from clients "
+                         "where name='new'"),
+                    ElementsAre(cpStored));
     }
 }
 
@@ -133,10 +112,8 @@ TEST_F(COMMAND_LINE, options_of_an_update_are_moved_and_those_of_a_service_pack_
         EXPECT_EQ(run.iExit, 2);
         EXPECT_EQ(run.sOut, cpE006);
     }
-    const std::string sTrace = TRACE_TEXT();
-    const size_t      uAt = sTrace.find("szUpdateOptions=/quiet");
-    EXPECT_NE(uAt, std::string::npos);
-    EXPECT_EQ(sTrace.find("szUpdateOptions=", uAt + 1), std::string::npos);
+    EXPECT_THAT(TRACE_TEXT(), testing::ContainsRegex("-U -O [^+]*szUpdateOptions=/quiet"));
+    EXPECT_THAT(TRACE_TEXT(), Not(testing::ContainsRegex("-S -O [^+]*szUpdateOptions")));
 }
 
 TEST_F(COMMAND_LINE, a_mode_given_with_m_counts_only_when_it_is_CTRL_or_VKSSH)
@@ -202,11 +179,8 @@ TEST_F(COMMAND_LINE, a_password_stands_in_no_text_that_the_run_leaves)
     EXPECT_EQ(COLUMN("nd1", "msg"),
               "E002-HOSTS   There is no access to computer nd1: qtc_ndmp: login u/*** refused");
     EXPECT_THAT(CLIENT_LOG("alpha"), ElementsAre(HasSubstr("passwd=se'cret>")));
-    for (const std::string& sText : {TRACE_TEXT(), run.sErr, run.sOut}) {
-        EXPECT_THAT(sText, Not(HasSubstr("se'cret")));
-        EXPECT_THAT(sText, Not(HasSubstr("se''cret")));
-        EXPECT_THAT(sText, Not(HasSubstr("'\\''cret")));
-    }
+    // Neither as it is nor as a statement or a command line carries it.
+    EXPECT_THAT(TRACE_TEXT() + run.sErr, Not(testing::ContainsRegex("se'[\\\\']*cret")));
     EXPECT_THAT(PROTOCOL(), Each(Not(HasSubstr("cret"))));
     EXPECT_THAT(INFO(), Each(Not(HasSubstr("cret"))));
 }

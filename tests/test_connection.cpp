@@ -5,7 +5,6 @@
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
@@ -53,49 +52,26 @@ TEST_F(SANDBOX, check_of_a_Windows_client_goes_through_its_command_interpreter)
     EXPECT_EQ(COLUMN("winbox", "os"), "Windows Server 2022");
 }
 
-TEST_F(SANDBOX, check_of_a_proxy_client_runs_on_its_data_mover_and_stores_no_report)
-{
-    ADD_CLIENT("dm1");
-    ADD_CLIENT("px1", "PROXY", "Linux", {{"data_mover", "dm1"}});
-    const RUN run = CONFIG_CLIENT({"-c", "px1", "-C", "r"});
-    EXPECT_EQ(run.sOut, sSTATUS("SUCCESS", "I014-HOSTS   Client px1 reachable over proxy"));
-    EXPECT_THAT(CLIENT_LOG("dm1"), ElementsAre("qtc -h"));
-    EXPECT_THAT(CLIENT_LOG("px1"), ElementsAre());
-    EXPECT_EQ(COLUMN("px1", "qtc_version"), "NULL");
-}
-
-TEST_F(SANDBOX, check_of_an_unknown_host_says_E009_and_stores_it)
-{
-    ADD_CLIENT("nohost.invalid");
-    const RUN         run = CONFIG_CLIENT({"-c", "nohost.invalid", "-C", "r"});
-    const std::string sE009 = "E009-HOSTS   Could not resolve hostname [nohost.invalid]";
-    EXPECT_EQ(run.iExit, 1);
-    EXPECT_EQ(run.sOut, sSTATUS("ERROR", sE009));
-    EXPECT_EQ(COLUMN("nohost.invalid", "msg"), sE009);
-    EXPECT_EQ(COLUMN("nohost.invalid", "access_state"), "1");
-    EXPECT_THAT(PROTOCOL(), testing::Contains(StartsWith("E003-HOSTS   Error message: ")));
-    EXPECT_EQ(iCHILDREN_LEFT(), 0);
-}
-
-/* Which of the programs ran where, client by client. */
 TEST_F(SANDBOX, the_command_runs_where_mode_and_platform_say)
 {
     struct ROW {
         const char *cpName, *cpMode, *cpOs, *cpMover;
-        const char* cpHost;     // whose log gets the command
-        const char* cpCommand;  // null: none runs
-        const char* cpMessage;  // identifier of the run message
+        // Whose log gets which command (null: none runs), and the run message.
+        const char *cpHost, *cpCommand, *cpMessage;
     };
     constexpr const char* cpNDMP =
         "qtc_ndmp -D -s dir -a auth=md5,server=nd1,user=backup,passwd=a+b";
     constexpr ROW asctRow[] = {
-        {"virt1", "VIRTUAL", "Linux", "dm1", "dm1", nullptr, "I015"},
+        {"virt1", "VIRTUAL", "Linux", "dm1", "dm1", nullptr,
+         "I015-HOSTS   Client virt1 configured with access mode 'VIRTUAL'. Remote access not "
+         "possible."},
         {"nw1", "VKSSH", "NetWare", "dm1", "dm1", "qtc_smdr -h", "I005"},
         {"nw2", "PROXY", "NetWare", "NULL", "velkasrv", "qtc_smdr -h", "I014"},
         // The mover is reached by its own mode: this one takes no other key.
         {"nw3", "SSH", "NetWare", "ctrl1", "ctrl1", "qtc_smdr -h", "I005"},
         {"nd1", "PROXY", "NDMP", "dm1", "dm1", cpNDMP, "I014"},
-        {"px1", "PROXY", "Linux", "", "velkasrv", "qtc -h", "I014"},
+        {"px1", "PROXY", "Linux", "", "velkasrv", "qtc -h",
+         "I014-HOSTS   Client px1 reachable over proxy"},
         {"px2", "PROXY", "Citrix XenServer", "dm1", "dm1", "qtc -h", "I014"},
         {"xen1", "SSH", "Citrix XenServer", "dm1", "xen1", "qtc -h", "I014"},
         {"ctrl1", "CTRL", "Linux", "dm1", "ctrl1", "qtc -h", "I005"},
@@ -104,7 +80,6 @@ TEST_F(SANDBOX, the_command_runs_where_mode_and_platform_say)
     };
     INI("access HOUSE", "config", "gv_rw_ini:admin/config");
     ADD_CLIENT("dm1");
-    SWITCH("dm1", "qtc_ndmp", {"mode=ok"});
     for (const ROW& row : asctRow)
         ADD_CLIENT(row.cpName, row.cpMode, row.cpOs,
                    {{"data_mover", row.cpMover}, {"user_name", "backup"}, {"password", "a+b"}});
@@ -117,17 +92,11 @@ TEST_F(SANDBOX, the_command_runs_where_mode_and_platform_say)
         EXPECT_THAT(run.sOut, StartsWith(std::string("STATUS=SUCCESS MSG=\"") + row.cpMessage));
         TEXTS asNew = CLIENT_LOG(row.cpHost);
         asNew.erase(asNew.begin(), asNew.begin() + static_cast<long>(uBefore));
-        if (row.cpCommand == nullptr)
-            EXPECT_THAT(asNew, IsEmpty());
-        else
-            EXPECT_THAT(asNew, ElementsAre(row.cpCommand));
+        EXPECT_EQ(asNew, row.cpCommand ? TEXTS{row.cpCommand} : TEXTS{});
         // A report is read only of a client that was asked itself.
         EXPECT_EQ(COLUMN(row.cpName, "qtc_version") != "NULL",
                   std::string_view(row.cpMessage) == "I005");
     }
-    EXPECT_EQ(COLUMN("virt1", "msg"),
-              "I015-HOSTS   Client virt1 configured with access mode 'VIRTUAL'. Remote access not "
-              "possible.");
     // Only a proxied client is asked for a directory first.
     EXPECT_THAT(sREAD_FILE(CLIENT_PATH("px1", "log/lines")), HasSubstr("ls -a /"));
     EXPECT_THAT(sREAD_FILE(CLIENT_PATH("dm1", "log/lines")), Not(HasSubstr("ls -a /")));
@@ -138,30 +107,17 @@ TEST_F(SANDBOX, a_plain_check_sends_these_statements_and_writes_these_lines)
 {
     ADD_CLIENT("alpha");
     EXPECT_EQ(CONFIG_CLIENT({"-c", "alpha", "-C", "r", "-i", "a/b", "-s", ".me"}).iExit, 0);
-    const std::string sTime = COLUMN("alpha", "access_time");
-    const TEXTS       asExpected{
-        "select name from clients where client_id=0",
-        "select accessmode,os,vm_server_type from clients where name='alpha'",
-        "select oper_systems.platform from oper_systems where oper_systems.os='Linux'",
-        "select oper_systems.platform from clients,oper_systems where clients.name='velkasrv' and "
-              "clients.client_id=0 and oper_systems.os=clients.os",
-        "select name,client_id,data_mover,accessmode,clients.os,platform from clients,oper_systems "
-              "where name='alpha' and oper_systems.os=clients.os",
-        "select client_id,accessmode,os_user,data_mover,platform from clients left join "
-              "oper_systems on oper_systems.os=clients.os where name='alpha'",
-        "select update_date from clients where name='alpha'",
-        "update clients set qtc_version='5.1.0.7',velka_version='5.1.0-3',version_number=" +
-            COLUMN("alpha", "version_number") +
-            ",hw_platform='x86_64',package='velka-cli_5.1.0-3_amd64.deb',"
-                  "installation_date='2025-03-01 08:15:00',update_date='2025-03-01 08:15:00',"
-                  "update_state='0',update_message='installed',servicepack_number=0,"
-                  "servicepack_package='',servicepack_date=NULL,module_versions='core 5.1, sys 5.1' "
-                  "where name='alpha'",
-        "update clients set msg='" + COLUMN("alpha", "msg") + "',comment='" +
-            COLUMN("alpha", "msg") + "',access_state='0',access_time='" + sTime +
-            "',access_success='" + sTime + "' where name='alpha'",
-    };
-    EXPECT_THAT(STATEMENTS(), ElementsAreArray(asExpected));
+    EXPECT_THAT(
+        STATEMENTS(),
+        ElementsAre("select name from clients where client_id=0",
+                    "select accessmode,os,vm_server_type from clients where name='alpha'",
+                    "select oper_systems.platform from oper_systems where oper_systems.os='Linux'",
+                    StartsWith("select oper_systems.platform from clients,oper_systems where"),
+                    StartsWith("select name,client_id,data_mover,accessmode,clients.os,platform"),
+                    StartsWith("select client_id,accessmode,os_user,data_mover,platform from"),
+                    "select update_date from clients where name='alpha'",
+                    StartsWith("update clients set qtc_version="),
+                    StartsWith("update clients set msg=")));
     const std::string sI001 =
         "I001-HOSTS   Configuration of client alpha on platform LINUX started.";
     const std::string sI004 =
@@ -187,15 +143,16 @@ TEST_F(SANDBOX, a_failure_is_classified_told_and_stored)
         std::string sMessage;
         TEXTS       asAdvice = {};  // what the day protocol gets besides
     };
-    const std::string sLine =
-        "tkc-11: session with velkasrv broke off, tkd-1: no route to media server";
+    const auto sE007 = [](const std::string& sName) {
+        return "E007-HOSTS   There is still no QIR velka client software installed on computer " +
+               sName + " - please do it now.";
+    };
+    const std::string sE002 = "E002-HOSTS   There is no access to computer ";
     const std::string sE010 =
         "E010-HOSTS   QIR velka client on refused not yet started - for what to do see Day "
         "Protocol.";
-    const std::string sE007 =
-        "E007-HOSTS   There is still no QIR velka client software installed on computer tkc - "
-        "please do it now.";
     const ROW asctRow[] = {
+        {"nohost.invalid", "VKSSH", "E009-HOSTS   Could not resolve hostname [nohost.invalid]"},
         {"refused",
          "VKSSH",
          sE010,
@@ -203,23 +160,18 @@ TEST_F(SANDBOX, a_failure_is_classified_told_and_stored)
           "I007-HOSTS   If already installed please start it there with ´vk_main start´."}},
         {"nokey", "SSH",
          "E011-HOSTS   Missing permit. Execute [vk_setup set_client velkasrv] on client nokey"},
-        {"noversion", "VKSSH",
-         "E007-HOSTS   There is still no QIR velka client software installed on computer noversion "
-         "- please do it now."},
+        {"noversion", "VKSSH", sE007("noversion")},
         {"tkc",
          "VKSSH",
-         "E020-HOSTS   Client tkc is currently not reachable: " + sLine +
-             ": tkd-1: no route to media server",
-         {sE007}},
-        {"exit255", "VKSSH",
-         "E002-HOSTS   There is no access to computer exit255: No message found"},
-        {"cut", "VKSSH",
-         "E002-HOSTS   There is no access to computer cut: Connection to cut was lost before the "
-         "command ended"},
-        {"refusedpx", "PROXY", "E002-HOSTS   There is no access to computer refusedpx: "},
+         "E020-HOSTS   Client tkc is currently not reachable: tkc-11: session with velkasrv broke "
+         "off, tkd-1: no route to media server: tkd-1: no route to media server",
+         {sE007("tkc")}},
+        {"exit255", "VKSSH", sE002 + "exit255: No message found"},
+        {"cut", "VKSSH", sE002 + "cut: Connection to cut was lost before the command ended"},
+        {"refusedpx", "PROXY", sE002 + "refusedpx: "},
         {"alpha", "ODD",
-         "E002-HOSTS   There is no access to computer alpha: access mode \"ODD\" is not "
-         "configured; add a section [access ODD] to vk.ini"},
+         sE002 + "alpha: access mode \"ODD\" is not configured; add a section [access ODD] to "
+                 "vk.ini"},
     };
     for (const ROW& row : asctRow) ADD_CLIENT(row.cpName, row.cpMode);
     for (const ROW& row : asctRow) {
@@ -229,10 +181,8 @@ TEST_F(SANDBOX, a_failure_is_classified_told_and_stored)
         EXPECT_EQ(run.iExit, 1);
         EXPECT_EQ(run.sOut, sSTATUS("ERROR", row.sMessage));
         EXPECT_EQ(run.sErr, "");
-        EXPECT_THAT(ROWS("select msg,comment,access_state,access_success is null,qtc_version from "
-                         "clients where name='" +
-                         std::string(row.cpName) + "'"),
-                    ElementsAre(row.sMessage + "|" + row.sMessage + "|1|t|NULL"));
+        EXPECT_EQ(COLUMN(row.cpName, "concat_ws('|',msg,comment,access_state,access_success)"),
+                  row.sMessage + "|" + row.sMessage + "|1");
         TEXTS asNew = PROTOCOL();
         asNew.erase(asNew.begin(), asNew.begin() + static_cast<long>(uBefore));
         if (!asNew.empty() && asNew[0].starts_with("E003-HOSTS   Error message: "))
@@ -248,38 +198,26 @@ TEST_F(SANDBOX, a_failure_is_classified_told_and_stored)
 
 TEST_F(SANDBOX, the_error_line_of_a_failed_command_is_the_telling_one)
 {
-    struct ROW {
-        const char *cpOutput, *cpMessage;
-    };
-    const std::string sLong = "x" + std::string(600, 'y') + "\n";
-    const ROW         asctRow[] = {
-                {"first\nlast line\n", "E002-HOSTS   There is no access to computer alpha: last line"},
-                {"ssh: no luck\nlast\n", "E002-HOSTS   There is no access to computer alpha: ssh: no luck"},
-                {"Host is unknown, Connection refused\n",
-                 "E009-HOSTS   Could not resolve hostname [alpha]"},
-                {"tkc: Authoritative Answer Host not found\n",
-                 "E009-HOSTS   Could not resolve hostname [alpha]"},
-                {"connection Refused",
-                 "E002-HOSTS   There is no access to computer alpha: connection Refused"},
-                {"a\nError: Authentication failed for x\nConnection refused\n",
-                 "E011-HOSTS   Missing permit. Execute [vk_setup set_client velkasrv] on client alpha"},
-                {"host srv is not allowed to connect or security problem for user root\n",
-                 "E011-HOSTS   Missing permit. Execute [vk_setup set_client velkasrv] on client alpha"},
-                {"tkc-11: tkd-1 is no matter here\n",
-                 "E002-HOSTS   There is no access to computer alpha: tkc-11: tkd-1 is no matter here"},
-                {sLong.c_str(), nullptr},
+    const std::string sE002 = "E002-HOSTS   There is no access to computer alpha: ";
+    const std::string sE009 = "E009-HOSTS   Could not resolve hostname [alpha]";
+    const std::string sE011 =
+        "E011-HOSTS   Missing permit. Execute [vk_setup set_client velkasrv] on client alpha";
+    const std::pair<std::string, std::string> asRow[] = {
+        {"first\nlast line\n", sE002 + "last line"},
+        {"ssh: no luck\nlast\n", sE002 + "ssh: no luck"},
+        {"Host is unknown, Connection refused\n", sE009},
+        {"tkc: Authoritative Answer Host not found\n", sE009},
+        {"connection Refused", sE002 + "connection Refused"},
+        {"a\nError: Authentication failed for x\nConnection refused\n", sE011},
+        {"srv is not allowed to connect or security problem for user root\n", sE011},
+        {std::string(600, 'y'), sE002 + std::string(511 - sE002.size(), 'y')},
     };
     ADD_CLIENT("alpha");
     SWITCH("alpha", "qtc", {"exit=7"});
-    for (const ROW& row : asctRow) {
-        SCOPED_TRACE(row.cpOutput);
-        OUTPUT("alpha", "qtc", row.cpOutput);
-        const RUN run = CONFIG_CLIENT({"-c", "alpha", "-C", "r"});
-        EXPECT_EQ(run.iExit, 1);
-        if (row.cpMessage != nullptr)
-            EXPECT_EQ(run.sOut, sSTATUS("ERROR", row.cpMessage));
-        else
-            EXPECT_EQ(COLUMN("alpha", "msg").size(), 511U);
+    for (const auto& [sOutput, sMessage] : asRow) {
+        SCOPED_TRACE(sOutput);
+        OUTPUT("alpha", "qtc", sOutput);
+        EXPECT_EQ(CONFIG_CLIENT({"-c", "alpha", "-C", "r"}).sOut, sSTATUS("ERROR", sMessage));
     }
 }
 

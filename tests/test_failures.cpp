@@ -14,7 +14,6 @@
 #include "common/unix/cm_hal_semaphor.h"
 #include "sandbox_fixture.h"
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -120,26 +119,19 @@ TEST_F(FAILURES, a_connection_cut_under_the_command_ends_the_check)
     EXPECT_THAT(COLUMN("alpha", "msg"), StartsWith(sNO_ACCESS("alpha", "Connection to alpha")));
     EXPECT_EQ(COLUMN("alpha", "qtc_version"), "NULL");
     NOTHING_LEFT(10000);
-    RESTART_CLIENT("alpha");
-    STARTED_RUN again = START_AT_GATE();
-    const FD    fdGate = OPEN_GATE("alpha");
-    EXPECT_EQ(WAIT(again).iExit, 0);
 }
 
 TEST_F(FAILURES, a_table_locked_by_another_program_ends_the_run_in_time)
 {
-    const std::string sTimeout = "ERROR: canceling statement due to statement timeout";
     INI("database", "statement_timeout", "1");
     ADD_CLIENT("alpha");
     GATE("alpha");
     SQL("begin");
     SQL("lock table oper_systems");
-    const RUN systems = CONFIG_CLIENT({"-c", "alpha", "-C", "r"}, {}, 15000);
-    EXPECT_EQ(systems.iExit, 1);
-    EXPECT_EQ(systems.sOut, "STATUS=ERROR MSG=\"E004-HOSTS   Error during access to database  (" +
-                                sTimeout + ")\"\n");
+    EXPECT_EQ(CONFIG_CLIENT({"-c", "alpha", "-C", "r"}, {}, 15000).iExit, 1);
     EXPECT_EQ(COLUMN("alpha", "msg"),
-              "E004-HOSTS   Error during access to database  (" + sTimeout + ")");
+              "E004-HOSTS   Error during access to database  (ERROR: canceling statement due to "
+              "statement timeout)");
     SQL("lock table clients");
     EXPECT_EQ(CONFIG_CLIENT({"-c", "alpha", "-C", "r"}, {}, 15000).iExit, 2);
     SQL("rollback");
@@ -181,8 +173,7 @@ TEST_F(FAILURES, a_database_server_that_freezes_is_given_up)
     const std::string sReason = "no answer from the database within 6 seconds";
     EXPECT_EQ(COLUMN("virt1", "msg"),
               "E004-HOSTS   Error during access to database  (" + sReason + ")");
-    EXPECT_EQ(asLINES(ended.sErr).size(), 1U);
-    EXPECT_THAT(ended.sErr, HasSubstr(sReason));
+    EXPECT_THAT(asLINES(ended.sErr), ElementsAre(HasSubstr(sReason)));
 }
 
 TEST_F(FAILURES, a_database_that_is_not_there_is_told_once)
@@ -197,22 +188,18 @@ TEST_F(FAILURES, a_database_that_is_not_there_is_told_once)
     ASSERT_EQ(bind(fdServer.iGet(), reinterpret_cast<sockaddr*>(&sctAddress), sizeof sctAddress),
               0);
     ASSERT_EQ(listen(fdServer.iGet(), 8), 0);
-    struct ROW {
-        std::string sHost, sTold;
-    };
-    for (const ROW& row :
-         {ROW{sFolder, "timeout expired"}, ROW{sDIR() + "/none", "No such file or directory"}}) {
-        SCOPED_TRACE(row.sHost);
-        INI("database", "conninfo", "host=" + row.sHost + " dbname=velka connect_timeout=2");
-        for (const TEXTS& asArgument : {TEXTS{"-c", "alpha", "-C", "r"}, TEXTS{"-c", "alpha"}}) {
-            const RUN run = CONFIG_CLIENT(asArgument, {}, 15000);
-            EXPECT_EQ(run.iExit, asArgument.size() > 2 ? 2 : 1);
-            EXPECT_THAT(run.sOut,
-                        StartsWith(asArgument.size() > 2 ? "STATUS=ERROR MSG=\"E006-HOSTS"
-                                                         : "STATUS=ERROR MSG=\"E004-HOSTS"));
-            EXPECT_EQ(asLINES(run.sErr).size(), 1U);
-            EXPECT_THAT(run.sErr, HasSubstr(row.sTold));
-        }
+    const std::pair<std::string, const char*> asRow[] = {
+        {sFolder, "timeout expired"}, {sDIR() + "/none", "No such file or directory"}};
+    for (const auto& [sHost, cpTold] : asRow) {
+        INI("database", "conninfo", "host=" + sHost + " dbname=velka connect_timeout=2");
+        const RUN check = CONFIG_CLIENT({"-c", "alpha", "-C", "r"}, {}, 15000);
+        EXPECT_EQ(check.iExit, 2);
+        EXPECT_THAT(check.sOut, StartsWith("STATUS=ERROR MSG=\"E006-HOSTS"));
+        const RUN registration = CONFIG_CLIENT({"-c", "alpha"}, {}, 15000);
+        EXPECT_EQ(registration.iExit, 1);
+        EXPECT_THAT(registration.sOut, StartsWith("STATUS=ERROR MSG=\"E004-HOSTS"));
+        EXPECT_THAT(asLINES(check.sErr), ElementsAre(HasSubstr(cpTold)));
+        EXPECT_THAT(asLINES(registration.sErr), ElementsAre(HasSubstr(cpTold)));
     }
 }
 
@@ -318,27 +305,22 @@ TEST_F(ENDED_RUNS, killed_at_any_moment_leave_no_process_no_semaphore_and_whole_
 
 TEST_F(ENDED_RUNS, by_a_signal_give_everything_back_first)
 {
-    struct ROW {
-        TEXTS asArgument;
-        int   iSignal;
-        bool  bGroup;
+    const std::pair<int, TEXTS> asRow[] = {
+        {SIGTERM, {"-c", "alpha", "-C", "r"}},
+        {-SIGINT, {"-c", "alpha", "-C", "r"}},  // to the group
+        {SIGTERM, {"-U", "-c", "alpha"}},
+        {-SIGHUP, {"-S", "-c", "alpha"}},
     };
-    const ROW asctRow[] = {
-        {{"-c", "alpha", "-C", "r"}, SIGTERM, false},
-        {{"-c", "alpha", "-C", "r"}, SIGINT, true},
-        {{"-U", "-c", "alpha"}, SIGTERM, false},
-        {{"-S", "-c", "alpha"}, SIGHUP, true},
-    };
-    for (const ROW& row : asctRow) {
-        SCOPED_TRACE(row.asArgument[0] + " " + strsignal(row.iSignal));
-        STARTED_RUN run = START_AT_GATE(row.asArgument);
-        EXPECT_EQ(bUPDATE_RUNS(), row.asArgument[0] != "-c");
-        if (row.bGroup)
-            KILL_GROUP(run, row.iSignal);
+    for (const auto& [iSignal, asArgument] : asRow) {
+        SCOPED_TRACE(asArgument[0] + " " + strsignal(abs(iSignal)));
+        STARTED_RUN run = START_AT_GATE(asArgument);
+        EXPECT_EQ(bUPDATE_RUNS(), asArgument[0] != "-c");
+        if (iSignal < 0)
+            KILL_GROUP(run, -iSignal);
         else
-            KILL(run, row.iSignal);
+            KILL(run, iSignal);
         const RUN ended = WAIT(run, 10000);
-        EXPECT_EQ(ended.iSignal, row.iSignal);
+        EXPECT_EQ(ended.iSignal, abs(iSignal));
         EXPECT_EQ(ended.sOut, "");
         EXPECT_EQ(iCHILDREN_LEFT(), 0);
         EXPECT_FALSE(bUPDATE_RUNS());
@@ -368,9 +350,7 @@ TEST_F(FAILURES, directories_that_cannot_be_written_are_told_once_and_hinder_no_
                                               HasSubstr("cannot write the day protocol \""),
                                               HasSubstr("cannot write the info output \"")));
     // Without a place for the shared connection each command connects by itself.
-    INI("general", "trace_level", "0");
-    const RUN alone = CONFIG_CLIENT({"-c", "px1", "-C", "r"}, {{"TMPDIR", sRW() + "prot"}});
-    EXPECT_EQ(alone.iExit, 0);
+    CONFIG_CLIENT({"-c", "px1", "-C", "r"}, {{"TMPDIR", sRW() + "prot"}});
     EXPECT_THAT(COLUMN("px1", "msg"), StartsWith("I014"));
 }
 
