@@ -2,6 +2,7 @@
    in bounded time with the right message, and nothing of it stays behind. */
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -9,9 +10,6 @@
 
 #include <filesystem>
 
-#include "common/cm_config.h"
-#include "common/cm_text.h"
-#include "common/unix/cm_hal_semaphor.h"
 #include "sandbox_fixture.h"
 
 using testing::ElementsAre;
@@ -123,7 +121,7 @@ TEST_F(FAILURES, a_connection_cut_under_the_command_ends_the_check)
 
 TEST_F(FAILURES, a_table_locked_by_another_program_ends_the_run_in_time)
 {
-    INI("database", "statement_timeout", "1");
+    INI("database", "statement_timeout", "2");
     ADD_CLIENT("alpha");
     GATE("alpha");
     SQL("begin");
@@ -149,28 +147,21 @@ TEST_F(FAILURES, a_table_locked_by_another_program_ends_the_run_in_time)
     NOTHING_LEFT(5000);
 }
 
-/* Lets a stopped process of the server go on, whatever becomes of the test. */
-struct STOPPED {
-    explicit STOPPED(pid_t iProcess) : iPid(iProcess) { kill(iPid, SIGSTOP); }
-    STOPPED(const STOPPED&) = delete;
-    STOPPED& operator=(const STOPPED&) = delete;
-    ~STOPPED() { kill(iPid, SIGCONT); }
-    pid_t iPid;
-};
-
 TEST_F(FAILURES, a_database_server_that_freezes_is_given_up)
 {
-    INI("database", "statement_timeout", "1");
+    INI("database", "statement_timeout", "3");
     ADD_CLIENT("virt1", "VIRTUAL");
     SQL("begin");
     SQL("lock table oper_systems");
     STARTED_RUN run = START_CHECK("virt1");
-    ASSERT_TRUE(bWAIT_UNTIL(10000, [&] { return iWAITING_BACKEND() > 0; }));
-    const STOPPED frozen(iWAITING_BACKEND());
+    pid_t       iServer = 0;
+    ASSERT_TRUE(bWAIT_UNTIL(10000, [&] { return (iServer = iWAITING_BACKEND()) > 0; }));
+    kill(iServer, SIGSTOP);
     SQL("commit");
     const RUN ended = WAIT(run, 20000);
+    kill(iServer, SIGCONT);
     EXPECT_EQ(ended.iExit, 1);
-    const std::string sReason = "no answer from the database within 6 seconds";
+    const std::string sReason = "no answer from the database within 8 seconds";
     EXPECT_EQ(COLUMN("virt1", "msg"),
               "E004-HOSTS   Error during access to database  (" + sReason + ")");
     EXPECT_THAT(asLINES(ended.sErr), ElementsAre(HasSubstr(sReason)));
@@ -236,23 +227,14 @@ protected:
     void SetUp() override
     {
         FAILURES::SetUp();
-        setenv("VK_INI", (sDIR() + "/vk.ini").c_str(), 1);
-        v_CONFIG_FORGET();
         INI("general", "trace_level", "9");
         ADD_CLIENT("alpha");
         GATE("alpha");
     }
-    void TearDown() override
-    {
-        FAILURES::TearDown();
-        unsetenv("VK_INI");
-        v_CONFIG_FORGET();
-    }
     bool bUPDATE_RUNS()
     {
-        sct_semaphore sctSema{};
-        iTEXT_SET(sctSema.szSema, "update_client_alpha");
-        return i_SEMA('?', &sctSema) == 1;
+        const FD fd(open((sRW() + "sema/update_client_alpha").c_str(), O_RDONLY));
+        return fd.bOpen() && flock(fd.iGet(), LOCK_EX | LOCK_NB) != 0;
     }
     /* Every line of every file that runs append to is whole. */
     void LINES_ARE_WHOLE()
