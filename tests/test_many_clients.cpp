@@ -93,38 +93,33 @@ TEST_F(MANY, location_and_system_choose_among_all_clients)
     SQL("update clients set location='2' where name like '%2'");
     SQL("update clients set exec='0' where client_id=0");
     SQL("insert into oper_systems values ('W_ndows','WNT')");
+    const TEXTS asAll{"lin0", "lin2", "wild", "win0", "win2"};
     const struct {
         TEXTS       asOption;
         const char* cpWhere;
         TEXTS       asName;
     } aRow[] = {
-        {{"-c", "ALL_CLIENTS"}, "where ", {"lin0", "lin2", "wild", "win0", "win2"}},
-        {{"-c", "ALL_CLIENTS", "-l", "2"}, "where location='2' and ", {"lin2", "win2"}},
-        {{"-c", "ALL_CLIENTS", "-l", "NULL", "-o", "NULL"},
-         "where ",
-         {"lin0", "lin2", "wild", "win0", "win2"}},
-        {{"-c", "ALL_CLIENTS", "-l", "2", "-o", "Win"},
-         "where os like 'Win%' and ",
-         {"win0", "win2"}},
-        {{"-c", "ALL_CLIENTS", "-o", "W_n"}, "where os like 'W\\_n%' and ", {"wild"}},
-        {{"-c", "ALL_CLIENTS", "lin0", "win0"},
-         "where name in ('lin0','win0') and ",
-         {"lin0", "win0"}},
-        {{"-c", "ALL_CLIENTS", "-l", "2", "lin0"}, "where location='2' and ", {"lin2", "win2"}},
-        {{"-c", "lin2", "-l", "0", "-o", "Win", "lin0"}, "where name in ('lin0') and ", {"lin0"}},
-        {{"-c", "ALL_CLIENTS", "-o", "None"}, "where os like 'None%' and ", {}},
+        {{}, "", asAll},
+        {{"-l", "2"}, "location='2' and ", {"lin2", "win2"}},
+        {{"-l", "NULL", "-o", "NULL"}, "", asAll},
+        {{"-l", "2", "-o", "Win"}, "os like 'Win%' and ", {"win0", "win2"}},
+        {{"-o", "W_n"}, "os like 'W\\_n%' and ", {"wild"}},
+        {{"lin0", "win0"}, "name in ('lin0','win0') and ", {"lin0", "win0"}},
+        {{"-l", "2", "lin0"}, "location='2' and ", {"lin2", "win2"}},
+        {{"-c", "lin2", "-o", "Win", "lin0"}, "name in ('lin0') and ", {"lin0"}},
+        {{"-o", "None"}, "os like 'None%' and ", {}},
     };
     for (const auto& row : aRow) {
         SCOPED_TRACE(testing::PrintToString(row.asOption));
-        TEXTS asArgument{"-C", "r"};
+        TEXTS asArgument{"-C", "r", "-c", "ALL_CLIENTS"};
         asArgument.insert(asArgument.end(), row.asOption.begin(), row.asOption.end());
         const RUN run = CONFIG_CLIENT(asArgument);
         EXPECT_EQ(run.iExit, 0);
         EXPECT_EQ(REPORTED(run), row.asName);
         const int iClients = static_cast<int>(row.asName.size());
         EXPECT_EQ(asLINES(run.sOut).back(), sSUMMARY(iClients, iClients, 0));
-        EXPECT_THAT(STATEMENTS(), Contains("select * from clients " + std::string{row.cpWhere} +
-                                           "(exec='1') order by name"));
+        EXPECT_THAT(STATEMENTS(), Contains("select * from clients where " +
+                                           std::string{row.cpWhere} + "(exec='1') order by name"));
     }
 }
 
@@ -168,7 +163,6 @@ TEST_F(MANY, a_child_that_is_killed_or_cannot_start_counts_as_failed)
     kill(iChild, SIGKILL);
     const RUN run = WAIT(started);
     EXPECT_EQ(run.iExit, 2);
-    EXPECT_LT(run.iMilliseconds, 12000);
     EXPECT_THAT(REPORTED(run), ElementsAre("a", "silent", "z"));
     EXPECT_EQ(asLINES(run.sOut).back(), sSUMMARY(3, 2, 1));
     EXPECT_EQ(iCHILDREN_LEFT(5000), 0);
