@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <sstream>
 
 namespace {
 
@@ -43,13 +44,32 @@ void v_TAKE_COMPLETE_LINES(std::string& sErr, std::string& sForward)
     sErr.erase(0, uEnd);
 }
 
+/* The words of a command line that needs no shell: plain ones, for a program that
+   lies beside this one. Empty for any other command line. */
+std::vector<std::string> asWITHOUT_SHELL(const char* cpCommand)
+{
+    std::vector<std::string> asWord;
+    std::istringstream       words(cpCommand);
+    for (std::string sWord; words >> sWord;) {
+        if (sSHELL_WORD(SHELL_POSIX, sWord) != sWord) return {};
+        asWord.push_back(sWord);
+    }
+    if (asWord.empty() || asWord[0].find('/') != std::string::npos) return {};
+    const std::string sPath = sSEARCH_PATH_OF_PROGRAM();
+    asWord[0].insert(0, sPath.substr(0, sPath.find(':')) + "/");
+    if (access(asWord[0].c_str(), X_OK) != 0) return {};
+    return asWord;
+}
+
 }  // namespace
 
 int iCLIENT_START(CLIENT_CHILD* pChild, const char* cpCommand)
 {
     CHILD_SPEC sctSpec;
+    sctSpec.asArgument = asWITHOUT_SHELL(cpCommand);
     // The shell makes way for the tool, so the child's end is the tool's own.
-    sctSpec.asArgument = {"/bin/sh", "-c", std::string("exec ") + cpCommand};
+    if (sctSpec.asArgument.empty())
+        sctSpec.asArgument = {"/bin/sh", "-c", std::string("exec ") + cpCommand};
     sctSpec.asEnvironment = {{"PATH", sSEARCH_PATH_OF_PROGRAM()}};
     sctSpec.bErrToOut = false;
     sctSpec.bPipeErr = true;
