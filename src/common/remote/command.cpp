@@ -85,8 +85,9 @@ std::string sBROKEN(const HOST& host, TRANSPORT& transport, RUNNING& running)
     running.marks.sRest();
     sink.Take(running.marks.sNoise());
     sink.Finish();
-    return noise.sLastLine.empty() ? "No shell on " + host.sName + " ran the command"
-                                   : noise.sLastLine;
+    if (!noise.sLastLine.empty()) return noise.sLastLine;
+    return "Connection to " + host.sName +
+           " was lost before the command began; its login shell may run none";
 }
 
 /* A refused key is not tried again (lockout), and a silent host has used its time. */
