@@ -108,15 +108,33 @@ TEST_F(FAILURES, a_client_that_says_nothing_or_never_stops_ends_the_check_in_tim
 
 TEST_F(FAILURES, a_connection_cut_under_the_command_ends_the_check)
 {
+    ADD_CLIENT("cut");
+    EXPECT_EQ(CONFIG_CLIENT({"-c", "cut", "-C", "r"}, {}, 20000).iExit, 1);
+    EXPECT_THAT(COLUMN("cut", "msg"), StartsWith(sNO_ACCESS("cut", "Connection to ")));
     ADD_CLIENT("alpha");
     GATE("alpha");
     STARTED_RUN run = START_AT_GATE();
     STOP_CLIENT("alpha");
     const RUN ended = WAIT(run, 20000);
     EXPECT_EQ(ended.iExit, 1);
-    EXPECT_THAT(COLUMN("alpha", "msg"), StartsWith(sNO_ACCESS("alpha", "Connection to alpha")));
+    EXPECT_THAT(COLUMN("alpha", "msg"), StartsWith(sNO_ACCESS("alpha", "Connection to ")));
     EXPECT_EQ(COLUMN("alpha", "qtc_version"), "NULL");
     NOTHING_LEFT(10000);
+}
+
+TEST_F(FAILURES, what_a_command_leaves_behind_holds_no_check)
+{
+    ADD_CLIENT("alpha");
+    WRITE_FILE(
+        CLIENT_PATH("alpha", "velka/bin/qtc_late"),
+        "#!/bin/sh\nsleep 60 &\nprintf 'QTC_VERSION=9.9\\nVELKA_VERSION=1\\nPACKAGE=p\\n'\n");
+    std::filesystem::rename(CLIENT_PATH("alpha", "velka/bin/qtc_late"),
+                            CLIENT_PATH("alpha", "velka/bin/qtc"));
+    chmod(CLIENT_PATH("alpha", "velka/bin/qtc").c_str(), 0755);
+    const RUN run = CONFIG_CLIENT({"-c", "alpha", "-C", "r"}, {}, 30000);
+    EXPECT_EQ(run.iExit, 0);
+    EXPECT_EQ(COLUMN("alpha", "qtc_version"), "9.9");
+    EXPECT_EQ(iCHILDREN_LEFT(), 0);
 }
 
 TEST_F(FAILURES, a_table_locked_by_another_program_ends_the_run_in_time)
