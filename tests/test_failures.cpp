@@ -47,7 +47,7 @@ protected:
     }
     STARTED_RUN START_CHECK(const std::string& sClient)
     {
-        return START({"-c", sClient, "-C", "r"});
+        return START({"-c", sClient, "-C", "r"}, {{"TMPDIR", sDIR()}});
     }
     /* Starts a run whose command waits at the gate of alpha. */
     STARTED_RUN START_AT_GATE(const TEXTS& asArgument = {"-c", "alpha", "-C", "r"})
