@@ -51,3 +51,6 @@ create table interfaces (
     i_order   integer not null default 0       -- 0 is tried first
 );
 create index interfaces_client on interfaces (client_id, i_order);
+-- Two runs that register one client at the same moment both find it without an
+-- address; the second insert fails, as it should.
+create unique index interfaces_name on interfaces (client_id, lower(i_name));
