@@ -186,6 +186,10 @@ TEST_F(REGISTRATION, forty_at_one_moment_give_forty_rows_and_identifiers)
 
 TEST_F(REGISTRATION, one_client_registered_by_many_runs_at_once_has_one_row)
 {
+    // Slow inserts, so that the runs look for interfaces before one is there.
+    SQL("create function slow() returns trigger language plpgsql as "
+        "$$begin perform pg_sleep(0.2); return new; end$$");
+    SQL("create trigger slow before insert on interfaces for each row execute function slow()");
     std::vector<STARTED_RUN> runs;
     for (int i = 0; i < 12; i++)
         runs.push_back(START({"-c", "same", "-o", "Linux", "-m", "VIRTUAL"}));
