@@ -35,13 +35,17 @@ void v_KEEP_END(std::string& sOut)
     sOut.erase(0, uLine == sOut.npos ? sOut.size() - uMOST_OUTPUT : uLine + 1);
 }
 
+/* A line without an end is broken where it gets too long to be kept. */
 void v_TAKE_COMPLETE_LINES(std::string& sErr, std::string& sForward)
 {
-    size_t uEnd = sErr.find_last_of('\n');
-    if (uEnd == sErr.npos && sErr.size() < uMOST_OUTPUT) return;
-    uEnd = uEnd == sErr.npos ? sErr.size() : uEnd + 1;
-    sForward.append(sErr, 0, uEnd);
-    sErr.erase(0, uEnd);
+    const size_t uEnd = sErr.find_last_of('\n');
+    if (uEnd != sErr.npos) {
+        sForward.append(sErr, 0, uEnd + 1);
+        sErr.erase(0, uEnd + 1);
+    } else if (sErr.size() >= uMOST_OUTPUT) {
+        sForward.append(sErr).push_back('\n');
+        sErr.clear();
+    }
 }
 
 /* The words of a command line that needs no shell: plain ones, for a program that

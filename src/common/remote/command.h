@@ -12,7 +12,7 @@
 #include "../common/LL.h"
 #include "host.h"
 
-constexpr size_t uOUTPUT_MAX = 16 * 1024 * 1024;
+constexpr size_t uOUTPUT_MAX = size_t{16} * 1024 * 1024;
 
 struct LIMITS {
     int iConnect = 0;  // seconds

@@ -120,7 +120,8 @@ int iLAST_WORDS(TALK& talk, const std::string& sCommands)
     bSEND(talk, sCommands);
     talk.child.fdIn.Close();
     iLISTEN(talk, nullptr, [](const std::string&) { return false; });
-    return iCHILD_ENDED(talk.child) && talk.child.iStatus == 0;
+    v_CHILD_LET_GO(talk.child, iEND_GRACE_MS);
+    return !talk.bLate && talk.child.iStatus == 0;
 }
 
 /* Runs commands to the end. Result 1 all succeeded. */
@@ -258,7 +259,6 @@ TRIED eTRY(TRANSFER& transfer, const std::string& sBefore, std::string& sReason)
     if (bSEND(talk, sBefore + sWRITE_COMMANDS(transfer)) && iLISTEN(talk, &progress, bListed)) {
         return iGIVE_NAME(transfer, talk, sReason) ? TRIED_DONE : TRIED_FAILED;
     }
-    iCHILD_ENDED(talk.child);
     const bool bNoFolder = talk.sErr.find("No such file or directory") != std::string::npos;
     if (bNoFolder && !talk.bLate && sBefore.empty()) return TRIED_NO_FOLDER;
     sReason = sWHY_FAILED(transfer, talk);

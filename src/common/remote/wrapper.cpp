@@ -53,10 +53,10 @@ int iLEFT_TO_FINISH(std::string_view svCommand)
    start a new session. */
 std::string sPOSIX_SCRIPT(std::string_view svCommand, const std::string& sDirectory)
 {
-    const std::string sMark = sRUN_MARK();
-    const std::string sPath = sSHELL_WORD(SHELL_POSIX, svWITHOUT_SEPARATOR(sDirectory));
-    const std::string sEval = "( eval " + sSHELL_WORD(SHELL_POSIX, svCommand) + " ) ";
-    const std::string sEnd = "s=$?; printf \"\\n%s %d\\n\" " + sMark + " $s";
+    const std::string& sMark = sRUN_MARK();
+    const std::string  sPath = sSHELL_WORD(SHELL_POSIX, svWITHOUT_SEPARATOR(sDirectory));
+    const std::string  sEval = "( eval " + sSHELL_WORD(SHELL_POSIX, svCommand) + " ) ";
+    const std::string  sEnd = "s=$?; printf \"\\n%s %d\\n\" " + sMark + " $s";
 
     std::string sScript = "PATH=" + sPath + ":$PATH; export PATH; echo " + sMark + " begin; ";
     if (iLEFT_TO_FINISH(svCommand)) {
@@ -78,7 +78,7 @@ std::string sPOSIX_SCRIPT(std::string_view svCommand, const std::string& sDirect
    has ended. */
 std::string sWINDOWS_LINE(std::string_view svCommand, const std::string& sDirectory)
 {
-    const std::string sMark = sRUN_MARK();
+    const std::string& sMark = sRUN_MARK();
     return "echo " + sMark + " begin& set \"PATH=" + std::string(svWITHOUT_SEPARATOR(sDirectory)) +
            ";%PATH%\"& " + std::string(svCommand) + " <NUL 2>&1& echo.& call echo " + sMark +
            " %^ERRORLEVEL%";
@@ -96,10 +96,7 @@ std::string MARK_READER::sFeed(std::string_view svBytes)
     if (m_sHeld.size() <= uMark) return sOutput;
     size_t uKeep = m_sHeld.find('\n', m_sHeld.size() - uMark);
     if (uKeep == std::string::npos) uKeep = m_sHeld.size();
-    if (uKeep == m_sHeld.size() && m_sHeld.back() == '\r')
-        --uKeep;
-    else if (uKeep > 0 && m_sHeld[uKeep - 1] == '\r')
-        --uKeep;
+    if (uKeep > 0 && m_sHeld[uKeep - 1] == '\r') --uKeep;
     sOutput += m_sHeld.substr(0, uKeep);
     m_sHeld.erase(0, uKeep);
     return sOutput;

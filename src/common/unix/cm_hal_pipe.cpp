@@ -88,14 +88,15 @@ std::vector<std::string> asENVIRONMENT(const CHILD_SPEC& sctSpec)
 {
     std::vector<std::string> asAll;
     for (const auto& [sName, sValue] : sctSpec.asEnvironment) {
-        asAll.push_back(sName + "=" + sValue);
+        asAll.push_back(std::string(sName).append("=").append(sValue));
     }
+    const std::vector<std::string> asAdded = asAll;
     for (char** ppVar = environ; *ppVar != nullptr; ++ppVar) {
         const std::string sVar = *ppVar;
-        const auto bReplaced = [&](const auto& add) { return sVar.starts_with(add.first + "="); };
-        if (std::none_of(sctSpec.asEnvironment.begin(), sctSpec.asEnvironment.end(), bReplaced)) {
-            asAll.push_back(sVar);
-        }
+        const auto        bReplaced = [&](const std::string& sAdded) {
+            return sVar.starts_with(sAdded.substr(0, sAdded.find('=') + 1));
+        };
+        if (std::none_of(asAdded.begin(), asAdded.end(), bReplaced)) asAll.push_back(sVar);
     }
     return asAll;
 }
@@ -103,6 +104,7 @@ std::vector<std::string> asENVIRONMENT(const CHILD_SPEC& sctSpec)
 std::vector<char*> POINTERS(std::vector<std::string>& asText)
 {
     std::vector<char*> pointers;
+    pointers.reserve(asText.size() + 1);
     for (std::string& s : asText) pointers.push_back(s.data());
     pointers.push_back(nullptr);
     return pointers;

@@ -115,7 +115,7 @@ enum WAIT_RESULT { WAIT_READY = 1, WAIT_TIMEOUT = 0, WAIT_SIGNAL = -1 };
 
 /* One descriptor to wait for; bReady is the answer. */
 struct WAIT_FD {
-    int  iFd;
+    int  iFd = -1;
     bool bWrite = false;
     bool bReady = false;
 };
