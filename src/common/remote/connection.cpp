@@ -129,7 +129,9 @@ void END_CONNECTION(const CONNECTION& connection)
     }
     char       acAnswer[256];
     const long lDeadline = lNOW_MS() + iEND_MS;
-    while (recv(fd.iGet(), acAnswer, sizeof acAnswer, 0) > 0 && lNOW_MS() < lDeadline) {
+    ssize_t    iGot = 1;
+    while ((iGot > 0 || (iGot < 0 && errno == EINTR)) && lNOW_MS() < lDeadline) {
+        iGot = recv(fd.iGet(), acAnswer, sizeof acAnswer, 0);
     }
 }
 
@@ -141,7 +143,7 @@ void REAP_BACKGROUND()
     while (lNOW_MS() < lDeadline) {
         const pid_t iReaped = waitpid(-1, nullptr, WNOHANG);
         if (iReaped < 0) return;
-        if (iReaped == 0) usleep(1000);
+        if (iReaped == 0) usleep(200);
     }
 }
 
