@@ -24,42 +24,29 @@ PR_SET_CHILD_SUBREAPER = 36
 
 
 def descendants(root):
-    """Process ids below root, children before grandchildren."""
+    """Living processes below root, children before grandchildren."""
     children = {}
-    for name in os.listdir("/proc"):
-        if name.isdigit():
-            try:
-                with open(f"/proc/{name}/stat", "rb") as file:
-                    parent = int(file.read().rpartition(b")")[2].split()[1])
-            except OSError:
-                continue
-            children.setdefault(parent, []).append(int(name))
+    for name in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            with open(f"/proc/{name}/stat", "rb") as file:
+                state, parent = file.read().rpartition(b")")[2].split()[:2]
+        except OSError:
+            continue
+        if state != b"Z":
+            children.setdefault(int(parent), []).append(int(name))
     found = list(children.get(root, []))
     for pid in found:
         found.extend(children.get(pid, []))
     return found
 
 
-def kill_all(root, and_root):
+def kill_all(root):
     """Until nothing is left: a process may fork while it is being killed."""
     end = time.monotonic() + 5
-    if and_root:
-        send(root, signal.SIGKILL)
-    while time.monotonic() < end:
-        left = [pid for pid in descendants(root) if not is_zombie(pid)]
-        if not left:
-            return
+    while (left := descendants(root)) and time.monotonic() < end:
         for pid in left:
             send(pid, signal.SIGKILL)
         time.sleep(0.01)
-
-
-def is_zombie(pid):
-    try:
-        with open(f"/proc/{pid}/stat", "rb") as file:
-            return file.read().rpartition(b")")[2].split()[0] == b"Z"
-    except OSError:
-        return True
 
 
 def send(pid, number):
@@ -99,8 +86,7 @@ class Keeper:
     def stop(self, name):
         """The service and its sessions, at once."""
         for pid in [pid for pid, other in self.running.items() if other == name]:
-            below = descendants(pid)
-            for one in [pid] + below:
+            for one in [pid] + descendants(pid):
                 send(one, signal.SIGKILL)
             os.waitpid(pid, 0)
             self.gone(pid)
@@ -108,10 +94,7 @@ class Keeper:
     def gone(self, pid):
         name = self.running.pop(pid, None)
         if name:
-            try:
-                os.unlink(self.path(name, "pid"))
-            except OSError:
-                pass
+            os.unlink(self.path(name, "pid"))
 
     def reap(self):
         while True:
@@ -132,7 +115,7 @@ class Keeper:
         while "postgres" in self.running.values() and time.monotonic() < end:
             self.reap()
             time.sleep(0.01)
-        kill_all(os.getpid(), False)
+        kill_all(os.getpid())
         signal.set_wakeup_fd(-1)
         subprocess.run([os.path.join(self.directory, "at_end")], stdin=subprocess.DEVNULL,
                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=False)
@@ -159,10 +142,9 @@ def main():
     for fd in (wake_read, control, watched):
         poll.register(fd, select.POLLIN)
     net, port, _lock = reserve_net()
-    with open(os.path.join(directory, "net"), "w") as file:
-        file.write(f"{net} {port}\n")
-    with open(os.path.join(directory, "keeper.pid"), "w") as file:
-        file.write(f"{os.getpid()}\n")
+    for name, text in (("net", f"{net} {port}"), ("keeper.pid", str(os.getpid()))):
+        with open(os.path.join(directory, name), "w") as file:
+            file.write(text + "\n")
     pending = b""
     while True:
         ready = {fd for fd, _ in poll.poll()}
