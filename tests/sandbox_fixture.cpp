@@ -16,7 +16,10 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <set>
 #include <sstream>
+
+#include "common/cm_command.h"
 
 namespace fs = std::filesystem;
 
@@ -43,33 +46,18 @@ TEXTS asLINES(const std::string& sText)
     return asLine;
 }
 
-namespace {
-
-/* Files below a folder, in the order of their names. */
-TEXTS asFILES(const std::string& sFolder)
-{
-    TEXTS           asPath;
-    std::error_code error;
-    for (const auto& entry : fs::recursive_directory_iterator{sFolder, error})
-        if (entry.is_regular_file()) asPath.push_back(entry.path());
-    std::sort(asPath.begin(), asPath.end());
-    return asPath;
-}
-
 std::string sALL_FILES(const std::string& sFolder)
 {
+    std::set<std::string> paths;
+    std::error_code       error;
+    for (const auto& entry : fs::recursive_directory_iterator{sFolder, error})
+        if (entry.is_regular_file()) paths.insert(entry.path());
     std::string sText;
-    for (const std::string& sPath : asFILES(sFolder)) sText += sREAD_FILE(sPath);
+    for (const std::string& sPath : paths) sText += sREAD_FILE(sPath);
     return sText;
 }
 
-/* A word as the POSIX shell reads it back. */
-std::string sQUOTED(std::string_view svWord)
-{
-    std::string sWord = "'";
-    for (const char c : svWord) sWord += c == '\'' ? std::string{"'\\''"} : std::string(1, c);
-    return sWord + "'";
-}
+namespace {
 
 /* Starts a program with exactly this environment; its output goes to the files. */
 pid_t iSPAWN(const TEXTS& asCommand, const SETTINGS& environment, const std::string& sOutFile,
@@ -108,28 +96,26 @@ int iWAIT_PROCESS(pid_t iPid, int iLimitMs, int* pStatus)
     return iReady == 1 && waitpid(iPid, pStatus, 0) == iPid;
 }
 
-const std::string& sSCRIPT_LOG()
-{
-    static const std::string sPath = "/tmp/vk-test-" + std::to_string(getpid()) + ".log";
-    return sPath;
-}
+}  // namespace
 
-/* The sandbox script; its complaint fails the test. */
 bool bSCRIPT(const TEXTS& asArgument)
 {
-    TEXTS asCommand{VK_SANDBOX_SCRIPT};
+    const std::string sLog = "/tmp/vk-test-" + std::to_string(getpid()) + ".log";
+    TEXTS             asCommand{VK_SANDBOX_SCRIPT};
     asCommand.insert(asCommand.end(), asArgument.begin(), asArgument.end());
     const char* cpPath = getenv("PATH");
     const char* cpHome = getenv("HOME");
     const pid_t iPid = iSPAWN(
         asCommand, {{"PATH", cpPath ? cpPath : "/usr/bin:/bin"}, {"HOME", cpHome ? cpHome : "/"}},
-        sSCRIPT_LOG(), sSCRIPT_LOG());
+        sLog, sLog);
     int        iStatus = -1;
     const bool bGood = iWAIT_PROCESS(iPid, 60000, &iStatus) && iStatus == 0;
-    if (!bGood) ADD_FAILURE() << "sandbox " << asArgument[0] << ": " << sREAD_FILE(sSCRIPT_LOG());
-    unlink(sSCRIPT_LOG().c_str());
+    if (!bGood) ADD_FAILURE() << "sandbox " << asArgument[0] << ": " << sREAD_FILE(sLog);
+    unlink(sLog.c_str());
     return bGood;
 }
+
+namespace {
 
 std::string sTEMP_DIR()
 {
@@ -138,44 +124,36 @@ std::string sTEMP_DIR()
 }
 
 /* The database server that this process uses: ctest's, else one of its own. */
-class CLUSTER {
-public:
+struct CLUSTER {
+    std::string sDir;
+    bool        bOwn = false;
+
     CLUSTER()
     {
         const char* cpShared = getenv("VK_TEST_CLUSTER");
-        if (cpShared && fs::exists(std::string{cpShared} + "/cluster")) {
-            m_sDir = cpShared;
-            return;
-        }
-        m_sDir = sTEMP_DIR();
-        m_bOwn = true;
-        bSCRIPT({"cluster", m_sDir, "--parent", std::to_string(getpid())});
+        sDir = cpShared ? cpShared : "";
+        if (!sDir.empty() && fs::exists(sDir + "/cluster")) return;
+        sDir = sTEMP_DIR();
+        bOwn = true;
+        bSCRIPT({"cluster", sDir, "--parent", std::to_string(getpid())});
     }
     ~CLUSTER()
     {
-        if (m_bOwn) bSCRIPT({"down", m_sDir});
+        if (bOwn) bSCRIPT({"down", sDir});
     }
-    CLUSTER(const CLUSTER&) = delete;
-    CLUSTER&           operator=(const CLUSTER&) = delete;
-    const std::string& sDir() const { return m_sDir; }
-
-private:
-    std::string m_sDir;
-    bool        m_bOwn = false;
 };
 
-const CLUSTER& sctCLUSTER()
+const std::string& sCLUSTER()
 {
     static const CLUSTER sctCluster;
-    return sctCluster;
+    return sctCluster.sDir;
 }
 
 std::string sSERVER_LOG()
 {
-    return sctCLUSTER().sDir() + "/services/postgres/log";
+    return sCLUSTER() + "/services/postgres/log";
 }
 
-/* Living processes whose environment holds sVariable ("NAME=VALUE"). */
 TEXTS asPROCESSES_WITH(const std::string& sVariable)
 {
     TEXTS           asFound;
@@ -193,6 +171,8 @@ TEXTS asPROCESSES_WITH(const std::string& sVariable)
     return asFound;
 }
 
+}  // namespace
+
 int iCOUNT_PROCESSES(const std::string& sVariable, int iWaitMs)
 {
     TEXTS asLeft;
@@ -200,8 +180,6 @@ int iCOUNT_PROCESSES(const std::string& sVariable, int iWaitMs)
     for (const std::string& s : asLeft) std::cerr << "still there: " << s << "\n";
     return static_cast<int>(asLeft.size());
 }
-
-}  // namespace
 
 STARTED_RUN& STARTED_RUN::operator=(STARTED_RUN&& other) noexcept
 {
@@ -225,7 +203,7 @@ void SANDBOX::SetUp()
 {
     m_sDir = sTEMP_DIR();
     ASSERT_FALSE(m_sDir.empty());
-    ASSERT_TRUE(bSCRIPT({"up", m_sDir, "--cluster", sctCLUSTER().sDir(), "--parent",
+    ASSERT_TRUE(bSCRIPT({"up", m_sDir, "--cluster", sCLUSTER(), "--parent",
                          std::to_string(getpid()), "--standin-update"}));
     for (const std::string& sLine : asLINES(sREAD_FILE(m_sDir + "/vk.ini"))) {
         const std::string sKey = "conninfo = ";
@@ -266,23 +244,25 @@ void SANDBOX::PRINT_STATE()
 
 /* ---- clients ------------------------------------------------------------ */
 
+std::string SANDBOX::sLITERAL(const std::string& sValue)
+{
+    const std::unique_ptr<char, decltype(&PQfreemem)> szText{
+        PQescapeLiteral(m_pConn.get(), sValue.c_str(), sValue.size()), PQfreemem};
+    return szText ? szText.get() : "NULL";
+}
+
 void SANDBOX::ADD_CLIENT(const std::string& sName, const std::string& sMode, const std::string& sOs,
                          const SETTINGS& columns)
 {
-    const auto sLITERAL = [&](const std::string& sValue) {
-        const std::unique_ptr<char, decltype(&PQfreemem)> szText{
-            PQescapeLiteral(m_pConn.get(), sValue.c_str(), sValue.size()), PQfreemem};
-        return std::string{szText ? szText.get() : "NULL"};
-    };
-    SETTINGS all{{"location", "0"}, {"exec", "1"}};
+    SETTINGS all{
+        {"name", sName}, {"os", sOs}, {"accessmode", sMode}, {"location", "0"}, {"exec", "1"}};
     for (const auto& [sColumn, sValue] : columns) all[sColumn] = sValue;
-    std::string sColumns = "client_id,name,os,accessmode";
-    std::string sValues = sLITERAL(sName) + "," + sLITERAL(sOs) + "," + sLITERAL(sMode);
+    std::string sColumns, sValues;
     for (const auto& [sColumn, sValue] : all) {
         sColumns += "," + sColumn;
         sValues += "," + sLITERAL(sValue);
     }
-    SQL("insert into clients (" + sColumns + ") select max(client_id)+1," + sValues +
+    SQL("insert into clients (client_id" + sColumns + ") select max(client_id)+1" + sValues +
         " from clients");
     // Only plain names reach the script; others are rows without a machine.
     if (sName.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789.-_") == std::string::npos &&
@@ -297,16 +277,6 @@ void SANDBOX::START_CLIENTS(const TEXTS& asName)
     ASSERT_TRUE(bSCRIPT(asArgument));
 }
 
-void SANDBOX::STOP_CLIENT(const std::string& sName)
-{
-    bSCRIPT({"stop", m_sDir, sName});
-}
-
-void SANDBOX::RESTART_CLIENT(const std::string& sName)
-{
-    bSCRIPT({"start", m_sDir, sName});
-}
-
 void SANDBOX::SWITCH(const std::string& sClient, const std::string& sProgram,
                      const TEXTS& asSetting)
 {
@@ -314,54 +284,18 @@ void SANDBOX::SWITCH(const std::string& sClient, const std::string& sProgram,
     for (const std::string& sSetting : asSetting) {
         const size_t uEqual = sSetting.find('=');
         ASSERT_NE(uEqual, std::string::npos) << sSetting;
-        sText += sSetting.substr(0, uEqual + 1) + sQUOTED(sSetting.substr(uEqual + 1)) + "\n";
+        sText += sSetting.substr(0, uEqual + 1) +
+                 sSHELL_WORD(SHELL_POSIX, sSetting.substr(uEqual + 1)) + "\n";
     }
     WRITE_FILE(CLIENT_PATH(sClient, "state/" + sProgram), sText);
 }
 
-void SANDBOX::OUTPUT(const std::string& sClient, const std::string& sProgram,
-                     std::string_view svBytes)
-{
-    WRITE_FILE(CLIENT_PATH(sClient, "state/" + sProgram + ".out"), svBytes);
-}
-
-void SANDBOX::REVOKE_KEY(const std::string& sClient)
-{
-    WRITE_FILE(CLIENT_PATH(sClient, "authorized_keys"), "");
-}
-
-TEXTS SANDBOX::CLIENT_LOG(const std::string& sClient)
-{
-    return asLINES(sREAD_FILE(CLIENT_PATH(sClient, "log/commands")));
-}
-
-std::string SANDBOX::CLIENT_PATH(const std::string& sClient, const std::string& sPath)
-{
-    return m_sDir + "/clients/" + sClient + "/" + sPath;
-}
-
-int SANDBOX::iCLIENT_PROCESSES(const std::string& sClient, int iWaitMs)
-{
-    return iCOUNT_PROCESSES("HOME=" + m_sDir + "/clients/" + sClient, iWaitMs);
-}
-
 /* ---- runs --------------------------------------------------------------- */
-
-RUN SANDBOX::CONFIG_CLIENT(const TEXTS& asArgument, const SETTINGS& environment, int iLimitMs)
-{
-    STARTED_RUN run = START(asArgument, environment);
-    return WAIT(run, iLimitMs);
-}
 
 STARTED_RUN SANDBOX::START(const TEXTS& asArgument, const SETTINGS& environment)
 {
     TEXTS asCommand{VK_PROGRAM};
     asCommand.insert(asCommand.end(), asArgument.begin(), asArgument.end());
-    return START_PROGRAM(asCommand, environment);
-}
-
-STARTED_RUN SANDBOX::START_PROGRAM(const TEXTS& asCommand, const SETTINGS& environment)
-{
     SETTINGS all{{"PATH", fs::path{VK_PROGRAM}.parent_path().string() + ":" + m_sDir +
                               "/server/velka/bin:/usr/bin:/bin"},
                  {"HOME", m_sDir + "/server"},
@@ -383,61 +317,34 @@ RUN SANDBOX::WAIT(STARTED_RUN& run, int iLimitMs)
 {
     RUN result;
     int iStatus = 0;
-    if (run.iPid <= 0) {
-        ADD_FAILURE() << "no run to wait for";
-    } else if (iWAIT_PROCESS(run.iPid, iLimitMs, &iStatus)) {
-        run.iPid = -1;
-        if (WIFEXITED(iStatus)) result.iExit = WEXITSTATUS(iStatus);
-        if (WIFSIGNALED(iStatus)) result.iSignal = WTERMSIG(iStatus);
-    } else {
-        ADD_FAILURE() << "the run lasts longer than " << iLimitMs << " ms";
+    if (run.iPid <= 0 || !iWAIT_PROCESS(run.iPid, iLimitMs, &iStatus)) {
+        ADD_FAILURE() << "no run, or one that lasts longer than " << iLimitMs << " ms";
         const STARTED_RUN ended = std::move(run);
         result.iSignal = SIGKILL;
-        result.iMilliseconds = lNOW_MS() - ended.lStarted;
         return result;
     }
+    run.iPid = -1;
+    if (WIFEXITED(iStatus)) result.iExit = WEXITSTATUS(iStatus);
+    if (WIFSIGNALED(iStatus)) result.iSignal = WTERMSIG(iStatus);
     result.iMilliseconds = lNOW_MS() - run.lStarted;
     result.sOut = sREAD_FILE(run.sOutFile);
     result.sErr = sREAD_FILE(run.sErrFile);
     return result;
 }
 
-void SANDBOX::KILL(const STARTED_RUN& run, int iSignal)
-{
-    if (run.iPid > 0) kill(run.iPid, iSignal);
-}
-
-void SANDBOX::KILL_GROUP(const STARTED_RUN& run, int iSignal)
-{
-    if (run.iPid > 0) kill(-run.iPid, iSignal);
-}
-
-int SANDBOX::iCHILDREN_LEFT(int iWaitMs)
-{
-    return iCOUNT_PROCESSES("VK_INI=" + m_sDir + "/vk.ini", iWaitMs);
-}
-
 /* ---- what they wrote ---------------------------------------------------- */
 
 std::string SANDBOX::COLUMN(const std::string& sClient, const std::string& sColumn)
 {
-    const std::string sText = "select " + sColumn + " from clients where name=$1";
-    const char*       acpValue[] = {sClient.c_str()};
-    const std::unique_ptr<PGresult, void (*)(PGresult*)> pRes{
-        PQexecParams(m_pConn.get(), sText.c_str(), 1, nullptr, acpValue, nullptr, nullptr, 0),
-        PQclear};
-    if (PQresultStatus(pRes.get()) != PGRES_TUPLES_OK || PQntuples(pRes.get()) != 1) {
-        ADD_FAILURE() << "no column " << sColumn << " of client " << sClient << ": "
-                      << PQerrorMessage(m_pConn.get());
-        return "";
-    }
-    return PQgetisnull(pRes.get(), 0, 0) ? "NULL" : PQgetvalue(pRes.get(), 0, 0);
+    const TEXTS asRow = ROWS("select " + sColumn + " from clients where name=" + sLITERAL(sClient));
+    if (asRow.size() != 1) ADD_FAILURE() << asRow.size() << " rows of client " << sClient;
+    return asRow.empty() ? "" : asRow[0];
 }
 
 std::string SANDBOX::SQL(const std::string& sStatement)
 {
     const TEXTS asRow = ROWS(sStatement);
-    return asRow.empty() ? "" : asRow[0].substr(0, asRow[0].find('|'));
+    return asRow.empty() ? "" : asRow[0];
 }
 
 TEXTS SANDBOX::ROWS(const std::string& sStatement)
@@ -495,21 +402,6 @@ TEXTS SANDBOX::PROTOCOL()
     return asText;
 }
 
-TEXTS SANDBOX::INFO()
-{
-    return asLINES(sALL_FILES(sRW() + "work/answ"));
-}
-
-std::string SANDBOX::TRACE_TEXT()
-{
-    return sALL_FILES(sRW() + "lgc");
-}
-
-std::string SANDBOX::HOSTS_FILE()
-{
-    return sREAD_FILE(m_sDir + "/server/hosts");
-}
-
 /* ---- configuration ------------------------------------------------------ */
 
 void SANDBOX::INI(const std::string& sSection, const std::string& sKey, const std::string& sValue)
@@ -527,12 +419,4 @@ void SANDBOX::INI(const std::string& sSection, const std::string& sKey, const st
     }
     if (!bDone) sText += "[" + sSection + "]\n" + sKey + " = " + sValue + "\n";
     WRITE_FILE(m_sDir + "/vk.ini", sText);
-}
-
-void SANDBOX::OPEN_TO_OTHERS()
-{
-    const auto eEnter = fs::perms::others_exec | fs::perms::group_exec;
-    fs::permissions(m_sDir, eEnter, fs::perm_options::add);
-    fs::permissions(m_sHost, eEnter, fs::perm_options::add);
-    fs::permissions(m_sDir + "/keys/client", fs::perms::others_read, fs::perm_options::add);
 }

@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <libpq-fe.h>
+#include <signal.h>
 
 #include <map>
 #include <memory>
@@ -41,6 +42,27 @@ struct STARTED_RUN {
     ~STARTED_RUN();
 };
 
+/* Waits until bDone() or the limit has passed. */
+template<class F>
+bool bWAIT_UNTIL(int iLimitMs, F bDone)
+{
+    const long lEnd = lNOW_MS() + iLimitMs;
+    while (!bDone()) {
+        if (lNOW_MS() > lEnd) return false;
+        iSLEEP_MS(5);
+    }
+    return true;
+}
+
+/* Whole file, "" when there is none. */
+std::string sREAD_FILE(const std::string& sPath);
+void        WRITE_FILE(const std::string& sPath, std::string_view svBytes);
+TEXTS       asLINES(const std::string& sText);
+std::string sALL_FILES(const std::string& sFolder);  // their bytes, in the order of the names
+bool        bSCRIPT(const TEXTS& asArgument);        // runs sandbox/sandbox
+/* Living processes whose environment holds sVariable, after up to iWaitMs. */
+int iCOUNT_PROCESSES(const std::string& sVariable, int iWaitMs);
+
 struct CLOSE_DB {
     void operator()(PGconn* pConn) const { PQfinish(pConn); }
 };
@@ -58,64 +80,86 @@ protected:
                     const std::string& sOs = "Linux", const SETTINGS& columns = {});
     /* Starts clients that are not in the database. */
     void START_CLIENTS(const TEXTS& asName);
-    void STOP_CLIENT(const std::string& sName);     // its sshd and every session
-    void RESTART_CLIENT(const std::string& sName);  // starts it again
+    /* Its sshd and every session; and starts it again. */
+    void STOP_CLIENT(const std::string& sName) { bSCRIPT({"stop", m_sDir, sName}); }
+    void RESTART_CLIENT(const std::string& sName) { bSCRIPT({"start", m_sDir, sName}); }
 
     /* Replaces a stand-in's switches, KEY=VALUE each; none: back to normal. The
        server's own stand-ins are those of client "velkasrv". */
     void SWITCH(const std::string& sClient, const std::string& sProgram, const TEXTS& asSetting);
     /* What the stand-in prints in place of its own output, byte for byte. */
-    void OUTPUT(const std::string& sClient, const std::string& sProgram, std::string_view svBytes);
-    void REVOKE_KEY(const std::string& sClient);
+    void OUTPUT(const std::string& sClient, const std::string& sProgram, std::string_view svBytes)
+    {
+        WRITE_FILE(CLIENT_PATH(sClient, "state/" + sProgram + ".out"), svBytes);
+    }
 
     /* Command lines that the client's programs got, in order; a word that is not
        plain stands between < and >. */
-    TEXTS CLIENT_LOG(const std::string& sClient);
+    TEXTS CLIENT_LOG(const std::string& sClient)
+    {
+        return asLINES(sREAD_FILE(CLIENT_PATH(sClient, "log/commands")));
+    }
     /* A path below the client's directory, such as "velka/work/x". */
-    std::string CLIENT_PATH(const std::string& sClient, const std::string& sPath);
+    std::string CLIENT_PATH(const std::string& sClient, const std::string& sPath)
+    {
+        return m_sDir + "/clients/" + sClient + "/" + sPath;
+    }
     /* Processes that commands left running on the client, after up to iWaitMs. */
-    int iCLIENT_PROCESSES(const std::string& sClient, int iWaitMs = 0);
+    int iCLIENT_PROCESSES(const std::string& sClient, int iWaitMs = 0)
+    {
+        return iCOUNT_PROCESSES("HOME=" + m_sDir + "/clients/" + sClient, iWaitMs);
+    }
 
     /* ---- runs ---- */
 
     /* Runs the tool to its end; one that lasts longer than iLimitMs is killed and
        fails the test. environment is added to a bare one. */
-    RUN         CONFIG_CLIENT(const TEXTS& asArgument, const SETTINGS& environment = {},
-                              int iLimitMs = 60000);
+    RUN CONFIG_CLIENT(const TEXTS& asArgument, const SETTINGS& environment = {},
+                      int iLimitMs = 60000)
+    {
+        STARTED_RUN run = START(asArgument, environment);
+        return WAIT(run, iLimitMs);
+    }
     STARTED_RUN START(const TEXTS& asArgument, const SETTINGS& environment = {});
-    /* Any program, in the same environment. */
-    STARTED_RUN START_PROGRAM(const TEXTS& asCommand, const SETTINGS& environment = {});
     RUN         WAIT(STARTED_RUN& run, int iLimitMs = 60000);
-    void        KILL(const STARTED_RUN& run, int iSignal);        // the process alone
-    void        KILL_GROUP(const STARTED_RUN& run, int iSignal);  // as a terminal does
+    /* The process alone; and as a terminal does. */
+    void KILL(const STARTED_RUN& run, int iSignal) { SEND(run.iPid, run.iPid, iSignal); }
+    void KILL_GROUP(const STARTED_RUN& run, int iSignal) { SEND(run.iPid, -run.iPid, iSignal); }
     /* Processes of this test's runs that still live, after up to iWaitMs. */
-    int iCHILDREN_LEFT(int iWaitMs = 0);
+    int iCHILDREN_LEFT(int iWaitMs = 0)
+    {
+        return iCOUNT_PROCESSES("VK_INI=" + m_sDir + "/vk.ini", iWaitMs);
+    }
 
     /* ---- what they wrote ---- */
 
     std::string COLUMN(const std::string& sClient, const std::string& sColumn);  // "NULL" for null
-    std::string SQL(const std::string& sStatement);   // first value; a failure fails the test
+    std::string SQL(const std::string& sStatement);   // first row; a failure fails the test
     TEXTS       ROWS(const std::string& sStatement);  // values joined by "|"
     void        DATABASE_GONE();                      // dropped under all connections
     TEXTS       STATEMENTS();                         // that the runs sent to the server, in order
-    TEXTS       PROTOCOL();    // texts of the day protocol, without time and process id
-    TEXTS       INFO();        // lines of the info output, "KIND text"
-    std::string TRACE_TEXT();  // all trace files
-    std::string HOSTS_FILE();  // starts as "127.0.0.1   localhost"
+    TEXTS       PROTOCOL();  // texts of the day protocol, without time and process id
+    /* Lines of the info output, "KIND text"; all trace files; the hosts file, which
+       starts as "127.0.0.1   localhost". */
+    TEXTS       INFO() { return asLINES(sALL_FILES(sRW() + "work/answ")); }
+    std::string TRACE_TEXT() { return sALL_FILES(sRW() + "lgc"); }
+    std::string HOSTS_FILE() { return sREAD_FILE(m_sDir + "/server/hosts"); }
 
     /* ---- configuration ---- */
 
     /* Sets a key of vk.ini. */
     void INI(const std::string& sSection, const std::string& sKey, const std::string& sValue);
-    /* Lets another user of the machine run the tool here, who can write nowhere:
-       START_PROGRAM({"setpriv", "--reuid=nobody", "--clear-groups", VK_PROGRAM, ...}). */
-    void OPEN_TO_OTHERS();
     /* Directory of the sandbox; rw() is gv_rw. */
     const std::string& sDIR() const { return m_sDir; }
     std::string        sRW() const { return m_sDir + "/server/rw/"; }
 
 private:
-    void PRINT_STATE();
+    static void SEND(pid_t iPid, pid_t iTo, int iSignal)
+    {
+        if (iPid > 0) kill(iTo, iSignal);
+    }
+    void        PRINT_STATE();
+    std::string sLITERAL(const std::string& sValue);
 
     std::string                       m_sDir;
     std::string                       m_sHost;      // socket directory of the server
@@ -124,20 +168,3 @@ private:
     int                               m_iRuns = 0;
     std::unique_ptr<PGconn, CLOSE_DB> m_pConn;
 };
-
-/* Waits until bDone() or the limit has passed. */
-template<class F>
-bool bWAIT_UNTIL(int iLimitMs, F bDone)
-{
-    const long lEnd = lNOW_MS() + iLimitMs;
-    while (!bDone()) {
-        if (lNOW_MS() > lEnd) return false;
-        iSLEEP_MS(5);
-    }
-    return true;
-}
-
-/* Whole file, "" when there is none. */
-std::string sREAD_FILE(const std::string& sPath);
-void        WRITE_FILE(const std::string& sPath, std::string_view svBytes);
-TEXTS       asLINES(const std::string& sText);
