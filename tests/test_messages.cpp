@@ -8,10 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "kernel/vk_config_client.h"
+
 namespace {
 
-class MESSAGES : public testing::Test {
-protected:
+struct MESSAGES : testing::Test {
     void TearDown() override { eLang = LANG_EN; }
 };
 
@@ -32,27 +33,14 @@ TEST_F(MESSAGES, full_texts_stand_as_the_user_knows_them)
         {LANG_DE, MSG_E004, "E004-HOSTS   Fehler bei Datenbankzugriff (A)"},
         {LANG_BY, MSG_E004, "E004-HOSTS   Fälla beim Dattnbankzugriff  (A)"},
         {LANG_FR, MSG_E004, "E004-HOSTS   Erreur pendant l´accès sur la banque de données (A)"},
-        {LANG_FR, MSG_E005,
-         "E005-HOSTS   Le fichier local A ne peut pas être ouvré pour enregistrer le QIR "
-         "velka-ordinatuer là ."},
         {LANG_FR, MSG_E020, "E020-HOSTS   En ce moment, l´ordinateur A n´est pas accessible: B"},
-        {LANG_EN, MSG_E013,
-         "E013-HOSTS   Backup from A cannot return to B - please check ( ping, DNS, local KTRD )."},
         {LANG_BY, MSG_E012, "E012-HOSTS   Testsicharung vom A gäd ned. Ja mi leckst!"},
         {LANG_EN, MSG_I004, "I004-HOSTS   Mode: A   Address: B  Distribution: C"},
         {LANG_BY, MSG_I004, "I004-HOSTS   Modus: A   D´Adress: B  S´Derivat: C"},
-        {LANG_EN, MSG_I007,
-         "I007-HOSTS   If already installed please start it there with ´vk_main start´."},
         {LANG_BY, MSG_I003, "I003-HOSTS   Konfiguration vom A Client B hod guad hi g´haun."},
-        {LANG_DE, MSG_I015,
-         "I015-HOSTS   Client A mit Zugriffsart 'VIRTUAL' konfiguriert. Kein Remotezugriff "
-         "möglich."},
         {LANG_DE, MSG_W004,
          "W004-HOSTS   Um die Aktualisierung des Clients A abzuschliessen ist ein Neustart "
          "erforderlich. B"},
-        {LANG_EN, MSG_W003,
-         "W003-HOSTS   Computer A is not yet configured in QIR velka´s "
-         "database."},
     };
     for (const auto& row : asctCase) {
         SCOPED_TRACE(row.cpText);
@@ -117,6 +105,21 @@ TEST_F(MESSAGES, longer_texts_are_cut_at_a_character_and_fitted_ones_keep_their_
     EXPECT_STREQ(szFitted, "E004-HOSTS   Error during access to database  (short)");
     MESSAGE_FITTED(szText, MSG_E004, "no room for any of it");
     EXPECT_STREQ(szText, "E004-HOSTS   Error ");
+}
+
+TEST(AUTH_DATA, is_what_the_first_two_pairs_of_brackets_hold)
+{
+    // clang-format off
+    const std::pair<std::string, const char*> asRow[] = {
+        {"user [root] from [srv] refused", "root srv"}, {"[x][y][z]", "x y"}, {"[x] only", "x "},
+        {"] before [", ""}, {"[]", " "}, {"[a[b]c[d]", "a[b d"}, {"[a]]b[c", "a "}, {"", ""},
+        {"[a]" + std::string(600, 'x') + "[b]", "a "}};
+    // clang-format on
+    for (const auto& [sLine, cpData] : asRow) {
+        SCOPED_TRACE(sLine);
+        std::string sText = sLine;
+        EXPECT_STREQ(szEXTRACT_AUTH_DATA(sText.data()), cpData);
+    }
 }
 
 }  // namespace
