@@ -52,9 +52,7 @@ TEST_F(COMMAND_LINE, wrong_options_are_told_and_the_run_goes_on)
     ADD_CLIENT("virt1", "VIRTUAL");
     const std::pair<const char*, TEXTS> asRow[] = {
         {"wrong option h", {"-h", "-c", "virt1", "-C", "r"}},
-        {"wrong option x", {"-c", "virt1", "-xC", "r"}},
-        {"wrong option s", {"-c", "virt1", "-C", "r", "-s"}},
-    };
+        {"wrong option x", {"-c", "virt1", "-xC", "r"}}};
     for (const auto& [cpTold, asArgument] : asRow) {
         const RUN run = CONFIG_CLIENT(asArgument);
         EXPECT_EQ(run.iExit, 0);
@@ -103,31 +101,18 @@ TEST_F(COMMAND_LINE, options_of_a_registration_reach_their_columns)
     }
 }
 
-TEST_F(COMMAND_LINE, options_of_an_update_are_moved_and_those_of_a_service_pack_stay)
-{
-    INI("general", "trace_level", "1");
-    for (const char* cpKind : {"-U", "-S"}) {
-        const RUN run = CONFIG_CLIENT({cpKind, "-O", "/quiet", "-c", "nobody"});
-        EXPECT_EQ(run.iExit, 2);
-        EXPECT_EQ(run.sOut, cpE006);
-    }
-    EXPECT_THAT(TRACE_TEXT(), testing::ContainsRegex("-U -O [^+]*szUpdateOptions=/quiet"));
-    EXPECT_THAT(TRACE_TEXT(), Not(testing::ContainsRegex("-S -O [^+]*szUpdateOptions")));
-}
-
 TEST_F(COMMAND_LINE, a_mode_given_with_m_counts_only_when_it_is_CTRL_or_VKSSH)
 {
     ADD_CLIENT("ctrl1", "VKSSH");
     ADD_CLIENT("alpha", "VIRTUAL");
-    struct ROW {
+    constexpr struct {
         const char *cpName, *cpMode, *cpMessage;
-    };
-    constexpr ROW asctRow[] = {
+    } asctRow[] = {
         {"ctrl1", "CTRL", "I005"}, {"ctrl1", "SSH", "E011"},     {"ctrl1", "PROXY", "E011"},
         {"ctrl1", "", "E011"},     {"alpha", "VIRTUAL", "I015"}, {"alpha", "SSH", "I015"},
     };
     START_CLIENTS({"alpha"});
-    for (const ROW& row : asctRow) {
+    for (const auto& row : asctRow) {
         SCOPED_TRACE(std::string(row.cpName) + " -m " + row.cpMode);
         CONFIG_CLIENT({"-c", row.cpName, "-C", "r", "-m", row.cpMode});
         EXPECT_THAT(COLUMN(row.cpName, "msg"), StartsWith(row.cpMessage));
@@ -184,15 +169,10 @@ TEST_F(COMMAND_LINE, a_password_stands_in_no_text_that_the_run_leaves)
     EXPECT_THAT(INFO(), Each(Not(HasSubstr("cret"))));
 }
 
-TEST_F(COMMAND_LINE, vk_ini_is_refused_when_broken_and_told_once_where_it_makes_no_sense)
+TEST_F(COMMAND_LINE, vk_ini_sets_the_language_and_is_refused_when_broken)
 {
     ADD_CLIENT("virt1", "VIRTUAL");
-    INI("general", "trace_level", "many");
-    const RUN odd = CONFIG_CLIENT({"-c", "virt1", "-C", "r"});
-    EXPECT_EQ(odd.iExit, 0);
-    EXPECT_THAT(asLINES(odd.sErr), ElementsAre(HasSubstr("trace_level = \"many\"")));
     INI("general", "language", "de");
-    INI("general", "trace_level", "0");
     const RUN german = CONFIG_CLIENT({"-c", "virt1", "-C", "r"});
     EXPECT_EQ(german.sOut,
               "STATUS=SUCCESS MSG=\"I015-HOSTS   Client virt1 mit Zugriffsart 'VIRTUAL' "

@@ -1,55 +1,41 @@
 /* The documents against the program: options, messages and configuration keys stand
-   in the code, the man page, the README, the completion and the default vk.ini. */
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
+   in the code, the man page, the completion and the default vk.ini. */
 #include <map>
 #include <regex>
 #include <set>
-#include <sstream>
-#include <string>
+
+#include "sandbox_fixture.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-using TEXTS = std::set<std::string>;
+using WORDS = std::set<std::string>;
 
 // A file of the source tree; an absent one is a failure of its own.
 std::string TEXT(const char* cpName)
 {
-    const fs::path path = fs::path(VK_SOURCE_DIR) / cpName;
-    std::ifstream  in(path, std::ios::binary);
-    EXPECT_TRUE(in.good()) << "cannot read " << cpName;
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
+    const std::string sPath = std::string(VK_SOURCE_DIR) + "/" + cpName;
+    EXPECT_NE(sREAD_FILE(sPath), "") << sPath;
+    return sREAD_FILE(sPath);
 }
 
 // What the first group of a pattern matches, everywhere in a text.
-TEXTS FOUND(const std::string& sText, const char* cpPattern)
+WORDS FOUND(const std::string& sText, const char* cpPattern)
 {
-    TEXTS            found;
+    WORDS            found;
     const std::regex pattern(cpPattern, std::regex::ECMAScript | std::regex::multiline);
     for (std::sregex_iterator it(sText.begin(), sText.end(), pattern), end; it != end; ++it)
         found.insert((*it)[1]);
     return found;
 }
 
-// The letters that getopt is given.
-TEXTS OPTIONS()
+// The letters that getopt is given, and "h", known only as a single argument.
+WORDS OPTIONS()
 {
-    const TEXTS texts = FOUND(TEXT("src/kernel/arguments.cpp"), "\"(USa:[A-Za-z:]*)\"");
+    const WORDS texts = FOUND(TEXT("src/kernel/arguments.cpp"), "\"(USa:[A-Za-z:]*)\"");
     EXPECT_EQ(texts.size(), 1U) << "one option string";
-    TEXTS options;
+    WORDS options{"h"};
     for (const char c : texts.empty() ? "" : *texts.begin())
         if (c != ':') options.insert(std::string(1, c));
-    return options;
-}
-
-TEXTS WITH_HELP(TEXTS options)
-{
-    options.insert("h");  // known only as a single argument
     return options;
 }
 
@@ -61,57 +47,44 @@ std::string PLAIN(std::string sText)
     return std::regex_replace(sText, std::regex("\\s+"), " ");
 }
 
-TEST(DOCUMENTS, options_are_the_same_in_code_man_page_readme_completion_and_usage)
+TEST(DOCUMENTS, options_are_the_same_in_code_man_page_and_completion)
 {
-    const TEXTS options = OPTIONS();
+    const WORDS options = OPTIONS();
     ASSERT_GE(options.size(), 10U);
-    EXPECT_EQ(FOUND(TEXT("man/vk_config_client.8"), "^\\.It Fl ([A-Za-z])(?: |$)"),
-              WITH_HELP(options));
+    EXPECT_EQ(FOUND(TEXT("man/vk_config_client.8"), "^\\.It Fl ([A-Za-z])(?: |$)"), options);
 
-    const std::string sReadme = TEXT("README.md");
-    TEXTS             missing;
-    for (const std::string& sOption : WITH_HELP(options))
-        if (!std::regex_search(sReadme, std::regex("(^|[^\\w-])-" + sOption + "([^\\w-]|$)")))
-            missing.insert(sOption);
-    EXPECT_EQ(missing, TEXTS()) << "README.md lacks these";
-
-    const TEXTS lists =
+    const WORDS lists =
         FOUND(TEXT("packaging/vk_config_client.bash-completion"), "-W '(-U [^']*)'");
     ASSERT_EQ(lists.size(), 1U);
-    EXPECT_EQ(FOUND(*lists.begin(), "-([A-Za-z])"), WITH_HELP(options));
-
-    // The usage text leaves some options out, but names none that does not exist.
-    const TEXTS usage = FOUND(TEXT("src/kernel/usage.cpp"), "^ *\" +\\[?-([A-Za-z])");
-    EXPECT_GE(usage.size(), 10U);
-    const TEXTS known = WITH_HELP(options);
-    for (const std::string& sOption : usage) EXPECT_TRUE(known.contains(sOption)) << sOption;
+    EXPECT_EQ(FOUND(*lists.begin(), "-([A-Za-z])"), options);
 }
 
 TEST(DOCUMENTS, man_page_explains_every_message_by_its_text)
 {
     // English stands first in a row of the catalogue.
-    const std::string                  sCatalogue = TEXT("src/kernel/messages.cpp");
-    const std::regex                   row("\\{MSG_\\w+,\\s*\"([EIW]\\d{3})-HOSTS   ([^\"]*)\"");
-    std::map<std::string, std::string> code;
-    for (std::sregex_iterator it(sCatalogue.begin(), sCatalogue.end(), row), end; it != end; ++it)
-        code[(*it)[1]] = PLAIN((*it)[2]);
-    ASSERT_EQ(code.size(), 35U);
-
-    const std::string sMan = TEXT("man/vk_config_client.8");
-    const std::regex  item("\\n\\.It Sy ([EIW]\\d{3})\\n\\\\\\(lq([^]*?)\\\\\\(rq\\n\\.br\\n[A-Z]");
-    std::map<std::string, std::string> man;
-    for (std::sregex_iterator it(sMan.begin(), sMan.end(), item), end; it != end; ++it)
-        man[(*it)[1]] = PLAIN((*it)[2]);
-    EXPECT_EQ(man, code);
+    const auto texts = [](const char* cpFile, const char* cpRow) {
+        const std::string                  sText = TEXT(cpFile);
+        const std::regex                   row(cpRow);
+        std::map<std::string, std::string> found;
+        for (std::sregex_iterator it(sText.begin(), sText.end(), row), end; it != end; ++it)
+            found[(*it)[1]] = PLAIN((*it)[2]);
+        return found;
+    };
+    const auto code =
+        texts("src/kernel/messages.cpp", "\\{MSG_\\w+,\\s*\"([EIW]\\d{3})-HOSTS   ([^\"]*)\"");
+    EXPECT_EQ(code.size(), 35U);
+    EXPECT_EQ(texts("man/vk_config_client.8",
+                    "\\n\\.It Sy ([EIW]\\d{3})\\n\\\\\\(lq([^]*?)\\\\\\(rq\\n\\.br\\n[A-Z]"),
+              code);
 }
 
 TEST(DOCUMENTS, configuration_keys_are_the_same_in_code_man_page_and_default_file)
 {
     const std::string sIni = TEXT("packaging/vk.ini");
-    TEXTS             keys = FOUND(sIni, "^;([a-z_0-9]+) =");
+    WORDS             keys = FOUND(sIni, "^;([a-z_0-9]+) =");
     ASSERT_GE(keys.size(), 15U);
 
-    TEXTS man;
+    WORDS man;
     for (const std::string& sLine :
          FOUND(TEXT("man/vk_config_client.8"), "^\\.It Cm (\\[[^\\n]*)$"))
         for (const std::string& sWord : FOUND(sLine.substr(sLine.find(']')), "([a-z_0-9]+)"))
@@ -122,7 +95,7 @@ TEST(DOCUMENTS, configuration_keys_are_the_same_in_code_man_page_and_default_fil
     const std::string sCode = TEXT("src/common/cm_config.cpp") +
                               TEXT("src/common/cm_config_paths.cpp") +
                               TEXT("src/common/cm_trace.cpp");
-    TEXTS read = FOUND(sCode, "\\{\"(gv_[a-z_]+)\", \"");
+    WORDS read = FOUND(sCode, "\\{\"(gv_[a-z_]+)\", \"");
     read.merge(FOUND(sCode, "== \"(gv_[a-z_]+)\""));
     read.merge(FOUND(sCode, "\"(?:general|database|remote|variables)\", \"([a-z_]+)\""));
     ASSERT_GE(read.size(), 12U);

@@ -29,14 +29,19 @@ protected:
        gate is opened; it answers well then. */
     void GATE(const std::string& sClient)
     {
+        ASSERT_EQ(mkfifo(CLIENT_PATH(sClient, "gate").c_str(), 0600), 0);
+        PROGRAM(sClient,
+                "base=${0%/velka/bin/*}\necho qtc >>$base/log/commands\nread x <$base/gate");
+    }
+    /* From now on that is the client's qtc; it answers well in the end. */
+    void PROGRAM(const std::string& sClient, const std::string& sScript)
+    {
         const std::string sProgram = CLIENT_PATH(sClient, "velka/bin/qtc");
         unlink(sProgram.c_str());
         WRITE_FILE(sProgram,
-                   "#!/bin/sh\nbase=${0%/velka/bin/*}\necho qtc >>$base/log/commands\n"
-                   "read x <$base/gate\n"
-                   "printf 'QTC_VERSION=9.9\\nVELKA_VERSION=1.2.3-4\\nPACKAGE=p\\n'\n");
+                   "#!/bin/sh\n" + sScript +
+                       "\nprintf 'QTC_VERSION=9.9\\nVELKA_VERSION=1.2.3-4\\nPACKAGE=p\\n'\n");
         ASSERT_EQ(chmod(sProgram.c_str(), 0755), 0);
-        ASSERT_EQ(mkfifo(CLIENT_PATH(sClient, "gate").c_str(), 0600), 0);
     }
     /* Open as long as the descriptor is held. */
     FD OPEN_GATE(const std::string& sClient)
@@ -73,12 +78,11 @@ protected:
 
 TEST_F(FAILURES, a_client_that_says_nothing_or_never_stops_ends_the_check_in_time)
 {
-    struct ROW {
+    const struct ROW {
         const char *cpName, *cpMode;
         int         iFrom, iTo;  // seconds
         std::string sMessage;
-    };
-    const ROW asctRow[] = {
+    } asctRow[] = {
         // in the order in which they end
         {"mutepx", "PROXY", 2, 12, sNO_ACCESS("mutepx", "")},
         {"silent", "VKSSH", 15, 25,
@@ -125,12 +129,7 @@ TEST_F(FAILURES, a_connection_cut_under_the_command_ends_the_check)
 TEST_F(FAILURES, what_a_command_leaves_behind_holds_no_check)
 {
     ADD_CLIENT("alpha");
-    WRITE_FILE(
-        CLIENT_PATH("alpha", "velka/bin/qtc_late"),
-        "#!/bin/sh\nsleep 60 &\nprintf 'QTC_VERSION=9.9\\nVELKA_VERSION=1\\nPACKAGE=p\\n'\n");
-    std::filesystem::rename(CLIENT_PATH("alpha", "velka/bin/qtc_late"),
-                            CLIENT_PATH("alpha", "velka/bin/qtc"));
-    chmod(CLIENT_PATH("alpha", "velka/bin/qtc").c_str(), 0755);
+    PROGRAM("alpha", "sleep 60 &");
     const RUN run = CONFIG_CLIENT({"-c", "alpha", "-C", "r"}, {}, 30000);
     EXPECT_EQ(run.iExit, 0);
     EXPECT_EQ(COLUMN("alpha", "qtc_version"), "9.9");
@@ -223,11 +222,7 @@ TEST_F(FAILURES, a_database_that_goes_away_under_a_run_keeps_its_verdict)
     EXPECT_EQ(COLUMN("virt1", "msg"),
               "E004-HOSTS   Error during access to database  (ERROR: column \"data_mover\" does "
               "not exist at character 23)");
-    SQL("update clients set os=null; alter table oper_systems rename to elsewhere");
-    EXPECT_EQ(CONFIG_CLIENT({"-c", "virt1", "-C", "r"}).iExit, 1);
-    EXPECT_EQ(COLUMN("virt1", "msg"), "E004-HOSTS   Error during access to database  ()");
-    SQL("alter table clients rename dm to data_mover; update clients set os='Linux'; alter table "
-        "elsewhere rename to oper_systems");
+    SQL("alter table clients rename dm to data_mover");
 
     STARTED_RUN run = START_AT_GATE();
     DATABASE_GONE();
@@ -315,10 +310,7 @@ TEST_F(ENDED_RUNS, by_a_signal_give_everything_back_first)
         SCOPED_TRACE(asArgument[0] + " " + strsignal(abs(iSignal)));
         STARTED_RUN run = START_AT_GATE(asArgument);
         EXPECT_EQ(bUPDATE_RUNS(), asArgument[0] != "-c");
-        if (iSignal < 0)
-            KILL_GROUP(run, -iSignal);
-        else
-            KILL(run, iSignal);
+        iSignal < 0 ? KILL_GROUP(run, -iSignal) : KILL(run, iSignal);
         const RUN ended = WAIT(run, 10000);
         EXPECT_EQ(ended.iSignal, abs(iSignal));
         EXPECT_EQ(ended.sOut, "");

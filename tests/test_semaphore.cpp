@@ -34,7 +34,6 @@ public:
         m_fdAnswer = FD(aiAnswer[0]);
     }
     ~OTHER() { Kill(); }
-
     int iDo(char cOperation)
     {
         int iAnswer = -99;
@@ -74,7 +73,6 @@ TEST_F(SEMAPHORE, is_held_by_one_process_and_seen_by_the_others)
     sct_semaphore     sema = sctSEMA("update_client_a/b");
     const std::string sFile = sPATH("gv_rw/sema/update_client_a_b");
     OTHER             other("update_client_a/b");
-    EXPECT_EQ(i_SEMA('?', &sema), 0);
     EXPECT_EQ(i_SEMA('-', &sema), 0);
     EXPECT_EQ(i_SEMA('+', &sema), 1);
     EXPECT_EQ(i_SEMA('?', &sema), 0) << "another process was asked for";
@@ -85,10 +83,6 @@ TEST_F(SEMAPHORE, is_held_by_one_process_and_seen_by_the_others)
     EXPECT_EQ(i_SEMA('-', &sema), 1);
     EXPECT_EQ(other.iDo('?'), 0);
     EXPECT_FALSE(std::filesystem::exists(sFile));
-    EXPECT_EQ(other.iDo('+'), 1);
-    EXPECT_EQ(i_SEMA('?', &sema), 1);
-    EXPECT_EQ(i_SEMA('+', &sema), 0);
-    EXPECT_STREQ(sema.szMsg, "");
 }
 
 TEST_F(SEMAPHORE, ends_with_its_process_and_is_taken_over)
