@@ -89,6 +89,20 @@ TEST_F(MANY, list_location_and_system_choose_and_the_report_is_in_order_of_name)
     EXPECT_EQ(COLUMN("off", "access_state"), "NULL");
 }
 
+TEST_F(MANY, names_beyond_the_list_check_nobody)
+{
+    VIRTUAL_CLIENTS({"virt1"});
+    TEXTS asArgument{"-C", "r", "virt1"};
+    for (int i = 10; i < 20; ++i) asArgument.push_back(std::string(200, 'x') + std::to_string(i));
+    const RUN run = CONFIG_CLIENT(asArgument);
+    EXPECT_EQ(run.iExit, 1);
+    EXPECT_EQ(run.sOut,
+              "STATUS=ERROR MSG=\"E004-HOSTS   Error during access to database  (list of clients "
+              "longer than 2047 characters)\"\n");
+    EXPECT_EQ(COLUMN("virt1", "msg"), "NULL");
+    EXPECT_THAT(STATEMENTS(), Not(Contains(StartsWith("select * from clients"))));
+}
+
 TEST_F(MANY, side_by_side_gives_the_same_rows_report_and_summary)
 {
     for (const char* cpName : {"alpha", "beta", "noversion", "nohost.invalid", "refused"})
