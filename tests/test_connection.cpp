@@ -211,4 +211,15 @@ TEST_F(SANDBOX, the_error_line_of_a_failed_command_is_the_telling_one)
     }
 }
 
+TEST_F(SANDBOX, a_key_that_was_taken_away_fails_the_next_check)
+{
+    ADD_CLIENT("alpha");
+    EXPECT_EQ(CONFIG_CLIENT({"-c", "alpha", "-C", "r"}).iExit, 0);
+    WRITE_FILE(CLIENT_PATH("alpha", "authorized_keys"), "");
+    EXPECT_EQ(CONFIG_CLIENT({"-c", "alpha", "-C", "r"}).sOut,
+              sSTATUS("ERROR",
+                      "E011-HOSTS   Missing permit. Execute [vk_setup set_client velkasrv] "
+                      "on client alpha"));
+}
+
 }  // namespace

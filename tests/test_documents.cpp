@@ -47,7 +47,7 @@ std::string PLAIN(std::string sText)
     return std::regex_replace(sText, std::regex("\\s+"), " ");
 }
 
-TEST(DOCUMENTS, options_are_the_same_in_code_man_page_and_completion)
+TEST(DOCUMENTS, options_are_the_same_in_code_man_page_readme_and_completion)
 {
     const WORDS options = OPTIONS();
     ASSERT_GE(options.size(), 10U);
@@ -57,6 +57,15 @@ TEST(DOCUMENTS, options_are_the_same_in_code_man_page_and_completion)
         FOUND(TEXT("packaging/vk_config_client.bash-completion"), "-W '(-U [^']*)'");
     ASSERT_EQ(lists.size(), 1U);
     EXPECT_EQ(FOUND(*lists.begin(), "-([A-Za-z])"), options);
+
+    WORDS readme;
+    for (const std::string& sCell : FOUND(TEXT("README.md"), "^\\| (-[^|]*) \\|"))
+        readme.merge(FOUND(sCell, "-([A-Za-z])\\b"));
+    EXPECT_EQ(readme, options);
+    // The usage text names some of them, and none that is not there.
+    const WORDS usage = FOUND(TEXT("src/kernel/usage.cpp"), "^ *\" +\\[?-([A-Za-z])[ \\]]");
+    EXPECT_GE(usage.size(), 10U);
+    for (const std::string& sOption : usage) EXPECT_TRUE(options.contains(sOption)) << sOption;
 }
 
 TEST(DOCUMENTS, man_page_explains_every_message_by_its_text)

@@ -5,7 +5,7 @@
 
 /* Who reads the command line. */
 enum SHELL {
-    SHELL_POSIX   = 0,
+    SHELL_POSIX = 0,
     SHELL_WINDOWS = 1,  // the Windows command interpreter
 };
 

@@ -48,8 +48,8 @@ struct FORMAT_VALUE {
         NUMBER,     // %d, %ld
         CHARACTER,  // %c
     };
-    KIND             eKind   = TEXT;
-    std::string_view svText  = {};
+    KIND             eKind = TEXT;
+    std::string_view svText = {};
     long             lNumber = 0;
 };
 
@@ -64,10 +64,31 @@ struct RAW_TEXT {
     std::string_view svText;
 };
 
-inline FORMAT_VALUE sctVALUE(std::string_view sv) { return {FORMAT_VALUE::TEXT, sv, 0}; }
-inline FORMAT_VALUE sctVALUE(FREE_TEXT t) { return {FORMAT_VALUE::FREE, t.svText, 0}; }
-inline FORMAT_VALUE sctVALUE(LIKE_TEXT t) { return {FORMAT_VALUE::LIKE, t.svText, 0}; }
-inline FORMAT_VALUE sctVALUE(RAW_TEXT t) { return {FORMAT_VALUE::RAW, t.svText, 0}; }
-inline FORMAT_VALUE sctVALUE(int i) { return {FORMAT_VALUE::NUMBER, {}, i}; }
-inline FORMAT_VALUE sctVALUE(long l) { return {FORMAT_VALUE::NUMBER, {}, l}; }
-inline FORMAT_VALUE sctVALUE(char c) { return {FORMAT_VALUE::CHARACTER, {}, c}; }
+inline FORMAT_VALUE sctVALUE(std::string_view sv)
+{
+    return {FORMAT_VALUE::TEXT, sv, 0};
+}
+inline FORMAT_VALUE sctVALUE(FREE_TEXT t)
+{
+    return {FORMAT_VALUE::FREE, t.svText, 0};
+}
+inline FORMAT_VALUE sctVALUE(LIKE_TEXT t)
+{
+    return {FORMAT_VALUE::LIKE, t.svText, 0};
+}
+inline FORMAT_VALUE sctVALUE(RAW_TEXT t)
+{
+    return {FORMAT_VALUE::RAW, t.svText, 0};
+}
+inline FORMAT_VALUE sctVALUE(int i)
+{
+    return {FORMAT_VALUE::NUMBER, {}, i};
+}
+inline FORMAT_VALUE sctVALUE(long l)
+{
+    return {FORMAT_VALUE::NUMBER, {}, l};
+}
+inline FORMAT_VALUE sctVALUE(char c)
+{
+    return {FORMAT_VALUE::CHARACTER, {}, c};
+}

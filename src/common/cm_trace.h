@@ -10,11 +10,11 @@
 #include <cstdio>
 
 struct str_log {
-    char  szLogFile[1024];   // name of the current trace file, below gv_rw_lgc
-    int   iLogLevel;         // 0: no tracing
+    char  szLogFile[1024];  // name of the current trace file, below gv_rw_lgc
+    int   iLogLevel;        // 0: no tracing
     int   iPid;
     int   iVerbose;
-    char  szIns[65];         // identifier that marks the tool's lines
+    char  szIns[65];  // identifier that marks the tool's lines
     int   iProtDB;
     int   iThreadId;
     int   iProcessId;
