@@ -299,6 +299,7 @@ STARTED_RUN SANDBOX::START(const TEXTS& asArgument, const SETTINGS& environment)
     SETTINGS all{{"PATH", fs::path{VK_PROGRAM}.parent_path().string() + ":" + m_sDir +
                               "/server/velka/bin:/usr/bin:/bin"},
                  {"HOME", m_sDir + "/server"},
+                 {"TMPDIR", m_sDir},  // what a killed run leaves goes with the sandbox
                  {"VK_INI", m_sDir + "/vk.ini"},
                  {"LC_ALL", "C"}};
     for (const char* cpName : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "TZ"})

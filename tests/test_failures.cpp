@@ -52,13 +52,13 @@ protected:
     }
     STARTED_RUN START_CHECK(const std::string& sClient)
     {
-        return START({"-c", sClient, "-C", "r"}, {{"TMPDIR", sDIR()}});
+        return START({"-c", sClient, "-C", "r"});
     }
     /* Starts a run whose command waits at the gate of alpha. */
     STARTED_RUN START_AT_GATE(const TEXTS& asArgument = {"-c", "alpha", "-C", "r"})
     {
         const size_t uBefore = CLIENT_LOG("alpha").size();
-        STARTED_RUN  run = START(asArgument, {{"TMPDIR", sDIR()}});
+        STARTED_RUN  run = START(asArgument);
         EXPECT_TRUE(bWAIT_UNTIL(20000, [&] { return CLIENT_LOG("alpha").size() > uBefore; }));
         return run;
     }
