@@ -2,6 +2,7 @@
    format or a terminal would read as its own: they stay text. */
 #include <filesystem>
 
+#include "common/remote/output.h"
 #include "sandbox_fixture.h"
 
 using testing::Contains;
@@ -159,6 +160,19 @@ TEST_F(HOSTILE, settings_of_a_client_stay_words)
     }
     EXPECT_THAT(asPWNED(), IsEmpty());
     EXPECT_EQ(SQL("select count(*) from clients"), "5");
+}
+
+TEST(OUTPUT_OF_A_COMMAND, an_endless_run_of_empty_lines_stays_small_and_keeps_the_last_line)
+{
+    const t_LL LL_Output = ConsLL();
+    OUTPUT     output;
+    output.LL_Lines = LL_Output;
+    OUTPUT_SINK sink(output);
+    for (int i = 0; i < 20; ++i) sink.Take(std::string(1 << 20, '\n'));
+    sink.Take("last");
+    sink.Finish();
+    EXPECT_LT(SizeLL(LL_Output), uOUTPUT_MAX / 50);
+    EXPECT_STREQ(static_cast<const char*>(LastElmLL(LL_Output)), "last");
 }
 
 }  // namespace

@@ -7,6 +7,8 @@
 namespace {
 
 constexpr size_t uLAST_LINE_MAX = 65536;
+// Of a list's element beside its text: an endless run of empty lines costs, too.
+constexpr size_t uPLACE_IN_LIST = 64;
 
 /* What a person and a pattern see of a line: no control characters, valid UTF-8,
    no password. */
@@ -38,8 +40,8 @@ void OUTPUT_SINK::Take(std::string_view svBytes)
     while (!svBytes.empty()) {
         const size_t           uEnd = svBytes.find('\n');
         const std::string_view svPiece = svBytes.substr(0, uEnd);
-        if (m_uKept < uOUTPUT_MAX || m_sLine.size() < uLAST_LINE_MAX) m_sLine += svPiece;
-        m_uKept += svPiece.size() + 1;
+        if (m_uLines < uOUTPUT_MAX || m_sLine.size() < uLAST_LINE_MAX) m_sLine += svPiece;
+        m_uLines += svPiece.size();
         if (uEnd == std::string_view::npos) return;
         svBytes.remove_prefix(uEnd + 1);
         Line();
@@ -49,12 +51,12 @@ void OUTPUT_SINK::Take(std::string_view svBytes)
 void OUTPUT_SINK::Finish()
 {
     if (!m_sLine.empty()) Line();
-    if (!m_bDropped) return;
-    if (m_output.LL_Lines != nullptr) {
+    if (m_bDropped && m_output.LL_Lines != nullptr) {
         InsLastLLf(m_output.LL_Lines, m_output.sLastLine.size() + 1, m_output.sLastLine.c_str());
     }
     m_bDropped = false;
-    m_uKept = 0;
+    if (m_uFile <= uOUTPUT_MAX) return;
+    m_uFile = 0;
     ToFile("\n" + m_output.sLastLine + "\n");
 }
 
@@ -66,7 +68,8 @@ void OUTPUT_SINK::Line()
     if (sText.substr(0, sText.find_first_not_of(' ') + 7).ends_with("STATUS=")) {
         m_output.sStatusLine = sText;
     }
-    if (m_uKept > uOUTPUT_MAX) {
+    m_uLines += uPLACE_IN_LIST;
+    if (m_uLines > uOUTPUT_MAX) {
         m_bDropped = true;
     } else if (m_output.LL_Lines != nullptr) {
         InsLastLLf(m_output.LL_Lines, sText.size() + 1, sText.c_str());
@@ -75,7 +78,8 @@ void OUTPUT_SINK::Line()
 
 void OUTPUT_SINK::ToFile(std::string_view svBytes)
 {
-    if (m_output.iFile < 0 || m_uKept > uOUTPUT_MAX) return;
+    m_uFile += svBytes.size();
+    if (m_output.iFile < 0 || m_uFile > uOUTPUT_MAX) return;
     while (!svBytes.empty()) {
         const ssize_t iWritten = write(m_output.iFile, svBytes.data(), svBytes.size());
         if (iWritten <= 0) return;

@@ -19,7 +19,8 @@ private:
     void ToFile(std::string_view svBytes);
 
     OUTPUT&     m_output;
-    std::string m_sLine;      // the line being read
-    size_t      m_uKept = 0;  // bytes kept of all
-    bool        m_bDropped = false;
+    std::string m_sLine;             // the line being read
+    size_t      m_uLines = 0;        // what the lines cost so far, their places in a list included
+    size_t      m_uFile = 0;         // bytes that came for the file
+    bool        m_bDropped = false;  // of the lines, the last ones are missing
 };
