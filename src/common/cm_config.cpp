@@ -15,6 +15,7 @@
 #include <set>
 
 #include "cm_config_paths.h"
+#include "cm_holder.h"
 #include "cm_immortal.h"
 #include "cm_output.h"
 #include "common.h"
@@ -45,10 +46,6 @@ int iTAKE_VALUE(void* pConfig, const char* cpSection, const char* cpKey, const c
     return 1;
 }
 
-struct CLOSE_FILE {
-    void operator()(FILE* p) const { static_cast<void>(std::fclose(p)); }
-};
-
 /* Long lines need the parser's buffer off the stack; an indented line is a line
    like any other, not the rest of the one before. */
 int iPARSE(FILE* pFile, CONFIG& config)
@@ -62,7 +59,7 @@ int iPARSE(FILE* pFile, CONFIG& config)
 
 void READ_FILE(const std::string& sFile, CONFIG& config)
 {
-    const std::unique_ptr<FILE, CLOSE_FILE> pFile{std::fopen(sFile.c_str(), "re")};
+    const STREAM pFile{std::fopen(sFile.c_str(), "re")};
     if (!pFile && errno == ENOENT) return;
     config.sFile = sFile;
     int iBadLine = 0;

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "cm_config.h"
+#include "cm_holder.h"
 #include "cm_immortal.h"
 #include "common.h"
 #include "unix/cm_hal_pipe.h"
@@ -35,14 +36,6 @@ constexpr int iCONNECT_TIMEOUT = 10;
 /* A connect that failed after this long met silence, not a refusal. */
 constexpr long lSILENT_MS = 1500;
 
-template<auto pFree>
-struct FREE_BY {
-    template<class T>
-    void operator()(T* p) const
-    {
-        pFree(p);
-    }
-};
 using CONNECTION = std::unique_ptr<PGconn, FREE_BY<PQfinish>>;
 using RESULT = std::unique_ptr<PGresult, FREE_BY<PQclear>>;
 using CONNINFO = std::unique_ptr<PQconninfoOption, FREE_BY<PQconninfoFree>>;

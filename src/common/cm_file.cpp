@@ -7,14 +7,10 @@
 #include <cstring>
 #include <memory>
 
+#include "cm_holder.h"
 #include "common.h"
 
 namespace {
-
-struct CLOSE_FILE {
-    void operator()(FILE* p) const { static_cast<void>(std::fclose(p)); }
-};
-using INPUT_FILE = std::unique_ptr<FILE, CLOSE_FILE>;
 
 /* The line buffer that getline lets grow. */
 struct LINE {
@@ -58,7 +54,7 @@ int file_exist(const char* cpPath)
 int file_search2(const char* cpPath, char* cpPattern, size_t uSize, int /*iMode*/)
 {
     if (uSize == 0) return 0;
-    const INPUT_FILE pFile{std::fopen(cpPath, "re")};
+    const STREAM pFile{std::fopen(cpPath, "re")};
     if (!pFile) return 0;
     const std::string sPattern(cpPattern, strnlen(cpPattern, uSize));
     LINE              line;

@@ -6,6 +6,7 @@
 #include <list>
 #include <memory>
 
+#include "cm_holder.h"
 #include "cm_immortal.h"
 #include "common.h"
 
@@ -17,14 +18,6 @@ constexpr uint32_t uMATCH_LIMIT = 1'000'000;
 constexpr uint32_t uDEPTH_LIMIT = 10'000;
 constexpr uint32_t uHEAP_KIB = 20'000;
 
-template<auto pFree>
-struct FREE_BY {
-    template<class T>
-    void operator()(T* p) const
-    {
-        pFree(p);
-    }
-};
 using CODE = std::unique_ptr<pcre2_code, FREE_BY<pcre2_code_free>>;
 using MATCH_DATA = std::unique_ptr<pcre2_match_data, FREE_BY<pcre2_match_data_free>>;
 using MATCH_CONTEXT = std::unique_ptr<pcre2_match_context, FREE_BY<pcre2_match_context_free>>;

@@ -20,11 +20,6 @@ int iNUMBER(const char* cpText)
         std::clamp(std::strtol(cpText, nullptr, 10), long{INT_MIN}, long{INT_MAX}));
 }
 
-bool bGIVEN(const char* cpText)
-{
-    return cpText[0] != '\0' && std::strcmp(cpText, "NULL") != 0;
-}
-
 bool bUPDATE(const SCT_ARGS* pArg)
 {
     return pArg->eUpdate == update || pArg->eUpdate == sp_update;

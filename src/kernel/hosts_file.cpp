@@ -5,14 +5,10 @@
 #include <cstring>
 #include <memory>
 
+#include "../common/cm_holder.h"
 #include "vk_config_client.h"
 
 namespace {
-
-struct CLOSE_FILE {
-    void operator()(FILE* pFile) const { std::fclose(pFile); }
-};
-using OPEN_FILE = std::unique_ptr<FILE, CLOSE_FILE>;
 
 /* gv_hosts_file, else the place that the server's platform class gives. */
 void v_CHOOSE_FILE(const SCT_ARGS* pArg, char (&szHostFile)[1024])
@@ -58,7 +54,7 @@ void INSERT_ETC_HOST(SCT_ARGS* pArg)
         return;
     }
     TRACE("did not find %s in host-file %s or file not existing", pArg->szNodeName, szHostFile);
-    OPEN_FILE pFile{std::fopen(szHostFile, "ae")};
+    STREAM pFile{std::fopen(szHostFile, "ae")};
     if (pFile == nullptr) {
         char szMsg[256];
         MESSAGE_FITTED(szMsg, MSG_E005, szHostFile);

@@ -4,18 +4,17 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
+
+#include "restart_status.h"
 
 namespace {
-
-constexpr long alWarning[] = {1641, 1644, 1645, 1652, 1653, 1654, 3010};  // a restart is due
 
 /* The client reports the status that its update script ended with; the column
    holds one digit. */
 void v_MAP_UPDATE_STATE(char (&szState)[256])
 {
     const long lState = std::strtol(szState, nullptr, 10);
-    if (std::find(std::begin(alWarning), std::end(alWarning), lState) != std::end(alWarning))
+    if (bRESTART_STATUS(lState))
         iTEXT_SET(szState, "1");
     else if (lState > 2)
         iTEXT_SET(szState, "2");

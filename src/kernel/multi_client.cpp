@@ -42,11 +42,6 @@ struct MULTI_RUN {
     PROGRESS                progress;
 };
 
-bool bGIVEN(const char* cpText)
-{
-    return cpText[0] != '\0' && std::strcmp(cpText, "NULL") != 0;
-}
-
 /* "where name in ('a','b') and " */
 std::string sNAME_LIST(t_LL LL_ClientList)
 {

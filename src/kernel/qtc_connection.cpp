@@ -17,11 +17,6 @@ struct ANSWER {
     char szMsg[512];  // why the command could not be run
 };
 
-bool bIS(const char* cpText, const char* cpOther)
-{
-    return std::strcmp(cpText, cpOther) == 0;
-}
-
 void v_ANNOUNCE(const SCT_ARGS* pArg)
 {
     char szText[256];

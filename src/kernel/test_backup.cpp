@@ -43,11 +43,6 @@ constexpr BACKUP_COMMAND asctWindows[] = {
    server. */
 constexpr const char* cpREMOTE_CLIENT = "_REMOTE_CLIENT_";
 
-bool bIS(const char* cpText, const char* cpOther)
-{
-    return std::strcmp(cpText, cpOther) == 0;
-}
-
 bool bTAKES(const BACKUP_COMMAND& row, const char* cpVersion)
 {
     if (row.cpFirst[0] != '\0')

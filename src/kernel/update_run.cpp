@@ -6,16 +6,13 @@
    2 (error). Every end gives the semaphore up first. */
 #include "update_run.h"
 
-#include <algorithm>
 #include <cstdlib>
-#include <iterator>
 #include <memory>
 
 #include "../common/cm_config.h"
+#include "restart_status.h"
 
 namespace {
-
-constexpr int aiRestart[] = {1641, 1644, 1645, 1652, 1653, 1654, 3010};  // a restart is due
 
 struct COPY {
     const char* cpTrace;
@@ -165,8 +162,7 @@ void v_RUN_SCRIPT(UPDATE_RUN* pRun, RCMD* pRcmd)
 void v_JUDGE_SCRIPT(UPDATE_RUN* pRun, const RCMD* pRcmd)
 {
     if (pRun->iStatus == 0) return;
-    if (std::find(std::begin(aiRestart), std::end(aiRestart), pRun->iStatus) !=
-        std::end(aiRestart)) {
+    if (bRESTART_STATUS(pRun->iStatus)) {
         TRACE("Update script ended with warning: %d", pRun->iStatus);
         v_MESSAGE(pRun, MSG_W004, MSG_W005, pRcmd->szMsg);
         TRACE("Executed update script: %s", pRun->szCommand);

@@ -31,11 +31,6 @@ void v_SET_DEFAULTS(SCT_ARGS* pArg)
     pArg->eUpdate = notdefined;
 }
 
-bool bIS(const char* cpText, const char* cpOther)
-{
-    return std::strcmp(cpText, cpOther) == 0;
-}
-
 /* Registers the client and tests it as deep as -t allows. Result of the last
    test. */
 template<size_t N>

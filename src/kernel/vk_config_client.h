@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 
 #include "../common/cm_db_access.h"
 #include "../common/common.h"
@@ -17,6 +18,17 @@
     do {                                                             \
         if (strLog.iLogLevel > 0) WRITE_TRACE(&strLog, __VA_ARGS__); \
     } while (0)
+
+/* Texts of the record against fixed words. The server's programs also write the
+   word NULL for a value that is not given. */
+inline bool bIS(const char* cpText, const char* cpWord)
+{
+    return std::strcmp(cpText, cpWord) == 0;
+}
+inline bool bGIVEN(const char* cpText)
+{
+    return cpText[0] != '\0' && !bIS(cpText, "NULL");
+}
 
 enum updateMode {
     notdefined = 0,

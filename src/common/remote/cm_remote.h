@@ -23,7 +23,7 @@ using BOOL = int;  // 0 or 1
 
 /* One remote command, zeroed by the caller. A field left zero is not given. The
    service takes szClient, szUser, szPort, szAccessMode, szCmd, szOutFile,
-   bAppendMode, bScriptFlag, LL_Stdout, iTimeout and iRetries and fills szSts and
+   bAppendMode, LL_Stdout, iTimeout and iRetries and fills szSts and
    szMsg; it looks at no other field. */
 struct RCMD {
     char        szClient[256];  // host that runs the command
@@ -51,7 +51,7 @@ struct RCMD {
     BOOL        bAvoidErrProt;
     BOOL        bAvoidProt;
     BOOL        bAvoidFileNotFound;
-    BOOL        bScriptFlag;  // standard error goes to szOutFile too, in order
+    BOOL        bScriptFlag;  // standard error goes to szOutFile too, in order: it always does
     BOOL        bCommandNotFound;
     BOOL        bBinaryMode;
     BOOL        bVerbose;

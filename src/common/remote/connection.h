@@ -4,7 +4,7 @@
    The first ssh makes the connection and, once it is authenticated, leaves it to a
    background process that later ones reach through a socket in a private
    directory (mode 0700, short path). That process ends when it is told to at the
-   end of the run, and by itself, uCONNECTION_IDLE_S after its last command, when
+   end of the run, and by itself, iCONNECTION_IDLE_S after its last command, when
    this process was killed. The directory is locked by the run that owns it; the
    next run removes those of killed ones. */
 #pragma once

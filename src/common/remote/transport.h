@@ -20,10 +20,10 @@ struct TRANSPORT {
                       int iConnectTimeout, CHILD_SPEC& sctSpec, std::string& sReason) = 0;
 
     /* Why the command that was formed last brought no second mark, in the
-       transport's own words, for the user; "" when it has none. bEstablished: a
-       shared connection stood already when the command began. */
+       transport's own words, for the user; "" when it has none. */
     virtual std::string sREASON(const HOST& host) = 0;
-    virtual bool        bESTABLISHED(const HOST& host) = 0;
+    /* A connection that is shared stands already, and may turn out to be broken. */
+    virtual bool bESTABLISHED(const HOST& host) = 0;
 
     /* Copies sSource (a file on this server) to sTarget (an absolute path on the
        host), whole or not at all, missing folders made.
