@@ -19,7 +19,7 @@
 #include <set>
 #include <sstream>
 
-#include "common/cm_command.h"
+#include "common/text/command_line.h"
 
 namespace fs = std::filesystem;
 

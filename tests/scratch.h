@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <string>
 
-#include "common/cm_config.h"
+#include "common/config/config.h"
 #include "sandbox_fixture.h"
 
 class SCRATCH : public testing::Test {

@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "common/cm_config.h"
+#include "common/config/config.h"
 #include "sandbox_fixture.h"
 
 using testing::HasSubstr;

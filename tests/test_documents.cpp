@@ -31,7 +31,7 @@ WORDS FOUND(const std::string& sText, const char* cpPattern)
 // The letters that getopt is given, and "h", known only as a single argument.
 WORDS OPTIONS()
 {
-    const WORDS texts = FOUND(TEXT("src/kernel/arguments.cpp"), "\"(USa:[A-Za-z:]*)\"");
+    const WORDS texts = FOUND(TEXT("src/kernel/vk_config_client.h"), "\"(USa:[A-Za-z:]*)\"");
     EXPECT_EQ(texts.size(), 1U) << "one option string";
     WORDS options{"h"};
     for (const char c : texts.empty() ? "" : *texts.begin())
@@ -101,9 +101,9 @@ TEST(DOCUMENTS, configuration_keys_are_the_same_in_code_man_page_and_default_fil
     EXPECT_EQ(man, keys);
 
     // What the code asks for: variables by name, other keys with their section.
-    const std::string sCode = TEXT("src/common/cm_config.cpp") +
-                              TEXT("src/common/cm_config_paths.cpp") +
-                              TEXT("src/common/cm_trace.cpp");
+    const std::string sCode = TEXT("src/common/config/config.cpp") +
+                              TEXT("src/common/config/variables.cpp") +
+                              TEXT("src/common/log/trace.cpp");
     WORDS read = FOUND(sCode, "\\{\"(gv_[a-z_]+)\", \"");
     read.merge(FOUND(sCode, "== \"(gv_[a-z_]+)\""));
     read.merge(FOUND(sCode, "\"(?:general|database|remote|variables)\", \"([a-z_]+)\""));

@@ -3,7 +3,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
-#include "common/cm_text.h"
+#include "common/text/text.h"
 #include "common/unix/cm_hal_semaphor.h"
 #include "scratch.h"
 

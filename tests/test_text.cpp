@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <memory>
 
-#include "common/cm_command.h"
+#include "common/text/command_line.h"
 #include "common/cm_db_access.h"
 #include "common/common.h"
 #include "scratch.h"

@@ -30,14 +30,14 @@ struct str_log {
    cpTraceId      identifier of the tool's trace lines
    pLog           trace context; its level becomes trace_level of vk.ini
    A configuration that cannot be read is told on standard error;
-   iCONFIG_VALID (cm_config.h) then answers 0 and the defaults hold. */
+   iCONFIG_VALID (config/config.h) then answers 0 and the defaults hold. */
 void v_set_log_main(const char* cpFilePattern, const char* cpTraceId, str_log* pLog);
 
 /* Sets the trace level at once. iLevel below 0 counts as 0. iOne is 1. */
 void v_set_log(int iLevel, int iOne, str_log* pLog);
 
 /* From now on the trace goes to cpFileName below gv_rw_lgc. What a file name
-   cannot hold is replaced (szFILE_NAME, common.h). */
+   cannot hold is replaced (szFILE_NAME). */
 void v_set_log_mover(str_log* pLog, const char* cpFileName);
 
 /* Writes one trace line, formatted like printf. The caller tests iLogLevel
@@ -46,6 +46,6 @@ void WRITE_TRACE(const str_log* pLog, const char* cpFormat, ...)
     __attribute__((format(printf, 2, 3)));
 
 /* The command line, program name first, words joined by one blank, as one
-   text; the value of -p is shown as ***. The text is valid until the next
-   call. */
+   text; the value of the program's secret option (-p) is shown as ***. The text
+   is valid until the next call. */
 const char* GET_CALL_PARAM(int argc, char** argv);

@@ -11,8 +11,6 @@
 
 namespace {
 
-constexpr const char* cpOPTIONS = "USa:e:i:l:m:c:O:Fo:P:s:t:u:p:v:C:k";
-
 /* The number at the beginning of a text, 0 when there is none. */
 int iNUMBER(const char* cpText)
 {

@@ -166,6 +166,7 @@ void v_COMPLETE_INTERFACES(const SCT_ARGS* pArg)
     char szPrefix[256] = "http";
     i_get_default2("vk_conf_default_interface_prefix", "gv_default_interface_prefix", szPrefix,
                    strLog);
+    TRACE("default interface prefix is \"%s\"", szPrefix);
     DB_REC_LIS sctList = {"CONFIG_CLIENT", 0, 0, nullptr, nullptr};
     char       szReply[256] = "";
     char       szSql[2048];

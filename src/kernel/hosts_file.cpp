@@ -5,7 +5,7 @@
 #include <cstring>
 #include <memory>
 
-#include "../common/cm_holder.h"
+#include "../common/text/holder.h"
 #include "vk_config_client.h"
 
 namespace {

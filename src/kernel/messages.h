@@ -10,7 +10,7 @@
 #include <string_view>
 
 #include "../common/cm_lang.h"
-#include "../common/cm_text.h"
+#include "../common/text/text.h"
 
 enum MESSAGE_ID {
     MSG_E001,

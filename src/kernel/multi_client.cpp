@@ -12,9 +12,9 @@
 #include <list>
 #include <vector>
 
-#include "../common/cm_config.h"
-#include "multi_client_child.h"
-#include "multi_client_progress.h"
+#include "../common/config/config.h"
+#include "../common/unix/observed_child.h"
+#include "../common/unix/progress_line.h"
 #include "vk_config_client.h"
 
 namespace {

@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <memory>
 
-#include "../common/cm_config.h"
+#include "../common/config/config.h"
 #include "restart_status.h"
 
 namespace {
@@ -211,13 +211,6 @@ void v_CHECK_RESULT(UPDATE_RUN* pRun)
 }
 
 }  // namespace
-
-void v_UPDATE_END(UPDATE_RUN* pRun, int iExit)
-{
-    i_SEMA('-', &pRun->sctSema);
-    TRACE("--- UPDATE_CLIENT, released semaphore %s", pRun->sctSema.szSema);
-    ZFINISH(pRun->szMsg, iExit, 'n', pRun->pArg);
-}
 
 void UPDATE_CLIENT(SCT_ARGS* pArg)
 {

@@ -20,6 +20,8 @@ struct UPDATE_RUN {
     char          szMsg[32768];     // run message
 };
 
+/* ---- the end (update_end) ----------------------------------------------- */
+
 /* Gives the semaphore up and ends the run with szMsg. */
 [[noreturn]] void v_UPDATE_END(UPDATE_RUN* pRun, int iExit);
 

@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "../common/cm_config.h"
+#include "../common/config/config.h"
 
 namespace {
 

@@ -72,6 +72,9 @@ struct SCT_ARGS {
 
 /* ---- front end --------------------------------------------------------- */
 
+/* The options of the command line, in getopt's form. */
+inline constexpr const char* cpOPTIONS = "USa:e:i:l:m:c:O:Fo:P:s:t:u:p:v:C:k";
+
 /* Writes the usage text to standard output. */
 void USAGE();
 

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <vector>
 
-#include "common/cm_command.h"
+#include "common/text/command_line.h"
 #include "common/cm_db_access.h"
 
 namespace {

@@ -8,8 +8,9 @@
 #include <string_view>
 #include <vector>
 
-#include "../cm_immortal.h"
-#include "../common.h"
+#include "../text/immortal.h"
+#include "../text/pattern.h"
+#include "../text/text.h"
 
 namespace {
 

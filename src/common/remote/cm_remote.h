@@ -14,9 +14,9 @@
 
 #include <cstddef>
 
-#include "../cm_command.h"
 #include "../cm_trace.h"
 #include "../common/LL.h"
+#include "../text/command_line.h"
 #include "../unix/cm_hal_pipe.h"
 
 using BOOL = int;  // 0 or 1

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "../cm_config.h"
+#include "../config/config.h"
 #include "output.h"
 #include "transport.h"
 #include "wrapper.h"

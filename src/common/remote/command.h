@@ -9,10 +9,8 @@
 #include <string>
 
 #include "../cm_trace.h"
-#include "../common/LL.h"
 #include "host.h"
-
-constexpr size_t uOUTPUT_MAX = size_t{16} * 1024 * 1024;
+#include "output.h"
 
 struct LIMITS {
     int iConnect = 0;  // seconds
@@ -24,14 +22,6 @@ struct LIMITS {
 /* Limits of a caller that gives a time-out: iTimeout for connecting and silence,
    three times that in all; 0: as configured. */
 LIMITS sctLIMITS(int iTimeout, int iRetries);
-
-/* Where the output goes. */
-struct OUTPUT {
-    t_LL        LL_Lines = nullptr;  // receives each line, or null
-    int         iFile = -1;          // receives the bytes as they came, or -1
-    std::string sLastLine;           // last line that is not empty
-    std::string sStatusLine;         // last line of the form STATUS=...
-};
 
 struct OUTCOME {
     bool        bRan = false;   // the command ran to its end

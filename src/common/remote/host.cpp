@@ -1,3 +1,5 @@
+/* What the service reads of the database: hosts, their passwords, the server's
+   interface. Nothing else here knows the tables. */
 #include "host.h"
 
 #include <strings.h>
@@ -5,8 +7,10 @@
 
 #include <map>
 
-#include "../cm_config.h"
 #include "../cm_db_access.h"
+#include "../config/variables.h"
+#include "../text/secret.h"
+#include "../text/text.h"
 #include "cm_remote.h"
 
 namespace {
@@ -68,4 +72,38 @@ SHELL eSHELL_OF(const HOST& host)
 SHELL eHOST_SHELL(const char* cpHost)
 {
     return eSHELL_OF(sctHOST(cpHost, "", str_log{}));
+}
+
+int i_CHECK_AND_SET_INTERFACE(char* cpInterface, const char* cpServerNode, str_log sctLog)
+{
+    char szName[256] = "";
+    // A bare name has no scheme, port or path.
+    const int iFound = iDB_SEL_GETVALUE(
+        "select i_name from interfaces where client_id=0 and i_name not like '%:%' and i_name not "
+        "like '%/%' and i_name<>'' order by i_order limit 1",
+        "i_name", szName, sctLog);
+    const bool bFound = iFound && szName[0] != '\0';
+    iTEXT_COPY(cpInterface, 256, bFound ? szName : cpServerNode);
+    return bFound;
+}
+
+int i_GET_TASK_OR_CLIENT_PASSWORD(const char*, const char* cpClient, char* cpUser, const char*,
+                                  const char*, char* cpPassword, str_log sctLog)
+{
+    char szSql[2048];
+    char szReply[256];
+    char szUser[256] = "";
+    char szPassword[2048] = "";
+    char szOsUser[256] = "";
+    char szOsPassword[2048] = "";
+    iSQL(szSql, "select user_name,password,os_user,os_password from clients where name='%s'",
+         cpClient);
+    const int iRet =
+        iDB_VA(szSql, szReply, static_cast<int>(sizeof szReply), &sctLog, "user_name", szUser,
+               "password", szPassword, "os_user", szOsUser, "os_password", szOsPassword, "d");
+    const bool bOwn = szUser[0] != '\0';
+    iTEXT_COPY(cpUser, 256, bOwn ? szUser : szOsUser);
+    iTEXT_COPY(cpPassword, 2048, bOwn ? szPassword : szOsPassword);
+    v_SECRET(cpPassword);
+    return iRet == 1;
 }

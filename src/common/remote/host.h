@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "../cm_command.h"
 #include "../cm_trace.h"
+#include "../text/command_line.h"
 
 struct HOST {
     std::string sName;        // as the caller named it

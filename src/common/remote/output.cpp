@@ -2,7 +2,8 @@
 
 #include <unistd.h>
 
-#include "../cm_text.h"
+#include "../text/secret.h"
+#include "../text/text.h"
 
 namespace {
 

@@ -5,7 +5,17 @@
 #include <string>
 #include <string_view>
 
-#include "command.h"
+#include "../common/LL.h"
+
+constexpr size_t uOUTPUT_MAX = size_t{16} * 1024 * 1024;
+
+/* Where the output goes. */
+struct OUTPUT {
+    t_LL        LL_Lines = nullptr;  // receives each line, or null
+    int         iFile = -1;          // receives the bytes as they came, or -1
+    std::string sLastLine;           // last line that is not empty
+    std::string sStatusLine;         // last line of the form STATUS=...
+};
 
 class OUTPUT_SINK {
 public:

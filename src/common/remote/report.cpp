@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "../common.h"
+#include "../text/text.h"
 #include "cm_remote.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "../cm_config.h"
+#include "../config/variables.h"
 #include "transport.h"
 #include "wrapper.h"
 
@@ -63,9 +63,4 @@ TRANSPORT& LOCAL_TRANSPORT()
 {
     static LOCAL& transport = *new LOCAL;
     return transport;
-}
-
-TRANSPORT& TRANSPORT_OF(const HOST& host)
-{
-    return host.bLocal ? LOCAL_TRANSPORT() : SSH_TRANSPORT();
 }

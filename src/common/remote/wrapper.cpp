@@ -7,11 +7,11 @@
 #include <cstdint>
 #include <utility>
 
+#include "../text/program.h"
+
 namespace {
 
 constexpr size_t uNOISE_MAX = 65536;
-
-constexpr std::string_view asvLeftToFinish[] = {"vk_execute_update", "vk_execute_update.cmd"};
 
 std::string sRANDOM_MARK()
 {
@@ -44,8 +44,8 @@ const std::string& sRUN_MARK()
 int iLEFT_TO_FINISH(std::string_view svCommand)
 {
     const std::string_view svProgram = svCommand.substr(0, svCommand.find(' '));
-    return std::find(std::begin(asvLeftToFinish), std::end(asvLeftToFinish), svProgram) !=
-           std::end(asvLeftToFinish);
+    const auto&            names = sctPROGRAM.leftToFinish;
+    return std::find(names.begin(), names.end(), svProgram) != names.end();
 }
 
 /* One line without "!" before a word, so that any login shell hands it on to

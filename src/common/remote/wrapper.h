@@ -17,7 +17,7 @@
 #include <string>
 #include <string_view>
 
-#include "../cm_command.h"
+#include "../text/command_line.h"
 
 /* The run's mark. */
 const std::string& sRUN_MARK();

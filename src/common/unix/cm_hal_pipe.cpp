@@ -182,26 +182,6 @@ void WAIT_FOR_GROUP(pid_t iGroup, long lDeadline)
 
 }  // namespace
 
-FD& FD::operator=(FD&& other) noexcept
-{
-    if (this != &other) {
-        Close();
-        m_iFd = std::exchange(other.m_iFd, -1);
-    }
-    return *this;
-}
-
-FD::~FD()
-{
-    Close();
-}
-
-void FD::Close()
-{
-    if (m_iFd >= 0) close(m_iFd);
-    m_iFd = -1;
-}
-
 CHILD::~CHILD()
 {
     v_CHILD_END(*this, iGRACE_MS);

@@ -20,6 +20,8 @@
 #include <utility>
 #include <vector>
 
+#include "../text/holder.h"
+
 /* State of a running command inside RCMD, for the library's own use. Plain:
    what owns a child process is CHILD. */
 struct DB_PROC_PIP {
@@ -40,24 +42,6 @@ struct DB_PROC_PIP {
     int    iNewPgrp;
     int    bBinaryMode;
     int    bStdinPipe;
-};
-
-/* A descriptor that is closed with its owner; -1 when it holds none. */
-class FD {
-public:
-    FD() = default;
-    explicit FD(int iFd) : m_iFd(iFd) {}
-    FD(FD&& other) noexcept : m_iFd(std::exchange(other.m_iFd, -1)) {}
-    FD& operator=(FD&& other) noexcept;
-    FD(const FD&) = delete;
-    FD& operator=(const FD&) = delete;
-    ~FD();
-    int  iGet() const { return m_iFd; }
-    bool bOpen() const { return m_iFd >= 0; }
-    void Close();
-
-private:
-    int m_iFd = -1;
 };
 
 /* Monotonic clock, milliseconds. */

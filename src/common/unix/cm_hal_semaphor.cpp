@@ -16,9 +16,10 @@
 #include <map>
 #include <string>
 
-#include "../cm_config.h"
-#include "../cm_immortal.h"
-#include "../common.h"
+#include "../config/variables.h"
+#include "../text/appending.h"
+#include "../text/immortal.h"
+#include "../text/text.h"
 #include "cm_hal_pipe.h"
 
 namespace {

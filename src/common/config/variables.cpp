@@ -1,0 +1,200 @@
+/* Configuration variables, directories and symbolic paths. */
+#include "variables.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <ctime>
+#include <set>
+#include <string_view>
+
+#include "../text/immortal.h"
+#include "../text/standard_error.h"
+#include "../text/text.h"
+#include "config.h"
+
+namespace {
+
+struct DIRECTORY {
+    const char* cpKey;
+    const char* cpPosix;
+    const char* cpWindows;
+};
+
+constexpr DIRECTORY asctDirectory[] = {
+    {"gv_ro", "/opt/velka/", "C:\\Program Files\\velka\\"},
+    {"gv_ro_bin", "/opt/velka/bin/", "C:\\Program Files\\velka\\bin\\"},
+    {"gv_rw", "/var/opt/velka/", "C:\\Program Files\\velka\\var\\"},
+    {"gv_rw_ini", "/etc/velka/", "C:\\Program Files\\velka\\ini\\"},
+    {"gv_rw_work", "/var/opt/velka/work/", "C:\\Program Files\\velka\\work\\"},
+    {"gv_rw_lgc", "/var/opt/velka/lgc/", "C:\\Program Files\\velka\\lgc\\"},
+    {"gv_rw_prot", "/var/opt/velka/prot/", "C:\\Program Files\\velka\\prot\\"},
+};
+
+struct ACCESS {
+    const char* cpMode;
+    const char* cpSshConfig;
+};
+
+constexpr ACCESS asctAccess[] = {
+    {"VKSSH", "gv_rw_ini:ssh/config"},
+    {"CTRL", "gv_rw_ini:ctrl/config"},
+    {"SSH", ""},
+};
+
+const DIRECTORY* pDIRECTORY(std::string_view svKey)
+{
+    for (const DIRECTORY& directory : asctDirectory)
+        if (svKey == directory.cpKey) return &directory;
+    return nullptr;
+}
+
+/* Keys of directories, those that only a configuration knows included. */
+bool bDIRECTORY_KEY(std::string_view svKey)
+{
+    for (const std::string_view svTree : {"gv_ro", "gv_rw"})
+        if (svKey == svTree || (svKey.starts_with(svTree) && svKey[svTree.size()] == '_'))
+            return true;
+    return false;
+}
+
+std::string sENDED(std::string sDirectory, bool bWindows)
+{
+    const char cLast = sDirectory.empty() ? '/' : sDirectory.back();
+    if (cLast != '/' && !(bWindows && cLast == '\\')) sDirectory += bWindows ? '\\' : '/';
+    return sDirectory;
+}
+
+std::string sTODAY()
+{
+    char         szDay[16];
+    const time_t lNow = time(nullptr);
+    tm           sctTm{};
+    localtime_r(&lNow, &sctTm);
+    return {szDay, std::strftime(szDay, sizeof szDay, "%Y%m%d", &sctTm)};
+}
+
+std::string sVARIABLE_DEFAULT(const char* cpName)
+{
+    const std::string_view svName = cpName;
+    if (const DIRECTORY* pDirectory = pDIRECTORY(svName)) return pDirectory->cpPosix;
+    if (svName == "gv_daylbl") return sTODAY();
+    if (svName == "gv_update_wait") return "15";
+    return "";
+}
+
+/* Length of the key of a symbolic path, 0 when it has none: "gv_" and letters,
+   digits or "_", then a colon. */
+size_t uKEY_LENGTH(std::string_view svPath)
+{
+    if (!svPath.starts_with("gv_")) return 0;
+    for (size_t u = 3; u < svPath.size(); u++) {
+        const char c = svPath[u];
+        if (c == ':') return u;
+        if (!((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+              c == '_'))
+            return 0;
+    }
+    return 0;
+}
+
+}  // namespace
+
+int iCONFIG_VARIABLE(const char* cpName, std::string& sValue)
+{
+    const std::string_view svName = cpName;
+    const char* cpEnvironment = svName.starts_with("gv_") ? std::getenv(cpName) : nullptr;
+    /* An empty environment variable counts as one that is not set. */
+    sValue = cpEnvironment != nullptr ? cpEnvironment : "";
+    if (sValue.empty()) sValue = sCONFIG_TEXT("variables", cpName, "");
+    if (sValue.empty()) sValue = sVARIABLE_DEFAULT(cpName);
+    if (!sValue.empty() && bDIRECTORY_KEY(svName)) sValue = sENDED(sValue, false);
+    return !sValue.empty();
+}
+
+int iCONFIG_ACCESS(const char* cpMode, std::string& sSshConfig)
+{
+    const std::string sSection = std::string("access ") + cpMode;
+    const char*       cpConfig = iCONFIG_SECTION(sSection) ? "" : nullptr;
+    for (const ACCESS& access : asctAccess)
+        if (std::string_view(cpMode) == access.cpMode) cpConfig = access.cpSshConfig;
+    if (cpConfig == nullptr) return 0;
+    const std::string sPath = sCONFIG_TEXT(sSection.c_str(), "config", cpConfig);
+    std::string       sReason;
+    if (iCONFIG_SERVER_PATH(sPath.c_str(), sSshConfig, sReason)) return 1;
+    v_STDERR_ONCE(sSection.c_str(), "[%s] config = \"%s\": %s", sSection.c_str(), sPath.c_str(),
+                  sReason.c_str());
+    return 0;
+}
+
+int iCONFIG_CLIENT_DIRECTORY(const char* cpPlatform, const char* cpKey, std::string& sDirectory)
+{
+    const bool  bWindows = iWINDOWS_CLASS(cpPlatform);
+    std::string sSection = std::string("directories ") + cpPlatform;
+    if (!bWindows && !iCONFIG_SECTION(sSection)) sSection = "directories LINUX";
+    std::string sValue = sCONFIG_TEXT(sSection.c_str(), cpKey, "");
+    if (sValue.empty()) {
+        const DIRECTORY* pDirectory = pDIRECTORY(cpKey);
+        if (pDirectory == nullptr) return 0;
+        sValue = bWindows ? pDirectory->cpWindows : pDirectory->cpPosix;
+    }
+    sDirectory = sENDED(sValue, bWindows);
+    return 1;
+}
+
+int iCONFIG_SERVER_PATH(const char* cpPath, std::string& sPath, std::string& sReason)
+{
+    const std::string_view svPath = cpPath;
+    const size_t           uKey = uKEY_LENGTH(svPath);
+    if (uKey == 0) {
+        sPath = svPath;
+        return 1;
+    }
+    const std::string sKey(svPath.substr(0, uKey));
+    std::string       sDirectory;
+    if (!bDIRECTORY_KEY(sKey) || !iCONFIG_VARIABLE(sKey.c_str(), sDirectory)) {
+        sReason = "unknown directory key \"" + sKey + "\"";
+        return 0;
+    }
+    std::string_view svRelative = svPath.substr(uKey + 1);
+    svRelative.remove_prefix(std::min(svRelative.find_first_not_of('/'), svRelative.size()));
+    sPath = sDirectory.append(svRelative);
+    return 1;
+}
+
+int iWINDOWS_CLASS(const char* cpPlatform)
+{
+    return strcasecmp(cpPlatform, "WNT") == 0 || strncasecmp(cpPlatform, "WIN", 3) == 0;
+}
+
+const char* read_glbv(const char* cpName)
+{
+    static IMMORTAL<std::set<std::string>> values;
+    std::string                            sValue;
+    iCONFIG_VARIABLE(cpName, sValue);
+    return values.Get().insert(sValue).first->c_str();
+}
+
+char* glbv_N(char /*cRead*/, const char* cpName, char* szBuf, size_t uSize)
+{
+    std::string sValue;
+    iCONFIG_VARIABLE(cpName, sValue);
+    iTEXT_COPY(szBuf, uSize, sValue);
+    return szBuf;
+}
+
+int i_get_default2_N(const char* cpKey, const char* cpVariable, char* szBuf, size_t uSize)
+{
+    std::string sValue = sCONFIG_TEXT("defaults", cpKey, "");
+    if (sValue.empty() && !iCONFIG_VARIABLE(cpVariable, sValue)) return 0;
+    iTEXT_COPY(szBuf, uSize, sValue);
+    return 1;
+}
+
+int iCONFIG_UPDATE_WAIT()
+{
+    std::string sWait;
+    iCONFIG_VARIABLE("gv_update_wait", sWait);
+    return iCONFIG_NUMBER("variables", "gv_update_wait", sWait, 15, 0, 86'400);
+}

@@ -1,0 +1,209 @@
+#include "connection.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+
+#include "../../text/standard_error.h"
+#include "../../text/text.h"
+#include "../../unix/cm_hal_pipe.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// ssh adds a blank, a dot and 16 characters of its own to the name of a new socket.
+constexpr size_t uSOCKET_MAX = sizeof(sockaddr_un::sun_path) - 20;
+constexpr int    iEND_MS = 1000;
+constexpr int    iREAP_MS = 100;
+
+struct PRIVATE_DIRECTORY {
+    std::string sPath;
+    FD          fdLock;
+    size_t      uConnections = 0;
+};
+
+PRIVATE_DIRECTORY& DIRECTORY()
+{
+    static auto& directory = *new PRIVATE_DIRECTORY;
+    return directory;
+}
+
+std::map<std::string, CONNECTION>& CONNECTIONS()
+{
+    static auto& connections = *new std::map<std::string, CONNECTION>;
+    return connections;
+}
+
+std::string sBASE_NAME()
+{
+    return "vk-" + std::to_string(geteuid()) + "-";
+}
+
+std::string sTEMPORARY_DIRECTORY()
+{
+    const char* cpDirectory = std::getenv("TMPDIR");
+    return cpDirectory != nullptr && *cpDirectory == '/' && std::strlen(cpDirectory) < 50
+               ? cpDirectory
+               : "/tmp";
+}
+
+FD fdLOCKED(const std::string& sPath)
+{
+    FD          fd(open(sPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
+    struct stat sctStat {};
+    if (!fd.bOpen() || fstat(fd.iGet(), &sctStat) != 0 || sctStat.st_uid != geteuid() ||
+        flock(fd.iGet(), LOCK_EX | LOCK_NB) != 0) {
+        return FD();
+    }
+    return fd;
+}
+
+/* A directory that nobody has locked belonged to a run that was killed. One that
+   is younger than a minute may just be on its way to be locked. */
+void REMOVE_LEFTOVERS(const std::string& sParent)
+{
+    std::error_code error;
+    for (fs::directory_iterator it(sParent, error), end; !error && it != end; it.increment(error)) {
+        const std::string sPath = it->path().string();
+        struct stat       sctStat {};
+        if (!it->path().filename().string().starts_with(sBASE_NAME()) ||
+            lstat(sPath.c_str(), &sctStat) != 0 || time(nullptr) - sctStat.st_ctime < 60) {
+            continue;
+        }
+        const FD        fdLock = fdLOCKED(sPath);
+        std::error_code ignored;
+        if (fdLock.bOpen()) fs::remove_all(sPath, ignored);
+    }
+}
+
+using PACKET = std::array<uint8_t, 12>;
+
+PACKET acPACKET(uint32_t uType, uint32_t uValue)
+{
+    PACKET         acPacket{};
+    const uint32_t auWord[] = {8, uType, uValue};
+    for (size_t u = 0; u < acPacket.size(); ++u) {
+        acPacket[u] = static_cast<uint8_t>(auWord[u / 4] >> (24 - 8 * (u % 4)));
+    }
+    return acPacket;
+}
+
+/* Asks the background process of a connection to end (ssh's own multiplexing
+   protocol: a greeting, then the request), and waits until it is gone. A process
+   of its own, ssh -O exit, would do the same ten times slower. */
+void END_CONNECTION(const CONNECTION& connection)
+{
+    constexpr uint32_t uHELLO = 1, uVERSION = 4, uTERMINATE = 0x10000005;
+
+    sockaddr_un sctAddress{};
+    sctAddress.sun_family = AF_UNIX;
+    if (connection.sSocket.empty() || !iTEXT_SET(sctAddress.sun_path, connection.sSocket)) {
+        return;
+    }
+    const FD      fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const timeval sctLimit{iEND_MS / 1000, 0};
+    setsockopt(fd.iGet(), SOL_SOCKET, SO_RCVTIMEO, &sctLimit, sizeof sctLimit);
+    setsockopt(fd.iGet(), SOL_SOCKET, SO_SNDTIMEO, &sctLimit, sizeof sctLimit);
+    if (connect(fd.iGet(), reinterpret_cast<sockaddr*>(&sctAddress), sizeof sctAddress) != 0)
+        return;
+    const PACKET acHello = acPACKET(uHELLO, uVERSION);
+    const PACKET acEnd = acPACKET(uTERMINATE, 1);
+    if (send(fd.iGet(), acHello.data(), acHello.size(), MSG_NOSIGNAL) < 0 ||
+        send(fd.iGet(), acEnd.data(), acEnd.size(), MSG_NOSIGNAL) < 0) {
+        return;
+    }
+    char       acAnswer[256];
+    const long lDeadline = lNOW_MS() + iEND_MS;
+    ssize_t    iGot = 1;
+    while ((iGot > 0 || (iGot < 0 && errno == EINTR)) && lNOW_MS() < lDeadline) {
+        iGot = recv(fd.iGet(), acAnswer, sizeof acAnswer, 0);
+    }
+}
+
+/* Takes leave of the background processes, which became children of this process
+   when the ssh that made them ended. What else a command left behind goes on. */
+void REAP_BACKGROUND()
+{
+    const long lDeadline = lNOW_MS() + iREAP_MS;
+    while (lNOW_MS() < lDeadline) {
+        const pid_t iReaped = waitpid(-1, nullptr, WNOHANG);
+        if (iReaped < 0) return;
+        if (iReaped == 0) usleep(200);
+    }
+}
+
+void END_CONNECTIONS()
+{
+    for (const auto& [sKey, connection] : CONNECTIONS()) END_CONNECTION(connection);
+    if (!CONNECTIONS().empty()) REAP_BACKGROUND();
+    CONNECTIONS().clear();
+    std::error_code ignored;
+    if (!DIRECTORY().sPath.empty()) fs::remove_all(DIRECTORY().sPath, ignored);
+    DIRECTORY() = {};
+}
+
+/* Makes the run's private directory; without one there is no sharing. */
+const std::string& sPRIVATE_DIRECTORY()
+{
+    PRIVATE_DIRECTORY& directory = DIRECTORY();
+    if (!directory.sPath.empty()) return directory.sPath;
+    const std::string sParent = sTEMPORARY_DIRECTORY();
+    REMOVE_LEFTOVERS(sParent);
+    std::string sTemplate = sParent + "/" + sBASE_NAME() + "XXXXXX";
+    if (mkdtemp(sTemplate.data()) == nullptr) {
+        v_STDERR_ONCE("private directory", "cannot make a folder in \"%s\": %s", sParent.c_str(),
+                      std::strerror(errno));
+        return directory.sPath;
+    }
+    directory.sPath = sTemplate;
+    directory.fdLock = fdLOCKED(sTemplate);
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    v_AT_END(END_CONNECTIONS);
+    return directory.sPath;
+}
+
+}  // namespace
+
+CONNECTION& sctCONNECTION(const HOST& host)
+{
+    const std::string sKey = host.sAccessMode + "\n" + host.sName;
+    const auto [entry, bNew] = CONNECTIONS().try_emplace(sKey);
+    CONNECTION& connection = entry->second;
+    if (!bNew) return connection;
+    const std::string& sDirectory = sPRIVATE_DIRECTORY();
+    if (sDirectory.empty()) return connection;
+    const std::string sBase = sDirectory + "/" + std::to_string(DIRECTORY().uConnections++);
+    connection.sLog = sBase + ".log";
+    if (sBase.size() < uSOCKET_MAX) connection.sSocket = sBase;
+    return connection;
+}
+
+std::string sLOG_SINCE(const CONNECTION& connection)
+{
+    std::ifstream log(connection.sLog, std::ios::binary);
+    log.seekg(connection.lLogRead);
+    return std::string(std::istreambuf_iterator<char>(log), {});
+}
+
+void v_LOG_MARK(CONNECTION& connection)
+{
+    std::error_code error;
+    const auto      uSize = fs::file_size(connection.sLog, error);
+    connection.lLogRead = error ? 0 : static_cast<long>(uSize);
+}

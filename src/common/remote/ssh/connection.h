@@ -1,0 +1,29 @@
+/* The shared connections of this run: one per host and access mode, made by the
+   first command, used by the rest, ended with the run.
+
+   The first ssh makes the connection and, once it is authenticated, leaves it to a
+   background process that later ones reach through a socket in a private
+   directory (mode 0700, short path). That process ends when it is told to at the
+   end of the run, and by itself, iCONNECTION_IDLE_S after its last command, when
+   this process was killed. The directory is locked by the run that owns it; the
+   next run removes those of killed ones. */
+#pragma once
+
+#include <string>
+
+#include "../host.h"
+
+constexpr int iCONNECTION_IDLE_S = 25;
+
+struct CONNECTION {
+    std::string sSocket;       // control socket, empty when there is no directory for it
+    std::string sLog;          // ssh's own words
+    long        lLogRead = 0;  // bytes of it that belong to earlier commands
+};
+
+/* The connection of a host, made known on first use. */
+CONNECTION& sctCONNECTION(const HOST& host);
+
+/* The words of ssh since the last call of v_LOG_MARK, one line each. */
+std::string sLOG_SINCE(const CONNECTION& connection);
+void        v_LOG_MARK(CONNECTION& connection);

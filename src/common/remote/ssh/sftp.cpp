@@ -1,0 +1,294 @@
+/* The talk with sftp: commands go to its standard input one step at a time,
+   because the size must be known before the file gets its name. In batch mode sftp
+   ends at the first command that fails (a leading "-" forgives), with the cause on
+   standard error. */
+#include "sftp.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <vector>
+
+#include "../../config/config.h"
+#include "../../text/text.h"
+#include "copy_progress.h"
+#include "ssh_words.h"
+
+namespace {
+
+constexpr int    iSTEP_MS = 250;  // how often progress is looked at
+constexpr size_t uTEXT_MAX = 65536;
+constexpr int    iEND_GRACE_MS = 500;
+
+/* A path as sftp's own command line reads it back; inside quotes it takes no
+   character for a wildcard. */
+std::string sQUOTED(const std::string& sPath)
+{
+    std::string sWord = "\"";
+    for (char c : sPath) {
+        if (c == '"' || c == '\\') sWord += '\\';
+        sWord += c;
+    }
+    return sWord + "\"";
+}
+
+/* C:\a\b is /C:/a/b for an sftp server. */
+std::string sREMOTE_PATH(std::string sPath)
+{
+    const bool bDrive = sPath.size() > 2 && std::isalpha(static_cast<unsigned char>(sPath[0])) &&
+                        sPath[1] == ':' && (sPath[2] == '\\' || sPath[2] == '/');
+    if (!bDrive) return sPath;
+    std::replace(sPath.begin(), sPath.end(), '\\', '/');
+    return "/" + sPath;
+}
+
+struct TALK {
+    CHILD       child;
+    std::string sOut;
+    std::string sErr;
+    long        lTotal = 0;  // deadline of the whole copy
+    long        lIdle = 0;   // deadline of the next sign of life
+    bool        bLate = false;
+};
+
+void READ_SOME(FD& fd, std::string& sText)
+{
+    char acBuf[4096];
+    for (;;) {
+        const ssize_t iGot = read(fd.iGet(), acBuf, sizeof acBuf);
+        if (iGot > 0 && sText.size() < uTEXT_MAX) sText.append(acBuf, static_cast<size_t>(iGot));
+        if (iGot > 0) continue;
+        if (iGot == 0) fd.Close();
+        return;
+    }
+}
+
+bool bSEND(TALK& talk, const std::string& sLines)
+{
+    return write(talk.child.fdIn.iGet(), sLines.data(), sLines.size()) ==
+           static_cast<ssize_t>(sLines.size());
+}
+
+void STILL_ALIVE(TALK& talk)
+{
+    talk.lIdle = lNOW_MS() + 1000L * iCONFIG_IDLE_TIMEOUT();
+}
+
+/* Reads what sftp writes until bDone says so, it has ended, or a limit passed.
+   Result  1 bDone, 0 the talk is over */
+template<class DONE>
+int iLISTEN(TALK& talk, COPY_PROGRESS* pProgress, DONE bDone)
+{
+    STILL_ALIVE(talk);
+    while (!bDone(talk.sOut)) {
+        if (pProgress != nullptr && iPROGRESS_SHOW(*pProgress, talk.child.iPid)) STILL_ALIVE(talk);
+        const long lDeadline = std::min(talk.lIdle, talk.lTotal);
+        if (lNOW_MS() >= lDeadline) {
+            talk.bLate = true;
+            return 0;
+        }
+        std::vector<WAIT_FD> fds{{talk.child.fdExit.iGet()}};
+        for (FD* pFd : {&talk.child.fdOut, &talk.child.fdErr}) {
+            if (pFd->bOpen()) fds.push_back({pFd->iGet()});
+        }
+        iWAIT(fds, std::min(lDeadline, lNOW_MS() + iSTEP_MS));
+        const bool bEnded = fds[0].bReady;
+        if (talk.child.fdOut.bOpen()) READ_SOME(talk.child.fdOut, talk.sOut);
+        if (talk.child.fdErr.bOpen()) READ_SOME(talk.child.fdErr, talk.sErr);
+        if (bEnded) return bDone(talk.sOut);
+    }
+    return 1;
+}
+
+int iSTART(TALK& talk, CHILD_SPEC& sctSpec, std::string& sReason)
+{
+    sctSpec.bPipeIn = sctSpec.bPipeErr = true;
+    sctSpec.bErrToOut = false;
+    talk.lTotal = lNOW_MS() + 1000L * iCONFIG_TOTAL_TIMEOUT();
+    return iCHILD_START(talk.child, sctSpec, sReason);
+}
+
+/* Sends the last commands of a talk and waits for its end. Result 1 all
+   succeeded. */
+int iLAST_WORDS(TALK& talk, const std::string& sCommands)
+{
+    bSEND(talk, sCommands);
+    talk.child.fdIn.Close();
+    iLISTEN(talk, nullptr, [](const std::string&) { return false; });
+    v_CHILD_LET_GO(talk.child, iEND_GRACE_MS);
+    return !talk.bLate && talk.child.iStatus == 0;
+}
+
+/* Runs commands to the end. Result 1 all succeeded. */
+int iBATCH(CHILD_SPEC& sctSpec, const std::string& sCommands, std::string& sOut)
+{
+    TALK        talk;
+    std::string sReason;
+    if (!iSTART(talk, sctSpec, sReason)) return 0;
+    const int iDone = iLAST_WORDS(talk, sCommands);
+    sOut = talk.sOut;
+    return iDone;
+}
+
+/* The size in the last line of "ls -ln" (fifth word), or -1. */
+long lLISTED_SIZE(const std::string& sOut)
+{
+    const size_t uLine = sOut.rfind("\n-");
+    if (uLine == std::string::npos || sOut.find('\n', uLine + 1) == std::string::npos) return -1;
+    const char* cpAt = sOut.c_str() + uLine + 1;
+    for (int iWord = 0; iWord < 4; ++iWord) {
+        cpAt += std::strcspn(cpAt, " \n");
+        cpAt += std::strspn(cpAt, " ");
+    }
+    char*      cpEnd = nullptr;
+    const long lSize = std::strtol(cpAt, &cpEnd, 10);
+    return cpEnd == cpAt ? -1 : lSize;
+}
+
+std::string sFOLDERS(const std::string& sPath)
+{
+    std::string sCommands;
+    for (size_t u = sPath.find('/', 1); u != std::string::npos; u = sPath.find('/', u + 1)) {
+        sCommands += "-mkdir " + sQUOTED(sPath.substr(0, u)) + "\n";
+    }
+    return sCommands;
+}
+
+/* Bytes free where sPath lies, or -1: sftp only says "Failure" for a full disk. */
+long lFREE_BYTES(CHILD_SPEC& sctSpec, const std::string& sPath)
+{
+    std::string sOut;
+    if (!iBATCH(sctSpec, "df " + sQUOTED(sPath.substr(0, sPath.rfind('/') + 1)) + "\n", sOut)) {
+        return -1;
+    }
+    const size_t uHead = sOut.find("Avail");
+    const size_t uLine = uHead == std::string::npos ? uHead : sOut.find('\n', uHead);
+    if (uLine == std::string::npos) return -1;
+    long lSize = 0;
+    long lUsed = 0;
+    long lFree = 0;
+    // Kilobytes; the columns are Size, Used and Avail.
+    const char* cpAt = sOut.c_str() + uLine;
+    for (long* plColumn : {&lSize, &lUsed, &lFree}) {
+        char* cpEnd = nullptr;
+        *plColumn = std::strtol(cpAt, &cpEnd, 10);
+        if (cpEnd == cpAt) return -1;
+        cpAt = cpEnd;
+    }
+    return lFree * 1024;
+}
+
+std::string sSFTP_WORDS(const std::string& sErr)
+{
+    std::string sReason = sREASON_OF(sErr);
+    return sReason.empty() ? "sftp ended without a word" : sReason;
+}
+
+/* One file on its way. */
+struct TRANSFER {
+    CHILD_SPEC  sctSpec;
+    std::string sHost;
+    std::string sSource;
+    std::string sPath;  // in the form of an sftp server
+    std::string sPart;  // its name until it is whole
+    std::string sMode;  // octal permissions, empty: as they come
+    long        lSize = 0;
+};
+
+std::string sTIMEOUT(const TRANSFER& transfer, const TALK& talk)
+{
+    const bool bTotal = lNOW_MS() >= talk.lTotal;
+    return "Timeout: no answer from " + transfer.sHost + " within " +
+           std::to_string(bTotal ? iCONFIG_TOTAL_TIMEOUT() : iCONFIG_IDLE_TIMEOUT()) + " seconds";
+}
+
+/* What a failed copy tells the user; takes the unfinished file away. */
+std::string sWHY_FAILED(TRANSFER& transfer, TALK& talk)
+{
+    std::string sOut;
+    if (talk.bLate) {
+        v_CHILD_END(talk.child, iEND_GRACE_MS);
+        return sTIMEOUT(transfer, talk);
+    }
+    if (talk.sErr.find("Failure") == std::string::npos) return sSFTP_WORDS(talk.sErr);
+    const long lFree = lFREE_BYTES(transfer.sctSpec, transfer.sPart);
+    iBATCH(transfer.sctSpec, "-rm " + sQUOTED(transfer.sPart) + "\n", sOut);
+    if (lFree < 0 || lFree >= transfer.lSize) return sSFTP_WORDS(talk.sErr);
+    return "no space left on " + transfer.sHost + ": " + std::to_string(transfer.lSize) +
+           " bytes needed, " + std::to_string(lFree) + " free";
+}
+
+std::string sWRITE_COMMANDS(const TRANSFER& transfer)
+{
+    const std::string sPart = sQUOTED(transfer.sPart);
+    std::string       sCommands = "put " + sQUOTED(transfer.sSource) + " " + sPart + "\n";
+    if (!transfer.sMode.empty()) sCommands += "chmod " + transfer.sMode + " " + sPart + "\n";
+    return sCommands + "ls -ln " + sPart + "\n";
+}
+
+/* The file has arrived: gives it its name, or takes it away when bytes are
+   missing. */
+int iGIVE_NAME(TRANSFER& transfer, TALK& talk, std::string& sReason)
+{
+    const std::string sPart = sQUOTED(transfer.sPart);
+    const long        lArrived = lLISTED_SIZE(talk.sOut);
+    if (lArrived == transfer.lSize) {
+        if (iLAST_WORDS(talk, "rename " + sPart + " " + sQUOTED(transfer.sPath) + "\n")) return 1;
+        sReason = sWHY_FAILED(transfer, talk);
+        return 0;
+    }
+    iLAST_WORDS(talk, "-rm " + sPart + "\n");
+    sReason = "\"" + transfer.sPath + "\" arrived with " + std::to_string(lArrived) + " of " +
+              std::to_string(transfer.lSize) + " bytes";
+    return 0;
+}
+
+enum TRIED { TRIED_DONE, TRIED_FAILED, TRIED_NO_FOLDER };
+
+TRIED eTRY(TRANSFER& transfer, const std::string& sBefore, std::string& sReason)
+{
+    TALK          talk;
+    COPY_PROGRESS progress(transfer.sSource, transfer.lSize);
+    const auto    bListed = [](const std::string& s) { return lLISTED_SIZE(s) >= 0; };
+    if (!iSTART(talk, transfer.sctSpec, sReason)) return TRIED_FAILED;
+    if (bSEND(talk, sBefore + sWRITE_COMMANDS(transfer)) && iLISTEN(talk, &progress, bListed)) {
+        return iGIVE_NAME(transfer, talk, sReason) ? TRIED_DONE : TRIED_FAILED;
+    }
+    const bool bNoFolder = talk.sErr.find("No such file or directory") != std::string::npos;
+    if (bNoFolder && !talk.bLate && sBefore.empty()) return TRIED_NO_FOLDER;
+    sReason = sWHY_FAILED(transfer, talk);
+    return TRIED_FAILED;
+}
+
+}  // namespace
+
+int iSFTP_PUT(CHILD_SPEC sctSpec, const std::string& sHost, const std::string& sSource,
+              const std::string& sTarget, const char* cpMode, std::string& sReason)
+{
+    const std::string sPath = sREMOTE_PATH(sTarget);
+    std::error_code   error;
+    const auto        uSize = std::filesystem::file_size(sSource, error);
+    if (error) {
+        sReason = "cannot read \"" + sSource + "\": " + error.message();
+        return 0;
+    }
+    if ((sSource + sPath).find_first_of("\r\n") != std::string::npos) {
+        sReason = "cannot copy \"" + sONE_LINE(sSource) + "\": its name holds a line end";
+        return 0;
+    }
+    TRANSFER transfer{std::move(sctSpec),
+                      sHost,
+                      sSource,
+                      sPath,
+                      sPath + ".part",
+                      cpMode != nullptr ? cpMode : "",
+                      static_cast<long>(uSize)};
+    TRIED    eTried = eTRY(transfer, "", sReason);
+    if (eTried == TRIED_NO_FOLDER) eTried = eTRY(transfer, sFOLDERS(sPath), sReason);
+    return eTried == TRIED_DONE;
+}

@@ -1,0 +1,17 @@
+/* One file to a client through sftp. */
+#pragma once
+
+#include <string>
+
+#include "../../unix/cm_hal_pipe.h"
+
+/* Sends sSource to sTarget (absolute, in the client's own form) with the sftp
+   client that sctSpec starts: written as "TARGET.part", its size compared, its mode
+   set, renamed. Missing folders are made; a ".part" that an ended run left is
+   written over. Memory does not grow with the file.
+   sHost    for messages
+   cpMode   octal permissions or null
+   Result   1 copied, 0 not: sReason says why, and nothing is left but, where the
+            connection broke, the ".part" file */
+int iSFTP_PUT(CHILD_SPEC sctSpec, const std::string& sHost, const std::string& sSource,
+              const std::string& sTarget, const char* cpMode, std::string& sReason);

@@ -1,0 +1,20 @@
+/* Directories, names of files, and appending lines to files. */
+#pragma once
+
+#include <string>
+#include <string_view>
+
+/* svName as a piece of a file name: "/", control characters and a leading "."
+   replaced by "_". */
+std::string szFILE_NAME(std::string_view svName);
+
+/* Makes sDirectory and its parents (mode 0750). Result 0: errno says why. */
+int iMAKE_DIRECTORY(const std::string& sDirectory);
+
+/* Opens a file for appending (mode 0640, closed on exec) and makes its directory
+   where that is missing. Result  the descriptor, or -1: errno says why */
+int iOPEN_APPEND(const std::string& sFile);
+
+/* Appends a line (without its line feed) to a file by one write; a failure is told
+   once for cpKey on standard error. */
+void APPEND_LINE(const char* cpKey, const std::string& sFile, const std::string& sLine);

@@ -1,0 +1,19 @@
+/* What the library has to know of the program that it is part of. */
+#pragma once
+
+#include <span>
+#include <string_view>
+
+struct PROGRAM {
+    const char* cpName;     // in front of its lines on standard error; null: its file's name
+    const char* cpOptions;  // its options, in getopt's form
+    char        cSecret;    // the option whose value no trace may show
+    /* Programs on clients that are left to finish once they run: half an installation
+       is worse than one that nobody waits for. */
+    std::span<const std::string_view> leftToFinish;
+};
+
+/* Each program defines its own; the library's serves those that define none. */
+extern const PROGRAM sctPROGRAM;
+
+const char* cpPROGRAM_NAME();

@@ -1,0 +1,21 @@
+/* Standard error, and what every line that leaves this program has in common: made
+   harmless, and written by one write. */
+#pragma once
+
+#include <cstdarg>
+#include <string>
+
+/* One line on standard error, control characters made harmless, passwords
+   masked. v_STDERR_ONCE tells a text with the same cpKey only once per run. */
+void v_STDERR(const char* cpFormat, ...) __attribute__((format(printf, 1, 2)));
+void v_STDERR_ONCE(const char* cpKey, const char* cpFormat, ...)
+    __attribute__((format(printf, 2, 3)));
+
+/* Formats like vprintf. */
+std::string sFORMATTED(const char* cpFormat, va_list args) __attribute__((format(printf, 1, 0)));
+
+/* Passwords masked, control characters and invalid UTF-8 replaced. */
+std::string sSAFE_LINE(const std::string& sText);
+
+/* Writes sText by one write. Result 1 written whole, 0 not: errno says why. */
+int iWRITE_WHOLE(int iFd, const std::string& sText);

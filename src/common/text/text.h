@@ -1,0 +1,34 @@
+/* Bounded text: every copy and every cut of the system goes through here.
+   Texts are UTF-8 and are cut at a character boundary. */
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+
+/* Longest prefix of svText that has at most uMax bytes and ends at a
+   character boundary. */
+std::string_view svTEXT_CUT(std::string_view svText, size_t uMax);
+
+/* Copies svText into szDest (uSize bytes, terminator included).
+   Result  1 it fitted, 0 it was cut; szDest is always terminated. */
+int iTEXT_COPY(char* szDest, size_t uSize, std::string_view svText);
+
+/* The same for an array, whose length is taken from its type. */
+template<size_t N>
+int iTEXT_SET(char (&szDest)[N], std::string_view svText)
+{
+    return iTEXT_COPY(szDest, N, svText);
+}
+
+/* Formats like snprintf; a longer text is cut at a character boundary. */
+void x_Snprintf(char* szDest, size_t uSize, const char* cpFormat, ...)
+    __attribute__((format(printf, 3, 4)));
+
+/* svText with invalid UTF-8 replaced by U+FFFD. */
+std::string sVALID_UTF8(std::string_view svText);
+
+/* sVALID_UTF8, and control characters (tab included, line feed too) replaced
+   by a blank: what may stand inside one line that a person reads. */
+std::string sONE_LINE(std::string_view svText);

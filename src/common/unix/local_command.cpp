@@ -1,0 +1,57 @@
+/* Command lines of this server: the chained service-pack update, and whatever
+   else a caller runs through /bin/sh. */
+#include "local_command.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+
+#include "../config/config.h"
+#include "../text/standard_error.h"
+#include "cm_hal_pipe.h"
+
+std::string sSEARCH_PATH_OF_PROGRAM()
+{
+    std::error_code   error;
+    const std::string sProgram = std::filesystem::read_symlink("/proc/self/exe", error).string();
+    const char*       cpPath = std::getenv("PATH");
+    const std::string sPath = cpPath != nullptr ? cpPath : "/usr/sbin:/usr/bin:/sbin:/bin";
+    const size_t      uSlash = sProgram.rfind('/');
+    return uSlash == std::string::npos ? sPath : sProgram.substr(0, uSlash) + ":" + sPath;
+}
+
+long lLOCAL_COMMAND_LIMIT_MS()
+{
+    return 1000L * std::max(iCONFIG_TOTAL_TIMEOUT() + iCONFIG_IDLE_TIMEOUT(), 120);
+}
+
+int start_system(const char* cpCommand)
+{
+    CHILD_SPEC sctSpec;
+    sctSpec.asArgument = {"/bin/sh", "-c", cpCommand};
+    sctSpec.asEnvironment = {{"PATH", sSEARCH_PATH_OF_PROGRAM()}};
+    sctSpec.bPipeOut = false;
+    sctSpec.bErrToOut = false;
+
+    CHILD       child;
+    std::string sReason;
+    std::fflush(stdout);
+    if (!iCHILD_START(child, sctSpec, sReason)) {
+        v_STDERR("%s", sReason.c_str());
+        return -1;
+    }
+    const long lDeadline = lNOW_MS() + lLOCAL_COMMAND_LIMIT_MS();
+    while (!iCHILD_ENDED(child)) {
+        std::vector<WAIT_FD> fds{{child.fdExit.iGet()}};
+        if (iWAIT(fds, lDeadline) == WAIT_READY) continue;
+        v_CHILD_END(child, 2000);
+    }
+    return child.iStatus;
+}
+
+int i_cm_exec(const char* cpCommand)
+{
+    return start_system(cpCommand);
+}

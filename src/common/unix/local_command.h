@@ -1,0 +1,18 @@
+/* Command lines of this server. */
+#pragma once
+
+#include <string>
+
+/* Run a command line through /bin/sh on this server, the program's own
+   directory first in the search path, and wait for it. Output goes where the
+   program's own goes. Result: exit status, 128 + signal of a killed command,
+   -1 when it could not be started. */
+int start_system(const char* cpCommand);
+int i_cm_exec(const char* cpCommand);
+
+/* PATH with the program's own directory in front. */
+std::string sSEARCH_PATH_OF_PROGRAM();
+
+/* How long a local command may run, milliseconds: total_timeout and idle_timeout
+   together, at least two minutes. */
+long lLOCAL_COMMAND_LIMIT_MS();

@@ -1,0 +1,113 @@
+/* One child run of a run over many clients. */
+#include "observed_child.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <sstream>
+
+#include "../text/command_line.h"
+#include "../text/standard_error.h"
+#include "local_command.h"
+
+namespace {
+
+constexpr size_t uMOST_OUTPUT = size_t{64} * 1024;  // kept of a child's standard output
+
+/* Appends what can be read now; the descriptor is closed at its end. Reading stops
+   after a while for the sake of the other children. */
+void v_READ_NOW(FD& fd, std::string& sText)
+{
+    char szPiece[16384];
+    for (int iPiece = 0; iPiece < 8 && fd.bOpen(); ++iPiece) {
+        const ssize_t lRead = read(fd.iGet(), szPiece, sizeof szPiece);
+        if (lRead > 0) {
+            sText.append(szPiece, static_cast<size_t>(lRead));
+            continue;
+        }
+        if (lRead < 0 && errno == EINTR) continue;
+        if (lRead == 0 || (errno != EAGAIN && errno != EWOULDBLOCK)) fd.Close();
+        return;
+    }
+}
+
+/* The end matters: the status line stands there. */
+void v_KEEP_END(std::string& sOut)
+{
+    if (sOut.size() <= uMOST_OUTPUT) return;
+    const size_t uLine = sOut.find('\n', sOut.size() - uMOST_OUTPUT);
+    sOut.erase(0, uLine == sOut.npos ? sOut.size() - uMOST_OUTPUT : uLine + 1);
+}
+
+/* A line without an end is broken where it gets too long to be kept. */
+void v_TAKE_COMPLETE_LINES(std::string& sErr, std::string& sForward)
+{
+    const size_t uEnd = sErr.find_last_of('\n');
+    if (uEnd != sErr.npos) {
+        sForward.append(sErr, 0, uEnd + 1);
+        sErr.erase(0, uEnd + 1);
+    } else if (sErr.size() >= uMOST_OUTPUT) {
+        sForward.append(sErr).push_back('\n');
+        sErr.clear();
+    }
+}
+
+/* The words of a command line that needs no shell: plain ones, for a program that
+   lies beside this one. Empty for any other command line. */
+std::vector<std::string> asWITHOUT_SHELL(const char* cpCommand)
+{
+    std::vector<std::string> asWord;
+    std::istringstream       words(cpCommand);
+    for (std::string sWord; words >> sWord;) {
+        if (sSHELL_WORD(SHELL_POSIX, sWord) != sWord) return {};
+        asWord.push_back(sWord);
+    }
+    if (asWord.empty() || asWord[0].find('/') != std::string::npos) return {};
+    const std::string sPath = sSEARCH_PATH_OF_PROGRAM();
+    asWord[0].insert(0, sPath.substr(0, sPath.find(':')) + "/");
+    if (access(asWord[0].c_str(), X_OK) != 0) return {};
+    return asWord;
+}
+
+}  // namespace
+
+int iCLIENT_START(CLIENT_CHILD* pChild, const char* cpCommand)
+{
+    CHILD_SPEC sctSpec;
+    sctSpec.asArgument = asWITHOUT_SHELL(cpCommand);
+    // The shell makes way for the tool, so the child's end is the tool's own.
+    if (sctSpec.asArgument.empty())
+        sctSpec.asArgument = {"/bin/sh", "-c", std::string("exec ") + cpCommand};
+    sctSpec.asEnvironment = {{"PATH", sSEARCH_PATH_OF_PROGRAM()}};
+    sctSpec.bErrToOut = false;
+    sctSpec.bPipeErr = true;
+    std::string sReason;
+    if (!iCHILD_START(pChild->child, sctSpec, sReason)) {
+        v_STDERR("%s", sReason.c_str());
+        return 0;
+    }
+    return 1;
+}
+
+void v_CLIENT_READ(CLIENT_CHILD* pChild, std::string& sForward)
+{
+    v_READ_NOW(pChild->child.fdOut, pChild->sOut);
+    v_KEEP_END(pChild->sOut);
+    v_READ_NOW(pChild->child.fdErr, pChild->sErr);
+    v_TAKE_COMPLETE_LINES(pChild->sErr, sForward);
+}
+
+void v_CLIENT_DRAIN(CLIENT_CHILD* pChild, std::string& sForward)
+{
+    v_CLIENT_READ(pChild, sForward);
+    if (!pChild->sErr.empty()) sForward += pChild->sErr + "\n";
+    pChild->sErr.clear();
+    pChild->child.fdOut.Close();
+    pChild->child.fdErr.Close();
+}
+
+void v_CLIENT_WAIT_FOR(const CLIENT_CHILD* pChild, std::vector<WAIT_FD>& fds)
+{
+    for (const FD* pFd : {&pChild->child.fdOut, &pChild->child.fdErr, &pChild->child.fdExit})
+        if (pFd->bOpen()) fds.push_back({pFd->iGet()});
+}

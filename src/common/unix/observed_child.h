@@ -1,0 +1,32 @@
+/* One child run of a run over many clients: its process, and what it writes. */
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "cm_hal_pipe.h"
+
+struct CLIENT_CHILD {
+    std::string sName;          // the client
+    CHILD       child;          // its process
+    std::string sOut;           // standard output so far, its end when there is much
+    std::string sErr;           // a line of standard error that is not complete yet
+    long        lDeadline = 0;  // lNOW_MS time by which it must have ended
+};
+
+/* Starts a command line as a child, the program's own directory first in its
+   search path, its output and error output on pipes.
+   Result  1 it runs, 0 it could not be started (told on standard error) */
+int iCLIENT_START(CLIENT_CHILD* pChild, const char* cpCommand);
+
+/* Reads what has come without waiting. Complete lines of standard error go to
+   ours; sForward receives them. */
+void v_CLIENT_READ(CLIENT_CHILD* pChild, std::string& sForward);
+
+/* Reads what is left once the process has ended. Something that it left behind
+   may hold its pipes open, so their end is not waited for. sForward receives the
+   rest of standard error, the last line completed. */
+void v_CLIENT_DRAIN(CLIENT_CHILD* pChild, std::string& sForward);
+
+/* Adds the child's descriptors to those that are waited for. */
+void v_CLIENT_WAIT_FOR(const CLIENT_CHILD* pChild, std::vector<WAIT_FD>& fds);

@@ -1,0 +1,61 @@
+/* The progress line of a run over many clients. */
+#include "progress_line.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "../text/text.h"
+#include "cm_hal_pipe.h"
+
+namespace {
+
+/* Columns of the terminal; the line must not wrap, or it could not be rewritten. */
+size_t uCOLUMNS()
+{
+    winsize size = {};
+    if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col < 20) return 80;
+    return size.ws_col;
+}
+
+std::string sREMAINING(const PROGRESS* pProgress, size_t uDone)
+{
+    if (uDone == 0) return "";
+    const long lSpent = lNOW_MS() - pProgress->lStart;
+    const long lLeft =
+        lSpent / static_cast<long>(uDone) * static_cast<long>(pProgress->uTotal - uDone) / 1000;
+    char szText[64];
+    x_Snprintf(szText, sizeof szText, ", about %ld:%02ld left", lLeft / 60, lLeft % 60);
+    return szText;
+}
+
+}  // namespace
+
+void v_PROGRESS_START(PROGRESS* pProgress, size_t uTotal)
+{
+    pProgress->bTerminal = isatty(STDERR_FILENO) == 1;
+    pProgress->lStart = lNOW_MS();
+    pProgress->uTotal = uTotal;
+}
+
+void v_PROGRESS_SHOW(PROGRESS* pProgress, size_t uDone, size_t uFailed, const std::string& sAtWork)
+{
+    if (!pProgress->bTerminal) return;
+    const std::string sLine = std::to_string(uDone) + "/" + std::to_string(pProgress->uTotal) +
+                              " clients, " + std::to_string(uFailed) + " failed" +
+                              sREMAINING(pProgress, uDone) + ": " + sONE_LINE(sAtWork);
+    const std::string sCut(svTEXT_CUT(sLine, uCOLUMNS() - 1));
+    if (sCut == pProgress->sShown) return;
+    std::fprintf(stderr, "\r\033[K%s", sCut.c_str());
+    std::fflush(stderr);
+    pProgress->sShown = sCut;
+}
+
+void v_PROGRESS_CLEAR(PROGRESS* pProgress)
+{
+    if (pProgress->sShown.empty()) return;
+    std::fputs("\r\033[K", stderr);
+    std::fflush(stderr);
+    pProgress->sShown.clear();
+}
