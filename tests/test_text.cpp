@@ -5,9 +5,9 @@
 #include <cstdio>
 #include <memory>
 
-#include "common/text/command_line.h"
 #include "common/cm_db_access.h"
 #include "common/common.h"
+#include "common/text/command_line.h"
 #include "scratch.h"
 
 namespace {

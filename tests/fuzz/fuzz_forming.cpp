@@ -6,8 +6,8 @@
 #include <cstring>
 #include <vector>
 
-#include "common/text/command_line.h"
 #include "common/cm_db_access.h"
+#include "common/text/command_line.h"
 
 namespace {
 
