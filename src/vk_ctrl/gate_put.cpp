@@ -1,0 +1,257 @@
+/* Files that an update needs. From the symbolic directory on, which the client's own
+   configuration names, every folder is opened without following a link, and all work
+   is done relative to the open folder. */
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include "common/config/config.h"
+#include "common/config/variables.h"
+#include "common/text/appending.h"
+#include "common/unix/cm_hal_pipe.h"
+#include "gate.h"
+
+namespace {
+
+constexpr const char* cpUPDATE_SCRIPT = "vk_execute_update";
+constexpr size_t      uBUFFER = size_t{256} * 1024;
+constexpr int         iTRIES = 5;  // to get hold of a temporary name that others use too
+
+/* Where a file belongs. */
+struct TARGET {
+    FD          fdFolder;
+    std::string sName;
+    std::string sPart;     // its name until it is whole
+    std::string sRefused;  // why this is no place for a file of the server
+    std::string sFailed;   // what went wrong
+};
+
+int iREFUSED(TARGET& target, const char* cpCause)
+{
+    target.sRefused = cpCause;
+    return 0;
+}
+
+int iFAILED(TARGET& target, const char* cpVerb, int iErrno)
+{
+    target.sFailed =
+        std::string("cannot ") + cpVerb + " \"" + target.sName + "\": " + std::strerror(iErrno);
+    return 0;
+}
+
+bool bLINK(int iFolder, const std::string& sName)
+{
+    struct stat sctStat {};
+    return fstatat(iFolder, sName.c_str(), &sctStat, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISLNK(sctStat.st_mode);
+}
+
+/* The folders and the name of a relative path. */
+int iPARTS(std::string_view svPath, std::vector<std::string>& asPart)
+{
+    while (!svPath.empty()) {
+        const size_t           uEnd = std::min(svPath.find('/'), svPath.size());
+        const std::string_view svPart = svPath.substr(0, uEnd);
+        svPath.remove_prefix(std::min(uEnd + 1, svPath.size()));
+        if (svPart == "..") return 0;
+        if (!svPart.empty() && svPart != ".") asPart.emplace_back(svPart);
+    }
+    return !asPart.empty();
+}
+
+/* Takes a symbolic path apart: the update script in gv_ro_bin, or anything below
+   gv_rw_work. */
+int iPLACE(const std::string& sPath, std::string& sDirectory, std::vector<std::string>& asPart,
+           TARGET& target)
+{
+    const size_t      uColon = sPath.find(':');
+    const std::string sKey = uColon == std::string::npos ? "" : sPath.substr(0, uColon);
+    if (sKey != "gv_rw_work" && sKey != "gv_ro_bin")
+        return iREFUSED(target, "a file outside the directories of updates");
+    if (std::any_of(sPath.begin(), sPath.end(),
+                    [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\177'; }))
+        return iREFUSED(target, "a file name with control characters");
+    if (sPath.back() == '/' || !iPARTS(std::string_view(sPath).substr(uColon + 1), asPart))
+        return iREFUSED(target, "a path that names no file below its directory");
+    if (sKey == "gv_ro_bin" && (asPart.size() != 1 || asPart[0] != cpUPDATE_SCRIPT))
+        return iREFUSED(target, "a program other than the update script");
+    iCONFIG_VARIABLE(sKey.c_str(), sDirectory);
+    return 1;
+}
+
+/* Goes one folder down; bMake makes it where it is missing. */
+int iENTER(TARGET& target, const std::string& sFolder, bool bMake)
+{
+    constexpr int iFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+    const int     iFolder = target.fdFolder.iGet();
+    if (bMake && mkdirat(iFolder, sFolder.c_str(), 0750) != 0 && errno != EEXIST)
+        return iFAILED(target, "make the folder of", errno);
+    FD        fdNext(openat(iFolder, sFolder.c_str(), iFlags));
+    const int iErrno = errno;
+    if (!fdNext.bOpen() && bLINK(iFolder, sFolder))
+        return iREFUSED(target, "a symbolic link among the folders of the file");
+    if (!fdNext.bOpen()) return iFAILED(target, "reach", iErrno);
+    target.fdFolder = std::move(fdNext);
+    return 1;
+}
+
+int iFIND(const REQUEST& request, bool bMake, TARGET& target)
+{
+    std::string              sDirectory;
+    std::vector<std::string> asPart;
+    if (!iPLACE(request.sPath, sDirectory, asPart, target)) return 0;
+    target.sName = asPart.back();
+    target.sPart = target.sName + ".part";
+    asPart.pop_back();
+    if (bMake) iMAKE_DIRECTORY(sDirectory);
+    target.fdFolder = FD(open(sDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!target.fdFolder.bOpen()) return iFAILED(target, "open the folder of", errno);
+    for (const std::string& sFolder : asPart)
+        if (!iENTER(target, sFolder, bMake)) return 0;
+    if (bLINK(target.fdFolder.iGet(), target.sName) || bLINK(target.fdFolder.iGet(), target.sPart))
+        return iREFUSED(target, "a symbolic link in the place of the file");
+    return 1;
+}
+
+/* 1 when the descriptor is what the name stands for, and nothing else is. */
+int iSTILL_ITS_NAME(int iFile, const TARGET& target)
+{
+    struct stat sctFile {};
+    struct stat sctName {};
+    return fstat(iFile, &sctFile) == 0 && S_ISREG(sctFile.st_mode) && sctFile.st_nlink == 1 &&
+           fstatat(target.fdFolder.iGet(), target.sPart.c_str(), &sctName, AT_SYMLINK_NOFOLLOW) ==
+               0 &&
+           sctFile.st_dev == sctName.st_dev && sctFile.st_ino == sctName.st_ino;
+}
+
+/* The temporary file, locked: what a copy that was killed left is taken over, what
+   another copy is writing is not. */
+FD fdTEMPORARY(TARGET& target)
+{
+    for (int iTry = 0; iTry < iTRIES; ++iTry) {
+        FD fd(openat(target.fdFolder.iGet(), target.sPart.c_str(),
+                     O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
+        if (!fd.bOpen()) {
+            iFAILED(target, "write", errno);
+            return fd;
+        }
+        if (flock(fd.iGet(), LOCK_EX | LOCK_NB) != 0) break;
+        if (iSTILL_ITS_NAME(fd.iGet(), target)) return fd;
+        unlinkat(target.fdFolder.iGet(), target.sPart.c_str(), 0);
+    }
+    target.sFailed = "cannot write \"" + target.sName + "\": another copy of it is under way";
+    return FD();
+}
+
+/* The disk must have room for the whole before the first byte comes. */
+int iROOM(long lSize, TARGET& target)
+{
+    struct statvfs sctDisk {};
+    if (fstatvfs(target.fdFolder.iGet(), &sctDisk) != 0) return 1;
+    const auto   uBlocks = geteuid() == 0 ? sctDisk.f_bfree : sctDisk.f_bavail;
+    const double dFree = static_cast<double>(uBlocks) * static_cast<double>(sctDisk.f_frsize);
+    if (static_cast<double>(lSize) <= dFree) return 1;
+    char szHost[256] = "this client";
+    gethostname(szHost, sizeof szHost - 1);
+    target.sFailed = std::string("no space left on ") + szHost + ": " + std::to_string(lSize) +
+                     " bytes needed, " + std::to_string(static_cast<long>(dFree)) + " free";
+    return 0;
+}
+
+int iWRITE(int iFile, std::string_view svBytes, TARGET& target)
+{
+    while (!svBytes.empty()) {
+        const ssize_t iWritten = write(iFile, svBytes.data(), svBytes.size());
+        if (iWritten < 0 && errno == EINTR) continue;
+        if (iWritten <= 0) return iFAILED(target, "write", errno);
+        svBytes.remove_prefix(static_cast<size_t>(iWritten));
+    }
+    return 1;
+}
+
+/* Takes standard input to its end, which must come after exactly lSize bytes. */
+int iTAKE(int iFile, long lSize, TARGET& target)
+{
+    const auto acBuf = std::make_unique<char[]>(uBUFFER);
+    const int  iIdle = iCONFIG_IDLE_TIMEOUT();
+    long       lTaken = 0;
+    for (;;) {
+        std::vector<WAIT_FD> fds{{STDIN_FILENO}};
+        if (iWAIT(fds, lNOW_MS() + 1000L * iIdle) != WAIT_READY) {
+            target.sFailed = "nothing came for " + std::to_string(iIdle) + " seconds";
+            return 0;
+        }
+        const ssize_t iGot = read(STDIN_FILENO, acBuf.get(), uBUFFER);
+        if (iGot < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+        if (iGot < 0) return iFAILED(target, "take", errno);
+        lTaken += iGot;
+        if (lTaken > lSize || (iGot == 0 && lTaken < lSize))
+            return iREFUSED(target, lTaken > lSize ? "more bytes than announced"
+                                                   : "fewer bytes than announced");
+        if (iGot == 0) return 1;
+        if (!iWRITE(iFile, {acBuf.get(), static_cast<size_t>(iGot)}, target)) return 0;
+    }
+}
+
+/* Result 1: the file is there, whole and under its name. */
+int iTAKE_FILE(const REQUEST& request, TARGET& target)
+{
+    const int iFolder = target.fdFolder.iGet();
+    const FD  fdPart = fdTEMPORARY(target);
+    if (!fdPart.bOpen()) return 0;
+    int iGood = iROOM(request.lSize, target);
+    if (iGood && ftruncate(fdPart.iGet(), 0) != 0) iGood = iFAILED(target, "write", errno);
+    if (iGood) iGood = iTAKE(fdPart.iGet(), request.lSize, target);
+    if (iGood && fchmod(fdPart.iGet(), request.uMode) != 0)
+        iGood = iFAILED(target, "set the mode of", errno);
+    if (iGood && renameat(iFolder, target.sPart.c_str(), iFolder, target.sName.c_str()) != 0)
+        iGood = iFAILED(target, "rename into", errno);
+    if (!iGood) unlinkat(iFolder, target.sPart.c_str(), 0);
+    return iGood;
+}
+
+int iTOLD(const REQUEST& request, const TARGET& target)
+{
+    if (target.sRefused.empty())
+        iSAY(target.sFailed + "\n");
+    else
+        iREFUSE(target.sRefused);
+    return iANSWER_END(request, 1);
+}
+
+}  // namespace
+
+int iGATE_PUT(const REQUEST& request)
+{
+    TARGET    target;
+    const int iFound = iFIND(request, true, target);
+    if (!target.sRefused.empty()) return iREFUSE(target.sRefused);
+    syslog(LOG_INFO, "%s puts %s, %ld bytes", sctCALLER().sServer.c_str(), target.sName.c_str(),
+           request.lSize);
+    v_ANSWER_BEGIN(request);
+    if (iFound && iTAKE_FILE(request, target)) return iANSWER_END(request, 0);
+    return iTOLD(request, target);
+}
+
+int iGATE_SIZE(const REQUEST& request)
+{
+    TARGET    target;
+    const int iFound = iFIND(request, false, target);
+    if (!target.sRefused.empty()) return iREFUSE(target.sRefused);
+    v_ANSWER_BEGIN(request);
+    struct stat sctStat {};
+    if (iFound &&
+        fstatat(target.fdFolder.iGet(), target.sName.c_str(), &sctStat, AT_SYMLINK_NOFOLLOW) != 0)
+        iFAILED(target, "find", errno);
+    if (!target.sFailed.empty()) return iTOLD(request, target);
+    iSAY(std::to_string(sctStat.st_size) + "\n");
+    return iANSWER_END(request, 0);
+}

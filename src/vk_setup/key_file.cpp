@@ -1,0 +1,145 @@
+#include "key_file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+constexpr long   lLOCK_MS = 10'000;
+constexpr size_t uFILE_MAX = size_t{16} * 1024 * 1024;
+constexpr mode_t uFILE_MODE = 0600;
+constexpr mode_t uOTHERS_WRITE = 022;
+constexpr int    iFOLDER_FLAGS = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+
+int iFAILED(const char* cpVerb, const std::string& sPath, std::string& sReason)
+{
+    sReason = std::string("cannot ") + cpVerb + " \"" + sPath + "\": " + std::strerror(errno);
+    return 0;
+}
+
+/* The folder of keys of one account. */
+int iPRIVATE_FOLDER(const std::string& sFolder, FD& fd, std::string& sReason)
+{
+    if (mkdir(sFolder.c_str(), 0700) != 0 && errno != EEXIST)
+        return iFAILED("make", sFolder, sReason);
+    fd = FD(open(sFolder.c_str(), iFOLDER_FLAGS | O_NOFOLLOW));
+    if (!fd.bOpen() && (errno == ELOOP || errno == ENOTDIR)) {
+        sReason = "\"" + sFolder + "\" is no folder of its own; name the file with --file";
+        return 0;
+    }
+    struct stat sctStat {};
+    if (!fd.bOpen() || fstat(fd.iGet(), &sctStat) != 0) return iFAILED("open", sFolder, sReason);
+    const mode_t uMode = sctStat.st_mode & 07777U;
+    if ((uMode & uOTHERS_WRITE) == 0 || fchmod(fd.iGet(), uMode & ~uOTHERS_WRITE) == 0) return 1;
+    return iFAILED("set the mode of", sFolder, sReason);
+}
+
+int iLOCK(const KEY_FILE& file, std::string& sReason)
+{
+    const long lEnd = lNOW_MS() + lLOCK_MS;
+    while (flock(file.fdFolder.iGet(), LOCK_EX | LOCK_NB) != 0) {
+        if (lNOW_MS() > lEnd) return iFAILED("lock the folder of", file.sPath, sReason);
+        iSLEEP_MS(20);
+    }
+    return 1;
+}
+
+int iREAD(int iFile, KEY_FILE& file, std::string& sReason)
+{
+    char acBuf[65536];
+    for (;;) {
+        const ssize_t iGot = read(iFile, acBuf, sizeof acBuf);
+        if (iGot < 0 && errno == EINTR) continue;
+        if (iGot < 0) return iFAILED("read", file.sPath, sReason);
+        if (iGot == 0) return 1;
+        file.sText.append(acBuf, static_cast<size_t>(iGot));
+        errno = EFBIG;
+        if (file.sText.size() > uFILE_MAX) return iFAILED("read", file.sPath, sReason);
+    }
+}
+
+int iREAD_FILE(KEY_FILE& file, std::string& sReason)
+{
+    const int iFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    const FD  fd(openat(file.fdFolder.iGet(), file.sName.c_str(), iFlags));
+    if (!fd.bOpen() && errno == ENOENT) return 1;
+    if (!fd.bOpen() && errno == ELOOP) {
+        sReason = "\"" + file.sPath + "\" is a symbolic link; name the file itself with --file";
+        return 0;
+    }
+    struct stat sctFile {};
+    struct stat sctFolder {};
+    if (!fd.bOpen() || fstat(fd.iGet(), &sctFile) != 0 ||
+        fstat(file.fdFolder.iGet(), &sctFolder) != 0)
+        return iFAILED("read", file.sPath, sReason);
+    if (!S_ISREG(sctFile.st_mode)) {
+        sReason = "\"" + file.sPath + "\" is no regular file";
+        return 0;
+    }
+    file.bThere = true;
+    file.bRight = (sctFile.st_mode & 07777U) == uFILE_MODE && sctFile.st_uid == sctFolder.st_uid;
+    return iREAD(fd.iGet(), file, sReason);
+}
+
+int iWRITE(int iFile, std::string_view svText)
+{
+    while (!svText.empty()) {
+        const ssize_t iWritten = write(iFile, svText.data(), svText.size());
+        if (iWritten < 0 && errno == EINTR) continue;
+        if (iWritten <= 0) return 0;
+        svText.remove_prefix(static_cast<size_t>(iWritten));
+    }
+    return 1;
+}
+
+}  // namespace
+
+int iKEY_FILE_OPEN(const std::string& sPath, bool bPrivateFolder, KEY_FILE& file,
+                   std::string& sReason)
+{
+    const size_t      uName = sPath.rfind('/');
+    const std::string sFolder = uName == std::string::npos ? "." : sPath.substr(0, uName + 1);
+    file.sPath = sPath;
+    file.sName = sPath.substr(uName == std::string::npos ? 0 : uName + 1);
+    errno = EISDIR;
+    if (file.sName.empty()) return iFAILED("read", sPath, sReason);
+    if (bPrivateFolder) {
+        if (!iPRIVATE_FOLDER(sPath.substr(0, uName), file.fdFolder, sReason)) return 0;
+    } else {
+        file.fdFolder = FD(open(sFolder.c_str(), iFOLDER_FLAGS));
+        if (!file.fdFolder.bOpen()) return iFAILED("open", sFolder, sReason);
+    }
+    return iLOCK(file, sReason) && iREAD_FILE(file, sReason);
+}
+
+int iKEY_FILE_REPLACE(const KEY_FILE& file, std::string_view svText, std::string& sReason)
+{
+    const int         iFolder = file.fdFolder.iGet();
+    const std::string sNew = "." + file.sName + ".vk_setup";
+    struct stat       sctFolder {};
+    unlinkat(iFolder, sNew.c_str(), 0);  // an ended run's; the folder is locked
+    const int iFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    const FD  fd(openat(iFolder, sNew.c_str(), iFlags, uFILE_MODE));
+    if (fd.bOpen() && fstat(iFolder, &sctFolder) == 0 &&
+        fchown(fd.iGet(), sctFolder.st_uid, sctFolder.st_gid) == 0 &&
+        fchmod(fd.iGet(), uFILE_MODE) == 0 && iWRITE(fd.iGet(), svText) && fsync(fd.iGet()) == 0 &&
+        renameat(iFolder, sNew.c_str(), iFolder, file.sName.c_str()) == 0) {
+        fsync(iFolder);
+        return 1;
+    }
+    iFAILED("write", file.sPath, sReason);
+    unlinkat(iFolder, sNew.c_str(), 0);
+    return 0;
+}
+
+int iKEY_FILE_REMOVE(const KEY_FILE& file, std::string& sReason)
+{
+    if (!file.bThere || unlinkat(file.fdFolder.iGet(), file.sName.c_str(), 0) == 0) return 1;
+    return iFAILED("remove", file.sPath, sReason);
+}

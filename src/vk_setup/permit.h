@@ -1,0 +1,35 @@
+/* What lets a backup server in: lines of authorized_keys. Those that vk_setup has
+   written end with the word "vk_setup:SERVER"; all others stay as they are. */
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "public_key.h"
+
+constexpr std::string_view svMODE_CTRL = "CTRL";    // through the gate
+constexpr std::string_view svMODE_VKSSH = "VKSSH";  // the plain key
+
+struct PERMIT {
+    std::string             sServer;
+    std::string             sMode;  // CTRL or VKSSH
+    std::string             sFrom;  // addresses as in authorized_keys(5), empty: any
+    std::string             sGate;  // command of the gate, for CTRL
+    std::vector<PUBLIC_KEY> keys;
+};
+
+/* What became of the text of a file. */
+struct PERMIT_CHANGE {
+    std::string              sText;
+    std::vector<std::string> asDone;     // for the user; empty: nothing was to do
+    std::vector<std::string> asWarning;  // what stands in the way
+};
+
+/* Admits the keys of a permit. What vk_setup wrote for the same server goes, where
+   it has the same mode or one of the same keys. Where another line holds a key
+   already, the new one goes before it, since sshd takes the first. */
+PERMIT_CHANGE sctADMIT(std::string_view svText, const PERMIT& permit);
+
+/* Takes back all that was admitted for a server. */
+PERMIT_CHANGE sctTAKE_BACK(std::string_view svText, const std::string& sServer);

@@ -1,0 +1,83 @@
+/* vk_setup: first setup. What is done on a client is here; what is done on a backup
+   server is a program of its own, since clients have no database library. */
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/text/program.h"
+#include "common/unix/cm_hal_pipe.h"
+#include "set_client.h"
+
+namespace {
+
+constexpr int         iUSAGE = 2;
+constexpr const char* cpSERVER_PROGRAM = "vk_setup_server";
+
+constexpr std::string_view asvServer[] = {"server", "check", "permit"};
+
+void USAGE(FILE* pFile)
+{
+    std::fputs(
+        "usage: vk_setup server [--name NAME] [--conninfo TEXT]\n"
+        "       vk_setup check\n"
+        "       vk_setup permit [--mode CTRL|VKSSH]\n"
+        "                             on the backup server: sets it up, looks at everything\n"
+        "                             a check needs, prints the line to type on clients\n"
+        "       vk_setup set_client SERVER [--mode CTRL|VKSSH] [--from ADDRESS]\n"
+        "                           [--file FILE] [--config FILE] [KEY...]\n"
+        "       vk_setup unset_client SERVER [--file FILE] [--config FILE]\n"
+        "                             on a client: admits that server, takes it back\n"
+        "vk_setup(8) explains them.\n",
+        pFile);
+}
+
+/* Becomes the program of the server's side. Returns only when there is none. */
+int iSERVER_SIDE(char** argv)
+{
+    char          szOwn[4096] = "";
+    const ssize_t iLength = readlink("/proc/self/exe", szOwn, sizeof szOwn - 1);
+    std::string   sBeside(szOwn, iLength > 0 ? static_cast<size_t>(iLength) : 0);
+    sBeside = sBeside.substr(0, sBeside.rfind('/') + 1) + cpSERVER_PROGRAM;
+    for (const std::string& sPath :
+         {sBeside, std::string("/usr/libexec/velka/") + cpSERVER_PROGRAM}) {
+        execv(sPath.c_str(), argv);
+        if (errno == ENOENT) continue;
+        std::fprintf(stderr, "vk_setup: cannot run \"%s\": %s\n", sPath.c_str(),
+                     std::strerror(errno));
+        return 1;
+    }
+    std::fprintf(stderr,
+                 "vk_setup: \"%s\" is done on the backup server, with the package "
+                 "vk-config-client, which is not installed here\n",
+                 argv[1]);
+    return 1;
+}
+
+}  // namespace
+
+extern const PROGRAM sctPROGRAM{"vk_setup", "", '\0', {}};
+
+int main(int argc, char** argv)
+{
+    const std::string_view   svTask = argc > 1 ? argv[1] : "";
+    std::vector<std::string> asArgument;
+    for (int i = 2; i < argc; ++i) asArgument.emplace_back(argv[i]);
+    const bool bHelp = svTask == "-h" || svTask == "--help" || svTask == "help";
+    if (bHelp) USAGE(stdout);
+    if (bHelp) return 0;
+    if (std::find(std::begin(asvServer), std::end(asvServer), svTask) != std::end(asvServer))
+        return iSERVER_SIDE(argv);
+    umask(022);
+    v_SIGNALS_SETUP();
+    if (svTask == "set_client" && !asArgument.empty()) return iSET_CLIENT(asArgument);
+    if (svTask == "unset_client" && !asArgument.empty()) return iUNSET_CLIENT(asArgument);
+    USAGE(stderr);
+    return iUSAGE;
+}
