@@ -1,4 +1,8 @@
-/* The test backup of a check "-C s": its command, and what its output means. */
+/* The test backup of a check "-C s": its command, what its output means, and the
+   output file that runs share. */
+#include <fcntl.h>
+#include <sys/file.h>
+
 #include <filesystem>
 
 #include "sandbox_fixture.h"
@@ -100,7 +104,8 @@ TEST_F(BACKUP, the_first_marker_in_the_output_decides_and_only_success_deletes_t
                   "alpha", "Error: Authentication failed: user backup\n"},
         {"refused", "E010-HOSTS   QIR velka client on alpha not yet started - for what to do see "
                     "Day Protocol.", "ERROR: connect: Connection refused\n"},
-        {"hang", sE012, ""},
+        {"hang", sE012, "no answer to the test backup of alpha: Timeout: no answer from alpha within "
+                        "1 seconds\n"},
     };
     // clang-format on
     ADD_CLIENT("alpha");
@@ -125,6 +130,40 @@ TEST_F(BACKUP, the_first_marker_in_the_output_decides_and_only_success_deletes_t
           "I006-HOSTS   At first please install QIR velka client-software on alpha.",
           "I007-HOSTS   If already installed please start it there with ´vk_main start´."})
         EXPECT_THAT(PROTOCOL(), Contains(cpLine));
+}
+
+TEST_F(BACKUP, runs_that_share_an_output_file_take_turns_and_none_judges_anothers_output)
+{
+    ADD_CLIENT("dm1");
+    for (const char* cpName : {"nw1", "nw2"})
+        ADD_CLIENT(cpName, "VKSSH", "NetWare", {{"data_mover", "dm1"}});
+    WRITE_FILE(CLIENT_PATH("dm1", "state/qtc_smdr"),
+               "case $* in *nw2*) backup=1009;; *-b*) sleep 0.1;; esac\n");
+    std::vector<STARTED_RUN> runs;
+    for (int i = 0; i < 8; i++) runs.push_back(START({"-c", i % 2 ? "nw2" : "nw1", "-C", "s"}));
+    for (size_t u = 0; u < runs.size(); u++)
+        EXPECT_THAT(WAIT(runs[u]).sOut, HasSubstr(u % 2 ? "E013-HOSTS" : sI005("nw1")));
+
+    // Held by somebody for longer than a test backup may last.
+    INI("remote", "total_timeout", "1");
+    const std::string sLock = sRW() + "sema/rsh_dm1.tmp";
+    const FD          fdLock(open(sLock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640));
+    ASSERT_EQ(flock(fdLock.iGet(), LOCK_EX), 0);
+    const RUN late = CONFIG_CLIENT({"-c", "nw1", "-C", "s"});
+    EXPECT_THAT(late.sOut, HasSubstr("E012-HOSTS   Backup from nw1 not possible."));
+    EXPECT_THAT(late.sErr, HasSubstr("rsh_dm1.tmp\" was in use by others for "));
+    EXPECT_LT(late.iMilliseconds, 15000);
+}
+
+TEST_F(BACKUP, an_output_file_that_cannot_be_removed_is_not_judged)
+{
+    ADD_CLIENT("alpha");
+    std::filesystem::create_directories(sOUTPUT_FILE("alpha") + "/qtc-3007:");
+    const RUN run = CONFIG_CLIENT({"-c", "alpha", "-C", "s"});
+    EXPECT_EQ(run.iExit, 1);
+    EXPECT_THAT(run.sOut, HasSubstr("E012-HOSTS   Backup from alpha not possible."));
+    EXPECT_THAT(run.sErr, HasSubstr("cannot remove \"" + sOUTPUT_FILE("alpha") + "\": "));
+    EXPECT_THAT(CLIENT_LOG("alpha"), ElementsAre("qtc -h"));
 }
 
 }  // namespace

@@ -1,11 +1,20 @@
 /* Test backup: the client sends a little data to the backup server, and the
-   output of its backup client program, kept in a file, is judged afterwards. */
+   output of its backup client program, kept in a file, is judged afterwards.
+
+   Runs for one client share its output file, and those of NetWare clients the file
+   of their data mover. Whoever uses the file holds a lock on its name from before
+   it is removed until it has been judged, so that no run judges another's output. */
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <memory>
 #include <string>
 
+#include "../common/config/config.h"
+#include "../common/unix/cm_hal_semaphor.h"
 #include "vk_config_client.h"
 
 namespace {
@@ -111,23 +120,145 @@ void v_FORM_NETWARE_COMMAND(const SCT_ARGS* pArg, const char* cpServer, char (&s
              szFILE_NAME(cpNode), cpServer, RAW_TEXT{szBackupExtraOpt});
 }
 
-void v_RUN(const char* cpHost, const char* cpCommand, const char* cpOutFile)
+/* The output file of a host's test backups, held against other runs. */
+struct OUTPUT_FILE {
+    char          szPath[1024];
+    sct_semaphore sctLock;
+
+    explicit OUTPUT_FILE(const char* cpHost);
+    OUTPUT_FILE(const OUTPUT_FILE&) = delete;
+    OUTPUT_FILE& operator=(const OUTPUT_FILE&) = delete;
+    ~OUTPUT_FILE() { i_SEMA('-', &sctLock); }
+};
+
+OUTPUT_FILE::OUTPUT_FILE(const char* cpHost) : szPath(), sctLock()
 {
-    const auto pRcmd = std::make_unique<RCMD>();
+    const std::string sName = "rsh_" + szFILE_NAME(cpHost) + ".tmp";
+    iTEXT_SET(szPath, gszRw + sName);
+    iTEXT_SET(sctLock.szSema, sName);
+    iTEXT_SET(sctLock.szCaller, "vk_config_client");
+}
+
+/* How long another run may hold the file: as long as its command may take, and
+   what ending that costs. */
+long lHOLD_LIMIT_MS()
+{
+    constexpr int iEND_S = 3;
+    return 1000L * (iCONFIG_TOTAL_TIMEOUT() + iEND_S);
+}
+
+/* Waits for the file. Result 1 it is held, 0 not (told). */
+int iHOLD(OUTPUT_FILE* pFile, const SCT_ARGS* pArg)
+{
+    constexpr long lPAUSE_MAX_MS = 50;
+    const long     lStart = lNOW_MS();
+    const long     lLimit = lHOLD_LIMIT_MS();
+    long           lPause = 1;
+    int            iTaken = i_SEMA('+', &pFile->sctLock);
+    if (iTaken == 0) TRACE("%s is in use, waiting up to %ld s", pFile->szPath, lLimit / 1000);
+    while (iTaken == 0 && lNOW_MS() - lStart < lLimit) {
+        lPause = std::min(2 * lPause, lPAUSE_MAX_MS);
+        iSLEEP_MS(lPause + getpid() % 7);  // so that those who wait do not ask in step
+        iTaken = i_SEMA('+', &pFile->sctLock);
+    }
+    if (iTaken == 0)
+        TELL("no test backup of %s: \"%s\" was in use by others for %ld seconds", pArg->szNodeName,
+             pFile->szPath, lLimit / 1000);
+    else if (iTaken < 0)
+        TELL("no test backup of %s: %s", pArg->szNodeName, pFile->sctLock.szMsg);
+    else
+        TRACE("holding %s after %ld ms", pFile->szPath, lNOW_MS() - lStart);
+    return iTaken == 1;
+}
+
+/* Puts an empty file in the place of what an earlier run may have left there.
+   Result 0 not (told): what stands there must not be judged. */
+int iMAKE_ANEW(const OUTPUT_FILE& file, const SCT_ARGS* pArg)
+{
+    const char* cpVerb = "remove";
+    if (unlink(file.szPath) == 0 || errno == ENOENT) {
+        cpVerb = "make";
+        iMAKE_DIRECTORY(std::string(file.szPath).substr(0, std::strlen(gszRw)));
+        const FD fd(open(file.szPath, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0640));
+        if (fd.bOpen()) return 1;
+    }
+    TELL("no test backup of %s: cannot %s \"%s\": %s", pArg->szNodeName, cpVerb, file.szPath,
+         std::strerror(errno));
+    return 0;
+}
+
+/* Runs the command; sReason is why it did not come to a good end, else empty. */
+void v_RUN(const char* cpHost, const char* cpCommand, const char* cpOutFile, std::string& sReason)
+{
+    constexpr int iNOT_RUN = 255;
+    const auto    pRcmd = std::make_unique<RCMD>();
     pRcmd->bScriptFlag = 1;
     iTEXT_SET(pRcmd->szClient, cpHost);
     iTEXT_SET(pRcmd->szCmd, cpCommand);
     iTEXT_SET(pRcmd->szOutFile, cpOutFile);
-    // Without a command there is no output, and an old one must not be judged.
-    if (cpCommand[0] == '\0') i_FILE_DELETE(cpOutFile, strLog);
     const int iStatus = i_RCMD(pRcmd.get(), strLog);
     TRACE("RCMD returned %d", iStatus);
+    if (iStatus == 0) return;
+    if (iStatus != iNOT_RUN || pRcmd->szMsg[0] == '\0')
+        sReason = "the command ended with status " + std::to_string(iStatus);
+    if (!sReason.empty() && pRcmd->szMsg[0] != '\0') sReason += ": ";
+    sReason += pRcmd->szMsg;
+}
+
+/* A verdict that says only that there was no answer hides why: that is told, and
+   stands in the output file behind what the command wrote. */
+void v_TELL_HIDDEN_REASON(const SCT_ARGS* pArg, const char* cpRet, const char* cpOutFile,
+                          const std::string& sReason)
+{
+    if (sReason.empty() || sMESSAGE(MSG_E012, {pArg->szNodeName}) != cpRet) return;
+    const std::string sText = sSAFE_LINE(std::string("no answer to the test backup of ") +
+                                         pArg->szNodeName + ": " + sReason);
+    TELL("%s", sText.c_str());
+    const FD fd(open(cpOutFile, O_WRONLY | O_APPEND | O_CLOEXEC | O_NOFOLLOW));
+    if (fd.bOpen() && !iWRITE_WHOLE(fd.iGet(), sText + "\n"))
+        TRACE("cannot write \"%s\": %s", cpOutFile, std::strerror(errno));
 }
 
 bool bNO_TEST_POSSIBLE(const SCT_ARGS* pArg)
 {
     return bIS(pArg->szOpersys, "Citrix XenServer") || bIS(pArg->szAccessMode, "PROXY") ||
            bIS(pArg->szAccessMode, "VIRTUAL");
+}
+
+/* The version of the client's backup program, into what the command is chosen by;
+   szBuf stays as it is where none can be read. */
+void v_READ_VERSION(const SCT_ARGS* pArg, char (&szBuf)[256])
+{
+    char szSql[2048];
+    iSQL(szSql, "select qtc_version from clients where name='%s'", pArg->szNodeName);
+    iDB_SEL_GETVALUE(szSql, "qtc_version", szBuf, strLog);
+}
+
+/* Makes the test backup while the output file is held. szBuf holds I010. */
+int iBACKUP(SCT_ARGS* pArg, const OUTPUT_FILE& file, char (&szBuf)[256], char* cpRet, size_t uSize)
+{
+    char        szTapeServer[256] = "";
+    char        szCmd[24576];
+    std::string sReason;
+    i_CHECK_AND_SET_INTERFACE(szTapeServer, pArg->szVelkaNode, strLog);
+    v_READ_VERSION(pArg, szBuf);
+    const bool bNetWare = bIS(pArg->szPlatform, "NETWARE");
+    if (bNetWare)
+        v_FORM_NETWARE_COMMAND(pArg, szTapeServer, szBuf, szCmd);
+    else
+        v_FORM_COMMAND(pArg, szBuf, szTapeServer, szCmd);
+    v_RUN(bNetWare ? pArg->szDataMover : pArg->szNodeName, szCmd, file.szPath, sReason);
+    const int iRet = iANALYSE_TEST_ANSWER(pArg, file.szPath, cpRet, uSize);
+    v_TELL_HIDDEN_REASON(pArg, cpRet, file.szPath, sReason);
+    return iRet;
+}
+
+/* A NetWare client's data mover writes under its own name; a file of the client's
+   name is one that an earlier run left before the client became one. */
+void v_REMOVE_OWN_FILE(const SCT_ARGS* pArg)
+{
+    OUTPUT_FILE own(pArg->szNodeName);
+    if (i_SEMA('+', &own.sctLock) == 1) i_FILE_DELETE(own.szPath, strLog);
 }
 
 }  // namespace
@@ -142,33 +273,18 @@ int iTEST_BACKUP_CONNECTION(SCT_ARGS* pArg, char* cpRet, size_t uSize)
         MESSAGE(cpRet, uSize, MSG_I005, pArg->szNodeName);
         return 1;
     }
-    char szTestTargetFile[1024];
-    char szRshFile[1024];
-    x_Snprintf(szTestTargetFile, sizeof szTestTargetFile, "%sbck_test_%s.tmp",
-               glbv('r', "gv_rw_work", gszRw), szFILE_NAME(pArg->szNodeName).c_str());
-    static_cast<void>(::unlink(szTestTargetFile));
-    x_Snprintf(szRshFile, sizeof szRshFile, "%srsh_%s.tmp", gszRw,
-               szFILE_NAME(pArg->szNodeName).c_str());
-    i_FILE_DELETE(szRshFile, strLog);
-
-    char szTapeServer[256] = "";
-    i_CHECK_AND_SET_INTERFACE(szTapeServer, pArg->szVelkaNode, strLog);
-    char szCmd[24576];
-    iSQL(szCmd, "select qtc_version from clients where name='%s'", pArg->szNodeName);
-    iDB_SEL_GETVALUE(szCmd, "qtc_version", szBuf, strLog);
-
-    const char* cpHost = pArg->szNodeName;
-    if (bIS(pArg->szPlatform, "NETWARE")) {
-        cpHost = pArg->szDataMover;
-        x_Snprintf(szRshFile, sizeof szRshFile, "%srsh_%s.tmp", gszRw, szFILE_NAME(cpHost).c_str());
-        v_FORM_NETWARE_COMMAND(pArg, szTapeServer, szBuf, szCmd);
-    } else {
-        v_FORM_COMMAND(pArg, szBuf, szTapeServer, szCmd);
+    const std::string sTestTargetFile = std::string(glbv('r', "gv_rw_work", gszRw)) + "bck_test_" +
+                                        szFILE_NAME(pArg->szNodeName) + ".tmp";
+    const bool bNetWare = bIS(pArg->szPlatform, "NETWARE");
+    if (bNetWare) v_REMOVE_OWN_FILE(pArg);
+    OUTPUT_FILE file(bNetWare ? pArg->szDataMover : pArg->szNodeName);
+    int         iRet = 0;
+    MESSAGE(cpRet, uSize, MSG_E012, pArg->szNodeName);
+    if (iHOLD(&file, pArg) && iMAKE_ANEW(file, pArg)) {
+        static_cast<void>(::unlink(sTestTargetFile.c_str()));
+        iRet = iBACKUP(pArg, file, szBuf, cpRet, uSize);
+        static_cast<void>(::unlink(sTestTargetFile.c_str()));
     }
-    v_RUN(cpHost, szCmd, szRshFile);
-
-    const int iRet = iANALYSE_TEST_ANSWER(pArg, szRshFile, cpRet, uSize);
-    static_cast<void>(::unlink(szTestTargetFile));
     TRACE("--- iTEST_BACKUP_CONNECTION returns %d - %s", iRet, cpRet);
     return iRet;
 }

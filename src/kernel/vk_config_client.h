@@ -19,6 +19,14 @@
         if (strLog.iLogLevel > 0) WRITE_TRACE(&strLog, __VA_ARGS__); \
     } while (0)
 
+/* What a run was asked for and did not do: one line on standard error, and in the
+   trace. */
+#define TELL(...)              \
+    do {                       \
+        v_STDERR(__VA_ARGS__); \
+        TRACE(__VA_ARGS__);    \
+    } while (0)
+
 /* Texts of the record against fixed words. The server's programs also write the
    word NULL for a value that is not given. */
 inline bool bIS(const char* cpText, const char* cpWord)
