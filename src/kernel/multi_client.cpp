@@ -2,8 +2,6 @@
    once for each as a child with the same task, up to "parallel" of them at a time,
    counts how they end, and reads back what a check stored. It works on no client
    itself; the children write day protocol, info output and rows. */
-#include <unistd.h>
-
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
@@ -227,7 +225,7 @@ bool bSUMMARY(MULTI_RUN* pRun, int iCount, bool bComplete)
     for (const CLIENT_CHILD& child : pRun->running) v_CHILD_SIGNAL(child.child, SIGTERM);
     const long lUntil = lNOW_MS() + iGRACE_MS;
     while (!pRun->running.empty() && lNOW_MS() < lUntil) {
-        usleep(20000);  // the signal stays noted, so a wait would return at once
+        eWAIT_FOR_CHILDREN(pRun, lUntil);
         v_ATTEND_CHILDREN(pRun, false);
     }
     for (CLIENT_CHILD& child : pRun->running) v_CHILD_END(child.child, 0);

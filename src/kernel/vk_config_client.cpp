@@ -72,6 +72,7 @@ int iDISPATCH(SCT_ARGS* pArg, const char* cpAccessMode, char (&szBuf)[N])
 
 int main(int argc, char** argv)
 {
+    v_STANDARD_DESCRIPTORS();
     v_SIGNALS_SETUP();
     SCT_ARGS   sctArgs = {};
     char       szAccessMode[11] = "";

@@ -10,8 +10,6 @@
                 anew; standard error is told once per run */
 #include "connection.h"
 
-#include <poll.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -140,15 +138,16 @@ void IGNORE_NOTICE(void* /*pNone*/, const char* /*cpText*/) {}
    statement that stores an outcome; the deadline does. Result 0: it has passed. */
 int iWAIT_SOCKET(PGconn* pConn, bool bRead, bool bWrite, long lDeadline)
 {
-    std::vector<WAIT_FD> fds;
-    if (bRead) fds.push_back({PQsocket(pConn)});
-    if (bWrite) fds.push_back({PQsocket(pConn), true});
-    const WAIT_RESULT eResult = iWAIT(fds, lDeadline);
-    if (eResult != WAIT_SIGNAL) return eResult == WAIT_READY;
-    const int  iEvents = (bRead ? POLLIN : 0) | (bWrite ? POLLOUT : 0);
-    pollfd     sctPoll{PQsocket(pConn), static_cast<short>(iEvents), 0};
-    const long lLeft = lDeadline == 0 ? -1 : std::max(lDeadline - lNOW_MS(), 0L);
-    return poll(&sctPoll, 1, static_cast<int>(lLeft)) != 0;
+    WAIT_RESULT eResult = WAIT_SIGNAL;
+    while (eResult == WAIT_SIGNAL) {
+        std::vector<WAIT_FD> fds;
+        if (bRead) fds.push_back({PQsocket(pConn)});
+        if (bWrite) fds.push_back({PQsocket(pConn), true});
+        eResult = iWAIT(fds, lDeadline);
+    }
+    // Where the system cannot wait, the socket is looked at from time to time.
+    if (eResult == WAIT_FAILED) return lDeadline == 0 || lNOW_MS() < lDeadline;
+    return eResult == WAIT_READY;
 }
 
 /* Carries a begun connect to its end, so that a signal ends the wait. */

@@ -1,10 +1,11 @@
 #include "command.h"
 
-#include <unistd.h>
-
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
 #include "../config/config.h"
+#include "../unix/read_now.h"
 #include "output.h"
 #include "transport.h"
 #include "wrapper.h"
@@ -12,8 +13,9 @@
 namespace {
 
 // ssh's own limit for connecting passes first, because its words say more.
-constexpr int iCONNECT_GRACE_S = 3;
-constexpr int iEND_GRACE_MS = 2000;
+constexpr int    iCONNECT_GRACE_S = 3;
+constexpr int    iEND_GRACE_MS = 2000;
+constexpr size_t uREAD_AT_ONCE = size_t{256} * 1024;  // then the limits are looked at
 // ssh ends at once after the command, unless something was left behind there.
 constexpr int iLET_GO_MS = 300;
 
@@ -31,34 +33,33 @@ long lDEADLINE(const RUNNING& running)
     return std::min(bBefore ? running.lConnect : running.lIdle, running.lTotal);
 }
 
-/* Takes what there is. Result 0 the stream has ended. */
-int iREAD(RUNNING& running, OUTPUT_SINK& sink, int iIdle)
+/* Takes what there is. */
+void TAKE_OUTPUT(RUNNING& running, OUTPUT_SINK& sink, int iIdle)
 {
-    static char   acBuf[65536];
-    const ssize_t iGot = read(running.child.fdOut.iGet(), acBuf, sizeof acBuf);
-    if (iGot <= 0) return iGot < 0 && errno == EAGAIN;
+    std::string sBytes;
+    if (uREAD_NOW(running.child.fdOut, sBytes, uREAD_AT_ONCE) == 0) return;
     running.lIdle = lNOW_MS() + 1000L * iIdle;
-    sink.Take(running.marks.sFeed({acBuf, static_cast<size_t>(iGot)}));
-    return 1;
+    sink.Take(running.marks.sFeed(sBytes));
 }
 
-/* Reads until the second mark, the end of the child, or a limit.
-   Result  0 a limit passed */
-int iLISTEN(RUNNING& running, OUTPUT_SINK& sink, int iIdle)
+enum LISTENED { LISTENED_ENDED, LISTENED_LATE, LISTENED_FAILED };
+
+/* Reads until the second mark, the end of the child, or a limit. */
+LISTENED eLISTEN(RUNNING& running, OUTPUT_SINK& sink, int iIdle)
 {
     while (running.marks.eState() != MARK_READER::ENDED) {
         std::vector<WAIT_FD> fds{{running.child.fdExit.iGet()}};
         if (running.child.fdOut.bOpen()) fds.push_back({running.child.fdOut.iGet()});
-        if (lNOW_MS() >= lDEADLINE(running)) return 0;
-        if (iWAIT(fds, lDEADLINE(running)) == WAIT_TIMEOUT) return 0;
-        const bool bEnded = fds[0].bReady;
-        if (fds.size() > 1 && fds[1].bReady) {
-            if (!iREAD(running, sink, iIdle)) running.child.fdOut.Close();
-        } else if (bEnded) {
-            return 1;  // ended, and nothing more to read
-        }
+        if (lNOW_MS() >= lDEADLINE(running)) return LISTENED_LATE;
+        const WAIT_RESULT eWaited = iWAIT(fds, lDEADLINE(running));
+        if (eWaited == WAIT_TIMEOUT) return LISTENED_LATE;
+        if (eWaited == WAIT_FAILED) return LISTENED_FAILED;
+        if (fds.size() > 1 && fds[1].bReady)
+            TAKE_OUTPUT(running, sink, iIdle);
+        else if (fds[0].bReady)
+            return LISTENED_ENDED;  // and nothing more to read
     }
-    return 1;
+    return LISTENED_ENDED;
 }
 
 std::string sTIMEOUT(const HOST& host, const LIMITS& limits, const RUNNING& running)
@@ -73,9 +74,9 @@ std::string sTIMEOUT(const HOST& host, const LIMITS& limits, const RUNNING& runn
 }
 
 /* Why there was no second mark though no limit has passed. */
-std::string sBROKEN(const HOST& host, TRANSPORT& transport, RUNNING& running)
+std::string sBROKEN(const HOST& host, TRANSPORT& transport, RUNNING& running, FAILURE& eFailure)
 {
-    std::string sReason = transport.sREASON(host);
+    std::string sReason = transport.sREASON(host, eFailure);
     if (!sReason.empty()) return sReason;
     if (running.marks.eState() == MARK_READER::RUNNING) {
         return "Connection to " + host.sName + " was lost before the command ended";
@@ -90,10 +91,26 @@ std::string sBROKEN(const HOST& host, TRANSPORT& transport, RUNNING& running)
            " was lost before the command began; its login shell may run none";
 }
 
-/* A refused key is not tried again (lockout), and a silent host has used its time. */
-bool bWORTH_ANOTHER_TRY(const std::string& sReason)
+/* Says why a command that was heard to eHeard did not end by itself. */
+void JUDGE(const HOST& host, TRANSPORT& transport, const LIMITS& limits, LISTENED eHeard,
+           RUNNING& running, OUTCOME& outcome)
 {
-    return !sReason.starts_with("Error: Authentication failed") && !sReason.starts_with("Timeout:");
+    if (eHeard == LISTENED_LATE) {
+        outcome.eFailure = FAILURE_TIME_LIMIT;
+        outcome.sReason = sTIMEOUT(host, limits, running);
+    } else if (eHeard == LISTENED_FAILED) {
+        outcome.eFailure = FAILURE_OTHER;
+        outcome.sReason = std::string("cannot wait for the command: ") + std::strerror(errno);
+    } else {
+        outcome.eFailure = FAILURE_OTHER;
+        outcome.sReason = sBROKEN(host, transport, running, outcome.eFailure);
+    }
+}
+
+/* A refused key is not tried again (lockout), and a silent host has used its time. */
+bool bWORTH_ANOTHER_TRY(const OUTCOME& outcome)
+{
+    return outcome.eFailure == FAILURE_OTHER;
 }
 
 OUTCOME sctTRY(const HOST& host, TRANSPORT& transport, const CHILD_SPEC& sctSpec,
@@ -108,22 +125,20 @@ OUTCOME sctTRY(const HOST& host, TRANSPORT& transport, const CHILD_SPEC& sctSpec
     running.lTotal = lStart + 1000L * limits.iTotal;
     if (!iCHILD_START(running.child, sctSpec, outcome.sReason)) return outcome;
 
-    const int iInTime = iLISTEN(running, sink, limits.iIdle);
+    const LISTENED eHeard = eLISTEN(running, sink, limits.iIdle);
     bConnected = running.marks.eState() != MARK_READER::BEFORE;
     if (running.marks.eState() == MARK_READER::ENDED) {
-        outcome.bRan = true;
+        outcome.eFailure = FAILURE_NONE;
         outcome.lStatus = running.marks.lStatus();
     } else {
-        outcome.sReason =
-            iInTime ? sBROKEN(host, transport, running) : sTIMEOUT(host, limits, running);
+        JUDGE(host, transport, limits, eHeard, running, outcome);
         if (bConnected) sink.Take(running.marks.sRest());
     }
     sink.Finish();
-    if (outcome.bRan) {
+    if (outcome.bRan())
         v_CHILD_LET_GO(running.child, iLET_GO_MS);
-    } else {
+    else
         v_CHILD_END(running.child, iEND_GRACE_MS);
-    }
     return outcome;
 }
 
@@ -160,10 +175,10 @@ OUTCOME sctRUN_COMMAND(const HOST& host, const std::string& sPort, const char* c
         if (sctLog.iLogLevel > 0) {
             WRITE_TRACE(&sctLog, "host %s, mode %s: %s %ld %s", host.sName.c_str(),
                         host.bLocal ? "local" : host.sAccessMode.c_str(),
-                        outcome.bRan ? "status" : "not run", outcome.lStatus,
+                        outcome.bRan() ? "status" : "not run", outcome.lStatus,
                         outcome.sReason.c_str());
         }
-        if (outcome.bRan || bConnected || !bWORTH_ANOTHER_TRY(outcome.sReason)) return outcome;
+        if (outcome.bRan() || bConnected || !bWORTH_ANOTHER_TRY(outcome)) return outcome;
         if (iTriesLeft > 0) iSLEEP_MS(100);
     }
     return outcome;

@@ -11,6 +11,7 @@
 #include "../cm_trace.h"
 #include "host.h"
 #include "output.h"
+#include "transport.h"
 
 struct LIMITS {
     int iConnect = 0;  // seconds
@@ -24,9 +25,11 @@ struct LIMITS {
 LIMITS sctLIMITS(int iTimeout, int iRetries);
 
 struct OUTCOME {
-    bool        bRan = false;   // the command ran to its end
-    long        lStatus = 255;  // its exit status
+    FAILURE     eFailure = FAILURE_OTHER;
+    long        lStatus = 255;  // exit status of a command that ran to its end
     std::string sReason;        // why it did not
+
+    bool bRan() const { return eFailure == FAILURE_NONE; }
 };
 
 OUTCOME sctRUN_COMMAND(const HOST& host, const std::string& sPort, const char* cpCommand,

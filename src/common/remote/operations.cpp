@@ -42,7 +42,7 @@ int iRUN(const char* cpHost, const char* cpMode, const char* cpCommand, const LI
     const HOST&   host = sctHOST(cpHost, cpMode, sctLog);
     const OUTCOME outcome = sctRUN_COMMAND(host, "", cpCommand, limits, output, sctLog);
     sReason = sMASKED(outcome.sReason);
-    return outcome.bRan ? iPOSITIVE(outcome.lStatus) : -1;
+    return outcome.bRan() ? iPOSITIVE(outcome.lStatus) : -1;
 }
 
 std::string_view svWITHOUT_QUOTES(std::string_view sv)
@@ -68,7 +68,7 @@ int iSTATUS_LINE(std::string_view svLine, RCMD* pCmd)
 void STATUS_AND_MESSAGE(RCMD* pCmd, const OUTPUT& output, const OUTCOME& outcome)
 {
     pCmd->szSts[0] = pCmd->szMsg[0] = '\0';
-    if (!outcome.bRan) {
+    if (!outcome.bRan()) {
         iTEXT_SET(pCmd->szMsg, sMASKED(outcome.sReason));
         return;
     }
@@ -138,7 +138,7 @@ int i_RCMD(RCMD* pCmd, str_log sctLog)
     const OUTCOME outcome = sctRUN_COMMAND(
         host, pCmd->szPort, pCmd->szCmd, sctLIMITS(pCmd->iTimeout, pCmd->iRetries), output, sctLog);
     STATUS_AND_MESSAGE(pCmd, output, outcome);
-    return outcome.bRan ? static_cast<int>(outcome.lStatus) : 255;
+    return outcome.bRan() ? static_cast<int>(outcome.lStatus) : 255;
 }
 
 int i_RCMD_LL(const char* cpHost, const char* cpAccessMode, const char* cpCommand, int iTimeout,

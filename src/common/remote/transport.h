@@ -10,6 +10,14 @@
 #include "../unix/cm_hal_pipe.h"
 #include "host.h"
 
+/* Why a command did not run to its end. */
+enum FAILURE {
+    FAILURE_NONE,        // it did
+    FAILURE_REFUSED,     // the host admits nobody with what we have
+    FAILURE_TIME_LIMIT,  // a limit passed
+    FAILURE_OTHER,
+};
+
 struct TRANSPORT {
     virtual ~TRANSPORT() = default;
 
@@ -20,8 +28,9 @@ struct TRANSPORT {
                       int iConnectTimeout, CHILD_SPEC& sctSpec, std::string& sReason) = 0;
 
     /* Why the command that was formed last brought no second mark, in the
-       transport's own words, for the user; "" when it has none. */
-    virtual std::string sREASON(const HOST& host) = 0;
+       transport's own words, for the user; "" when it has none. eFailure becomes
+       FAILURE_REFUSED where the words say so, and stays as it is otherwise. */
+    virtual std::string sREASON(const HOST& host, FAILURE& eFailure) = 0;
     /* A connection that is shared stands already, and may turn out to be broken. */
     virtual bool bESTABLISHED(const HOST& host) = 0;
 

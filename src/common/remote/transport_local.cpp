@@ -25,7 +25,7 @@ struct LOCAL : TRANSPORT {
         return 1;
     }
 
-    std::string sREASON(const HOST&) override { return {}; }
+    std::string sREASON(const HOST&, FAILURE&) override { return {}; }
     bool        bESTABLISHED(const HOST&) override { return false; }
 
     int iPUT(const HOST&, const std::string& sSource, const std::string& sTarget,

@@ -5,9 +5,12 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/prctl.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+extern "C" {  // the header of some C libraries does not say it
+#include <sys/pidfd.h>
+}
 
 #include <algorithm>
 #include <array>
@@ -17,32 +20,39 @@
 #include <cstring>
 #include <ctime>
 
+#include "../text/immortal.h"
+
 namespace {
 
-constexpr int iGRACE_MS = 2000;
-constexpr int aiSignal[] = {SIGINT, SIGTERM, SIGHUP};
+constexpr int  iGRACE_MS = 2000;
+constexpr int  iGROUP_STEP_MS = 5;  // a group has no descriptor to wait for
+constexpr int  iNO_MEMORY_TRIES = 50;
+constexpr long lNO_MEMORY_PAUSE_NS = 20000000;
+constexpr int  aiSignal[] = {SIGINT, SIGTERM, SIGHUP};
 
 volatile sig_atomic_t iPendingSignal = 0;
+volatile sig_atomic_t bUnreported = 0;  // a signal came that no wait has told yet
 bool                  bSignalsSetUp = false;
 bool                  bToCaller = false;
-sigset_t              setOriginal;
+bool                  bEnding = false;
+sigset_t              setInWait;  // mask inside a wait, and of children
 
-// Objects of static lifetime that exit handlers still need are never destroyed.
 std::vector<CHILD*>& CHILDREN()
 {
-    static auto& register_ = *new std::vector<CHILD*>;
-    return register_;
+    static IMMORTAL<std::vector<CHILD*>> children;
+    return children.Get();
 }
 
 std::vector<void (*)()>& AT_END()
 {
-    static auto& register_ = *new std::vector<void (*)()>;
-    return register_;
+    static IMMORTAL<std::vector<void (*)()>> atEnd;
+    return atEnd.Get();
 }
 
 void NOTE_SIGNAL(int iSignal)
 {
     iPendingSignal = iSignal;
+    bUnreported = 1;
 }
 
 void FORGET(CHILD& child)
@@ -52,6 +62,7 @@ void FORGET(CHILD& child)
 
 void GIVE_BACK()
 {
+    bEnding = true;
     for (CHILD* pChild : std::vector<CHILD*>(CHILDREN())) {
         if (!pChild->bOutlives) v_CHILD_SIGNAL(*pChild, SIGTERM);
     }
@@ -130,7 +141,7 @@ struct CHILD_SIDE {
     }
     for (int iSignal : aiSignal) signal(iSignal, SIG_DFL);
     signal(SIGPIPE, SIG_DFL);
-    if (bSignalsSetUp) sigprocmask(SIG_SETMASK, &setOriginal, nullptr);
+    if (bSignalsSetUp) sigprocmask(SIG_SETMASK, &setInWait, nullptr);
     if (!bGone && dup2(side.iIn, 0) >= 0 && dup2(side.iOut, 1) >= 0 && dup2(side.iErr, 2) >= 0) {
         execvpe(side.ppArgument[0], side.ppArgument, side.ppEnvironment);
     }
@@ -155,12 +166,79 @@ int iSTATUS(int iWaitStatus)
     return WIFSIGNALED(iWaitStatus) ? 128 + WTERMSIG(iWaitStatus) : WEXITSTATUS(iWaitStatus);
 }
 
-/* Waits, without looking at signals, until the child has ended or the time is up. */
-void WAIT_FOR_CHILD(CHILD& child, long lDeadline)
+/* The ends of the child's standard streams and of the report of a failed exec. */
+struct CHILD_PIPES {
+    FD   fdNull;
+    PIPE sctIn;
+    PIPE sctOut;
+    PIPE sctErr;
+    PIPE sctFailure;
+};
+
+bool bMAKE_PIPES(const CHILD_SPEC& sctSpec, CHILD_PIPES& pipes)
 {
-    while (!iCHILD_ENDED(child) && lNOW_MS() < lDeadline) {
-        pollfd sctPoll{child.fdExit.iGet(), POLLIN, 0};
-        poll(&sctPoll, 1, child.fdExit.bOpen() ? static_cast<int>(lDeadline - lNOW_MS()) : 5);
+    pipes.fdNull = FD(open("/dev/null", O_RDWR | O_CLOEXEC));
+    return pipes.fdNull.bOpen() && bMAKE_PIPE(pipes.sctFailure) &&
+           (!sctSpec.bPipeIn || bMAKE_PIPE(pipes.sctIn)) &&
+           (!sctSpec.bPipeOut || bMAKE_PIPE(pipes.sctOut)) &&
+           (!sctSpec.bPipeErr || bMAKE_PIPE(pipes.sctErr));
+}
+
+/* A child whose end cannot be waited for must not begin its work: what is refused
+   here (no descriptor left, a filter) is refused for the child, too. */
+bool bEXIT_CAN_BE_SEEN()
+{
+    return FD(pidfd_open(getpid(), 0)).bOpen();
+}
+
+/* The child between fork and exec, or its process id. The page tables are not
+   copied, which would take as long as a statement of the database. */
+pid_t iFORK(const CHILD_SPEC& sctSpec, const CHILD_PIPES& pipes)
+{
+    std::vector<std::string> asArgument = sctSpec.asArgument;
+    std::vector<std::string> asEnvironment = asENVIRONMENT(sctSpec);
+    const std::vector<char*> arguments = POINTERS(asArgument);
+    const std::vector<char*> environment = POINTERS(asEnvironment);
+
+    CHILD_SIDE side{arguments.data(),
+                    environment.data(),
+                    getpid(),
+                    pipes.fdNull.iGet(),
+                    1,
+                    2,
+                    pipes.sctFailure.fdWrite.iGet(),
+                    sctSpec.bOutlives};
+    if (sctSpec.bPipeIn) side.iIn = pipes.sctIn.fdRead.iGet();
+    if (sctSpec.bPipeOut) side.iOut = pipes.sctOut.fdWrite.iGet();
+    if (sctSpec.bErrToOut) side.iErr = side.iOut;
+    if (sctSpec.bPipeErr) side.iErr = pipes.sctErr.fdWrite.iGet();
+    const pid_t iPid = vfork();       // NOLINT(clang-analyzer-security.insecureAPI.vfork)
+    if (iPid == 0) CHILD_EXEC(side);  // NOLINT(clang-analyzer-unix.Vfork)
+    return iPid;
+}
+
+/* Fills the record of a process that runs, and registers it. Result  0: its end
+   cannot be seen (errno). */
+int iADOPT(CHILD& child, pid_t iPid, bool bOutlives, CHILD_PIPES& pipes)
+{
+    child.fdExit = FD(pidfd_open(iPid, 0));
+    if (!child.fdExit.bOpen()) return 0;
+    child.iPid = iPid;
+    child.iStatus = -1;
+    child.bOutlives = bOutlives;
+    child.fdIn = std::move(pipes.sctIn.fdWrite);
+    child.fdOut = std::move(pipes.sctOut.fdRead);
+    child.fdErr = std::move(pipes.sctErr.fdRead);
+    for (const FD* pFd : {&child.fdOut, &child.fdErr})
+        if (pFd->bOpen()) fcntl(pFd->iGet(), F_SETFL, O_NONBLOCK);
+    CHILDREN().push_back(&child);
+    return 1;
+}
+
+void KILL_AND_REAP(pid_t iPid)
+{
+    kill(-iPid, SIGKILL);
+    while (waitpid(iPid, nullptr, 0) < 0 && errno == EINTR) {
     }
 }
 
@@ -174,10 +252,34 @@ void REAP(CHILD& child)
     FORGET(child);
 }
 
+/* Waits until the child has ended or the time is up. */
+void WAIT_FOR_CHILD(CHILD& child, long lDeadline)
+{
+    while (!iCHILD_ENDED(child) && lNOW_MS() < lDeadline) {
+        std::vector<WAIT_FD> fds{{child.fdExit.iGet()}};
+        if (iWAIT(fds, lDeadline) == WAIT_FAILED) return;
+    }
+}
+
 /* The same for its group. */
 void WAIT_FOR_GROUP(pid_t iGroup, long lDeadline)
 {
-    while (kill(-iGroup, 0) == 0 && lNOW_MS() < lDeadline) usleep(5000);
+    while (kill(-iGroup, 0) == 0 && lNOW_MS() < lDeadline) iSLEEP_MS(iGROUP_STEP_MS);
+}
+
+/* Looks at a signal that came. Result 1 the caller is to be told. */
+int iTAKE_SIGNAL()
+{
+    if (bUnreported == 0 || bEnding) return 0;
+    bUnreported = 0;
+    if (!bToCaller) v_END_BY_SIGNAL(iPendingSignal);
+    return 1;
+}
+
+timespec sctLEFT(long lDeadline)
+{
+    const long lLeft = lDeadline == 0 ? 3600000 : std::max(0L, lDeadline - lNOW_MS());
+    return {lLeft / 1000, lLeft % 1000 * 1000000};
 }
 
 }  // namespace
@@ -200,50 +302,20 @@ int iCHILD_START(CHILD& child, const CHILD_SPEC& sctSpec, std::string& sReason)
         sReason = "cannot run \"" + sctSpec.asArgument[0] + "\": " + std::strerror(iErrno);
         return 0;
     };
-    PIPE sctIn;
-    PIPE sctOut;
-    PIPE sctErr;
-    PIPE sctFailure;
-    FD   fdNull(open("/dev/null", O_RDWR | O_CLOEXEC));
-    if (!fdNull.bOpen() || !bMAKE_PIPE(sctFailure) || (sctSpec.bPipeIn && !bMAKE_PIPE(sctIn)) ||
-        (sctSpec.bPipeOut && !bMAKE_PIPE(sctOut)) || (sctSpec.bPipeErr && !bMAKE_PIPE(sctErr))) {
-        return iFAILED(errno);
-    }
-    std::vector<std::string> asArgument = sctSpec.asArgument;
-    std::vector<std::string> asEnvironment = asENVIRONMENT(sctSpec);
-    const std::vector<char*> arguments = POINTERS(asArgument);
-    const std::vector<char*> environment = POINTERS(asEnvironment);
-
-    CHILD_SIDE side{arguments.data(),          environment.data(), getpid(), fdNull.iGet(), 1, 2,
-                    sctFailure.fdWrite.iGet(), sctSpec.bOutlives};
-    if (sctSpec.bPipeIn) side.iIn = sctIn.fdRead.iGet();
-    if (sctSpec.bPipeOut) side.iOut = sctOut.fdWrite.iGet();
-    if (sctSpec.bErrToOut) side.iErr = side.iOut;
-    if (sctSpec.bPipeErr) side.iErr = sctErr.fdWrite.iGet();
-
+    CHILD_PIPES pipes;
+    if (!bMAKE_PIPES(sctSpec, pipes) || !bEXIT_CAN_BE_SEEN()) return iFAILED(errno);
     GIVE_BACK_AT_EXIT();
-    // A copy of the page tables would take as long as a statement of the database.
-    const pid_t iPid = vfork();       // NOLINT(clang-analyzer-security.insecureAPI.vfork)
-    if (iPid == 0) CHILD_EXEC(side);  // NOLINT(clang-analyzer-unix.Vfork)
+    const pid_t iPid = iFORK(sctSpec, pipes);
     if (iPid < 0) return iFAILED(errno);
-    sctFailure.fdWrite.Close();
-    if (const int iErrno = iEXEC_FAILURE(sctFailure.fdRead.iGet()); iErrno != 0) {
-        waitpid(iPid, nullptr, 0);
+    pipes.sctFailure.fdWrite.Close();
+    if (const int iErrno = iEXEC_FAILURE(pipes.sctFailure.fdRead.iGet()); iErrno != 0) {
+        KILL_AND_REAP(iPid);
         return iFAILED(iErrno);
     }
-    child.iPid = iPid;
-    child.iStatus = -1;
-    child.bOutlives = sctSpec.bOutlives;
-    child.fdIn = std::move(sctIn.fdWrite);
-    child.fdOut = std::move(sctOut.fdRead);
-    child.fdErr = std::move(sctErr.fdRead);
-    child.fdExit = FD(static_cast<int>(syscall(SYS_pidfd_open, iPid, 0)));
-    for (const FD* pFd : {&child.fdOut, &child.fdErr}) {
-        if (pFd->bOpen()) fcntl(pFd->iGet(), F_SETFL, O_NONBLOCK);
-    }
-    if (child.fdExit.bOpen()) fcntl(child.fdExit.iGet(), F_SETFD, FD_CLOEXEC);
-    CHILDREN().push_back(&child);
-    return 1;
+    if (iADOPT(child, iPid, sctSpec.bOutlives, pipes)) return 1;
+    const int iErrno = errno;
+    KILL_AND_REAP(iPid);
+    return iFAILED(iErrno);
 }
 
 int iCHILD_ENDED(CHILD& child)
@@ -298,18 +370,19 @@ WAIT_RESULT iWAIT(std::vector<WAIT_FD>& fds, long lDeadline)
         fd.bReady = false;
         polls.push_back({fd.iFd, static_cast<short>(fd.bWrite ? POLLOUT : POLLIN), 0});
     }
-    for (;;) {
-        if (iPendingSignal != 0) {
-            if (bToCaller) return WAIT_SIGNAL;
-            v_END_BY_SIGNAL(iPendingSignal);
-        }
-        const long     lLeft = lDeadline == 0 ? 3600000 : std::max(0L, lDeadline - lNOW_MS());
-        const timespec sctLeft{lLeft / 1000, lLeft % 1000 * 1000000};
+    const bool bLook = bSignalsSetUp && !bEnding;
+    for (int iTriesLeft = iNO_MEMORY_TRIES;;) {
+        if (iTAKE_SIGNAL()) return WAIT_SIGNAL;
+        const timespec sctLeft = sctLEFT(lDeadline);
         const int      iReady =
-            ppoll(polls.data(), polls.size(), &sctLeft, bSignalsSetUp ? &setOriginal : nullptr);
+            ppoll(polls.data(), polls.size(), &sctLeft, bLook ? &setInWait : nullptr);
         if (iReady > 0) break;
         if (iReady == 0 && lDeadline != 0 && lNOW_MS() >= lDeadline) return WAIT_TIMEOUT;
-        if (iReady < 0 && errno != EINTR) return WAIT_TIMEOUT;
+        if (iReady == 0 || errno == EINTR) continue;
+        // The kernel is short of memory, which may pass.
+        if (--iTriesLeft == 0) return WAIT_FAILED;
+        const timespec sctPause{0, lNO_MEMORY_PAUSE_NS};
+        nanosleep(&sctPause, nullptr);
     }
     for (size_t u = 0; u < fds.size(); ++u) fds[u].bReady = polls[u].revents != 0;
     return WAIT_READY;
@@ -321,11 +394,18 @@ int iSLEEP_MS(long lMilliseconds)
     return iWAIT(none, lNOW_MS() + std::max(1L, lMilliseconds)) != WAIT_SIGNAL;
 }
 
+void v_STANDARD_DESCRIPTORS()
+{
+    for (const int iFd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (fcntl(iFd, F_GETFD) < 0) open("/dev/null", O_RDWR);  // takes the lowest, which is iFd
+}
+
 void v_SIGNALS_SETUP()
 {
     if (bSignalsSetUp) return;
     sigset_t setBlocked;
     sigemptyset(&setBlocked);
+    sigemptyset(&setInWait);
     struct sigaction sctAction {};
     sctAction.sa_handler = NOTE_SIGNAL;
     for (int iSignal : aiSignal) {
@@ -335,9 +415,9 @@ void v_SIGNALS_SETUP()
         sigaction(iSignal, &sctAction, nullptr);
         sigaddset(&setBlocked, iSignal);
     }
-    sigprocmask(SIG_BLOCK, &setBlocked, &setOriginal);
-    for (int iSignal : aiSignal) sigdelset(&setOriginal, iSignal);
+    sigprocmask(SIG_SETMASK, &setBlocked, nullptr);
     signal(SIGPIPE, SIG_IGN);
+    signal(SIGCHLD, SIG_DFL);  // where it is ignored, a child's status is lost
     bSignalsSetUp = true;
 }
 

@@ -4,10 +4,11 @@
    deadline together. INT, TERM and HUP are blocked except inside it; when one
    came, everything on the registers is given back (children ended, temporary
    files removed) and the process ends by that signal, unless the caller asked
-   to see it (v_SIGNALS_TO_CALLER).
+   to see it (v_SIGNALS_TO_CALLER). While things are given back, no signal is
+   looked at.
 
-   Children lead a session of their own, have the old signal mask, /dev/null or
-   the given descriptors as standard input and output, and are told to end when
+   Children lead a session of their own, have no signal blocked, /dev/null or the
+   given descriptors as standard input and output, and are told to end when
    this process dies (parent-death signal). A child that cannot exec hands its
    errno back through a close-on-exec pipe. */
 #pragma once
@@ -77,8 +78,8 @@ struct CHILD_SPEC {
 };
 
 /* Starts a child.
-   Result  1 it runs; 0 it could not be started: sReason is "cannot run
-           "PROGRAM": CAUSE" and child is as before. */
+   Result  1 it runs; 0 it could not be started, or nobody could see its end:
+           sReason is "cannot run "PROGRAM": CAUSE" and child is as before. */
 int iCHILD_START(CHILD& child, const CHILD_SPEC& sctSpec, std::string& sReason);
 
 /* Reaps the child when it has ended. Result 1 it has (iStatus is set), 0 it
@@ -95,7 +96,7 @@ void v_CHILD_LET_GO(CHILD& child, int iGraceMs);
 /* Sends iSignal to the child's process group. */
 void v_CHILD_SIGNAL(const CHILD& child, int iSignal);
 
-enum WAIT_RESULT { WAIT_READY = 1, WAIT_TIMEOUT = 0, WAIT_SIGNAL = -1 };
+enum WAIT_RESULT { WAIT_READY = 1, WAIT_TIMEOUT = 0, WAIT_SIGNAL = -1, WAIT_FAILED = -2 };
 
 /* One descriptor to wait for; bReady is the answer. */
 struct WAIT_FD {
@@ -105,17 +106,24 @@ struct WAIT_FD {
 };
 
 /* Waits until a descriptor is ready or the deadline has passed (lDeadline,
-   lNOW_MS time; 0: none). WAIT_SIGNAL only after v_SIGNALS_TO_CALLER. */
+   lNOW_MS time; 0: none). WAIT_SIGNAL only after v_SIGNALS_TO_CALLER, and once for
+   each signal: who waits again waits in full. WAIT_FAILED: the system cannot wait
+   (no memory), for a second already; errno says why. */
 WAIT_RESULT iWAIT(std::vector<WAIT_FD>& fds, long lDeadline);
 
 /* Sleeps. Ends early, with 0, when a signal came and the caller sees them. */
 int iSLEEP_MS(long lMilliseconds);
 
-/* Installs the handlers and blocks INT, TERM and HUP; ignores PIPE. Called once,
-   at the start of main. */
+/* Opens standard input, output and error on /dev/null where the caller has closed
+   them, so that nothing else gets their numbers. The first call of main. */
+void v_STANDARD_DESCRIPTORS();
+
+/* Installs the handlers and blocks INT, TERM and HUP, nothing else, whatever the
+   caller had blocked; ignores PIPE, no longer ignores CHLD. Called once, at the
+   start of main. */
 void v_SIGNALS_SETUP();
 
-/* From now on a signal is only noted: iWAIT returns WAIT_SIGNAL. */
+/* From now on a signal is only noted: the next iWAIT returns WAIT_SIGNAL. */
 void v_SIGNALS_TO_CALLER();
 
 /* The signal that came, 0 none. */

@@ -26,7 +26,7 @@ namespace {
 
 constexpr int iOPEN_TRIES = 100;
 constexpr int iLOCK_TRIES = 5;
-constexpr int iLOCK_PAUSE_US = 2000;
+constexpr int iLOCK_PAUSE_MS = 2;
 
 enum TAKE { TAKE_HELD, TAKE_BUSY, TAKE_FAILED };
 
@@ -76,7 +76,7 @@ int iLOCK(int iFd)
     for (int iTry = 0; iTry < iLOCK_TRIES; iTry++) {
         if (flock(iFd, LOCK_EX | LOCK_NB) == 0) return 1;
         if (errno != EWOULDBLOCK) return 0;
-        usleep(iLOCK_PAUSE_US);
+        iSLEEP_MS(iLOCK_PAUSE_MS);
     }
     errno = EWOULDBLOCK;
     return 0;

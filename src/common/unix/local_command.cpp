@@ -45,8 +45,8 @@ int start_system(const char* cpCommand)
     const long lDeadline = lNOW_MS() + lLOCAL_COMMAND_LIMIT_MS();
     while (!iCHILD_ENDED(child)) {
         std::vector<WAIT_FD> fds{{child.fdExit.iGet()}};
-        if (iWAIT(fds, lDeadline) == WAIT_READY) continue;
-        v_CHILD_END(child, 2000);
+        const WAIT_RESULT    eWaited = iWAIT(fds, lDeadline);
+        if (eWaited == WAIT_TIMEOUT || eWaited == WAIT_FAILED) v_CHILD_END(child, 2000);
     }
     return child.iStatus;
 }

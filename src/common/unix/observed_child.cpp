@@ -3,33 +3,17 @@
 
 #include <unistd.h>
 
-#include <cerrno>
 #include <sstream>
 
 #include "../text/command_line.h"
 #include "../text/standard_error.h"
 #include "local_command.h"
+#include "read_now.h"
 
 namespace {
 
-constexpr size_t uMOST_OUTPUT = size_t{64} * 1024;  // kept of a child's standard output
-
-/* Appends what can be read now; the descriptor is closed at its end. Reading stops
-   after a while for the sake of the other children. */
-void v_READ_NOW(FD& fd, std::string& sText)
-{
-    char szPiece[16384];
-    for (int iPiece = 0; iPiece < 8 && fd.bOpen(); ++iPiece) {
-        const ssize_t lRead = read(fd.iGet(), szPiece, sizeof szPiece);
-        if (lRead > 0) {
-            sText.append(szPiece, static_cast<size_t>(lRead));
-            continue;
-        }
-        if (lRead < 0 && errno == EINTR) continue;
-        if (lRead == 0 || (errno != EAGAIN && errno != EWOULDBLOCK)) fd.Close();
-        return;
-    }
-}
+constexpr size_t uMOST_OUTPUT = size_t{64} * 1024;    // kept of a child's standard output
+constexpr size_t uMOST_AT_ONCE = size_t{128} * 1024;  // read before the other children's turn
 
 /* The end matters: the status line stands there. */
 void v_KEEP_END(std::string& sOut)
@@ -91,9 +75,9 @@ int iCLIENT_START(CLIENT_CHILD* pChild, const char* cpCommand)
 
 void v_CLIENT_READ(CLIENT_CHILD* pChild, std::string& sForward)
 {
-    v_READ_NOW(pChild->child.fdOut, pChild->sOut);
+    uREAD_NOW(pChild->child.fdOut, pChild->sOut, uMOST_AT_ONCE);
     v_KEEP_END(pChild->sOut);
-    v_READ_NOW(pChild->child.fdErr, pChild->sErr);
+    uREAD_NOW(pChild->child.fdErr, pChild->sErr, uMOST_AT_ONCE);
     v_TAKE_COMPLETE_LINES(pChild->sErr, sForward);
 }
 

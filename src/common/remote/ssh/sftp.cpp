@@ -16,6 +16,7 @@
 
 #include "../../config/config.h"
 #include "../../text/text.h"
+#include "../../unix/read_now.h"
 #include "copy_progress.h"
 #include "ssh_words.h"
 
@@ -56,16 +57,11 @@ struct TALK {
     bool        bLate = false;
 };
 
-void READ_SOME(FD& fd, std::string& sText)
+/* An sftp server's words are few; who sends more is not listened to. */
+void READ_BOUNDED(FD& fd, std::string& sText)
 {
-    char acBuf[4096];
-    for (;;) {
-        const ssize_t iGot = read(fd.iGet(), acBuf, sizeof acBuf);
-        if (iGot > 0 && sText.size() < uTEXT_MAX) sText.append(acBuf, static_cast<size_t>(iGot));
-        if (iGot > 0) continue;
-        if (iGot == 0) fd.Close();
-        return;
-    }
+    uREAD_NOW(fd, sText, uTEXT_MAX);
+    if (sText.size() > uTEXT_MAX) sText.resize(uTEXT_MAX);
 }
 
 bool bSEND(TALK& talk, const std::string& sLines)
@@ -98,8 +94,8 @@ int iLISTEN(TALK& talk, COPY_PROGRESS* pProgress, DONE bDone)
         }
         iWAIT(fds, std::min(lDeadline, lNOW_MS() + iSTEP_MS));
         const bool bEnded = fds[0].bReady;
-        if (talk.child.fdOut.bOpen()) READ_SOME(talk.child.fdOut, talk.sOut);
-        if (talk.child.fdErr.bOpen()) READ_SOME(talk.child.fdErr, talk.sErr);
+        READ_BOUNDED(talk.child.fdOut, talk.sOut);
+        READ_BOUNDED(talk.child.fdErr, talk.sErr);
         if (bEnded) return bDone(talk.sOut);
     }
     return 1;
@@ -185,7 +181,8 @@ long lFREE_BYTES(CHILD_SPEC& sctSpec, const std::string& sPath)
 
 std::string sSFTP_WORDS(const std::string& sErr)
 {
-    std::string sReason = sREASON_OF(sErr);
+    bool        bRefused = false;
+    std::string sReason = sREASON_OF(sErr, &bRefused);
     return sReason.empty() ? "sftp ended without a word" : sReason;
 }
 

@@ -7,15 +7,16 @@ namespace {
 struct SSH_WORDS {
     std::string_view svText;
     std::string_view svPrefix;
+    bool             bRefused = false;  // trying again may lock the account
 };
 
 // A line that holds one of these tells most; the first such line counts.
 constexpr SSH_WORDS asctTelling[] = {
     {"Could not resolve hostname", "Host is unknown: "},
     {"hostname contains invalid characters", "Host is unknown: "},
-    {"Permission denied", "Error: Authentication failed: "},
-    {"Too many authentication failures", "Error: Authentication failed: "},
-    {"No supported authentication methods available", "Error: Authentication failed: "},
+    {"Permission denied", "Error: Authentication failed: ", true},
+    {"Too many authentication failures", "Error: Authentication failed: ", true},
+    {"No supported authentication methods available", "Error: Authentication failed: ", true},
     {"Connection refused", ""},
     {"Connection timed out", ""},
     {"No route to host", ""},
@@ -46,8 +47,9 @@ bool bNOISE(std::string_view svLine)
 
 }  // namespace
 
-std::string sREASON_OF(std::string_view svWords)
+std::string sREASON_OF(std::string_view svWords, bool* pbRefused)
 {
+    *pbRefused = false;
     std::string_view svLast;
     while (!svWords.empty()) {
         const size_t           uEnd = svWords.find('\n');
@@ -57,6 +59,7 @@ std::string sREASON_OF(std::string_view svWords)
         svLast = svLine;
         for (const SSH_WORDS& words : asctTelling) {
             if (svLine.find(words.svText) == std::string_view::npos) continue;
+            *pbRefused = words.bRefused;
             return std::string(words.svPrefix) + sONE_LINE(svLine.substr(0, svLine.find('\r')));
         }
     }

@@ -6,5 +6,6 @@
 
 /* The reason in ssh's words: the line that tells most, with "Host is unknown: " or
    "Error: Authentication failed: " in front where that is what it means; "" when
-   the words say nothing of a failure. */
-std::string sREASON_OF(std::string_view svWords);
+   the words say nothing of a failure.
+   pbRefused  out: the host has refused whoever we are */
+std::string sREASON_OF(std::string_view svWords, bool* pbRefused);

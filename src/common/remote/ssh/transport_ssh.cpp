@@ -145,9 +145,12 @@ struct SSH : TRANSPORT {
         return 1;
     }
 
-    std::string sREASON(const HOST& host) override
+    std::string sREASON(const HOST& host, FAILURE& eFailure) override
     {
-        return sREASON_OF(sLOG_SINCE(sctCONNECTION(host)));
+        bool        bRefused = false;
+        std::string sReason = sREASON_OF(sLOG_SINCE(sctCONNECTION(host)), &bRefused);
+        if (bRefused) eFailure = FAILURE_REFUSED;
+        return sReason;
     }
 
     bool bESTABLISHED(const HOST& host) override
