@@ -2,6 +2,10 @@
 # Below /opt/velka lies what the product copies to its clients (gv_ro).
 
 install(TARGETS vk_config_client DESTINATION ${CMAKE_INSTALL_SBINDIR})
+install(TARGETS vk_client_status DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/vk_client_status.bash-completion
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME vk_client_status)
+install(FILES ${CMAKE_SOURCE_DIR}/man/vk_client_status.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 install(FILES ${CMAKE_CURRENT_LIST_DIR}/vk.ini DESTINATION /etc/velka)
 install(FILES ${CMAKE_CURRENT_LIST_DIR}/vk_config_client.bash-completion
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME vk_config_client)

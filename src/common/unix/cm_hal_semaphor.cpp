@@ -155,3 +155,10 @@ int i_SEMA(int iOperation, sct_semaphore* pSema)
             return -1;
     }
 }
+
+/* Who takes the lock signs the file, and nobody else writes to it. */
+long l_SEMA_TIME(const sct_semaphore* pSema)
+{
+    struct stat sctStat {};
+    return stat(sSEMA_FILE(*pSema).c_str(), &sctStat) == 0 ? sctStat.st_mtime : 0;
+}

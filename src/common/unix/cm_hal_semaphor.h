@@ -20,3 +20,7 @@ struct sct_semaphore {
                '-'  1 given up, 0 it was not held
    pSema       the same record for all three. */
 int i_SEMA(int iOperation, sct_semaphore* pSema);
+
+/* When the lock file of that name was last taken, held or not: seconds since 1970,
+   0 when there is none. */
+long l_SEMA_TIME(const sct_semaphore* pSema);

@@ -1,0 +1,78 @@
+/* Columns of text. */
+#include "cells.h"
+
+#include <wchar.h>
+
+#include <algorithm>
+
+namespace {
+
+constexpr std::string_view svELLIPSIS = "…";
+
+/* The character at the front, and the bytes that it takes (at least one). */
+wchar_t cFRONT(std::string_view sv, size_t& uBytes)
+{
+    const auto byte = [&](size_t u) { return static_cast<unsigned char>(sv[u]); };
+    const int  iLead = byte(0);
+    uBytes = iLead < 0xC0 ? 1 : iLead < 0xE0 ? 2 : iLead < 0xF0 ? 3 : 4;
+    uBytes = std::min(uBytes, sv.size());
+    int iCode = uBytes == 1 ? iLead : iLead & (0x7F >> uBytes);
+    for (size_t u = 1; u < uBytes; u++) iCode = iCode << 6 | (byte(u) & 0x3F);
+    return static_cast<wchar_t>(iCode);
+}
+
+/* What the locale does not know takes one column. */
+size_t uWIDTH_OF(wchar_t c)
+{
+    const int iWidth = wcwidth(c);
+    return iWidth < 0 ? 1 : static_cast<size_t>(iWidth);
+}
+
+}  // namespace
+
+size_t uCOLUMNS(std::string_view svText)
+{
+    size_t uColumns = 0;
+    for (size_t uBytes = 0; !svText.empty(); svText.remove_prefix(uBytes))
+        uColumns += uWIDTH_OF(cFRONT(svText, uBytes));
+    return uColumns;
+}
+
+std::string sFITTED(std::string_view svText, size_t uMax)
+{
+    if (uCOLUMNS(svText) <= uMax) return std::string(svText);
+    if (uMax == 0) return "";
+    size_t uUsed = 1;  // the ellipsis
+    size_t uKept = 0;
+    while (uKept < svText.size()) {
+        size_t       uBytes = 0;
+        const size_t uWidth = uWIDTH_OF(cFRONT(svText.substr(uKept), uBytes));
+        if (uUsed + uWidth > uMax) break;
+        uUsed += uWidth;
+        uKept += uBytes;
+    }
+    return std::string(svText.substr(0, uKept)).append(svELLIPSIS);
+}
+
+std::string sPADDED(std::string_view svText, size_t uWidth)
+{
+    std::string  s(svText);
+    const size_t uColumns = uCOLUMNS(svText);
+    return uColumns < uWidth ? s.append(uWidth - uColumns, ' ') : s;
+}
+
+std::string sCOLORED(std::string_view svText, COLOR eColor, bool bColor)
+{
+    constexpr const char* acpCode[] = {"", "31;1", "33", "32", "36", "2", "1"};
+    if (!bColor || eColor == COLOR_NONE) return std::string(svText);
+    return std::string("\033[")
+        .append(acpCode[eColor])
+        .append("m")
+        .append(svText)
+        .append("\033[0m");
+}
+
+std::string sCOUNTED(long lCount, std::string_view svOne)
+{
+    return std::to_string(lCount).append(" ").append(svOne).append(lCount == 1 ? "" : "s");
+}

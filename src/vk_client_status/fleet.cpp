@@ -1,0 +1,245 @@
+/* How the fleet is put together: rows of the database, records of the outcome logs,
+   semaphores of updates; and how a client is judged.
+
+   The database says how a client stands and when it was last looked at. The logs say
+   since when and why, and how updates ended: a row forgets a failed update with the
+   client's next report, and knows nothing of updates that were refused or not begun. */
+#include "fleet.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <unordered_map>
+
+#include "common/common.h"
+#include "common/config/config.h"
+#include "common/unix/cm_hal_semaphor.h"
+#include "database_rows.h"
+#include "moment.h"
+#include "outcome_log.h"
+
+namespace {
+
+/* ---- updates ------------------------------------------------------------------- */
+
+constexpr std::string_view svSEMAPHORE = "update_client_";
+
+/* 1 when a lock file of some update lies there, so that asking makes sense. */
+bool bUPDATE_LOCKS()
+{
+    struct CLOSE {
+        void operator()(DIR* p) const { closedir(p); }
+    };
+    const std::unique_ptr<DIR, CLOSE> pDir{
+        opendir((std::string(read_glbv("gv_rw")) + "sema").c_str())};
+    while (const dirent* pEntry = pDir ? readdir(pDir.get()) : nullptr)
+        if (std::string_view(pEntry->d_name).starts_with(svSEMAPHORE)) return true;
+    return false;
+}
+
+/* How the update's end stands in the row. */
+UPDATE_STATE eUPDATE_OF_ROW(const CLIENT& client)
+{
+    const std::string_view svMessage = client.sUpdateMessage;
+    if (client.sUpdateColumn == "0") return UPDATE_DONE;
+    if (client.sUpdateColumn == "2") return UPDATE_FAILED;
+    if (client.sUpdateColumn != "1") return UPDATE_NONE;
+    return svMessage.starts_with("WARNING W004") || svMessage.starts_with("WARNING W005")
+               ? UPDATE_RESTART
+               : UPDATE_WARNED;
+}
+
+/* A restart was asked for at lAsked. A run that succeeded after that brought a report:
+   with state 1 the client still waits (of other states the row says so itself), and a
+   row that the report left as it was waits no longer. */
+UPDATE_STATE eRESTART(const CLIENT& client, long lAsked)
+{
+    const bool bReported = client.lSucceeded > lAsked;
+    if (!bReported) return UPDATE_RESTART;
+    if (client.sUpdateColumn.empty()) return UPDATE_DONE;
+    if (client.sUpdateColumn != "1") return eUPDATE_OF_ROW(client);
+    return eUPDATE_OF_ROW(client) == UPDATE_RESTART ? UPDATE_WARNED : UPDATE_RESTART;
+}
+
+/* Begun and not ended: the lock tells whether somebody is at it, and its file when
+   that began. */
+void v_JUDGE_BEGUN(CLIENT& client, const LOG_RECORD* pLog, bool bHeld, long lLocked)
+{
+    client.eUpdate = bHeld ? UPDATE_RUNNING : UPDATE_INTERRUPTED;
+    client.lUpdate = lLocked;
+    if (client.lUpdate == 0 && pLog != nullptr) client.lUpdate = pLog->lUpdate;
+}
+
+void v_JUDGE_UPDATE(CLIENT& client, const LOG_RECORD* pLog, bool bLocks)
+{
+    sct_semaphore sema{};
+    bool          bHeld = false;
+    if (bLocks || client.sUpdateColumn == "a") {
+        x_Snprintf(sema.szSema, sizeof sema.szSema, "%s%s", svSEMAPHORE.data(),
+                   client.sName.c_str());
+        bHeld = i_SEMA('?', &sema) == 1;
+    }
+    if (bHeld || client.sUpdateColumn == "a") {
+        v_JUDGE_BEGUN(client, pLog, bHeld, l_SEMA_TIME(&sema));
+        return;
+    }
+    client.eUpdate = eUPDATE_OF_ROW(client);
+    client.lUpdate = client.lUpdateColumn;
+    if (pLog != nullptr && pLog->eUpdate != UPDATE_NONE && pLog->lUpdate >= client.lUpdateColumn) {
+        client.eUpdate = pLog->eUpdate;
+        client.lUpdate = pLog->lUpdate;
+    }
+    if (client.eUpdate == UPDATE_RESTART) client.eUpdate = eRESTART(client, client.lUpdate);
+}
+
+/* ---- how a client stands --------------------------------------------------------- */
+
+/* A failure that the database tells of and the logs do not has begun by then. */
+void v_JUDGE_SINCE(CLIENT& client, const LOG_RECORD* pLog, const LOGS& logs)
+{
+    client.lSince = client.lChecked;
+    client.bSinceExact =
+        client.lSucceeded != 0 && logs.lOldest != 0 && client.lSucceeded >= logs.lOldest;
+    if (pLog == nullptr || pLog->lSince == 0 || pLog->lSince <= client.lSucceeded) return;
+    client.lSince = pLog->lSince;
+    const bool bBefore = client.lSucceeded == 0 && pLog->lFirst >= lDAY_BEGIN(logs.lOldest, -1);
+    client.bSinceExact = client.bSinceExact || pLog->lWell != 0 || bBefore;
+}
+
+CLIENT_STATE eSTATE(const CLIENT& client, const FLEET& fleet)
+{
+    if (!client.bTakesPart) return STATE_OFF;
+    if (client.lChecked == 0) return STATE_NEVER;
+    if (client.iAccessState != 0 && !bRESTART_ID(client.sMessageId) &&
+        !bSAME_VERSION(client.sMessage))
+        return STATE_FAILED;
+    if (client.eUpdate == UPDATE_RESTART) return STATE_WARNED;
+    return fleet.lNow - client.lChecked > fleet.iStaleDays * lDAY ? STATE_STALE : STATE_WELL;
+}
+
+void v_TAKE_CAUSE(CLIENT& client, const LOG_RECORD& record, LOGS& logs)
+{
+    OUTCOME outcome;
+    if (!iREAD_OUTCOME(logs, record.failure, outcome)) return;
+    client.sStage = std::move(outcome.sStage);
+    client.sCause = std::move(outcome.sCause);
+    client.sCure = std::move(outcome.sCure);
+    client.asWords = std::move(outcome.asWords);
+}
+
+void v_JUDGE(CLIENT& client, LOGS& logs, const FLEET& fleet, bool bLocks)
+{
+    const auto        known = logs.clients.find(client.sName);
+    const LOG_RECORD* pLog = known == logs.clients.end() ? nullptr : &known->second;
+    if (pLog != nullptr) {
+        client.aeDay = pLog->aeDay;
+        client.sHostKey = pLog->sHostKey;
+    }
+    client.sMessageId = svMESSAGE_ID(client.sMessage);
+    v_JUDGE_UPDATE(client, pLog, bLocks);
+    client.eState = eSTATE(client, fleet);
+    if (client.eState != STATE_FAILED) return;
+    v_JUDGE_SINCE(client, pLog, logs);
+    if (pLog != nullptr) v_TAKE_CAUSE(client, *pLog, logs);
+}
+
+/* Clients behind a data mover show its key, which is no news. */
+void v_COMPARE_KEYS(std::vector<CLIENT>& clients)
+{
+    std::unordered_map<std::string_view, CLIENT*> first;
+    for (CLIENT& client : clients) {
+        if (client.sHostKey.empty() || !client.sDataMover.empty()) continue;
+        const auto [other, bNew] = first.emplace(client.sHostKey, &client);
+        if (bNew) continue;
+        client.sSameKeyAs = other->second->sName;
+        if (other->second->sSameKeyAs.empty()) other->second->sSameKeyAs = client.sName;
+    }
+}
+
+/* ---- without the database ---------------------------------------------------------- */
+
+/* What the logs tell of the clients that they name. */
+void v_CLIENTS_OF_LOGS(LOGS& logs, std::vector<CLIENT>& clients)
+{
+    for (const auto& [sName, record] : logs.clients) {
+        OUTCOME outcome;
+        CLIENT  client;
+        client.sName = sName;
+        client.lChecked = record.lLast;
+        client.lSucceeded = record.lWell;
+        if (iREAD_OUTCOME(logs, record.last, outcome)) {
+            client.iAccessState = outcome.iExit;
+            client.sMessage = outcome.sMessage;
+            client.sMode = outcome.sMode;
+            client.sVersion =
+                outcome.sVersionAfter.empty() ? outcome.sVersionBefore : outcome.sVersionAfter;
+            client.lVersion = l_cli_version(client.sVersion.c_str());
+        }
+        clients.push_back(std::move(client));
+    }
+}
+
+bool bBY_NAME(const CLIENT& a, const CLIENT& b)
+{
+    return a.sName < b.sName;
+}
+
+void v_READ_RUNS(LOGS& logs, size_t uRuns, std::vector<OUTCOME>& runs)
+{
+    for (auto place = logs.runs.rbegin(); place != logs.runs.rend() && runs.size() < uRuns; ++place)
+        if (OUTCOME outcome; iREAD_OUTCOME(logs, *place, outcome))
+            runs.push_back(std::move(outcome));
+}
+
+constexpr std::string_view asvState[] = {"failed", "warned", "stale", "never", "well", "off"};
+static_assert(std::size(asvState) == STATE_COUNT);
+
+constexpr std::string_view asvUpdate[] = {"",       "done",        "warned",      "restart",
+                                          "failed", "not started", "interrupted", "running"};
+static_assert(std::size(asvUpdate) == UPDATE_COUNT);
+
+}  // namespace
+
+int iREAD_FLEET(const READ_WISH& wish, FLEET& fleet, std::vector<OUTCOME>& runs)
+{
+    fleet.lNow = wish.lNow;
+    fleet.iStaleDays = wish.iStaleDays;
+    for (int i = 0; i <= iSTRIP_DAYS; i++)
+        fleet.alDay[static_cast<size_t>(i)] = lDAY_BEGIN(wish.lNow, iSTRIP_DAYS - 1 - i);
+    LOGS logs;
+    v_READ_LOGS(wish, fleet.alDay, logs);
+    fleet.iLogFiles = static_cast<int>(logs.asFile.size());
+    fleet.lBadLines = logs.lBad;
+    fleet.bDatabase = iREAD_ROWS(fleet.clients, fleet.sDatabaseError) == 1;
+    if (!fleet.bDatabase) v_CLIENTS_OF_LOGS(logs, fleet.clients);
+    std::sort(fleet.clients.begin(), fleet.clients.end(), bBY_NAME);
+    const bool bLocks = bUPDATE_LOCKS();
+    for (CLIENT& client : fleet.clients) v_JUDGE(client, logs, fleet, bLocks);
+    v_COMPARE_KEYS(fleet.clients);
+    v_READ_RUNS(logs, static_cast<size_t>(wish.iRuns), runs);
+    return fleet.bDatabase || !fleet.clients.empty();
+}
+
+COUNTS sctCOUNT(const std::vector<const CLIENT*>& chosen)
+{
+    COUNTS counts;
+    for (const CLIENT* pClient : chosen) {
+        counts.aiState[pClient->eState]++;
+        counts.aiUpdate[pClient->eUpdate]++;
+        counts.iTakePart += pClient->bTakesPart ? 1 : 0;
+    }
+    return counts;
+}
+
+std::string_view svSTATE(CLIENT_STATE eState)
+{
+    return asvState[eState];
+}
+
+std::string_view svUPDATE(UPDATE_STATE eState)
+{
+    return asvUpdate[eState];
+}

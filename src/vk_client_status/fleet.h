@@ -1,0 +1,115 @@
+/* The fleet as this program shows it: one record per client, read from the database
+   and the outcome logs and judged in one place, so that every form says the same. */
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+constexpr int iSTRIP_DAYS = 14;
+
+/* How a client stands, in the order in which lists show it. */
+enum CLIENT_STATE {
+    STATE_FAILED,  // its last run failed
+    STATE_WARNED,  // its last run did its work, and asks for something (a restart)
+    STATE_STALE,   // well when it was last looked at, which is too long ago
+    STATE_NEVER,   // entered, and never looked at
+    STATE_WELL,
+    STATE_OFF,  // takes no part in checks of all clients
+    STATE_COUNT
+};
+
+enum UPDATE_STATE {
+    UPDATE_NONE,         // nothing is known of an update
+    UPDATE_DONE,         // the last one succeeded, or found the version installed
+    UPDATE_WARNED,       // it succeeded, and the client did not answer afterwards
+    UPDATE_RESTART,      // it asked for a restart of which no report tells yet
+    UPDATE_FAILED,       // it failed, or was refused before it began
+    UPDATE_NOT_STARTED,  // a run over many clients left this one out
+    UPDATE_INTERRUPTED,  // begun, not ended, and nobody is at it
+    UPDATE_RUNNING,
+    UPDATE_COUNT
+};
+
+/* What a day of a client was like. */
+enum DAY_STATE : uint8_t { DAY_NONE, DAY_WELL, DAY_MIXED, DAY_FAILED };
+
+/* One run, as its line in the outcome log tells it. */
+struct OUTCOME {
+    long                     lBegin = 0;  // seconds since 1970, 0: not told
+    long                     lEnd = 0;
+    std::string              sTask, sId, sMessage, sStage, sCause, sCure, sMode, sHost, sPort;
+    std::string              sHostKey, sVersionBefore, sVersionAfter, sSender;
+    std::vector<std::string> asWords;
+    int                      iExit = 0;
+    bool                     bStarted = true;  // false: left out by a run over many clients
+    bool                     bStored = true;
+    long                     lMilliseconds = -1;
+};
+
+/* A client. Times are seconds since 1970, 0 where there is none. */
+struct CLIENT {
+    std::string              sName, sId, sOs, sMode, sLocation, sVersion, sServicepack;
+    long                     lVersion = 0;
+    bool                     bTakesPart = true;
+    int                      iAccessState = 0;
+    long                     lChecked = 0;
+    long                     lSucceeded = 0;
+    std::string              sMessage, sMessageId;  // of the last run
+    CLIENT_STATE             eState = STATE_NEVER;
+    long                     lSince = 0;             // first failure after the last success
+    bool                     bSinceExact = true;     // false: at that time it had failed already
+    std::string              sStage, sCause, sCure;  // of the last failure, while it lasts
+    std::vector<std::string> asWords;
+    UPDATE_STATE             eUpdate = UPDATE_NONE;
+    long                     lUpdate = 0;  // end of the last update; begin of one under way
+    std::string              sUpdateMessage;
+    std::string              sHostKey;
+    std::string              sSameKeyAs;         // another client that shows the same host key
+    std::array<DAY_STATE, iSTRIP_DAYS> aeDay{};  // the last one is today
+
+    /* Read from the database, and only used to judge. */
+    std::string sUpdateColumn, sDataMover;
+    long        lUpdateColumn = 0;
+};
+
+struct FLEET {
+    std::vector<CLIENT>               clients;  // in the order of their names
+    long                              lNow = 0;
+    int                               iStaleDays = 3;
+    bool                              bDatabase = true;
+    std::string                       sDatabaseError;  // why the database could not be read
+    int                               iLogFiles = 0;
+    long                              lBadLines = 0;  // of the outcome logs, passed over
+    std::array<long, iSTRIP_DAYS + 1> alDay{};        // where the days of the strips begin
+};
+
+/* How many clients stand in each state. */
+struct COUNTS {
+    std::array<int, STATE_COUNT>  aiState{};
+    std::array<int, UPDATE_COUNT> aiUpdate{};
+    int                           iTakePart = 0;
+};
+
+/* What is to be read. */
+struct READ_WISH {
+    long        lNow = 0;
+    int         iDays = iSTRIP_DAYS;  // of the outcome logs, today included
+    int         iStaleDays = 3;
+    std::string sRunsOf;  // the client whose last runs are wanted, or empty
+    int         iRuns = 10;
+};
+
+/* Reads the fleet. A database that cannot be read is told in fleet.sDatabaseError; the
+   clients are then those of the outcome logs.
+   runs    the last runs of wish.sRunsOf, the newest first
+   Result  0: neither database nor logs tell of a client */
+int iREAD_FLEET(const READ_WISH& wish, FLEET& fleet, std::vector<OUTCOME>& runs);
+
+COUNTS sctCOUNT(const std::vector<const CLIENT*>& chosen);
+
+/* The words of states, as every form writes them. */
+std::string_view svSTATE(CLIENT_STATE eState);
+std::string_view svUPDATE(UPDATE_STATE eState);

@@ -1,0 +1,69 @@
+/* Reading the outcome logs: a JSON object per run and line, a file per day.
+
+   They are large (a line of some 600 bytes per client and day), so the whole of them
+   goes once, block by block, through a walk over the keys of each line that takes
+   slices and builds nothing. What is said about few runs (why a client fails) is read
+   by the JSON library, from the lines that the walk has noted. A line that is none of
+   ours is counted and passed over. */
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "common/unix/cm_hal_pipe.h"
+#include "fleet.h"
+
+/* Where a line lies. */
+struct LINE_PLACE {
+    int    iFile = -1;  // -1: nowhere
+    long   lOffset = 0;
+    size_t uLength = 0;
+};
+
+/* What the walk keeps of a client. */
+struct LOG_RECORD {
+    LINE_PLACE   last;     // the newest run that was started
+    LINE_PLACE   failure;  // the newest of those that failed, while the failure lasts
+    long         lFirst = 0;
+    long         lLast = 0;
+    long         lSince = 0;   // first failure after the last run that was well
+    long         lWell = 0;    // the last run that was well
+    long         lUpdate = 0;  // end of the last update or service pack
+    UPDATE_STATE eUpdate = UPDATE_NONE;
+    std::string  sHostKey;
+    std::array<DAY_STATE, iSTRIP_DAYS> aeDay{};
+};
+
+struct HASH_TEXT {
+    using is_transparent = void;
+    size_t operator()(std::string_view sv) const { return std::hash<std::string_view>{}(sv); }
+};
+
+struct LOGS {
+    std::vector<std::string> asFile;  // the oldest first
+    std::unordered_map<std::string, LOG_RECORD, HASH_TEXT, std::equal_to<>> clients;
+    std::vector<LINE_PLACE> runs;         // of the one client whose runs are wanted, oldest first
+    long                    lOldest = 0;  // end of the oldest run that was read
+    long                    lBad = 0;
+    FD                      fdOpen;  // the file that a line was last read from
+    int                     iOpen = -1;
+};
+
+/* Walks over the logs of wish.iDays days. alDay: where the days of the strips begin. */
+void v_READ_LOGS(const READ_WISH& wish, const std::array<long, iSTRIP_DAYS + 1>& alDay, LOGS& logs);
+
+/* The run of that line. Result 0: it cannot be read any more. */
+int iREAD_OUTCOME(LOGS& logs, const LINE_PLACE& place, OUTCOME& outcome);
+
+/* A message says that the client has the package's version already: a failure by its
+   exit code, and no trouble. */
+bool bSAME_VERSION(std::string_view svMessage);
+
+/* The identifier at the beginning of a message ("E011-HOSTS"), or empty. */
+std::string_view svMESSAGE_ID(std::string_view svMessage);
+
+/* A restart is what the message asks for. */
+bool bRESTART_ID(std::string_view svId);

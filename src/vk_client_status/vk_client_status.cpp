@@ -1,0 +1,174 @@
+/* vk_client_status: the whole fleet at a glance, for people and for machines. Reads the
+   database and the outcome logs; writes nothing but the form that is asked for.
+
+   Exit codes: 0; 1 no client fits names and choices; 2 the command line or the
+   configuration makes no sense, nothing can be read, or the form cannot be written.
+   With --nagios: 0 to 3 as monitoring plugins have it. */
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <clocale>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "common/common.h"
+#include "common/config/config.h"
+#include "common/text/program.h"
+#include "common/unix/cm_hal_pipe.h"
+#include "options.h"
+#include "wording.h"
+
+constinit const PROGRAM sctPROGRAM{"vk_client_status", "", '\0', {}};
+
+namespace {
+
+constexpr int iEXIT_NONE = 1;
+constexpr int iEXIT_TROUBLE = 2;
+constexpr int iEXIT_UNKNOWN = 3;
+constexpr int iUSUAL_WIDTH = 80;
+
+bool bENVIRONMENT(const char* cpName)
+{
+    const char* cp = std::getenv(cpName);
+    return cp != nullptr && *cp != '\0';
+}
+
+/* A terminal gets ages and its own width, anything else whole values. */
+TABLE_LOOK sctLOOK(const OPTIONS& options)
+{
+    const bool bTerminal = options.sOutput.empty() && isatty(STDOUT_FILENO) == 1;
+    TABLE_LOOK look;
+    winsize    sctSize{};
+    if (bTerminal) {
+        const bool bKnown = ioctl(STDOUT_FILENO, TIOCGWINSZ, &sctSize) == 0 && sctSize.ws_col != 0;
+        look.iWidth = bKnown ? sctSize.ws_col : iUSUAL_WIDTH;
+    }
+    if (options.iWidth >= 0) look.iWidth = options.iWidth;
+    look.bColor = bTerminal && !bENVIRONMENT("NO_COLOR") &&
+                  std::string(bENVIRONMENT("TERM") ? std::getenv("TERM") : "dumb") != "dumb";
+    if (options.sColor != "auto") look.bColor = options.sColor == "always";
+    return look;
+}
+
+/* One name without a pattern asks for the client in full. */
+bool bIN_FULL(const OPTIONS& options)
+{
+    return options.eForm == FORM_TABLE && options.choice.asName.size() == 1 &&
+           options.choice.asName[0].find_first_of("*?[") == std::string::npos;
+}
+
+int iWRITE_ALL(int iFd, std::string_view sv)
+{
+    while (!sv.empty()) {
+        const ssize_t iWritten = write(iFd, sv.data(), sv.size());
+        if (iWritten < 0 && errno == EINTR) continue;
+        if (iWritten < 0) return 0;
+        sv.remove_prefix(static_cast<size_t>(iWritten));
+    }
+    return 1;
+}
+
+int iCANNOT_WRITE(const std::string& sFile)
+{
+    v_STDERR("cannot write \"%s\": %s", sFile.c_str(), std::strerror(errno));
+    return 0;
+}
+
+/* Readers of the file see the old text or the new one, never a part. */
+int iREPLACE(const std::string& sFile, const std::string& sText)
+{
+    std::string sNew = sFile + ".XXXXXX";
+    FD          fd(mkostemp(sNew.data(), O_CLOEXEC));
+    if (!fd.bOpen()) return iCANNOT_WRITE(sFile);
+    constexpr mode_t uMode = 0644;  // what web servers and collectors read
+    if (iWRITE_ALL(fd.iGet(), sText) && fchmod(fd.iGet(), uMode) == 0 && fsync(fd.iGet()) == 0 &&
+        rename(sNew.c_str(), sFile.c_str()) == 0)
+        return 1;
+    const int iErrno = errno;
+    unlink(sNew.c_str());
+    errno = iErrno;
+    return iCANNOT_WRITE(sFile);
+}
+
+int iWRITE(const OPTIONS& options, const std::string& sText)
+{
+    if (!options.sOutput.empty()) return iREPLACE(options.sOutput, sText);
+    return iWRITE_ALL(STDOUT_FILENO, sText) || iCANNOT_WRITE("standard output");
+}
+
+std::string sFORM(const OPTIONS& options, const FLEET& fleet, const CHOSEN& chosen,
+                  const std::vector<OUTCOME>& runs, int& iExit)
+{
+    switch (options.eForm) {
+        case FORM_NAMES:
+            return sFORM_NAMES(chosen, options.bZero);
+        case FORM_JSON:
+            return sFORM_JSON(fleet, chosen);
+        case FORM_CSV:
+            return sFORM_CSV(fleet, chosen);
+        case FORM_NAGIOS:
+            return sFORM_NAGIOS(fleet, chosen, options.limits, iExit);
+        case FORM_PROMETHEUS:
+            return sFORM_PROMETHEUS(fleet, chosen);
+        case FORM_PAGE:
+            return sFORM_PAGE(fleet, chosen);
+        default:
+            break;
+    }
+    if (!bIN_FULL(options) || chosen.empty()) return sFORM_TABLE(fleet, chosen, sctLOOK(options));
+    return sFORM_CLIENT(fleet, *chosen[0],
+                        fleet.bDatabase ? READ_DETAILS(chosen[0]->sName) : std::vector<DETAIL>{},
+                        runs, sctLOOK(options));
+}
+
+/* No client: told for a name that is none, since it is easily mistyped. */
+int iNOBODY(const OPTIONS& options, const FLEET& fleet)
+{
+    if (bIN_FULL(options) && !fleet.clients.empty()) {
+        bool bKnown = false;
+        for (const CLIENT& client : fleet.clients)
+            bKnown = bKnown || client.sName == options.choice.asName[0];
+        if (!bKnown) v_STDERR("no such client: %s", options.choice.asName[0].c_str());
+    }
+    return iEXIT_NONE;
+}
+
+int iSHOW(const OPTIONS& options)
+{
+    const bool bNagios = options.eForm == FORM_NAGIOS;
+    READ_WISH  wish{time(nullptr), options.iDays, options.iStaleDays, "", 10};
+    if (bIN_FULL(options)) wish.sRunsOf = options.choice.asName[0];
+    FLEET                fleet;
+    std::vector<OUTCOME> runs;
+    const bool           bRead = iREAD_FLEET(wish, fleet, runs) == 1;
+    if (!fleet.bDatabase && !bNagios) v_STDERR("%s", sNOTICE(fleet).c_str());
+    if (fleet.lBadLines != 0)
+        v_STDERR("the outcome logs hold %ld lines that are none; passed over", fleet.lBadLines);
+    if (!bRead && !bNagios) {
+        v_STDERR("the outcome logs of %d days below \"%s\" name no client", options.iDays,
+                 read_glbv("gv_rw_prot"));
+        return iEXIT_TROUBLE;
+    }
+    const CHOSEN chosen = CHOOSE(fleet, options.choice);
+    int          iExit = 0;
+    if (!iWRITE(options, sFORM(options, fleet, chosen, runs, iExit)))
+        return bNagios ? iEXIT_UNKNOWN : iEXIT_TROUBLE;
+    return chosen.empty() && !bNagios && options.eForm <= FORM_CSV ? iNOBODY(options, fleet)
+                                                                   : iExit;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    std::setlocale(LC_CTYPE, "C.UTF-8");
+    OPTIONS options;
+    if (const int iExit = iREAD_OPTIONS(argc, argv, options); iExit != -1) return iExit;
+    if (!iCONFIG_VALID()) return options.eForm == FORM_NAGIOS ? iEXIT_UNKNOWN : iEXIT_TROUBLE;
+    return iSHOW(options);
+}

@@ -1,0 +1,69 @@
+/* Words. */
+#include "wording.h"
+
+#include "cells.h"
+#include "common/text/text.h"
+#include "outcome_log.h"
+
+namespace {
+
+void v_ADD(std::string& s, int iCount, const char* cpWords)
+{
+    if (iCount == 0) return;
+    s.append(s.ends_with(": ") ? "" : ", ")
+        .append(std::to_string(iCount))
+        .append(" ")
+        .append(cpWords);
+}
+
+}  // namespace
+
+std::string sMESSAGE_TEXT(const CLIENT& client)
+{
+    std::string_view sv = client.sMessage;
+    sv.remove_prefix(svMESSAGE_ID(sv).size());
+    sv.remove_prefix(std::min(sv.find_first_not_of(' '), sv.size()));
+    return sONE_LINE(sv);
+}
+
+std::string sWHY(const CLIENT& client)
+{
+    std::string s = client.sCause;
+    if (!client.sStage.empty() && !s.empty()) s += " (" + client.sStage + ")";
+    if (!client.asWords.empty()) {
+        for (const std::string& sWords : client.asWords)
+            s.append(s.empty()                          ? ""
+                     : &sWords == client.asWords.data() ? ": "
+                                                        : "; ")
+                .append(sWords);
+    } else {
+        s.append(s.empty() ? "" : ": ").append(sMESSAGE_TEXT(client));
+    }
+    return sONE_LINE(s);
+}
+
+std::string sSUMMARY(const COUNTS& counts, size_t uClients)
+{
+    std::string s = sCOUNTED(static_cast<long>(uClients), "client") + ": ";
+    v_ADD(s, counts.aiState[STATE_WELL], "well");
+    v_ADD(s, counts.aiState[STATE_FAILED], "failing");
+    v_ADD(s, counts.aiState[STATE_WARNED], "with a warning");
+    v_ADD(s, counts.aiState[STATE_STALE], "stale");
+    v_ADD(s, counts.aiState[STATE_NEVER], "never checked");
+    v_ADD(s, counts.aiState[STATE_OFF], "off");
+    std::string sUpdates = "; updates: ";
+    v_ADD(sUpdates, counts.aiUpdate[UPDATE_RUNNING], "running");
+    v_ADD(sUpdates, counts.aiUpdate[UPDATE_INTERRUPTED], "interrupted");
+    v_ADD(sUpdates, counts.aiUpdate[UPDATE_FAILED], "failed");
+    v_ADD(sUpdates, counts.aiUpdate[UPDATE_NOT_STARTED], "not started");
+    v_ADD(sUpdates, counts.aiUpdate[UPDATE_RESTART], "waiting for a restart");
+    if (s.ends_with(": ")) s.resize(s.size() - 2);
+    return sUpdates.ends_with(": ") ? s : s + sUpdates;
+}
+
+std::string sNOTICE(const FLEET& fleet)
+{
+    if (fleet.bDatabase) return "";
+    return "cannot read the database: " + sONE_LINE(fleet.sDatabaseError) +
+           "; what follows is from the outcome logs alone";
+}
