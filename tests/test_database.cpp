@@ -66,7 +66,7 @@ TEST_F(DATABASE, access_replies_with_value_number_or_error)
         SCOPED_TRACE(row.cpSql);
         EXPECT_EQ(sVALUE(row.cpSql), row.cpReply);
     }
-    EXPECT_STREQ(cpDB_SQLSTATE(), "23505");
+    EXPECT_EQ(sctDB_ERROR().sSqlState, "23505");
     char szSmall[8];
     EXPECT_EQ(iDB_ACCESS("selec", szSmall, nullptr, m_log), 0);
     EXPECT_STREQ(szSmall, "ERROR: ");
@@ -157,7 +157,7 @@ TEST_F(DATABASE, a_lost_connection_fails_its_statement_and_the_next_one_connects
     CaptureStderr();
     EXPECT_THAT(sVALUE("select pg_terminate_backend(pg_backend_pid())"),
                 HasSubstr("terminating connection due to administrator command"));
-    EXPECT_STREQ(cpDB_SQLSTATE(), "");
+    EXPECT_EQ(sctDB_ERROR().sSqlState, "");
     EXPECT_EQ(sVALUE("select 'again'"), "again");
     SQL("select pg_terminate_backend(pid) from pg_stat_activity where "
         "application_name='vk_config_client' and datname=current_database()");

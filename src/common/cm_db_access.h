@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 #include <type_traits>
 #include <vector>
 
@@ -53,9 +54,36 @@ int iDB_ACCESS(const char* cpSql, char (&szReply)[N], DB_REC_LIS* pList, str_log
     return iDB_ACCESS_N(cpSql, szReply, N, pList, sctLog);
 }
 
-/* The SQLSTATE of the last failed statement ("23505": the key was taken by
-   another run), empty after a success or when the connection failed. */
-const char* cpDB_SQLSTATE();
+/* Why the last statement failed; both empty when it ran. */
+struct DB_ERROR {
+    std::string sSqlState;  // "23505": the key is taken; empty when the connection failed
+    std::string sText;      // as in the reply, but whole
+};
+const DB_ERROR& sctDB_ERROR();
+
+/* Tells the last statement's failure in one line on standard error and in the trace,
+   "WHAT: REASON", once per sWhat; nothing when it ran. A run that never had a
+   connection has told that, and what follows from it is only traced. */
+void DB_TELL_FAILURE(const std::string& sWhat, const str_log& sctLog);
+
+/* Runs a statement whose outcome decides nothing for the run: an insert, update or
+   delete that stores what there is to store. A failure is told (DB_TELL_FAILURE).
+   sWhat   what is missing then: "outcome of beta not stored"
+   Result  number of rows that it changed; -1 it failed */
+int iDB_EXECUTE(const std::string& sWhat, const char* cpSql, const str_log& sctLog);
+
+/* The same with a statement that is formed here (iSQL), at most 2047 bytes. */
+template<class... V>
+int iDB_EXECUTE_SQL(const std::string& sWhat, const str_log& sctLog, const char* cpFormat,
+                    const V&... values)
+{
+    char szSql[2048];
+    iSQL(szSql, cpFormat, values...);
+    return iDB_EXECUTE(sWhat, szSql, sctLog);
+}
+
+/* Lets the records of a list go before the process ends. */
+void DB_LET_GO(DB_REC_LIS* pList);
 
 int iDB_SEL_GETVALUE_N(const char* cpSql, const char* cpColumn, char* cpValue, size_t uValue,
                        const str_log& sctLog);

@@ -33,14 +33,11 @@ constexpr const char* cpUNIQUE_KEPT = "23505";  // SQLSTATE: the key is taken
 /* The row keeps its identifier and its access mode. */
 void v_REFRESH_ROW(SCT_ARGS* pArg)
 {
-    char szReply[256];
-    char szSql[2048];
-    iSQL(szSql,
-         "update clients set accessmode='%s',msg='%s Id=%s',comment='%s Id=%s' where "
-         "client_id='%s'",
-         pArg->szAccessMode, FREE_TEXT{pArg->szNodeAddr}, pArg->szNodeId,
-         FREE_TEXT{pArg->szNodeAddr}, pArg->szNodeId, pArg->szNodeId);
-    iDB_ACCESS(szSql, szReply, nullptr, strLog);
+    iDB_EXECUTE_SQL(sNOT_STORED("refreshed entry", pArg), strLog,
+                    "update clients set accessmode='%s',msg='%s Id=%s',comment='%s Id=%s' where "
+                    "client_id='%s'",
+                    pArg->szAccessMode, FREE_TEXT{pArg->szNodeAddr}, pArg->szNodeId,
+                    FREE_TEXT{pArg->szNodeAddr}, pArg->szNodeId, pArg->szNodeId);
 }
 
 /* An existing client has an operating system; a new one must be given one. */
@@ -125,7 +122,7 @@ void v_ADD_ROW(SCT_ARGS* pArg)
         const int iNewClientId = iNEXT_CLIENT_ID(pArg);
         if (pArg->cPermit != '0' && pArg->cPermit != '1') pArg->cPermit = '1';
         if (iINSERT_ROW(pArg, iNewClientId, szReply)) return;
-        if (std::strcmp(cpDB_SQLSTATE(), cpUNIQUE_KEPT) != 0) v_INSERT_FAILED(pArg, szReply);
+        if (sctDB_ERROR().sSqlState != cpUNIQUE_KEPT) v_INSERT_FAILED(pArg, szReply);
         if (iNAME_IS_TAKEN(pArg)) break;
         if (iTry == iMOST_TRIES) v_INSERT_FAILED(pArg, szReply);
         v_PAUSE(iTry);

@@ -4,12 +4,10 @@
 int iDELETE_FROM_DATABASE(SCT_ARGS* pArg, char* cpRet)
 {
     TRACE("+++ iDELETE_FROM_DATABASE");
-    char szReply[256];
-    char szSql[2048];
-    iSQL(szSql, "delete from interfaces where client_id='%s'", pArg->szNodeId);
-    iDB_ACCESS(szSql, szReply, nullptr, strLog);
-    iSQL(szSql, "delete from clients where client_id='%s'", pArg->szNodeId);
-    iDB_ACCESS(szSql, szReply, nullptr, strLog);
+    const std::string sWhat = std::string(pArg->szNodeName) + " not removed";
+    iDB_EXECUTE_SQL("interfaces of " + sWhat, strLog, "delete from interfaces where client_id='%s'",
+                    pArg->szNodeId);
+    iDB_EXECUTE_SQL(sWhat, strLog, "delete from clients where client_id='%s'", pArg->szNodeId);
     MESSAGE(cpRet, 256, MSG_I008, pArg->szNodeName, pArg->szNodeId);
     TRACE("--- iDELETE_FROM_DATABASE returns 1  %s", cpRet);
     return 1;

@@ -34,12 +34,6 @@ const char* cpQUERY_CLIENT(const SCT_ARGS* pArg, const char* cpCommand, const ch
     return cpEqual != nullptr ? cpEqual + 1 : nullptr;
 }
 
-void v_EXECUTE(const char* cpSql)
-{
-    char szReply[256];
-    iDB_ACCESS(cpSql, szReply, nullptr, strLog);
-}
-
 void v_ASK_VERSION(const SCT_ARGS* pArg)
 {
     char        szAnswer[512];
@@ -47,10 +41,9 @@ void v_ASK_VERSION(const SCT_ARGS* pArg)
         pArg, "vk_client -r -f usefile -n gv_rw_ini:vk.ini -m f -s \"version=^\" -v 1",
         "Velka version", szAnswer);
     if (cpVersion == nullptr) return;
-    char szSql[2048];
-    iSQL(szSql, "update clients set velka_version='%s',version_number=%ld where name='%s'",
-         cpVersion, l_cli_version(cpVersion), pArg->szNodeName);
-    v_EXECUTE(szSql);
+    iDB_EXECUTE_SQL(sNOT_STORED("version", pArg), strLog,
+                    "update clients set velka_version='%s',version_number=%ld where name='%s'",
+                    cpVersion, l_cli_version(cpVersion), pArg->szNodeName);
 }
 
 void v_ASK_PACKAGE(const SCT_ARGS* pArg)
@@ -61,9 +54,8 @@ void v_ASK_PACKAGE(const SCT_ARGS* pArg)
         pArg, "vk_client -r -f usefile -n gv_rw_ini:vk.ini -m f -s \"package_name=^\" -v 1",
         "Velka package", szAnswer);
     if (cpPackage == nullptr) return;
-    char szSql[2048];
-    iSQL(szSql, "update clients set package='%s' where name='%s'", cpPackage, pArg->szNodeName);
-    v_EXECUTE(szSql);
+    iDB_EXECUTE_SQL(sNOT_STORED("package", pArg), strLog,
+                    "update clients set package='%s' where name='%s'", cpPackage, pArg->szNodeName);
 }
 
 /* Systems whose backup client runs elsewhere, or reports a system of its own. */
@@ -83,9 +75,12 @@ void v_CORRECT_OS(SCT_ARGS* pArg, const char* cpReported)
     TRACE("OS in DB [%s] does not match client OS [%s].", pArg->szOpersys, cpReported);
     char szSql[2048];
     iSQL(szSql, "select platform from oper_systems where os='%s'", cpReported);
-    if (!iDB_SEL_GETVALUE(szSql, "platform", pArg->szPlatform, strLog)) return;
-    iSQL(szSql, "update clients set os='%s' where name='%s'", cpReported, pArg->szNodeName);
-    v_EXECUTE(szSql);
+    if (!iDB_SEL_GETVALUE(szSql, "platform", pArg->szPlatform, strLog)) {
+        DB_TELL_FAILURE(sNOT_STORED("operating system", pArg), strLog);
+        return;
+    }
+    iDB_EXECUTE_SQL(sNOT_STORED("operating system", pArg), strLog,
+                    "update clients set os='%s' where name='%s'", cpReported, pArg->szNodeName);
 }
 
 }  // namespace
@@ -108,7 +103,10 @@ void v_INVENTORY_STATEMENT(const SCT_ARGS* pArg, CLIENT_REPORT* pReport, char (&
     char szStored[256] = "";
     char szQuery[2048];
     iSQL(szQuery, "select update_date from clients where name='%s'", pArg->szNodeName);
-    if (!iDB_SEL_GETVALUE(szQuery, "update_date", szStored, strLog)) return;
+    if (!iDB_SEL_GETVALUE(szQuery, "update_date", szStored, strLog)) {
+        DB_TELL_FAILURE(sNOT_STORED("inventory", pArg), strLog);
+        return;
+    }
 
     v_MAP_UPDATE_STATE(pReport->szUpdateState);
     cm_time_stamp2iso(pReport->szInstallationDate);

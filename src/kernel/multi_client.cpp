@@ -82,7 +82,7 @@ void v_SELECT(const SCT_ARGS* pArg, t_LL LL_ClientList, SELECTION* pSelection)
 }
 
 /* Keeps the names and lets the rows go, which may be many and stay for hours
-   otherwise: an empty statement is refused and empties the list. */
+   otherwise. */
 void v_KEEP_NAMES(MULTI_RUN* pRun)
 {
     char szReply[256];
@@ -92,7 +92,7 @@ void v_KEEP_NAMES(MULTI_RUN* pRun)
         pRun->sNames.append(szName).push_back('\0');
     }
     pRun->sNames.shrink_to_fit();
-    iDB_ACCESS("", szReply, &pRun->sctList, strLog);
+    DB_LET_GO(&pRun->sctList);
 }
 
 /* The child works as the parent was asked to: it checks, or without a check it

@@ -114,9 +114,8 @@ void v_COMMAND_FAILED(SCT_ARGS* pArg, int iResult, const ANSWER* pAnswer, char* 
     PROT_MESSAGE(MSG_E003, {cpRet});
     CREATE_USER_INFO(pArg, cpRet, uSize);
     char szSql[2048];
-    char szReply[256];
     v_STORE_MESSAGE_STATEMENT(pArg, cpRet, szSql);
-    iDB_ACCESS(szSql, szReply, nullptr, strLog);
+    iDB_EXECUTE(sNOT_STORED("message", pArg), szSql, strLog);
 }
 
 /* The command succeeded without naming a version: nothing is installed, or the
@@ -150,8 +149,8 @@ int iJUDGE_REPORT(SCT_ARGS* pArg, const ANSWER* pAnswer, char* cpRet, size_t uSi
         PROT_MESSAGE(MSG_I002, {sctReport.szQtcVersion});
         MESSAGE(cpRet, uSize, MSG_I005, pArg->szNodeName);
     }
-    char szReply[256];
-    if (szSql[0] != '\0') iDB_ACCESS(szSql, szReply, nullptr, strLog);
+    if (szSql[0] != '\0')
+        iDB_EXECUTE(sNOT_STORED(iRet == 0 ? "message" : "inventory", pArg), szSql, strLog);
     v_INVENTORY_FOLLOW_UP(pArg, &sctReport);
     return iRet;
 }

@@ -9,10 +9,9 @@ namespace {
 
 constexpr size_t uDATE_TIME = 19;  // bytes of "YYYY-MM-DD HH:MM:SS"
 
-/* Stores the outcome in the client's row. A failure does not change the run's
-   outcome; the library has told a lost database. */
-template<size_t N>
-void v_STORE_OUTCOME(const char* cpTxt, int iExit, const SCT_ARGS* pArg, char (&szReply)[N])
+/* Stores the outcome in the client's row. A failure is told, and does not change
+   the run's outcome. */
+void v_STORE_OUTCOME(const char* cpTxt, int iExit, const SCT_ARGS* pArg)
 {
     char szTime[256] = "";
     time_get(szTime);
@@ -28,7 +27,7 @@ void v_STORE_OUTCOME(const char* cpTxt, int iExit, const SCT_ARGS* pArg, char (&
              "update clients set msg='%s',comment='%s',access_state='%d',access_time='%s',"
              "access_success='%s' where name='%s'",
              FREE_TEXT{cpTxt}, FREE_TEXT{cpTxt}, 0, szTime, szTime, pArg->szNodeName);
-    iDB_ACCESS(szSql, szReply, nullptr, strLog);
+    iDB_EXECUTE(sNOT_STORED("outcome", pArg), szSql, strLog);
 }
 
 /* A package update asked for with -e is followed by the service pack. */
@@ -47,6 +46,11 @@ void v_CHAIN_SERVICEPACK(int iExit, const SCT_ARGS* pArg, char (&szCommand)[N])
 
 }  // namespace
 
+std::string sNOT_STORED(const char* cpWhat, const SCT_ARGS* pArg)
+{
+    return std::string(cpWhat) + " of " + pArg->szNodeName + " not stored";
+}
+
 void ZFINISH(const char* cpTxt, int iExit, char cDelFlg, SCT_ARGS* pArg)
 {
     TRACE("+++ ZFINISH  Exit: %d Msg: %s", iExit, cpTxt);
@@ -62,7 +66,7 @@ void ZFINISH(const char* cpTxt, int iExit, char cDelFlg, SCT_ARGS* pArg)
     FPROT(0, szSummary);
     info('S', 0, szSummary);
     info('M', 0, cpTxt);
-    v_STORE_OUTCOME(cpTxt, iExit, pArg, szSummary);
+    v_STORE_OUTCOME(cpTxt, iExit, pArg);
     TRACE("--- ZFINISH exit %d, %s", iExit, cpTxt);
     v_CHAIN_SERVICEPACK(iExit, pArg, szSummary);
 

@@ -21,8 +21,7 @@ const KIND_WORDS& sctWORDS(const UPDATE_RUN* pRun)
 
 void v_EXECUTE(const UPDATE_RUN* pRun, const char* cpSql)
 {
-    char szReply[256];
-    if (iDB_ACCESS(cpSql, szReply, nullptr, strLog)) return;
+    if (iDB_EXECUTE(sNOT_STORED("update state", pRun->pArg), cpSql, strLog) >= 0) return;
     TRACE("Error during update of update_state, update_message, %s in clients table '%s'",
           sctWORDS(pRun).cpDateColumn, pRun->szMsg);
 }
@@ -68,8 +67,9 @@ void v_STATE_IN_PROGRESS(UPDATE_RUN* pRun)
          "update clients set update_state='a',update_message='%s in progress using package %s' "
          "where name='%s'",
          words.cpKind, FREE_TEXT{pRun->pArg->szPackage}, pRun->pArg->szNodeName);
-    if (iDB_ACCESS(szSql, pRun->szMsg, nullptr, strLog)) return;
-    TRACE("Error during update of update_state, update_message in clients table '%s'", pRun->szMsg);
+    if (iDB_EXECUTE(sNOT_STORED("update state", pRun->pArg), szSql, strLog) >= 0) return;
+    TRACE("Error during update of update_state, update_message in clients table '%s'",
+          sctDB_ERROR().sText.c_str());
 }
 
 void v_STATE_WARNING(const UPDATE_RUN* pRun)

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <string>
 
 #include "../common/cm_db_access.h"
 #include "../common/common.h"
@@ -37,6 +38,10 @@ inline bool bGIVEN(const char* cpText)
 {
     return cpText[0] != '\0' && !bIS(cpText, "NULL");
 }
+
+struct SCT_ARGS;
+/* "outcome of beta not stored": what a failed statement leaves undone. */
+std::string sNOT_STORED(const char* cpWhat, const SCT_ARGS* pArg);
 
 enum updateMode {
     notdefined = 0,

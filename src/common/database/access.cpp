@@ -11,6 +11,7 @@
 #include <string>
 
 #include "../text/immortal.h"
+#include "../text/standard_error.h"
 #include "connection.h"
 
 namespace {
@@ -91,10 +92,10 @@ std::map<const DB_REC_LIS_ELEMENT*, RECORDS>& LISTS()
     return lists.Get();
 }
 
-std::string& sSQLSTATE()
+DB_ERROR& LAST_ERROR()
 {
-    static IMMORTAL<std::string> sState;
-    return sState.Get();
+    static IMMORTAL<DB_ERROR> error;
+    return error.Get();
 }
 
 /* Trace context of the last operation that was traced, for the one that gets
@@ -120,7 +121,7 @@ DB_OUTCOME sctRUN(const char* cpSql, const str_log& sctLog, size_t uKeep, RECORD
     DB_OUTCOME outcome = sctDB_RUN(cpSql, [&](const PGresult* pRow) {
         if (records.Records().size() < uKeep) records.Add(pRow);
     });
-    sSQLSTATE() = outcome.sSqlState;
+    LAST_ERROR() = outcome.bOk ? DB_ERROR{} : DB_ERROR{outcome.sSqlState, outcome.sError};
     if (bTrace) {
         if (outcome.bOk)
             WRITE_TRACE(&sctLog, "statement done, rows: %ld", outcome.lRows);
@@ -128,15 +129,6 @@ DB_OUTCOME sctRUN(const char* cpSql, const str_log& sctLog, size_t uKeep, RECORD
             WRITE_TRACE(&sctLog, "statement failed: %s", outcome.sError.c_str());
     }
     return outcome;
-}
-
-void EMPTY_LIST(DB_REC_LIS& list)
-{
-    LISTS().erase(list.pstrFirstRec);
-    list.iRows = 0;
-    list.iSize = 0;
-    list.pstrFirstRec = nullptr;
-    list.pstrLastRec = nullptr;
 }
 
 void FILL_LIST(DB_REC_LIS& list, RECORDS records)
@@ -181,7 +173,7 @@ std::string sRECORD(const RECORDS& records, const DB_REC_LIS_ELEMENT& record)
 int iDB_ACCESS_N(const char* cpSql, char* cpReply, size_t uReply, DB_REC_LIS* pList,
                  const str_log& sctLog)
 {
-    if (pList != nullptr) EMPTY_LIST(*pList);
+    if (pList != nullptr) DB_LET_GO(pList);
     RECORDS          records;
     const size_t     uKeep = pList != nullptr ? std::string::npos : 1;
     const DB_OUTCOME outcome = sctRUN(cpSql, sctLog, uKeep, records);
@@ -198,9 +190,36 @@ int iDB_ACCESS_N(const char* cpSql, char* cpReply, size_t uReply, DB_REC_LIS* pL
     return 1;
 }
 
-const char* cpDB_SQLSTATE()
+const DB_ERROR& sctDB_ERROR()
 {
-    return sSQLSTATE().c_str();
+    return LAST_ERROR();
+}
+
+void DB_TELL_FAILURE(const std::string& sWhat, const str_log& sctLog)
+{
+    const std::string& sReason = LAST_ERROR().sText;
+    if (sReason.empty()) return;
+    if (bTRACED(sctLog)) WRITE_TRACE(&sctLog, "%s: %s", sWhat.c_str(), sReason.c_str());
+    if (bDB_CONNECTED_ONCE())
+        v_STDERR_ONCE(sWhat.c_str(), "%s: %s", sWhat.c_str(), sReason.c_str());
+}
+
+int iDB_EXECUTE(const std::string& sWhat, const char* cpSql, const str_log& sctLog)
+{
+    RECORDS          records;
+    const DB_OUTCOME outcome = sctRUN(cpSql, sctLog, 0, records);
+    if (outcome.bOk) return static_cast<int>(outcome.lRows);
+    DB_TELL_FAILURE(sWhat, sctLog);
+    return -1;
+}
+
+void DB_LET_GO(DB_REC_LIS* pList)
+{
+    LISTS().erase(pList->pstrFirstRec);
+    pList->iRows = 0;
+    pList->iSize = 0;
+    pList->pstrFirstRec = nullptr;
+    pList->pstrLastRec = nullptr;
 }
 
 int iDB_SEL_GETVALUE_N(const char* cpSql, const char* cpColumn, char* cpValue, size_t uValue,

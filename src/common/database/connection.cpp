@@ -46,6 +46,12 @@ CONNECTION& CONN()
     return connection.Get();
 }
 
+bool& CONNECTED_ONCE()
+{
+    static bool bOnce = false;
+    return bOnce;
+}
+
 void CLOSE_AT_END()
 {
     CONN().reset();
@@ -195,8 +201,8 @@ int iCONNECT(std::string& sError)
     PQsetErrorVerbosity(pConn.get(), PQERRORS_TERSE);
     PQsetErrorContextVisibility(pConn.get(), PQSHOW_CONTEXT_NEVER);
     PQsetNoticeProcessor(pConn.get(), IGNORE_NOTICE, nullptr);
-    static const bool bRegistered = (v_AT_END(CLOSE_AT_END), true);
-    static_cast<void>(bRegistered);
+    if (!bDB_CONNECTED_ONCE()) v_AT_END(CLOSE_AT_END);
+    CONNECTED_ONCE() = true;
     CONN() = std::move(pConn);
     return 1;
 }
@@ -315,6 +321,11 @@ void DROP(STEP eStep, int iLimit, DB_OUTCOME& outcome)
 }
 
 }  // namespace
+
+bool bDB_CONNECTED_ONCE()
+{
+    return CONNECTED_ONCE();
+}
 
 DB_OUTCOME sctDB_RUN(const char* cpSql, const DB_ROW& pRow)
 {

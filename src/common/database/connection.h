@@ -19,6 +19,9 @@ struct DB_OUTCOME {
 /* Called for every row; pRow holds that row alone, as row 0, and the columns. */
 using DB_ROW = std::function<void(const PGresult* pRow)>;
 
+/* true when this run has, or had, a connection. */
+bool bDB_CONNECTED_ONCE();
+
 /* Runs one statement; connects where there is no connection. bColumns of a SELECT
    without rows is set too; pColumns is then called with its empty result. */
 DB_OUTCOME sctDB_RUN(const char* cpSql, const DB_ROW& pRow);
