@@ -1,0 +1,171 @@
+/* The database: that it can be reached, and that it has what the tool reads and writes. */
+#include <sys/stat.h>
+
+#include <cstdlib>
+
+#include "check.h"
+#include "common/cm_config.h"
+#include "common/common.h"
+#include "database.h"
+#include "programs.h"
+#include "report.h"
+#include "setup.h"
+
+namespace {
+
+std::string sLIST(const std::vector<std::string>& asText)
+{
+    constexpr size_t uMAX = 5;
+    std::string      sAll;
+    for (size_t u = 0; u < asText.size() && u < uMAX; u++) sAll += (u == 0 ? "" : ", ") + asText[u];
+    return asText.size() > uMAX ? sAll + " and more" : sAll;
+}
+
+/* libpq passes over a password file that others may read. */
+int iCHECK_PASSWORD_FILE(const CONNECTION_TEXT& text)
+{
+    struct stat sctStat {};
+    if (text.sPassFile.empty()) return 1;
+    const std::string sWhat = "password file " + text.sPassFile;
+    if (stat(text.sPassFile.c_str(), &sctStat) != 0) {
+        v_WRONG_ADVICE(sWhat, "cannot be read", "put HOST:PORT:DATABASE:USER:PASSWORD there");
+        return 0;
+    }
+    if ((sctStat.st_mode & 0077U) != 0) {
+        v_WRONG(sWhat, "others may read it, so it is not used",
+                sTYPED({"chmod", "600", text.sPassFile}));
+        return 0;
+    }
+    v_GOOD(sWhat);
+    return 1;
+}
+
+CONNECTION pCHECK_CONNECTION(const CONNECTION_TEXT& text)
+{
+    std::string sError = text.sError;
+    if (!sError.empty()) {
+        v_WRONG("database", "conninfo in vk.ini: " + sError,
+                sTYPED({"sed", "-i", "s/^[[:space:]]*conninfo/; &/", sINI_FILE()}) +
+                    " && vk_setup server");
+        return nullptr;
+    }
+    if (!iCHECK_PASSWORD_FILE(text)) return nullptr;
+    CONNECTION pConn = pCONNECT(text.sText, sError);
+    if (pConn) return pConn;
+    // On this machine the setup can make what is missing; elsewhere it says who has to.
+    v_WRONG(sSHOWN(text), sError, "vk_setup server");
+    return nullptr;
+}
+
+void CHECK_WRITABLE(PGconn* pConn, const CONNECTION_TEXT& text)
+{
+    const std::string sVersion = sVALUE(pConn, "show server_version");
+    const std::string sWhat = sSHOWN(text) + ", PostgreSQL " + sVersion +
+                              (text.bLocal              ? ""
+                               : PQsslInUse(pConn) != 0 ? ", with TLS"
+                                                        : ", without TLS");
+    if (sVALUE(pConn, "select pg_is_in_recovery()") == "t")
+        v_WRONG_ADVICE(sWhat, "is a standby", "name the primary, or both, in conninfo");
+    else if (sVALUE(pConn, "show transaction_read_only") == "on")
+        v_WRONG(sWhat, "is read-only",
+                sTYPED({"psql", "-d", text.sText, "-c", "set transaction_read_only=off", "-c",
+                        "alter database " + sIDENTIFIER(text.sDatabase) +
+                            " reset default_transaction_read_only"}));
+    else
+        v_GOOD(sWhat);
+}
+
+void CHECK_TABLES(PGconn* pConn)
+{
+    SCHEMA      schema;
+    std::string sError;
+    if (!iREAD_SCHEMA(schema, sError)) {
+        v_WRONG("tables", sError, "apt-get install --reinstall vk-config-client");
+        return;
+    }
+    const DB_GAPS            gaps = sctGAPS(pConn, schema);
+    std::vector<std::string> asColumn;
+    for (const auto& [sTable, column] : gaps.columns)
+        asColumn.push_back(sTable + "." + column.sName);
+    const auto line = [](bool bGood, const std::string& sWhat, const std::string& sCause) {
+        if (bGood)
+            v_GOOD(sWhat);
+        else
+            v_WRONG(sWhat, sCause, "vk_setup server");
+    };
+    line(gaps.sError.empty() && gaps.asTable.empty(), "tables",
+         gaps.sError.empty() ? "missing: " + sLIST(gaps.asTable) : gaps.sError);
+    line(asColumn.empty(), "columns", "missing: " + sLIST(asColumn));
+    line(gaps.asIndex.empty(), "indexes", "missing: " + sLIST(gaps.asIndex));
+    line(gaps.asForbidden.empty(), "rights on the tables", "not all on " + sLIST(gaps.asForbidden));
+    line(gaps.lSystems == 0, "operating systems",
+         std::to_string(gaps.lSystems) + " of the product's are missing in oper_systems");
+}
+
+void CHECK_ROW(PGconn* pConn)
+{
+    const SERVER_ROW row = sctSERVER_ROW(pConn);
+    if (!row.sError.empty())
+        v_WRONG("row of the server", row.sError, "vk_setup server");
+    else if (!row.bThere)
+        v_WRONG("row of the server", "clients has no row with client_id 0", "vk_setup server");
+    else if (row.sName.empty())
+        v_WRONG("row of the server", "has no name",
+                sTYPED({"vk_setup", "server", "--name", sMACHINE_NAME()}));
+    else if (!row.bKnownOs)
+        v_WRONG("row of the server",
+                "its operating system \"" + row.sOs + "\" is not in oper_systems",
+                "vk_setup server");
+    else
+        v_GOOD("row of the server: " + row.sName + ", " + row.sOs);
+}
+
+/* Rows of clients that no run can work on. */
+void CHECK_CLIENTS(PGconn* pConn)
+{
+    DB_ROWS                  rows;
+    std::string              sError;
+    std::vector<std::string> asMode;
+    std::string              sConfig;
+    iRUN(pConn, "select distinct accessmode from clients where client_id>0 and accessmode<>''",
+         &rows, sError);
+    for (const auto& asRow : rows) {
+        const bool bNoSsh = asRow[0] == "PROXY" || asRow[0] == "VIRTUAL";
+        if (!bNoSsh && !iCONFIG_ACCESS(asRow[0].c_str(), sConfig)) asMode.push_back(asRow[0]);
+    }
+    if (asMode.empty())
+        v_GOOD("access modes of the clients");
+    else
+        v_WRONG("access modes of the clients", "not configured: " + sLIST(asMode),
+                sTYPED({"printf", "[access %s]\\nconfig = gv_rw_ini:ssh/config\\n", asMode[0]}) +
+                    " >>" + sTYPED({sINI_FILE()}));
+    iRUN(pConn,
+         "select name from clients c where client_id>0 and not exists (select from oper_systems o "
+         "where o.os=c.os) order by name limit 6",
+         &rows, sError);
+    std::vector<std::string> asName;
+    for (const auto& asRow : rows) asName.push_back(asRow[0]);
+    if (asName.empty())
+        v_GOOD("operating systems of the clients");
+    else
+        v_WRONG("operating systems of the clients", "unknown in oper_systems: " + sLIST(asName),
+                sTYPED({"vk_config_client", "-t", "0", "-c", asName[0], "-o"}) + " SYSTEM");
+}
+
+}  // namespace
+
+void v_CHECK_DATABASE()
+{
+    const CONNECTION_TEXT text =
+        sctCONNECTION_TEXT(sCONFIG_TEXT("database", "conninfo", szDEFAULT_CONNINFO));
+    const CONNECTION pConn = pCHECK_CONNECTION(text);
+    if (!pConn) return;
+    CHECK_WRITABLE(pConn.get(), text);
+    CHECK_TABLES(pConn.get());
+    if (sVALUE(pConn.get(),
+               "select to_regclass('clients') is not null and "
+               "to_regclass('oper_systems') is not null") != "t")
+        return;
+    CHECK_ROW(pConn.get());
+    CHECK_CLIENTS(pConn.get());
+}

@@ -1,0 +1,94 @@
+/* The database as the setup sees it: any connection text, statements with their
+   rows, and what the schema in sql/ asks for and the database lacks. */
+#pragma once
+
+#include <libpq-fe.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "common/cm_holder.h"
+
+using CONNECTION = std::unique_ptr<PGconn, FREE_BY<PQfinish>>;
+using DB_ROWS = std::vector<std::vector<std::string>>;  // NULL is ""
+
+/* What a connection text says; szDEFAULT_CONNINFO where vk.ini has none. */
+struct CONNECTION_TEXT {
+    std::string sText;
+    std::string sHost, sPort, sDatabase, sUser, sPassFile;
+    bool        bLocal = false;  // a socket of this machine
+    std::string sError;          // why it cannot be parsed; else ""
+};
+
+extern const char szDEFAULT_CONNINFO[];
+CONNECTION_TEXT   sctCONNECTION_TEXT(const std::string& sText);
+/* "database velka at /run/postgresql as root": never a password. */
+std::string sSHOWN(const CONNECTION_TEXT& text);
+
+/* Connects, 10 seconds at most unless the text says otherwise.
+   Result  null: sError says why, one line */
+CONNECTION pCONNECT(const std::string& sText, std::string& sError);
+
+/* Runs one statement, 60 seconds at most. rows (or null) receives every row.
+   Result  1 it ran, 0 it failed: sError says why, one line */
+int iRUN(PGconn* pConn, const std::string& sSql, DB_ROWS* pRows, std::string& sError);
+/* The first column of the first row, "" when there is none or the statement fails. */
+std::string sVALUE(PGconn* pConn, const std::string& sSql);
+/* A name as a statement takes it: between double quotes. */
+std::string sIDENTIFIER(const std::string& sName);
+
+/* ---- schema -------------------------------------------------------------- */
+
+struct SCHEMA_COLUMN {
+    std::string sName;
+    std::string sDefinition;  // name, type and constraints
+};
+
+struct SCHEMA_TABLE {
+    std::string                sName;
+    std::vector<SCHEMA_COLUMN> columns;
+};
+
+/* A statement of the file, and the table or index that it creates ("" for others). */
+struct SCHEMA_STATEMENT {
+    std::string sSql;
+    std::string sTable;
+    std::string sIndex;
+};
+
+struct SCHEMA {
+    std::vector<SCHEMA_TABLE>     tables;
+    std::vector<SCHEMA_STATEMENT> statements;
+    std::string                   sSystems;  // rows of oper_systems: "('A', 'B'), ..."
+};
+
+/* Reads the product's schema. Result 0: sError says what is missing. */
+int iREAD_SCHEMA(SCHEMA& schema, std::string& sError);
+
+/* What the database lacks. */
+struct DB_GAPS {
+    std::vector<std::string>                           asTable;
+    std::vector<std::pair<std::string, SCHEMA_COLUMN>> columns;  // of tables that are there
+    std::vector<std::string>                           asIndex;
+    std::vector<std::string>                           asForbidden;   // tables with rights missing
+    long                                               lSystems = 0;  // rows of oper_systems
+    std::string                                        sError;  // the database could not be asked
+    bool                                               bNone() const
+    {
+        return asTable.empty() && columns.empty() && asIndex.empty() && asForbidden.empty() &&
+               lSystems == 0 && sError.empty();
+    }
+};
+
+DB_GAPS sctGAPS(PGconn* pConn, const SCHEMA& schema);
+
+/* The row of the server itself. */
+struct SERVER_ROW {
+    bool        bThere = false;
+    std::string sName, sOs;
+    bool        bKnownOs = false;  // its os has a row in oper_systems
+    std::string sError;
+};
+
+SERVER_ROW sctSERVER_ROW(PGconn* pConn);

@@ -1,0 +1,196 @@
+#include "files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <string_view>
+#include <vector>
+
+#include "common/cm_config.h"
+#include "common/cm_holder.h"
+#include "common/common.h"
+#include "common/unix/cm_hal_pipe.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+int iFAILED(const char* cpVerb, const std::string& sFile, std::string& sReason)
+{
+    sReason = std::string("cannot ") + cpVerb + " \"" + sFile + "\": " + std::strerror(errno);
+    return 0;
+}
+
+bool bWRITTEN(int iFd, std::string_view svText)
+{
+    while (!svText.empty()) {
+        const ssize_t iWritten = write(iFd, svText.data(), svText.size());
+        if (iWritten < 0 && errno == EINTR) continue;
+        if (iWritten <= 0) return false;
+        svText.remove_prefix(static_cast<size_t>(iWritten));
+    }
+    return fsync(iFd) == 0;
+}
+
+std::string_view svTRIMMED(std::string_view sv)
+{
+    const size_t uFirst = sv.find_first_not_of(" \t\r");
+    if (uFirst == sv.npos) return {};
+    return sv.substr(uFirst, sv.find_last_not_of(" \t\r") - uFirst + 1);
+}
+
+std::vector<std::string> asLINES_OF(const std::string& sText)
+{
+    std::vector<std::string> asLine;
+    size_t                   uStart = 0;
+    while (uStart < sText.size()) {
+        const size_t uEnd = std::min(sText.find('\n', uStart), sText.size());
+        asLine.push_back(sText.substr(uStart, uEnd - uStart));
+        uStart = uEnd + 1;
+    }
+    return asLine;
+}
+
+/* The section that a line opens, null when it opens none. */
+bool bSECTION(std::string_view svLine, std::string_view& svName)
+{
+    svLine = svTRIMMED(svLine);
+    if (!svLine.starts_with('[') || svLine.find(']') == svLine.npos) return false;
+    svName = svLine.substr(1, svLine.find(']') - 1);
+    return true;
+}
+
+/* 1 the line sets the key, -1 it is the key's commented default, 0 neither. */
+int iSETS(std::string_view svLine, std::string_view svKey)
+{
+    svLine = svTRIMMED(svLine);
+    const bool bComment = svLine.starts_with(';');
+    if (bComment) svLine = svTRIMMED(svLine.substr(1));
+    if (!svLine.starts_with(svKey)) return 0;
+    if (!svTRIMMED(svLine.substr(svKey.size())).starts_with('=')) return 0;
+    return bComment ? -1 : 1;
+}
+
+/* Where the key's line goes: the line that it replaces, or the one that it follows. */
+struct PLACE {
+    size_t uLine = 0;
+    int    iRank = 0;  // 0 no such section, 1 section, 2 commented default, 3 set
+};
+
+PLACE sctPLACE(const std::vector<std::string>& asLine, const std::string& sSection,
+               const std::string& sKey)
+{
+    PLACE place;
+    bool  bInside = false;
+    for (size_t u = 0; u < asLine.size(); u++) {
+        std::string_view svName;
+        int              iRank = 0;
+        if (bSECTION(asLine[u], svName)) {
+            bInside = svName == sSection;
+            iRank = bInside ? 1 : 0;
+        } else if (bInside) {
+            const int iSets = iSETS(asLine[u], sKey);
+            iRank = iSets > 0 ? 3 : iSets < 0 ? 2 : 0;
+        }
+        // Of two lines that set it the last one counts for the reader as well.
+        if (iRank > place.iRank || (iRank == 3 && place.iRank == 3)) place = {u, iRank};
+    }
+    return place;
+}
+
+}  // namespace
+
+int iREAD_FILE(const std::string& sFile, std::string& sText)
+{
+    const STREAM pFile{std::fopen(sFile.c_str(), "re")};
+    if (!pFile) return 0;
+    char   szPart[8192];
+    size_t uGot = 0;
+    sText.clear();
+    errno = 0;
+    while ((uGot = std::fread(szPart, 1, sizeof szPart, pFile.get())) > 0)
+        sText.append(szPart, uGot);
+    return std::ferror(pFile.get()) == 0;
+}
+
+int iREPLACE_FILE(const std::string& sFile, const std::string& sText, mode_t uMode,
+                  std::string& sReason)
+{
+    // A link stays one: what it leads to is replaced.
+    std::error_code   error;
+    const std::string sTarget = fs::weakly_canonical(sFile, error).string();
+    const std::string sPart = (error ? sFile : sTarget) + ".new";
+    struct stat       sctOld {};
+    const bool        bOld = stat(sFile.c_str(), &sctOld) == 0;
+    unlink(sPart.c_str());
+    const FD   fd(open(sPart.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    const auto iGIVE_UP = [&](const char* cpVerb) {
+        iFAILED(cpVerb, sFile, sReason);
+        if (fd.bOpen()) unlink(sPart.c_str());
+        return 0;
+    };
+    if (!fd.bOpen()) return iGIVE_UP("write");
+    if (bOld && fchown(fd.iGet(), sctOld.st_uid, sctOld.st_gid) != 0) return iGIVE_UP("own");
+    if (fchmod(fd.iGet(), bOld ? sctOld.st_mode & 07777U : uMode) != 0 ||
+        !bWRITTEN(fd.iGet(), sText))
+        return iGIVE_UP("write");
+    if (std::rename(sPart.c_str(), sPart.substr(0, sPart.size() - 4).c_str()) != 0)
+        return iGIVE_UP("replace");
+    return 1;
+}
+
+int iINI_SET(const std::string& sFile, const std::string& sSection, const std::string& sKey,
+             const std::string& sValue, std::string& sReason)
+{
+    std::string sText;
+    if (!iREAD_FILE(sFile, sText) && errno != ENOENT) return iFAILED("read", sFile, sReason);
+    std::vector<std::string> asLine = asLINES_OF(sText);
+    const PLACE              place = sctPLACE(asLine, sSection, sKey);
+    const std::string        sLine = sKey + " = " + sValue;
+    const auto               itAfter = asLine.begin() + static_cast<long>(place.uLine);
+    if (place.iRank == 3)
+        asLine[place.uLine] = sLine;
+    else if (place.iRank > 0)
+        asLine.insert(itAfter + 1, sLine);
+    else
+        asLine.insert(asLine.end(), {"[" + sSection + "]", sLine});
+    sText.clear();
+    for (const std::string& s : asLine) sText += s + "\n";
+    if (!iMAKE_DIRECTORY(sFOLDER(sFile))) return iFAILED("make", sFOLDER(sFile), sReason);
+    return iREPLACE_FILE(sFile, sText, 0640, sReason);
+}
+
+int iINI_BAD_LINE(const std::string& sText)
+{
+    int iLine = 0;
+    for (const std::string& s : asLINES_OF(sText)) {
+        iLine++;
+        std::string_view       svName;
+        const std::string_view svLine = svTRIMMED(s);
+        if (svLine.empty() || svLine[0] == ';' || svLine[0] == '#' || bSECTION(svLine, svName))
+            continue;
+        if (svLine[0] == '[' || svLine.find_first_of("=:") == svLine.npos) return iLine;
+    }
+    return 0;
+}
+
+std::string sPRODUCT_FILE(const std::string& sName)
+{
+    std::error_code error;
+    fs::path        place = fs::read_symlink("/proc/self/exe", error).parent_path();
+    for (int i = 0; i < 6 && !place.empty() && place != "/"; i++, place = place.parent_path())
+        for (const fs::path& candidate : {place / "share/vk_config_client" / sName, place / sName})
+            if (fs::is_regular_file(candidate, error)) return candidate.string();
+    return "";
+}
+
+std::string sFOLDER(const std::string& sFile)
+{
+    const size_t uSlash = sFile.rfind('/');
+    return uSlash == std::string::npos ? "./" : sFile.substr(0, uSlash + 1);
+}

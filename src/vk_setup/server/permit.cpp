@@ -1,0 +1,94 @@
+/* Keys of this server, and the line that admits them on a client. */
+#include <cstdio>
+#include <cstdlib>
+
+#include "common/cm_config.h"
+#include "common/common.h"
+#include "files.h"
+#include "programs.h"
+#include "setup.h"
+
+namespace {
+
+/* A host that no block of a configuration is meant for. */
+constexpr char szNO_HOST[] = "velka.invalid";
+
+std::string sHOME_EXPANDED(const std::string& sFile)
+{
+    const char* cpHome = std::getenv("HOME");
+    return sFile.starts_with("~/") && cpHome != nullptr ? cpHome + sFile.substr(1) : sFile;
+}
+
+}  // namespace
+
+std::vector<std::string> asIDENTITIES(const std::string& sConfig, std::string& sError)
+{
+    std::vector<std::string> asKey;
+    std::vector<std::string> asCommand{"ssh", "-G"};
+    if (!sConfig.empty()) asCommand.insert(asCommand.end(), {"-F", sConfig});
+    asCommand.insert(asCommand.end(), {"--", szNO_HOST});
+    const PROGRAM_RUN run = sctRUN_PROGRAM(asCommand);
+    if (!run.bGood()) {
+        // The first line says where; the last one only counts.
+        sError = run.sOut.substr(0, run.sOut.find('\n'));
+        return asKey;
+    }
+    constexpr std::string_view svKey = "identityfile ";
+    for (size_t u = 0; u < run.sOut.size(); u = run.sOut.find('\n', u) + 1) {
+        const std::string sLine = run.sOut.substr(u, run.sOut.find('\n', u) - u);
+        if (sLine.starts_with(svKey)) asKey.push_back(sHOME_EXPANDED(sLine.substr(svKey.size())));
+        if (run.sOut.find('\n', u) == std::string::npos) break;
+    }
+    return asKey;
+}
+
+int iPUBLIC_KEY(const std::string& sKey, std::string& sPublic, std::string& sError)
+{
+    if (iREAD_FILE(sKey + ".pub", sPublic) && !sLAST_LINE(sPublic).empty()) {
+        sPublic = sLAST_LINE(sPublic);
+        return 1;
+    }
+    const PROGRAM_RUN run = sctRUN_PROGRAM({"ssh-keygen", "-y", "-P", "", "-f", sKey});
+    if (run.bGood()) {
+        sPublic = sLAST_LINE(run.sOut);
+        return 1;
+    }
+    sError = sLAST_LINE(run.sOut);
+    return 0;
+}
+
+int iPERMIT_LINE(const std::string& sMode, std::string& sLine, std::string& sError)
+{
+    std::string sConfig;
+    if (!iCONFIG_ACCESS(sMode.c_str(), sConfig)) {
+        sError = "access mode \"" + sMode + "\" is not configured";
+        return 0;
+    }
+    std::vector<std::string> asWord{"vk_setup", "set_client", sSERVER_NAME(), "--mode", sMode};
+    const size_t             uWithoutKey = asWord.size();
+    for (const std::string& sKey : asIDENTITIES(sConfig, sError)) {
+        std::string sPublic;
+        std::string sIgnored;
+        if (iPUBLIC_KEY(sKey, sPublic, sIgnored)) asWord.push_back(sPublic);
+    }
+    if (asWord.size() > uWithoutKey) {
+        sLine = sTYPED(asWord);
+        return 1;
+    }
+    if (sError.empty())
+        sError = "the ssh configuration of mode " + sMode + " names no key that is there; run " +
+                 "vk_setup server";
+    return 0;
+}
+
+int iPERMIT(const SETUP_ARGS& args)
+{
+    std::string sLine;
+    std::string sError;
+    if (!iPERMIT_LINE(args.sMode, sLine, sError)) {
+        v_STDERR("cannot form the line: %s", sError.c_str());
+        return 1;
+    }
+    std::printf("%s\n", sLine.c_str());
+    return 0;
+}

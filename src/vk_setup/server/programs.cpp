@@ -1,0 +1,78 @@
+#include "programs.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "common/cm_command.h"
+#include "common/common.h"
+#include "common/unix/cm_hal_pipe.h"
+
+namespace {
+
+/* Takes what has come. Result 0: the end of it. */
+int iTAKE(CHILD& child, std::string& sOut)
+{
+    char          szPart[4096];
+    const ssize_t iGot = read(child.fdOut.iGet(), szPart, sizeof szPart);
+    if (iGot > 0) sOut.append(szPart, static_cast<size_t>(iGot));
+    return iGot > 0 || (iGot < 0 && (errno == EAGAIN || errno == EINTR));
+}
+
+}  // namespace
+
+PROGRAM_RUN sctRUN_PROGRAM(const std::vector<std::string>& asArgument, int iLimitS)
+{
+    PROGRAM_RUN run;
+    CHILD       child;
+    CHILD_SPEC  sctSpec;
+    sctSpec.asArgument = asArgument;
+    sctSpec.asEnvironment = {{"LC_ALL", "C"}};
+    if (!iCHILD_START(child, sctSpec, run.sOut)) return run;
+    const long lDeadline = lNOW_MS() + iLimitS * 1000L;
+    bool       bMore = true;
+    while (!iCHILD_ENDED(child)) {
+        std::vector<WAIT_FD> fds{{child.fdExit.iGet()}};
+        if (bMore) fds.push_back({child.fdOut.iGet()});
+        if (iWAIT(fds, lDeadline) != WAIT_READY) {
+            v_CHILD_END(child, 1000);
+            run.sOut += "\nno end within " + std::to_string(iLimitS) + " seconds";
+        }
+        if (bMore) bMore = iTAKE(child, run.sOut) != 0;
+    }
+    for (size_t uBefore = run.sOut.size() + 1; uBefore != run.sOut.size();) {
+        uBefore = run.sOut.size();
+        iTAKE(child, run.sOut);
+    }
+    run.iStatus = child.iStatus;
+    return run;
+}
+
+std::string sLAST_LINE(const std::string& sText)
+{
+    const size_t uEnd = sText.find_last_not_of(" \r\n");
+    if (uEnd == std::string::npos) return "";
+    const size_t uStart = sText.rfind('\n', uEnd);
+    return sText.substr(uStart + 1, uEnd - uStart);
+}
+
+std::string sPROGRAM_PATH(const std::string& sName)
+{
+    const std::string sPath =
+        sSEARCH_PATH_OF_PROGRAM() + ":/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
+    for (size_t uStart = 0; uStart < sPath.size();) {
+        const size_t      uEnd = std::min(sPath.find(':', uStart), sPath.size());
+        const std::string sFile = sPath.substr(uStart, uEnd - uStart) + "/" + sName;
+        if (uEnd > uStart && access(sFile.c_str(), X_OK) == 0) return sFile;
+        uStart = uEnd + 1;
+    }
+    return "";
+}
+
+std::string sTYPED(const std::vector<std::string>& asWord)
+{
+    std::string sLine;
+    for (const std::string& s : asWord)
+        sLine += (sLine.empty() ? "" : " ") + sSHELL_WORD(SHELL_POSIX, s);
+    return sLine;
+}

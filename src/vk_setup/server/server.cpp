@@ -1,0 +1,70 @@
+/* The first setup of a server, and what it shares with the other subcommands. */
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "common/cm_config.h"
+#include "common/common.h"
+#include "database.h"
+#include "files.h"
+#include "report.h"
+#include "setup.h"
+
+namespace {
+
+void NEXT_STEPS()
+{
+    std::string sLine;
+    std::string sError;
+    std::printf("\nOn each client, as root, one of these lines:\n");
+    for (const char* cpMode : acpKeyMode) {
+        const bool bCtrl = std::string_view(cpMode) == "CTRL";
+        if (iPERMIT_LINE(cpMode, sLine, sError))
+            std::printf("  # mode %s%s\n  %s\n", cpMode,
+                        bCtrl ? ", for this server's own work only" : "", sLine.c_str());
+    }
+    std::printf(
+        "then here:\n  vk_config_client -c CLIENT -o Linux            (mode CTRL: and -m CTRL)\n");
+}
+
+}  // namespace
+
+std::string sINI_FILE()
+{
+    const char* cpIni = std::getenv("VK_INI");
+    return cpIni != nullptr && *cpIni != '\0' ? cpIni : "/etc/velka/vk.ini";
+}
+
+std::string sMACHINE_NAME()
+{
+    char szName[256] = "";
+    if (gethostname(szName, sizeof szName - 1) != 0) return "localhost";
+    return szName;
+}
+
+std::string sSERVER_NAME()
+{
+    std::string      sError;
+    const CONNECTION pConn =
+        pCONNECT(sCONFIG_TEXT("database", "conninfo", szDEFAULT_CONNINFO), sError);
+    if (!pConn) return sMACHINE_NAME();
+    const SERVER_ROW row = sctSERVER_ROW(pConn.get());
+    return row.bThere && !row.sName.empty() ? row.sName : sMACHINE_NAME();
+}
+
+int iSERVER(const SETUP_ARGS& args)
+{
+    std::string sText;
+    if (iREAD_FILE(sINI_FILE(), sText) && iINI_BAD_LINE(sText) == 0)
+        v_STEP(STEP_THERE, "configuration " + sINI_FILE());
+    const int iDatabase = iSETUP_DATABASE(args);
+    v_SETUP_DIRECTORIES();
+    v_SETUP_ACCESS(args.sName.empty() ? sSERVER_NAME() : args.sName);
+    if (iREPORT_EXIT() != 0 || !iDatabase) {
+        std::printf("\nNot everything is done; vk_setup check looks at the whole.\n");
+        return 1;
+    }
+    NEXT_STEPS();
+    return 0;
+}

@@ -1,0 +1,389 @@
+/* The database part of the first setup.
+
+   The connection text is the one given, else vk.ini's, else the default. Where it
+   leads into a database, only what is missing there is made. Where it does not, and
+   the database server is this machine's own, its superuser (who owns the socket) makes
+   role and database; a database elsewhere is its administrator's work, which is said. */
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "common/cm_config.h"
+#include "common/cm_db_access.h"
+#include "common/common.h"
+#include "common/unix/cm_hal_pipe.h"
+#include "database.h"
+#include "files.h"
+#include "os_release.h"
+#include "programs.h"
+#include "report.h"
+#include "setup.h"
+
+namespace {
+
+constexpr char szOWNER[] = "velka";  // owns the database of a machine's own server
+constexpr int  iSTART_MS = 20000;    // for a database server that starts
+
+/* Another effective user, as whom a socket is opened. */
+class AS_USER {
+public:
+    explicit AS_USER(const passwd& user)
+        : m_bDone(setegid(user.pw_gid) == 0 && seteuid(user.pw_uid) == 0)
+    {
+    }
+    AS_USER(const AS_USER&) = delete;
+    AS_USER& operator=(const AS_USER&) = delete;
+    ~AS_USER()
+    {
+        // Back from a user without rights works because the real one is unchanged.
+        if (seteuid(getuid()) != 0 || setegid(getgid()) != 0) _exit(127);
+    }
+    bool bDone() const { return m_bDone; }
+
+private:
+    bool m_bDone;
+};
+
+std::string sUSER_NAME()
+{
+    const passwd* pUser = getpwuid(geteuid());
+    return pUser != nullptr ? pUser->pw_name : "root";
+}
+
+/* A value of a connection text. */
+std::string sCONN_VALUE(const std::string& sValue)
+{
+    if (!sValue.empty() && sValue.find_first_of(" '\\;") == std::string::npos) return sValue;
+    std::string s = "'";
+    for (const char c : sValue) {
+        if (c == '\'' || c == '\\') s += '\\';
+        s += c;
+    }
+    return s + "'";
+}
+
+std::string sTEXT_OF(const CONNECTION_TEXT& text, const std::string& sDatabase,
+                     const std::string& sUser)
+{
+    return "host=" + sCONN_VALUE(text.sHost) +
+           (text.sPort == "5432" ? "" : " port=" + sCONN_VALUE(text.sPort)) +
+           " dbname=" + sCONN_VALUE(sDatabase) + " user=" + sCONN_VALUE(sUser);
+}
+
+std::string sSOCKET(const CONNECTION_TEXT& text)
+{
+    return text.sHost + "/.s.PGSQL." + text.sPort;
+}
+
+/* The machine's own database server, by its superuser. */
+CONNECTION pAS_SUPERUSER(const CONNECTION_TEXT& text, const std::string& sDatabase,
+                         std::string& sError)
+{
+    struct stat sctStat {};
+    if (stat(sSOCKET(text).c_str(), &sctStat) != 0) {
+        sError = "no database server listens on " + sSOCKET(text);
+        return nullptr;
+    }
+    const passwd* pUser = getpwuid(sctStat.st_uid);
+    if (pUser == nullptr) {
+        sError = "the owner of " + sSOCKET(text) + " is unknown";
+        return nullptr;
+    }
+    const std::string sUser = pUser->pw_name;
+    const AS_USER     as(*pUser);
+    if (!as.bDone()) {
+        sError = "only root may act as " + sUser + ": permission denied";
+        return nullptr;
+    }
+    return pCONNECT(sTEXT_OF(text, sDatabase, sUser), sError);
+}
+
+/* Starts the distribution's database server where it is installed, but down. */
+void START_LOCAL_SERVER(const CONNECTION_TEXT& text)
+{
+    if (text.sHost != "/run/postgresql" && text.sHost != "/var/run/postgresql") return;
+    const std::string sService = sPROGRAM_PATH("service");
+    if (file_exist(sSOCKET(text).c_str()) || sPROGRAM_PATH("pg_ctlcluster").empty() ||
+        sService.empty() || geteuid() != 0)
+        return;
+    const PROGRAM_RUN run = sctRUN_PROGRAM({sService, "postgresql", "start"}, 120);
+    const long        lEnd = lNOW_MS() + iSTART_MS;
+    while (!file_exist(sSOCKET(text).c_str()) && lNOW_MS() < lEnd) iSLEEP_MS(50);
+    if (file_exist(sSOCKET(text).c_str()))
+        v_STEP(STEP_MADE, "database server of this machine started");
+    else
+        v_STEP(STEP_FAILED,
+               "database server of this machine does not start: " + sLAST_LINE(run.sOut));
+}
+
+/* Runs a statement and reports it. */
+int iMAKE(PGconn* pConn, const std::string& sSql, const std::string& sWhat)
+{
+    std::string sError;
+    if (!iRUN(pConn, sSql, nullptr, sError)) {
+        v_STEP(STEP_FAILED, sWhat + ": " + sError);
+        return 0;
+    }
+    v_STEP(STEP_MADE, sWhat);
+    return 1;
+}
+
+int iMAKE_ROLE(PGconn* pConn, const std::string& sRole, bool bLogin)
+{
+    char szSql[1024];
+    iSQL(szSql, "select 1 from pg_roles where rolname='%s'", std::string_view(sRole));
+    if (!sVALUE(pConn, szSql).empty()) return 1;
+    return iMAKE(pConn, "create role " + sIDENTIFIER(sRole) + (bLogin ? " login" : ""),
+                 "database role " + sRole);
+}
+
+/* Role and database on the machine's own server. The role that logs in is named as the
+   operating-system user, whom the server's usual configuration then admits as it is. */
+int iMAKE_LOCAL(const CONNECTION_TEXT& text, const std::string& sOwner)
+{
+    std::string      sError;
+    const CONNECTION pConn = pAS_SUPERUSER(text, "postgres", sError);
+    if (!pConn) {
+        v_STEP(STEP_FAILED, "database server of this machine: " + sError);
+        if (sPROGRAM_PATH("pg_ctlcluster").empty())
+            v_STEP_MORE(
+                "install one (apt-get install postgresql), or name another with --conninfo");
+        return 0;
+    }
+    char szSql[1024];
+    if (!iMAKE_ROLE(pConn.get(), sOwner, sOwner == text.sUser) ||
+        !iMAKE_ROLE(pConn.get(), text.sUser, true))
+        return 0;
+    iSQL(szSql, "select pg_has_role('%s','%s','member')", std::string_view(text.sUser),
+         std::string_view(sOwner));
+    if (sVALUE(pConn.get(), szSql) != "t" &&
+        !iMAKE(pConn.get(), "grant " + sIDENTIFIER(sOwner) + " to " + sIDENTIFIER(text.sUser),
+               "role " + text.sUser + " is a member of " + sOwner))
+        return 0;
+    iSQL(szSql, "select 1 from pg_database where datname='%s'", std::string_view(text.sDatabase));
+    return !sVALUE(pConn.get(), szSql).empty() ||
+           iMAKE(pConn.get(),
+                 "create database " + sIDENTIFIER(text.sDatabase) + " owner " +
+                     sIDENTIFIER(sOwner) + " encoding 'UTF8' template template0",
+                 "database " + text.sDatabase);
+}
+
+void TELL_ADMINISTRATOR(const CONNECTION_TEXT& text, const std::string& sError)
+{
+    const std::string sUser = sIDENTIFIER(text.sUser);
+    v_STEP(STEP_TO_DO, sSHOWN(text) + ": " + sError);
+    v_STEP_MORE("where it is missing, an administrator of that database server has to do this:");
+    v_STEP_MORE("  create role " + sUser + " login password '...';");
+    v_STEP_MORE("  create database " + sIDENTIFIER(text.sDatabase) + " owner " + sUser +
+                " encoding 'UTF8' template template0;");
+    v_STEP_MORE("  in pg_hba.conf: hostssl " + text.sDatabase + " " + text.sUser +
+                " ADDRESS-OF-THIS-MACHINE/32 scram-sha-256");
+    v_STEP_MORE("then run this command again; it makes the tables");
+}
+
+/* Writes the connection text into vk.ini where that says something else. */
+int iKEEP_CONNINFO(const std::string& sText)
+{
+    if (sCONFIG_TEXT("database", "conninfo", szDEFAULT_CONNINFO) == sText) return 1;
+    std::string sReason;
+    if (sText.find(" ;") != std::string::npos || sText.find('\n') != std::string::npos)
+        sReason = "a connection text with \" ;\" or a line feed cannot stand there";
+    if (!sReason.empty() || !iINI_SET(sINI_FILE(), "database", "conninfo", sText, sReason)) {
+        v_STEP(STEP_FAILED, "conninfo in " + sINI_FILE() + ": " + sReason);
+        return 0;
+    }
+    v_CONFIG_FORGET();
+    v_STEP(STEP_MADE, "conninfo in " + sINI_FILE());
+    return 1;
+}
+
+/* The connection that the tool will use; null: reported. */
+CONNECTION pDATABASE(const SETUP_ARGS& args, CONNECTION_TEXT& text)
+{
+    const std::string sConfigured = sCONFIG_TEXT("database", "conninfo", "");
+    const std::string sGiven = args.sConninfo.empty() ? sConfigured : args.sConninfo;
+    text = sctCONNECTION_TEXT(sGiven.empty() ? szDEFAULT_CONNINFO : sGiven);
+    if (!text.sError.empty()) {
+        v_STEP(STEP_FAILED, "conninfo: " + text.sError);
+        return nullptr;
+    }
+    if (!args.sConninfo.empty() && !iKEEP_CONNINFO(args.sConninfo)) return nullptr;
+    std::string sError;
+    if (text.bLocal) START_LOCAL_SERVER(text);
+    CONNECTION pConn = pCONNECT(text.sText, sError);
+    if (pConn) {
+        v_STEP(STEP_THERE, sSHOWN(text));
+        return pConn;
+    }
+    if (!text.bLocal) {
+        TELL_ADMINISTRATOR(text, sError);
+        return nullptr;
+    }
+    const std::string sOwner = sGiven.empty() ? szOWNER : text.sUser;
+    if (sGiven.empty()) {
+        text.sUser = sUSER_NAME();
+        text.sText = sTEXT_OF(text, text.sDatabase, text.sUser);
+    }
+    if (!iMAKE_LOCAL(text, sOwner)) return nullptr;
+    pConn = pCONNECT(text.sText, sError);
+    if (!pConn) {
+        v_STEP(STEP_FAILED, sSHOWN(text) + ": " + sError);
+        v_STEP_MORE("admit that role in pg_hba.conf, or name one that is called as the user: " +
+                    sTYPED({"vk_setup", "server", "--conninfo",
+                            sTEXT_OF(text, text.sDatabase, sUSER_NAME())}));
+        return nullptr;
+    }
+    if (sGiven.empty() && !iKEEP_CONNINFO(text.sText)) return nullptr;
+    return pConn;
+}
+
+/* The connection that may make tables: the superuser's on the machine's own server,
+   else the tool's own. Acts as the owner of the database where it may. */
+PGconn* pMAKER(const CONNECTION_TEXT& text, PGconn* pConn, CONNECTION& pSuper)
+{
+    std::string sIgnored;
+    if (text.bLocal) pSuper = pAS_SUPERUSER(text, text.sDatabase, sIgnored);
+    PGconn*           pMaker = pSuper ? pSuper.get() : pConn;
+    const std::string sOwner = sVALUE(pMaker,
+                                      "select pg_get_userbyid(datdba) from pg_database where "
+                                      "datname=current_database() and "
+                                      "pg_has_role(datdba,'member')");
+    if (!sOwner.empty()) iRUN(pMaker, "set role " + sIDENTIFIER(sOwner), nullptr, sIgnored);
+    return pMaker;
+}
+
+bool bHAS(const std::vector<std::string>& asText, const std::string& s)
+{
+    return std::find(asText.begin(), asText.end(), s) != asText.end();
+}
+
+/* Missing tables with their indexes, columns, indexes. */
+int iMAKE_TABLES(PGconn* pMaker, const SCHEMA& schema, const DB_GAPS& gaps)
+{
+    const bool bFresh = gaps.asTable.size() == schema.tables.size();
+    int        iDone = 1;
+    for (const SCHEMA_STATEMENT& statement : schema.statements) {
+        const bool bWanted = bHAS(gaps.asTable, statement.sTable) ||
+                             bHAS(gaps.asIndex, statement.sIndex) ||
+                             (bFresh && statement.sTable.empty());
+        if (!bWanted) continue;
+        const std::string sWhat = !statement.sIndex.empty()   ? "index " + statement.sIndex
+                                  : !statement.sTable.empty() ? "table " + statement.sTable
+                                                              : "rest of the schema";
+        iDone &= iMAKE(pMaker, statement.sSql, sWhat);
+    }
+    for (const auto& [sTable, column] : gaps.columns)
+        iDone &= iMAKE(pMaker,
+                       "alter table " + sIDENTIFIER(sTable) + " add column " + column.sDefinition,
+                       "column " + sTable + "." + column.sName);
+    return iDone;
+}
+
+int iGRANT(PGconn* pMaker, const CONNECTION_TEXT& text, const std::vector<std::string>& asTable)
+{
+    int iDone = 1;
+    for (const std::string& sTable : asTable)
+        iDone &= iMAKE(pMaker,
+                       "grant select,insert,update,delete on " + sIDENTIFIER(sTable) + " to " +
+                           sIDENTIFIER(text.sUser),
+                       "rights of " + text.sUser + " on table " + sTable);
+    return iDone;
+}
+
+int iFILL_SCHEMA(const CONNECTION_TEXT& text, PGconn* pConn, const SCHEMA& schema)
+{
+    CONNECTION pSuper;
+    DB_GAPS    gaps = sctGAPS(pConn, schema);
+    if (gaps.bNone()) {
+        v_STEP(STEP_THERE, "tables, columns and operating systems");
+        return 1;
+    }
+    PGconn* pMaker = pMAKER(text, pConn, pSuper);
+    if (gaps.sError.empty()) {
+        if (!iMAKE_TABLES(pMaker, schema, gaps)) return 0;
+        gaps = sctGAPS(pConn, schema);
+        if (!iGRANT(pMaker, text, gaps.asForbidden)) return 0;
+        gaps = sctGAPS(pConn, schema);
+    }
+    if (!gaps.sError.empty()) {
+        v_STEP(STEP_FAILED, "tables: " + gaps.sError);
+        return 0;
+    }
+    if (gaps.lSystems == 0) return 1;
+    return iMAKE(pMaker,
+                 "insert into oper_systems (os,platform) select v.os,v.platform from (values " +
+                     schema.sSystems +
+                     ") v(os,platform) where not exists (select from oper_systems o where "
+                     "o.os=v.os)",
+                 std::to_string(gaps.lSystems) + " operating systems");
+}
+
+/* The operating system of this machine, by a name that the database knows. */
+std::string sKNOWN_SYSTEM(PGconn* pConn)
+{
+    char szSql[1024];
+    for (const std::string& sOs : asSYSTEM_NAMES()) {
+        iSQL(szSql, "select os from oper_systems where os='%s'", std::string_view(sOs));
+        if (!sVALUE(pConn, szSql).empty()) return sOs;
+    }
+    return sVALUE(pConn, "select os from oper_systems where platform='LINUX' order by os limit 1");
+}
+
+int iCHANGE_ROW(PGconn* pConn, const char* cpColumn, const std::string& sValue)
+{
+    char szSql[2048];
+    iSQL(szSql, "update clients set %s='%s' where client_id=0", RAW_TEXT{cpColumn},
+         std::string_view(sValue));
+    return iMAKE(pConn, szSql,
+                 std::string("row of the server: ") + cpColumn + " is \"" + sValue + "\"");
+}
+
+int iSERVER_ROW(PGconn* pConn, const SETUP_ARGS& args)
+{
+    const SERVER_ROW  row = sctSERVER_ROW(pConn);
+    const std::string sOs = sKNOWN_SYSTEM(pConn);
+    char              szSql[2048];
+    if (!row.sError.empty()) {
+        v_STEP(STEP_FAILED, "row of the server: " + row.sError);
+        return 0;
+    }
+    if (row.bThere) {
+        const bool bRename = !args.sName.empty() && args.sName != row.sName;
+        if (bRename && !iCHANGE_ROW(pConn, "name", args.sName)) return 0;
+        if (!row.bKnownOs) return iCHANGE_ROW(pConn, "os", sOs);
+        if (!bRename) v_STEP(STEP_THERE, "row of the server: " + row.sName + ", " + row.sOs);
+        return 1;
+    }
+    const std::string sName = args.sName.empty() ? sMACHINE_NAME() : args.sName;
+    iSQL(szSql, "select client_id from clients where name='%s'", std::string_view(sName));
+    if (const std::string sId = sVALUE(pConn, szSql); !sId.empty()) {
+        v_STEP(STEP_FAILED, "row of the server: client " + sId + " has the name \"" + sName + "\"");
+        v_STEP_MORE("give the server another one with --name, or remove that client: " +
+                    sTYPED({"vk_config_client", "-c", sName, "-C", "d"}));
+        return 0;
+    }
+    iSQL(szSql,
+         "insert into clients (client_id,name,os,net_prot,location,accessmode,exec) values "
+         "(0,'%s','%s','TCPIP','0','VKSSH','0')",
+         std::string_view(sName), std::string_view(sOs));
+    return iMAKE(pConn, szSql, "row of the server: " + sName + ", " + sOs);
+}
+
+}  // namespace
+
+int iSETUP_DATABASE(const SETUP_ARGS& args)
+{
+    SCHEMA      schema;
+    std::string sError;
+    if (!iREAD_SCHEMA(schema, sError)) {
+        v_STEP(STEP_FAILED, "tables: " + sError + "; install the package again");
+        return 0;
+    }
+    CONNECTION_TEXT  text;
+    const CONNECTION pConn = pDATABASE(args, text);
+    return pConn && iFILL_SCHEMA(text, pConn.get(), schema) && iSERVER_ROW(pConn.get(), args);
+}

@@ -1,0 +1,187 @@
+/* The files part of the first setup: directories, update scripts, and for each access
+   mode that has a key of its own, key pair and ssh configuration. */
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "common/cm_config.h"
+#include "common/common.h"
+#include "files.h"
+#include "programs.h"
+#include "report.h"
+#include "setup.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string sCANNOT(const char* cpVerb, const std::string& sFile)
+{
+    return std::string("cannot ") + cpVerb + " \"" + sFile + "\": " + std::strerror(errno);
+}
+
+/* Takes the rights uForbidden from a file that has them. */
+void TIGHTEN(const std::string& sFile, mode_t uForbidden)
+{
+    struct stat sctStat {};
+    if (stat(sFile.c_str(), &sctStat) != 0 || (sctStat.st_mode & uForbidden) == 0) return;
+    if (chmod(sFile.c_str(), sctStat.st_mode & 07777U & ~uForbidden) != 0)
+        v_STEP(STEP_FAILED, sCANNOT("change the mode of", sFile));
+    else
+        v_STEP(STEP_MADE, "mode of " + sFile);
+}
+
+/* Result 1: it is there now. */
+int iDIRECTORY(const std::string& sDirectory, mode_t uMode)
+{
+    struct stat sctStat {};
+    if (stat(sDirectory.c_str(), &sctStat) == 0 && S_ISDIR(sctStat.st_mode)) return 1;
+    if (!iMAKE_DIRECTORY(sDirectory) || chmod(sDirectory.c_str(), uMode) != 0) {
+        v_STEP(STEP_FAILED, sCANNOT("make", sDirectory));
+        return 0;
+    }
+    v_STEP(STEP_MADE, "directory " + sDirectory);
+    return 1;
+}
+
+/* The scripts are links to the product's own, so that an upgrade renews them. */
+void UPDATE_SCRIPTS()
+{
+    std::string sSkel;
+    std::string sReason;
+    iCONFIG_SERVER_PATH("gv_ro:skel/", sSkel, sReason);
+    for (const char* cpScript : acpUpdateScript) {
+        const std::string sTarget = sPRODUCT_FILE(std::string("skel/") + cpScript);
+        const std::string sLink = sSkel + cpScript;
+        std::error_code   error;
+        if (fs::exists(sLink, error)) continue;
+        if (sTarget.empty()) {
+            v_STEP(STEP_FAILED, "update script " + sLink +
+                                    ": the product's own is missing too; "
+                                    "install the package again");
+            continue;
+        }
+        if (!iDIRECTORY(sSkel, 0755)) return;
+        unlink(sLink.c_str());  // one that leads nowhere
+        if (symlink(sTarget.c_str(), sLink.c_str()) != 0)
+            v_STEP(STEP_FAILED, sCANNOT("make", sLink));
+        else
+            v_STEP(STEP_MADE, "update script " + sLink);
+    }
+}
+
+std::string sSSH_CONFIGURATION(const std::string& sMode, const std::string& sFolder)
+{
+    return "# ssh_config(5) of vk_config_client for clients of access mode " + sMode +
+           ".\n"
+           "# The first value found counts: put blocks of your own (another port, a jump\n"
+           "# host, another user) above this one.\n"
+           "Host *\n"
+           "    User root\n"
+           "    IdentityFile " +
+           sFolder +
+           "id_ed25519\n"
+           "    IdentitiesOnly yes\n"
+           "    IdentityAgent none\n"
+           "    StrictHostKeyChecking accept-new\n"
+           "    UserKnownHostsFile " +
+           sFolder + "known_hosts\n";
+}
+
+/* A key pair without a passphrase, since nobody is there to type it. */
+void MAKE_KEY(const std::string& sKey, const std::string& sServer)
+{
+    const PROGRAM_RUN run = sctRUN_PROGRAM(
+        {"ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-C", "velka@" + sServer, "-f", sKey});
+    if (!run.bGood())
+        v_STEP(STEP_FAILED, "key pair " + sKey + ": " + sLAST_LINE(run.sOut));
+    else
+        v_STEP(STEP_MADE, "key pair " + sKey);
+}
+
+void MAKE_PUBLIC(const std::string& sKey)
+{
+    std::string sPublic;
+    std::string sReason;
+    if (!file_exist(sKey.c_str()) || file_exist((sKey + ".pub").c_str())) return;
+    if (!iPUBLIC_KEY(sKey, sPublic, sReason) ||
+        !iREPLACE_FILE(sKey + ".pub", sPublic + "\n", 0644, sReason))
+        v_STEP(STEP_FAILED, "public key of " + sKey + ": " + sReason);
+    else
+        v_STEP(STEP_MADE, "public key " + sKey + ".pub");
+}
+
+/* Keys that the configuration names beside itself are the product's; others are the
+   administrator's, and stay his. */
+void ACCESS(const std::string& sMode, const std::string& sServer)
+{
+    std::string sConfig;
+    std::string sReason;
+    if (!iCONFIG_ACCESS(sMode.c_str(), sConfig)) return;
+    if (sConfig.empty()) {
+        v_STEP(STEP_THERE, "mode " + sMode + ": the administrator's own ssh configuration");
+        return;
+    }
+    const std::string sFolder = sFOLDER(sConfig);
+    if (!iDIRECTORY(sFolder, 0700)) return;
+    if (!file_exist(sConfig.c_str())) {
+        if (!iREPLACE_FILE(sConfig, sSSH_CONFIGURATION(sMode, sFolder), 0600, sReason)) {
+            v_STEP(STEP_FAILED, "ssh configuration: " + sReason);
+            return;
+        }
+        v_STEP(STEP_MADE, "ssh configuration " + sConfig);
+    }
+    TIGHTEN(sConfig, 0022);
+    const std::vector<std::string> asKey = asIDENTITIES(sConfig, sReason);
+    if (!sReason.empty()) {
+        v_STEP(STEP_FAILED, "ssh configuration " + sConfig + ": " + sReason);
+        return;
+    }
+    for (const std::string& sKey : asKey) {
+        if (!sKey.starts_with(sFolder)) continue;
+        if (!file_exist(sKey.c_str())) MAKE_KEY(sKey, sServer);
+        MAKE_PUBLIC(sKey);
+        TIGHTEN(sKey, 0077);
+    }
+    v_STEP(STEP_THERE, "ssh configuration and key of mode " + sMode);
+}
+
+}  // namespace
+
+std::string sDIRECTORY(const WORK_DIRECTORY& directory)
+{
+    std::string sPath;
+    iCONFIG_VARIABLE(directory.cpKey, sPath);
+    return sPath + directory.cpBelow;
+}
+
+void v_SETUP_DIRECTORIES()
+{
+    std::string sReason;
+    if (!file_exist(sINI_FILE().c_str()) &&
+        (!iMAKE_DIRECTORY(sFOLDER(sINI_FILE())) ||
+         !iREPLACE_FILE(sINI_FILE(), "; Configuration of vk_config_client(8)\n", 0640, sReason)))
+        v_STEP(STEP_FAILED,
+               "configuration: " +
+                   (sReason.empty() ? sCANNOT("make", sFOLDER(sINI_FILE())) : sReason));
+    TIGHTEN(sINI_FILE(), 0027);
+    int iAll = 1;
+    for (const WORK_DIRECTORY& directory : asctWorkDirectory) {
+        iAll &= iDIRECTORY(sDIRECTORY(directory), 0750);
+        TIGHTEN(sDIRECTORY(directory), 0002);
+    }
+    if (iAll) v_STEP(STEP_THERE, "directories of the tool");
+    UPDATE_SCRIPTS();
+}
+
+void v_SETUP_ACCESS(const std::string& sServer)
+{
+    if (sPROGRAM_PATH("ssh-keygen").empty() || sPROGRAM_PATH("ssh").empty()) {
+        v_STEP(STEP_TO_DO, "ssh is not installed: apt-get install openssh-client");
+        return;
+    }
+    for (const char* cpMode : acpKeyMode) ACCESS(cpMode, sServer);
+}

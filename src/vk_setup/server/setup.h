@@ -1,0 +1,61 @@
+/* The subcommands of the server half. Each returns the exit code. */
+#pragma once
+
+#include <string>
+#include <vector>
+
+/* What the command line gave. */
+struct SETUP_ARGS {
+    std::string sName;            // --name: of this server; empty: the machine's
+    std::string sConninfo;        // --conninfo; empty: vk.ini's, else the machine's own
+    std::string sMode = "VKSSH";  // --mode
+};
+
+int iSERVER(const SETUP_ARGS& args);
+int iCHECK();
+int iPERMIT(const SETUP_ARGS& args);
+
+/* ---- pieces of the first setup, each reports its steps -------------------- */
+
+/* Role, database, tables and rows. Result 1: the database is complete. */
+int iSETUP_DATABASE(const SETUP_ARGS& args);
+/* Mode of vk.ini, directories, update scripts; ssh configurations and keys. */
+void v_SETUP_DIRECTORIES();
+void v_SETUP_ACCESS(const std::string& sServer);
+
+/* ---- what they share ------------------------------------------------------ */
+
+/* vk.ini: the one in use, or the one that would be. */
+std::string sINI_FILE();
+
+/* The name of the server: its row's, else the machine's. */
+std::string sMACHINE_NAME();
+std::string sSERVER_NAME();
+
+/* The access modes that get a key of their own. */
+constexpr const char* acpKeyMode[] = {"VKSSH", "CTRL"};
+
+/* The directories that the tool writes to. */
+struct WORK_DIRECTORY {
+    const char* cpKey;
+    const char* cpBelow;  // a directory inside it, "" itself
+};
+constexpr WORK_DIRECTORY asctWorkDirectory[] = {
+    {"gv_rw", ""},           {"gv_rw_work", ""}, {"gv_rw_work", "packages/"},
+    {"gv_rw_work", "answ/"}, {"gv_rw_lgc", ""},  {"gv_rw_prot", ""},
+};
+std::string sDIRECTORY(const WORK_DIRECTORY& directory);
+
+/* The update scripts, which every installation has below gv_ro:skel/. */
+constexpr const char* acpUpdateScript[] = {"vk_execute_update", "vk_execute_update.cmd"};
+
+/* The private keys that an ssh configuration names, in its order. An error of the
+   configuration: sError holds ssh's words. */
+std::vector<std::string> asIDENTITIES(const std::string& sConfig, std::string& sError);
+
+/* The public half of a private key, "TYPE BASE64 COMMENT", from KEY.pub, else from the
+   key itself. Result 0: sError says why. */
+int iPUBLIC_KEY(const std::string& sKey, std::string& sPublic, std::string& sError);
+
+/* The line that admits this server on a client, for a mode. Result 0: sError. */
+int iPERMIT_LINE(const std::string& sMode, std::string& sLine, std::string& sError);

@@ -1,0 +1,99 @@
+/* The server half of vk_setup: first setup, check, permits. vk_setup(8) starts it for
+   the subcommands server, check and permit. */
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+#include "common/cm_config.h"
+#include "common/common.h"
+#include "setup.h"
+
+namespace {
+
+constexpr char szUSAGE[] =
+    "usage: vk_setup server [--name NAME] [--conninfo TEXT]\n"
+    "       vk_setup check\n"
+    "       vk_setup permit [--mode CTRL|VKSSH]\n";
+
+enum SUBCOMMAND { SUB_NONE, SUB_SERVER, SUB_CHECK, SUB_PERMIT };
+
+SUBCOMMAND eSUBCOMMAND(const char* cpWord)
+{
+    constexpr const char* acpWord[] = {"", "server", "check", "permit"};
+    for (int i = SUB_SERVER; i <= SUB_PERMIT; i++)
+        if (std::strcmp(cpWord, acpWord[i]) == 0) return static_cast<SUBCOMMAND>(i);
+    return SUB_NONE;
+}
+
+/* An option with its value, as two words or as --NAME=VALUE. */
+struct OPTION {
+    SUBCOMMAND  eOf;
+    const char* cpName;
+    std::string SETUP_ARGS::*pValue;
+};
+constexpr OPTION asctOption[] = {
+    {SUB_SERVER, "--name", &SETUP_ARGS::sName},
+    {SUB_SERVER, "--conninfo", &SETUP_ARGS::sConninfo},
+    {SUB_PERMIT, "--mode", &SETUP_ARGS::sMode},
+};
+
+/* Takes the option at *piAt. Result 0: it is none of this subcommand, or has no value. */
+int iTAKE_OPTION(SUBCOMMAND eSub, int argc, char** argv, int* piAt, SETUP_ARGS& args)
+{
+    const std::string_view svWord = argv[*piAt];
+    for (const OPTION& option : asctOption) {
+        const std::string_view svName = option.cpName;
+        if (option.eOf != eSub || !svWord.starts_with(svName)) continue;
+        if (svWord.size() > svName.size() && svWord[svName.size()] == '=') {
+            args.*option.pValue = svWord.substr(svName.size() + 1);
+            return 1;
+        }
+        if (svWord != svName) continue;
+        if (*piAt + 1 == argc) {
+            v_STDERR("option %s needs a value", option.cpName);
+            return 0;
+        }
+        args.*option.pValue = argv[++*piAt];
+        return 1;
+    }
+    v_STDERR("unknown argument \"%s\"", argv[*piAt]);
+    return 0;
+}
+
+int iREFUSED(const char* cpOption, const char* cpCause)
+{
+    v_STDERR("option %s: %s", cpOption, cpCause);
+    return 0;
+}
+
+/* What cannot be the name of a server, or is no mode. */
+int iVALID(const SETUP_ARGS& args)
+{
+    if (args.sName.size() > 255) return iREFUSED("--name", "a name has at most 255 bytes");
+    if (args.sName == "ALL_CLIENTS" || args.sName.starts_with('-') ||
+        sONE_LINE(args.sName) != args.sName || args.sName.find(' ') != std::string::npos)
+        return iREFUSED("--name", "that is no name of a host");
+    for (const char* cpMode : acpKeyMode)
+        if (args.sMode == cpMode) return 1;
+    return iREFUSED("--mode", "the mode is CTRL or VKSSH");
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    const SUBCOMMAND eSub = argc > 1 ? eSUBCOMMAND(argv[1]) : SUB_NONE;
+    SETUP_ARGS       args;
+    if (eSub == SUB_NONE) {
+        const bool bHelp =
+            argc == 2 && (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0);
+        std::fputs(szUSAGE, bHelp ? stdout : stderr);
+        return bHelp ? 0 : 2;
+    }
+    for (int i = 2; i < argc; i++)
+        if (!iTAKE_OPTION(eSub, argc, argv, &i, args)) return 2;
+    if (!iVALID(args)) return 2;
+    if (eSub == SUB_CHECK) return iCHECK();
+    if (!iCONFIG_VALID()) return 2;  // told by the library; the check says what mends it
+    return eSub == SUB_SERVER ? iSERVER(args) : iPERMIT(args);
+}
