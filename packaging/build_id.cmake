@@ -1,4 +1,6 @@
-# Writes build_id.cpp when its content changed: revision, tag, time, machine.
+# Writes build_id.cpp when its content changed: revision, version, time, machine.
+# With SOURCE_DATE_EPOCH the time is that one and no machine is named, so that the
+# same commit gives the same bytes everywhere.
 execute_process(COMMAND git -C ${SOURCE} rev-parse --short=12 HEAD OUTPUT_VARIABLE REVISION
                 OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET RESULT_VARIABLE FAILED)
 if(FAILED)
@@ -8,19 +10,21 @@ execute_process(COMMAND git -C ${SOURCE} status --porcelain OUTPUT_VARIABLE DIRT
 if(DIRTY)
   string(APPEND REVISION "+")
 endif()
+set(ID "vk_config_client ${REVISION} v${VERSION}")
+string(TIMESTAMP TIME "%Y-%m-%d %H:%M:%S" UTC)
 if(DEFINED ENV{SOURCE_DATE_EPOCH})
   set(MACHINE "reproducible")
+  set(KEY "${ID} ${TIME}")
 else()
   cmake_host_system_information(RESULT MACHINE QUERY HOSTNAME)
+  set(KEY "${ID}")
 endif()
-string(TIMESTAMP TIME "%Y-%m-%d %H:%M:%S" UTC)
-set(ID "vk_config_client ${REVISION} v${VERSION}")
 set(STAMP "${OUTPUT}.stamp")
 if(EXISTS ${STAMP} AND EXISTS ${OUTPUT})
   file(READ ${STAMP} OLD)
-  if(OLD STREQUAL ID)
+  if(OLD STREQUAL KEY)
     return()
   endif()
 endif()
 file(WRITE ${OUTPUT} "extern const char gszGitId[];\nconst char gszGitId[] = \"${ID} built ${TIME} UTC on ${MACHINE}\";\n")
-file(WRITE ${STAMP} "${ID}")
+file(WRITE ${STAMP} "${KEY}")

@@ -296,6 +296,11 @@ STARTED_RUN SANDBOX::START(const TEXTS& asArgument, const SETTINGS& environment)
 {
     TEXTS asCommand{VK_PROGRAM};
     asCommand.insert(asCommand.end(), asArgument.begin(), asArgument.end());
+    return START_COMMAND(asCommand, environment);
+}
+
+STARTED_RUN SANDBOX::START_COMMAND(const TEXTS& asCommand, const SETTINGS& environment)
+{
     SETTINGS all{{"PATH", fs::path{VK_PROGRAM}.parent_path().string() + ":" + m_sDir +
                               "/server/velka/bin:/usr/bin:/bin"},
                  {"HOME", m_sDir + "/server"},

@@ -121,6 +121,8 @@ protected:
         return WAIT(run, iLimitMs);
     }
     STARTED_RUN START(const TEXTS& asArgument, const SETTINGS& environment = {});
+    /* The same for any program, its path first. */
+    STARTED_RUN START_COMMAND(const TEXTS& asCommand, const SETTINGS& environment = {});
     RUN         WAIT(STARTED_RUN& run, int iLimitMs = 60000);
     /* The process alone; and as a terminal does. */
     void KILL(const STARTED_RUN& run, int iSignal) { SEND(run.iPid, run.iPid, iSignal); }

@@ -8,8 +8,8 @@
 #include <cstring>
 
 #include "check.h"
-#include "common/cm_config.h"
 #include "common/common.h"
+#include "common/config/config.h"
 #include "files.h"
 #include "programs.h"
 #include "report.h"

@@ -4,8 +4,8 @@
 #include <cstdlib>
 
 #include "check.h"
-#include "common/cm_config.h"
 #include "common/common.h"
+#include "common/config/config.h"
 #include "database.h"
 #include "programs.h"
 #include "report.h"

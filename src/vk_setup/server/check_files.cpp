@@ -9,8 +9,8 @@
 #include <set>
 
 #include "check.h"
-#include "common/cm_config.h"
 #include "common/common.h"
+#include "common/config/config.h"
 #include "files.h"
 #include "programs.h"
 #include "report.h"
@@ -143,15 +143,17 @@ void CHECK_PROGRAM(const char* cpName, const char* cpPackage)
         v_GOOD("program " + sPath);
 }
 
-/* The private key of a mode. */
-void CHECK_KEY(const std::string& sKey)
+/* The private key of a mode. bOwn: the setup makes it where it is missing. */
+void CHECK_KEY(const std::string& sKey, bool bOwn)
 {
     struct stat       sctStat {};
     const std::string sWhat = "key " + sKey;
     std::string       sPublic;
     std::string       sError;
     if (stat(sKey.c_str(), &sctStat) != 0) {
-        v_WRONG(sWhat, std::strerror(errno), "vk_setup server");
+        v_WRONG(sWhat, std::strerror(errno),
+                bOwn ? "vk_setup server"
+                     : sTYPED({"ssh-keygen", "-t", "ed25519", "-N", "", "-f", sKey}));
         return;
     }
     if ((sctStat.st_mode & 0077U) != 0) {
@@ -171,7 +173,9 @@ void CHECK_KEY(const std::string& sKey)
                     sTYPED({"ssh-keygen", "-p", "-N", "", "-f", sKey}));
         else
             v_WRONG(sWhat, "cannot be read: " + sLAST_LINE(run.sOut),
-                    sTYPED({"mv", sKey, sKey + ".old"}) + " && vk_setup server");
+                    sTYPED({"mv", sKey, sKey + ".old"}) + " && " +
+                        (bOwn ? "vk_setup server"
+                              : sTYPED({"ssh-keygen", "-t", "ed25519", "-N", "", "-f", sKey})));
         return;
     }
     // Comments may differ, type and key may not.
@@ -179,7 +183,7 @@ void CHECK_KEY(const std::string& sKey)
     const std::string sBody = sOwn.substr(0, sOwn.find(' ', sOwn.find(' ') + 1));
     if (!iREAD_FILE(sKey + ".pub", sPublic) || !sPublic.starts_with(sBody))
         v_WRONG(sWhat, "its public half " + sKey + ".pub is missing or another key's",
-                sTYPED({"rm", "-f", sKey + ".pub"}) + " && vk_setup server");
+                sTYPED({"ssh-keygen", "-y", "-f", sKey}) + " >" + sTYPED({sKey + ".pub"}));
     else
         v_GOOD(sWhat);
 }
@@ -230,7 +234,7 @@ void CHECK_MODE(const std::string& sMode)
     // may not exist; one that does has to have them.
     for (const std::string& sKey : asKey)
         if (sKey.starts_with(sFOLDER(sConfig)) || file_exist(sKey.c_str()) || asKey.size() == 1)
-            CHECK_KEY(sKey);
+            CHECK_KEY(sKey, sKey.starts_with(sFOLDER(sConfig)));
 }
 
 }  // namespace

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "common/cm_holder.h"
+#include "common/text/holder.h"
 
 using CONNECTION = std::unique_ptr<PGconn, FREE_BY<PQfinish>>;
 using DB_ROWS = std::vector<std::vector<std::string>>;  // NULL is ""

@@ -11,9 +11,9 @@
 #include <string_view>
 #include <vector>
 
-#include "common/cm_config.h"
-#include "common/cm_holder.h"
 #include "common/common.h"
+#include "common/config/config.h"
+#include "common/text/holder.h"
 #include "common/unix/cm_hal_pipe.h"
 
 namespace fs = std::filesystem;

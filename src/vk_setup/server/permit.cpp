@@ -2,8 +2,8 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "common/cm_config.h"
 #include "common/common.h"
+#include "common/config/config.h"
 #include "files.h"
 #include "programs.h"
 #include "setup.h"

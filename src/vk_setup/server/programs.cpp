@@ -4,8 +4,8 @@
 
 #include <cerrno>
 
-#include "common/cm_command.h"
 #include "common/common.h"
+#include "common/text/command_line.h"
 #include "common/unix/cm_hal_pipe.h"
 
 namespace {

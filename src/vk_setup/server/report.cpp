@@ -4,7 +4,6 @@
 
 #include <cstdio>
 
-#include "common/cm_output.h"
 #include "common/common.h"
 
 namespace {

@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "common/cm_config.h"
 #include "common/common.h"
+#include "common/config/config.h"
 #include "database.h"
 #include "files.h"
 #include "report.h"

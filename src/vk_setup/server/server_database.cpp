@@ -12,9 +12,9 @@
 #include <cerrno>
 #include <cstring>
 
-#include "common/cm_config.h"
 #include "common/cm_db_access.h"
 #include "common/common.h"
+#include "common/config/config.h"
 #include "common/unix/cm_hal_pipe.h"
 #include "database.h"
 #include "files.h"

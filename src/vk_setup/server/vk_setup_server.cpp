@@ -4,9 +4,13 @@
 #include <cstring>
 #include <string_view>
 
-#include "common/cm_config.h"
 #include "common/common.h"
+#include "common/config/config.h"
+#include "common/text/program.h"
 #include "setup.h"
+
+// What it says comes from vk_setup, which is what was typed.
+const PROGRAM sctPROGRAM = {"vk_setup", "", '\0', {}};
 
 namespace {
 

@@ -1,0 +1,161 @@
+/* First setup of a server, its check with what mends each fault, and permits. */
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "sandbox_fixture.h"
+
+namespace {
+
+using testing::Each;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+/* What begins with sWord, without it. */
+TEXTS asBEGINNING(const std::string& sText, const std::string& sWord)
+{
+    TEXTS asFound;
+    for (const std::string& s : asLINES(sText))
+        if (s.starts_with(sWord)) asFound.push_back(s.substr(sWord.size()));
+    return asFound;
+}
+
+class SETUP : public SANDBOX {
+protected:
+    void SetUp() override
+    {
+        SANDBOX::SetUp();
+        // The part that runs on the server answers to the name that is typed.
+        std::filesystem::create_symlink(VK_SETUP_SERVER, sDIR() + "/server/velka/bin/vk_setup");
+        START_CLIENTS({"alpha"});
+        // Of the two ssh configurations, one is the sandbox's, one the setup's own.
+        SHELL("rm -r $D/server/rw/ini/ctrl");
+    }
+
+    /* A command line as it is typed on the server; $D is the sandbox. */
+    RUN SHELL(const std::string& sLine)
+    {
+        const std::string sEnv = ". $D/env\n";  // where psql finds the database
+        STARTED_RUN       run = START_COMMAND({"/bin/bash", "-c", sEnv + sLine}, {{"D", sDIR()}});
+        return WAIT(run);
+    }
+
+    std::string sINI() { return sREAD_FILE(sDIR() + "/vk.ini"); }
+};
+
+TEST_F(SETUP, an_empty_database_is_filled_and_the_first_client_is_green)
+{
+    SQL("drop table interfaces, clients, oper_systems");
+    ASSERT_EQ(SHELL("vk_setup check").iExit, 1);
+
+    const RUN first = SHELL("umask 000; vk_setup server --name backup1");
+    EXPECT_EQ(first.iExit, 0) << first.sOut << first.sErr;
+    EXPECT_THAT(first.sOut, HasSubstr("\n  vk_setup set_client backup1 --mode CTRL 'ssh-ed25519 "));
+    EXPECT_THAT(ROWS("select client_id,name,exec,o.os=c.os from clients c left join oper_systems o "
+                     "on o.os=c.os"),
+                testing::ElementsAre("0|backup1|0|t"));
+    const std::string sCtrl = sRW() + "ini/ctrl/";
+    for (const auto& [sFile, uMode] : std::map<std::string, mode_t>{{sDIR() + "/vk.ini", 0640},
+                                                                    {sRW() + "work/answ", 0750},
+                                                                    {sCtrl, 0700},
+                                                                    {sCtrl + "config", 0600},
+                                                                    {sCtrl + "id_ed25519", 0600}}) {
+        struct stat sctStat {};
+        EXPECT_EQ(stat(sFile.c_str(), &sctStat), 0) << sFile;
+        EXPECT_EQ(sctStat.st_mode & 07777U, uMode) << sFile;
+    }
+    EXPECT_EQ(SHELL("vk_setup check").iExit, 0);
+    EXPECT_EQ(CONFIG_CLIENT({"-c", "alpha", "-o", "Linux", "-t", "0"}).iExit, 0);
+
+    // Once more: nothing is to do, nothing changes, a key least of all.
+    const std::string sKey = sREAD_FILE(sCtrl + "id_ed25519");
+    const std::string sIni = sINI();
+    const RUN         again = SHELL("vk_setup server");
+    EXPECT_EQ(again.iExit, 0);
+    const TEXTS asLine = asLINES(again.sOut.substr(0, again.sOut.find("\n\n")));
+    EXPECT_THAT(asLine, Each(StartsWith("there ")));
+    EXPECT_EQ(sREAD_FILE(sCtrl + "id_ed25519"), sKey);
+    EXPECT_EQ(sINI(), sIni);
+    const RUN permit = SHELL("vk_setup permit --mode CTRL");
+    EXPECT_THAT(first.sOut, HasSubstr("  " + permit.sOut));
+    EXPECT_EQ(asLINES(permit.sOut).size(), 1U);
+}
+
+TEST_F(SETUP, each_fault_is_found_alone_and_its_command_mends_it)
+{
+    struct ROW {
+        const char* cpBreak;
+        const char* cpTold;
+    };
+    const ROW asctRow[] = {
+        {"echo 'parallel 4' >>$D/vk.ini", "is neither a section nor key = value"},
+        {"chmod 644 $D/vk.ini", "vk.ini: others may read it"},
+        {"rm -r $D/server/rw/work/answ", "work/answ/: No such file or directory"},
+        {"chmod 777 $D/server/rw/prot", "prot/: everybody may write there"},
+        {"rm -r $D/server/rw/lgc; : >$D/server/rw/lgc", "lgc/: is no directory"},
+        {"rm $D/server/velka/skel/vk_execute_update", "vk_execute_update: No such file"},
+        {": >$D/server/velka/skel/vk_execute_update.cmd", "vk_execute_update.cmd: is empty"},
+        {"rm $D/server/hosts", "server/hosts: No such file"},
+        {"chmod 644 $D/keys/client", "keys/client: others may read it"},
+        {"cp $D/keys/host.pub $D/keys/client.pub", "its public half"},
+        {"rm $D/server/rw/ini/ctrl/id_ed25519", "ctrl/id_ed25519: No such file"},
+        {"echo x >$D/server/rw/ini/ctrl/id_ed25519", "ctrl/id_ed25519: cannot be read: "},
+        {"rm $D/server/rw/ini/ctrl/config", "ctrl/config: No such file"},
+        {"sed -i '2iUsr root' $D/server/rw/ini/ctrl/config", "line 2: Bad configuration option"},
+        {"chmod g+w $D/server/rw/ini/ssh/config", "ssh/config: others than its owner"},
+        {"psql -qc 'drop table interfaces'", "tables: missing: interfaces"},
+        {"psql -qc 'alter table clients drop qtc_version'", "missing: clients.qtc_version"},
+        {"psql -qc 'drop index interfaces_name'", "indexes: missing: interfaces_name"},
+        {"psql -qc 'delete from clients'", "clients has no row with client_id 0"},
+        {"psql -qc \"update clients set os='OS/2'\"", "\"OS/2\" is not in oper_systems"},
+        {"psql -qc \"delete from oper_systems where os='AIX'\"", "1 of the product's are missing"},
+        {"psql -qc \"alter database $PGDATABASE set default_transaction_read_only=on\"",
+         "is read-only"},
+        {"psql -qc \"insert into clients (client_id,name,os,accessmode) values "
+         "(1,'a','AIX','QUIC')\"",
+         "not configured: QUIC"},
+        {"touch $D/pw; chmod 644 $D/pw; sed -i \"s|^conninfo = .*|& passfile=$D/pw|\" $D/vk.ini",
+         "pw: others may read it"},
+    };
+    ASSERT_EQ(SHELL("vk_setup server").iExit, 0);
+    for (const ROW& row : asctRow) {
+        SCOPED_TRACE(row.cpBreak);
+        EXPECT_EQ(SHELL(row.cpBreak).sErr, "");
+        const RUN   broken = SHELL("vk_setup check");
+        const TEXTS asWrong = asBEGINNING(broken.sOut, "wrong   ");
+        EXPECT_EQ(broken.iExit, 1);
+        ASSERT_EQ(asWrong.size(), 1U) << broken.sOut;
+        EXPECT_THAT(asWrong[0], HasSubstr(row.cpTold));
+        const std::string sMark = "; mend: ";
+        ASSERT_THAT(asWrong[0], HasSubstr(sMark));
+        const RUN mend = SHELL(asWrong[0].substr(asWrong[0].find(sMark) + sMark.size()));
+        EXPECT_EQ(mend.iExit, 0) << mend.sOut << mend.sErr;
+        const RUN mended = SHELL("vk_setup check");
+        EXPECT_EQ(mended.iExit, 0) << mended.sOut << mended.sErr;
+    }
+}
+
+TEST_F(SETUP, arguments_that_make_no_sense_change_nothing_and_a_database_elsewhere_is_told)
+{
+    const std::string sIni = sINI();
+    for (const char* cp :
+         {"server --name", "server --name -x", "server --name 'a b'", "server --name ALL_CLIENTS",
+          "server now", "permit --mode SSH", "check all", "chekc", ""}) {
+        SCOPED_TRACE(cp);
+        const RUN run = SHELL(std::string("vk_setup ") + cp);
+        EXPECT_EQ(run.iExit, 2);
+        EXPECT_EQ(run.sOut, "");
+        EXPECT_NE(run.sErr, "");
+    }
+    EXPECT_EQ(SHELL("vk_setup server --conninfo 'hots=x'").iExit, 1);
+    EXPECT_EQ(sINI(), sIni);
+    const RUN far = SHELL(
+        "vk_setup server --conninfo 'host=127.0.0.1 port=1 dbname=vdb user=\"vu\" password=pst'");
+    EXPECT_EQ(far.iExit, 1);
+    EXPECT_THAT(far.sOut, HasSubstr("create database \"vdb\" owner \"\"\"vu\"\"\""));
+    EXPECT_THAT(far.sOut + far.sErr, testing::Not(HasSubstr("pst'")));
+    EXPECT_THAT(sINI(), HasSubstr("\nconninfo = host=127.0.0.1 port=1 "));
+}
+
+}  // namespace
