@@ -67,10 +67,11 @@ void CHECK_WRITABLE(PGconn* pConn, const CONNECTION_TEXT& text)
     if (sVALUE(pConn, "select pg_is_in_recovery()") == "t")
         v_WRONG_ADVICE(sWhat, "is a standby", "name the primary, or both, in conninfo");
     else if (sVALUE(pConn, "show transaction_read_only") == "on")
-        v_WRONG(sWhat, "is read-only",
-                sTYPED({"psql", "-d", text.sText, "-c", "set transaction_read_only=off", "-c",
-                        "alter database " + sIDENTIFIER(text.sDatabase) +
-                            " reset default_transaction_read_only"}));
+        v_WRONG(
+            sWhat, "is read-only",
+            sTYPED({"psql", "-d", text.sText, "-c", "set default_transaction_read_only=off", "-c",
+                    "alter database " + sIDENTIFIER(text.sDatabase) +
+                        " reset default_transaction_read_only"}));
     else
         v_GOOD(sWhat);
 }

@@ -156,6 +156,10 @@ void CHECK_KEY(const std::string& sKey, bool bOwn)
                      : sTYPED({"ssh-keygen", "-t", "ed25519", "-N", "", "-f", sKey}));
         return;
     }
+    if (iAGENT_KEY(sKey)) {
+        v_GOOD(sWhat + ": its private half is an agent's");
+        return;
+    }
     if ((sctStat.st_mode & 0077U) != 0) {
         v_WRONG(sWhat, "others may read it, so ssh does not use it", sCHMOD("600", sKey));
         return;

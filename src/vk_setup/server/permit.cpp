@@ -42,9 +42,16 @@ std::vector<std::string> asIDENTITIES(const std::string& sConfig, std::string& s
     return asKey;
 }
 
+int iAGENT_KEY(const std::string& sKey)
+{
+    std::string sText;
+    return iREAD_FILE(sKey, sText) && sText.find(" AAAA") < sText.find('\n');
+}
+
 int iPUBLIC_KEY(const std::string& sKey, std::string& sPublic, std::string& sError)
 {
-    if (iREAD_FILE(sKey + ".pub", sPublic) && !sLAST_LINE(sPublic).empty()) {
+    for (const std::string& sFile : {iAGENT_KEY(sKey) ? sKey : "", sKey + ".pub"}) {
+        if (sFile.empty() || !iREAD_FILE(sFile, sPublic) || sLAST_LINE(sPublic).empty()) continue;
         sPublic = sLAST_LINE(sPublic);
         return 1;
     }

@@ -106,7 +106,9 @@ void MAKE_PUBLIC(const std::string& sKey)
 {
     std::string sPublic;
     std::string sReason;
-    if (!file_exist(sKey.c_str()) || file_exist((sKey + ".pub").c_str())) return;
+    if (!file_exist(sKey.c_str()) || file_exist((sKey + ".pub").c_str()) ||
+        iAGENT_KEY(sKey.c_str()))
+        return;
     if (!iPUBLIC_KEY(sKey, sPublic, sReason) ||
         !iREPLACE_FILE(sKey + ".pub", sPublic + "\n", 0644, sReason))
         v_STEP(STEP_FAILED, "public key of " + sKey + ": " + sReason);

@@ -53,6 +53,9 @@ constexpr const char* acpUpdateScript[] = {"vk_execute_update", "vk_execute_upda
    configuration: sError holds ssh's words. */
 std::vector<std::string> asIDENTITIES(const std::string& sConfig, std::string& sError);
 
+/* 1: the file holds a public key, whose private half an agent has. */
+int iAGENT_KEY(const std::string& sKey);
+
 /* The public half of a private key, "TYPE BASE64 COMMENT", from KEY.pub, else from the
    key itself. Result 0: sError says why. */
 int iPUBLIC_KEY(const std::string& sKey, std::string& sPublic, std::string& sError);
