@@ -141,4 +141,17 @@ TEST_F(INVENTORY, the_operating_system_is_corrected_unless_it_is_one_that_is_kep
     }
 }
 
+TEST_F(INVENTORY, what_is_longer_than_its_column_is_cut_to_it_and_loses_nothing_else)
+{
+    SQL("alter table clients alter package type varchar(10),alter update_message type varchar(3)");
+    ADD_CLIENT("alpha");
+    SWITCH("alpha", "qtc", {"update_state=" + std::string(21, 's'), "update_message=äöüß"});
+    EXPECT_EQ(sCHECKED("alpha", "update_state,update_message,package,hw_platform"),
+              std::string(20, 's') + "|äöü|velka-cli_|x86_64");
+    SWITCH("alpha", "qtc", {"mode=fail", "text= ", "exit=3"});
+    const RUN run = CONFIG_CLIENT({"-c", "alpha", "-C", "r"});
+    EXPECT_THAT(run.sOut, testing::HasSubstr("to computer alpha: No message found"));
+    EXPECT_THAT(run.sErr, testing::HasSubstr("alpha: \"qtc -h\" ended with status 3"));
+}
+
 }  // namespace

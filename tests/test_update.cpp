@@ -275,6 +275,73 @@ TEST_F(UPDATE, what_may_not_be_updated_is_refused_before_anything_is_copied)
     }
 }
 
+TEST_F(UPDATE, a_signature_goes_before_the_package_and_what_stays_away_is_told)
+{
+    ADD_CLIENT("alpha");
+    RESET("alpha", {"before=ls -A $base/velka/work >$base/log/saw"});
+    PACKAGE(sDEB + ".sig", "signature");
+    fs::create_directory(sRW() + "work/packages/" + sDEB + ".asc");  // no file
+    const std::string sSkel = sDIR() + "/server/velka/skel/";
+    fs::remove(sSkel + "qir-gpg.key");
+    const RUN run = CLIENT_UPDATE("alpha");
+    EXPECT_ENDED(run, 0, sI013("alpha"));
+    EXPECT_THAT(asLINES(sREAD_FILE(CLIENT_PATH("alpha", "log/saw"))),
+                IsSupersetOf({sDEB, sDEB + ".sig"}));
+    EXPECT_THAT(WORK_FILES("alpha"), IsEmpty());
+    EXPECT_THAT(run.sErr, HasSubstr("vk_config_client: cannot read \"" + sSkel +
+                                    "qir-gpg.key\"; the client's older one runs: "));
+    EXPECT_THAT(run.sErr, HasSubstr(sDEB + ".asc\"; the package goes without it: "));
+    EXPECT_THAT(run.sErr, Not(HasSubstr("answers with")));
+
+    // A package that does not arrive takes its signature with it.
+    fs::remove(sRW() + "work/packages/" + sDEB);
+    EXPECT_COPY_FAILED(CLIENT_UPDATE("alpha", {"-U", "-F", "-P", sDEB}));
+    EXPECT_THAT(WORK_FILES("alpha"), IsEmpty());
+    EXPECT_COPY_FAILED(CLIENT_UPDATE("alpha", {"-U", "-P", "../keys/x_5.1.9-1.deb"}));
+
+    // A script that says success and installs nothing.
+    OUTPUT("alpha", sSCRIPT, "STATUS=SUCCESS\n");
+    RESET("alpha");
+    const RUN unchanged = CLIENT_UPDATE("alpha", {"-U", "-P", sSP});
+    EXPECT_THAT(unchanged.sErr, HasSubstr("alpha answers with 5.2.0-4, not with 5.1.0-3\n"));
+}
+
+TEST_F(UPDATE, a_script_goes_on_by_itself_when_its_run_is_ended_or_its_connection_breaks)
+{
+    ADD_CLIENT("alpha");
+    const std::string sGo = CLIENT_PATH("alpha", "go"),
+                      sIni = CLIENT_PATH("alpha", "velka/ini/vk.ini");
+    const std::string sHeld = "until [ -e " + sGo + " ]; do sleep 0.02; done";
+    for (const int iSignal : {SIGTERM, SIGINT, SIGHUP, 0}) {
+        SCOPED_TRACE(iSignal);
+        fs::remove(sGo);
+        WRITE_FILE(sIni, "version=5.1.0-3\npackage_name=old\nupdate_date=2025-03-01 08:15:00\n");
+        RESET("alpha",
+              {"before=" + std::string(iSignal ? "" : "kill -KILL $VK_SESSION_PID; ") + sHeld});
+        SQL("update clients set update_date='2025-03-01 08:15:00' where name='alpha'");
+        STARTED_RUN started = START({"-c", "alpha", "-U", "-P", sDEB});
+        ASSERT_TRUE(bLOGGED(sSCRIPT));
+        if (iSignal) {
+            // A check beside it leaves the state alone.
+            EXPECT_EQ(CONFIG_CLIENT({"-c", "alpha", "-C", "r"}).iExit, 0);
+            EXPECT_THAT(sSTATE("alpha"), StartsWith("a|Update in progress using package "));
+            KILL(started, iSignal);
+        }
+        const RUN run = WAIT(started);
+        EXPECT_EQ(run.iSignal, iSignal);
+        const std::string sLeft =
+            "vk_config_client: alpha: the update script goes on by itself; check the client "
+            "later\n";
+        EXPECT_EQ(run.sErr.find(sLeft) != std::string::npos, iSignal != 0) << run.sErr;
+        // Nobody owns the "a" that is left: the next check takes what the client says.
+        EXPECT_EQ(CONFIG_CLIENT({"-c", "alpha", "-C", "r"}).iExit, 0);
+        EXPECT_THAT(sSTATE("alpha"), StartsWith("0|installed|"));
+        WRITE_FILE(sGo, "");
+        EXPECT_TRUE(
+            bWAIT_UNTIL(20000, [&] { return sREAD_FILE(sIni).starts_with("version=5.2.0-4\n"); }));
+    }
+}
+
 TEST_F(UPDATE, of_twenty_at_one_moment_one_runs)
 {
     ADD_CLIENT("alpha");
@@ -311,7 +378,7 @@ TEST_F(UPDATE, after_KILL_at_any_step_the_next_run_succeeds_at_once)
         SWITCH("alpha", sProgram, {"mode=silent"});
         STARTED_RUN run = START({"-c", "alpha", "-U", "-P", sDEB});
         ASSERT_TRUE(bLOGGED(sProgram));
-        EXPECT_ENDED(CLIENT_UPDATE("alpha"), 0, sALREADY);
+        EXPECT_ENDED(CLIENT_UPDATE("alpha", {"-U", "-P", sDEB, "-e", "1"}), 0, sALREADY);
         KILL(run, SIGKILL);
         EXPECT_EQ(WAIT(run).iSignal, SIGKILL);
         SWITCH("alpha", sProgram, {});
@@ -321,6 +388,7 @@ TEST_F(UPDATE, after_KILL_at_any_step_the_next_run_succeeds_at_once)
         // Of the client's programs only the update script is left to finish.
         EXPECT_TRUE(sProgram == sSCRIPT || iCLIENT_PROCESSES("alpha", 30000) == 0);
     }
+    EXPECT_THAT(CLIENT_LOG("velkasrv"), IsEmpty());  // no service pack after somebody else's update
     // In the middle of the copy.
     RESET("alpha");
     STARTED_RUN run = START_COPY();

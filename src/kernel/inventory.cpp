@@ -9,6 +9,8 @@
 
 namespace {
 
+constexpr const char* cpTOO_LONG = "22001";  // SQLSTATE: a text does not fit its column
+
 /* The client reports the status that its update script ended with; the column
    holds one digit. */
 void v_MAP_UPDATE_STATE(char (&szState)[256])
@@ -25,7 +27,7 @@ void v_MAP_UPDATE_STATE(char (&szState)[256])
 const char* cpQUERY_CLIENT(const SCT_ARGS* pArg, const char* cpCommand, const char* cpTrace,
                            char (&szAnswer)[512])
 {
-    const bool bOnMover = std::strcmp(pArg->szPlatform, "NETWARE") == 0;
+    const bool bOnMover = bIS(pArg->szPlatform, "NETWARE");
     szAnswer[0] = '\0';
     i_RCMD_EXEC(bOnMover ? pArg->szDataMover : pArg->szNodeName, cpCommand, szAnswer,
                 sizeof szAnswer, strLog);
@@ -64,10 +66,9 @@ bool bOS_DIFFERS(const SCT_ARGS* pArg, const char* cpReported)
     const char* cpStored = pArg->szOpersys;
     if (cpReported[0] == '\0') return false;
     for (const char* cpKept : {"NetWare", "ESX-Server", "Citrix XenServer"})
-        if (std::strcmp(cpStored, cpKept) == 0) return false;
-    if (std::strcmp(cpStored, "OES-Linux") == 0 && std::strcmp(cpReported, "LINUX") == 0)
-        return false;
-    return std::strcmp(cpStored, cpReported) != 0;
+        if (bIS(cpStored, cpKept)) return false;
+    if (bIS(cpStored, "OES-Linux") && bIS(cpReported, "LINUX")) return false;
+    return !bIS(cpStored, cpReported);
 }
 
 void v_CORRECT_OS(SCT_ARGS* pArg, const char* cpReported)
@@ -81,6 +82,88 @@ void v_CORRECT_OS(SCT_ARGS* pArg, const char* cpReported)
     }
     iDB_EXECUTE_SQL(sNOT_STORED("operating system", pArg), strLog,
                     "update clients set os='%s' where name='%s'", cpReported, pArg->szNodeName);
+}
+
+/* What of the last update goes into the row. */
+enum UPDATE_PART {
+    UPDATE_ALL,   // state, message and date
+    UPDATE_DATE,  // the date: state and message are what an update run stored with it
+    UPDATE_NONE,  // an update is under way, and its own run tells how it goes
+};
+
+UPDATE_PART eUPDATE_PART(const SCT_ARGS* pArg, bool bSameDate, bool bUpdating)
+{
+    if (bUpdating || iUPDATE_RUNS(pArg) == 1) return UPDATE_NONE;
+    if (!bSameDate) return UPDATE_ALL;
+    char szState[256] = "";
+    char szSql[2048];
+    iSQL(szSql, "select update_state from clients where name='%s'", pArg->szNodeName);
+    iDB_SEL_GETVALUE(szSql, "update_state", szState, strLog);
+    if (!bIS(szState, "a")) return UPDATE_DATE;
+    TRACE("an update of %s was broken off; its state is the client's own", pArg->szNodeName);
+    return UPDATE_ALL;
+}
+
+void v_FORM_INVENTORY(const SCT_ARGS* pArg, const CLIENT_REPORT& report, UPDATE_PART ePart,
+                      char (&szSql)[2048])
+{
+    const long        lVersion = l_cli_version(report.szVersion);
+    const long        lNumber = std::strtol(report.szServicepackNumber, nullptr, 10);
+    const std::string sNumber = std::to_string(std::max(lNumber, 0L));
+    const std::string sUpdated =
+        ePart == UPDATE_NONE ? "update_date" : pDBNULL(report.szUpdateDate);
+    const RAW_TEXT  installed{pDBNULL(report.szInstallationDate)};
+    const RAW_TEXT  packed{pDBNULL(report.szServicepackDate)};
+    const FREE_TEXT modules{report.szModuleVer};
+    if (ePart == UPDATE_ALL)
+        iSQL(szSql,
+             "update clients set qtc_version='%s',velka_version='%s',version_number=%ld,"
+             "hw_platform='%s',package='%s',installation_date=%s,update_date=%s,update_state='%s',"
+             "update_message='%s',servicepack_number=%s,servicepack_package='%s',"
+             "servicepack_date=%s,module_versions='%s' where name='%s'",
+             report.szQtcVersion, report.szVersion, lVersion, report.szHw, report.szPackage,
+             installed, RAW_TEXT{sUpdated}, report.szUpdateState, FREE_TEXT{report.szUpdateMessage},
+             RAW_TEXT{sNumber}, report.szServicepackPackage, packed, modules, pArg->szNodeName);
+    else
+        iSQL(szSql,
+             "update clients set qtc_version='%s',velka_version='%s',version_number=%ld,"
+             "hw_platform='%s',package='%s',installation_date=%s,update_date=%s,"
+             "servicepack_number=%s,servicepack_package='%s',servicepack_date=%s,"
+             "module_versions='%s' where name='%s'",
+             report.szQtcVersion, report.szVersion, lVersion, report.szHw, report.szPackage,
+             installed, RAW_TEXT{sUpdated}, RAW_TEXT{sNumber}, report.szServicepackPackage, packed,
+             modules, pArg->szNodeName);
+}
+
+/* Cuts a text to the characters that its column holds. */
+void v_CUT_TO_COLUMN(const char* cpColumn, char (&szText)[256])
+{
+    char szWidth[32] = "";
+    char szSql[512];
+    iSQL(szSql,
+         "select atttypmod-4 as width from pg_attribute where attrelid='clients'::regclass and "
+         "attname='%s' and atttypmod>4",
+         cpColumn);
+    if (!iDB_SEL_GETVALUE(szSql, "width", szWidth, strLog)) return;
+    long  lLeft = std::strtol(szWidth, nullptr, 10);
+    char* cpEnd = szText;
+    while (*cpEnd != '\0' && ((*cpEnd & 0xC0) == 0x80 || lLeft-- > 0)) ++cpEnd;
+    if (*cpEnd == '\0') return;
+    TRACE("report of the client: %s is longer than %s characters and cut: %s", cpColumn, szWidth,
+          szText);
+    *cpEnd = '\0';
+}
+
+void v_CUT_TO_COLUMNS(CLIENT_REPORT* pReport)
+{
+    v_CUT_TO_COLUMN("qtc_version", pReport->szQtcVersion);
+    v_CUT_TO_COLUMN("velka_version", pReport->szVersion);
+    v_CUT_TO_COLUMN("hw_platform", pReport->szHw);
+    v_CUT_TO_COLUMN("package", pReport->szPackage);
+    v_CUT_TO_COLUMN("update_state", pReport->szUpdateState);
+    v_CUT_TO_COLUMN("update_message", pReport->szUpdateMessage);
+    v_CUT_TO_COLUMN("servicepack_package", pReport->szServicepackPackage);
+    v_CUT_TO_COLUMN("module_versions", pReport->szModuleVer);
 }
 
 }  // namespace
@@ -97,49 +180,29 @@ void v_READ_REPORT(t_LL LL_Output, CLIENT_REPORT* pReport)
                          pReport->szModuleVer, strLog);
 }
 
-void v_INVENTORY_STATEMENT(const SCT_ARGS* pArg, CLIENT_REPORT* pReport, char (&szSql)[2048])
+void v_STORE_INVENTORY(const SCT_ARGS* pArg, CLIENT_REPORT* pReport, bool bUpdating)
 {
-    szSql[0] = '\0';
     char szStored[256] = "";
-    char szQuery[2048];
-    iSQL(szQuery, "select update_date from clients where name='%s'", pArg->szNodeName);
-    if (!iDB_SEL_GETVALUE(szQuery, "update_date", szStored, strLog)) {
+    char szSql[2048];
+    char szReply[256];
+    iSQL(szSql, "select update_date from clients where name='%s'", pArg->szNodeName);
+    if (!iDB_SEL_GETVALUE(szSql, "update_date", szStored, strLog)) {
         DB_TELL_FAILURE(sNOT_STORED("inventory", pArg), strLog);
         return;
     }
-
+    const UPDATE_PART ePart = eUPDATE_PART(pArg, bIS(szStored, pReport->szUpdateDate), bUpdating);
     v_MAP_UPDATE_STATE(pReport->szUpdateState);
     cm_time_stamp2iso(pReport->szInstallationDate);
     cm_time_stamp2iso(pReport->szServicepackDate);
-    // An update that is stored already keeps the state and message stored with it.
-    const bool bNewUpdate = std::strcmp(szStored, pReport->szUpdateDate) != 0;
     cm_time_stamp2iso(pReport->szUpdateDate);
-
-    const long        lVersion = l_cli_version(pReport->szVersion);
-    const long        lNumber = std::strtol(pReport->szServicepackNumber, nullptr, 10);
-    const std::string sNumber = std::to_string(std::max(lNumber, 0L));
-    const RAW_TEXT    installed{pDBNULL(pReport->szInstallationDate)};
-    const RAW_TEXT    updated{pDBNULL(pReport->szUpdateDate)};
-    const RAW_TEXT    packed{pDBNULL(pReport->szServicepackDate)};
-    const FREE_TEXT   modules{pReport->szModuleVer};
-    if (bNewUpdate)
-        iSQL(szSql,
-             "update clients set qtc_version='%s',velka_version='%s',version_number=%ld,"
-             "hw_platform='%s',package='%s',installation_date=%s,update_date=%s,update_state='%s',"
-             "update_message='%s',servicepack_number=%s,servicepack_package='%s',"
-             "servicepack_date=%s,module_versions='%s' where name='%s'",
-             pReport->szQtcVersion, pReport->szVersion, lVersion, pReport->szHw, pReport->szPackage,
-             installed, updated, pReport->szUpdateState, FREE_TEXT{pReport->szUpdateMessage},
-             RAW_TEXT{sNumber}, pReport->szServicepackPackage, packed, modules, pArg->szNodeName);
-    else
-        iSQL(szSql,
-             "update clients set qtc_version='%s',velka_version='%s',version_number=%ld,"
-             "hw_platform='%s',package='%s',installation_date=%s,update_date=%s,"
-             "servicepack_number=%s,servicepack_package='%s',servicepack_date=%s,"
-             "module_versions='%s' where name='%s'",
-             pReport->szQtcVersion, pReport->szVersion, lVersion, pReport->szHw, pReport->szPackage,
-             installed, updated, RAW_TEXT{sNumber}, pReport->szServicepackPackage, packed, modules,
-             pArg->szNodeName);
+    v_FORM_INVENTORY(pArg, *pReport, ePart, szSql);
+    if (iDB_ACCESS(szSql, szReply, nullptr, strLog)) return;
+    if (sctDB_ERROR().sSqlState == cpTOO_LONG) {
+        v_CUT_TO_COLUMNS(pReport);
+        v_FORM_INVENTORY(pArg, *pReport, ePart, szSql);
+        iDB_ACCESS(szSql, szReply, nullptr, strLog);
+    }
+    DB_TELL_FAILURE(sNOT_STORED("inventory", pArg), strLog);
 }
 
 void v_INVENTORY_FOLLOW_UP(SCT_ARGS* pArg, const CLIENT_REPORT* pReport)

@@ -25,10 +25,12 @@ struct CLIENT_REPORT {
 /* Takes the output lines of "qtc -h" apart. */
 void v_READ_REPORT(t_LL LL_Output, CLIENT_REPORT* pReport);
 
-/* Forms the statement that stores the report; empty when the client's row cannot
-   be read. Rewrites the report's dates and its update state into the form in
-   which they are stored. */
-void v_INVENTORY_STATEMENT(const SCT_ARGS* pArg, CLIENT_REPORT* pReport, char (&szSql)[2048]);
+/* Stores the report in the client's row, unless the row cannot be read. What is longer
+   than its column is cut to it. While an update of the client is under way
+   (bUpdating, or asked now), its state, message and date stay; one that was broken
+   off is no longer under way, and takes them from the report. Rewrites the report's
+   dates and its update state into the form in which they are stored. */
+void v_STORE_INVENTORY(const SCT_ARGS* pArg, CLIENT_REPORT* pReport, bool bUpdating);
 
 /* Asks the client for version and package that the report lacks, and corrects the
    stored operating system by the reported one; szPlatform follows it. */

@@ -268,3 +268,9 @@ void PROT_MESSAGE(MESSAGE_ID eId, std::initializer_list<std::string_view> values
 {
     FPROT(0, sMESSAGE(eId, values).c_str());
 }
+
+void ANNOUNCE_MESSAGE(MESSAGE_ID eId, std::initializer_list<std::string_view> values)
+{
+    PROT_MESSAGE(eId, values);
+    info('M', 0, sMESSAGE(eId, values).c_str());
+}

@@ -83,3 +83,6 @@ void MESSAGE_FITTED(char (&szDest)[N], MESSAGE_ID eId, std::string_view svValue)
 
 /* Writes a message into the day protocol. */
 void PROT_MESSAGE(MESSAGE_ID eId, std::initializer_list<std::string_view> values);
+
+/* The same, and as a message line into the info output. */
+void ANNOUNCE_MESSAGE(MESSAGE_ID eId, std::initializer_list<std::string_view> values);

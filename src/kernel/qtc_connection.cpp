@@ -13,17 +13,11 @@ constexpr int iLIMIT_SECONDS = 15;
 
 /* What the test command left behind. */
 struct ANSWER {
-    t_LL LL_Output;
-    char szMsg[512];  // why the command could not be run
+    t_LL        LL_Output;
+    char        szMsg[512];  // why the command could not be run
+    std::string sCommand;    // what was run, as it may be shown
+    bool        bUpdating;   // an update of the client was under way
 };
-
-void v_ANNOUNCE(const SCT_ARGS* pArg)
-{
-    char szText[256];
-    MESSAGE(szText, MSG_I009, pArg->szNodeName);
-    FPROT(0, szText);
-    info('M', 0, szText);
-}
 
 /* A client without a data mover is served by the backup server itself. */
 void v_DEFAULT_DATA_MOVER(SCT_ARGS* pArg, const char* cpProgram)
@@ -36,6 +30,7 @@ void v_DEFAULT_DATA_MOVER(SCT_ARGS* pArg, const char* cpProgram)
 
 int iRUN(const char* cpHost, const char* cpAccessMode, const char* cpCommand, ANSWER* pAnswer)
 {
+    if (pAnswer->sCommand.empty()) pAnswer->sCommand = cpCommand;
     return i_RCMD_LL(cpHost, cpAccessMode, cpCommand, iLIMIT_SECONDS, 0, pAnswer->LL_Output,
                      pAnswer->szMsg, sizeof pAnswer->szMsg, strLog);
 }
@@ -43,6 +38,7 @@ int iRUN(const char* cpHost, const char* cpAccessMode, const char* cpCommand, AN
 int iRUN_ON_MOVER(const SCT_ARGS* pArg, const char* cpCommand, const char* cpShown, ANSWER* pAnswer)
 {
     TRACE("Execute command at data mover: %s", cpShown);
+    pAnswer->sCommand = cpShown;
     return iRUN(pArg->szDataMover, "", cpCommand, pAnswer);
 }
 
@@ -70,7 +66,8 @@ int iRUN_OVER_PROXY(SCT_ARGS* pArg, ANSWER* pAnswer)
     v_DEFAULT_DATA_MOVER(pArg, "qtc");
     if (bIS(pArg->szPlatform, "NDMP")) return iRUN_NDMP(pArg, pAnswer);
     TRACE("Check access by 'dir' command");
-    char      szBuf[256] = "";
+    char szBuf[256] = "";
+    pAnswer->sCommand = "dir";
     const int iRet = iClientDir(pArg->szNodeName, szBuf, 0, "", "", "", pAnswer->LL_Output, strLog);
     if (iRet != 0) return iRet;
     return iRUN_ON_MOVER(pArg, "qtc -h", "qtc -h", pAnswer);
@@ -86,36 +83,32 @@ int iRUN_TEST_COMMAND(SCT_ARGS* pArg, ANSWER* pAnswer)
     return iRUN(pArg->szNodeName, pArg->szAccessMode, "qtc -h", pAnswer);
 }
 
-void v_STORE_MESSAGE_STATEMENT(const SCT_ARGS* pArg, const char* cpRet, char (&szSql)[2048])
+void v_STORE_MESSAGE(const SCT_ARGS* pArg, const char* cpRet)
 {
-    iSQL(szSql, "update clients set msg='%s',comment='%s' where name='%s'", FREE_TEXT{cpRet},
-         FREE_TEXT{cpRet}, pArg->szNodeName);
+    iDB_EXECUTE_SQL(sNOT_STORED("message", pArg), strLog,
+                    "update clients set msg='%s',comment='%s' where name='%s'", FREE_TEXT{cpRet},
+                    FREE_TEXT{cpRet}, pArg->szNodeName);
 }
 
-/* The error line: the reason of a command that could not be run; else the line
-   that tells an error, or the last one. */
-void v_FIND_ERROR_LINE(int iResult, const ANSWER* pAnswer, char* cpRet, size_t uSize)
+/* The error line: the reason of a command that could not be run; else what the
+   command said of it. */
+void v_FIND_ERROR_LINE(const SCT_ARGS* pArg, int iResult, const ANSWER* pAnswer, char* cpRet,
+                       size_t uSize)
 {
-    if (iResult < 0) {
+    if (iResult < 0)
         iTEXT_COPY(cpRet, uSize, pAnswer->szMsg);
-        return;
-    }
-    iTEXT_COPY(cpRet, uSize, "ssh:|Error:^");
-    if (i_LL_search(pAnswer->LL_Output, cpRet, uSize) > 0) return;
-    const void* pLast = LastElmLL(pAnswer->LL_Output);
-    iTEXT_COPY(cpRet, uSize,
-               pLast != nullptr ? static_cast<const char*>(pLast) : "No message found");
+    else if (!iERROR_LINE(pAnswer->LL_Output, cpRet, uSize))
+        TELL("%s: \"%s\" ended with status %d and said nothing", pArg->szNodeName,
+             pAnswer->sCommand.c_str(), iResult);
 }
 
 void v_COMMAND_FAILED(SCT_ARGS* pArg, int iResult, const ANSWER* pAnswer, char* cpRet, size_t uSize)
 {
-    v_FIND_ERROR_LINE(iResult, pAnswer, cpRet, uSize);
+    v_FIND_ERROR_LINE(pArg, iResult, pAnswer, cpRet, uSize);
     TRACE("error message: %s", cpRet);
     PROT_MESSAGE(MSG_E003, {cpRet});
     CREATE_USER_INFO(pArg, cpRet, uSize);
-    char szSql[2048];
-    v_STORE_MESSAGE_STATEMENT(pArg, cpRet, szSql);
-    iDB_EXECUTE(sNOT_STORED("message", pArg), szSql, strLog);
+    v_STORE_MESSAGE(pArg, cpRet);
 }
 
 /* The command succeeded without naming a version: nothing is installed, or the
@@ -135,24 +128,20 @@ void v_NO_VERSION(const SCT_ARGS* pArg, const ANSWER* pAnswer, char* cpRet, size
 /* Reads the report, stores what it holds, and decides. */
 int iJUDGE_REPORT(SCT_ARGS* pArg, const ANSWER* pAnswer, char* cpRet, size_t uSize)
 {
-    int           iRet = 1;
-    char          szSql[2048] = "";
     CLIENT_REPORT sctReport = {};
     v_READ_REPORT(pAnswer->LL_Output, &sctReport);
     TRACE("QTC-version = %s", sctReport.szQtcVersion);
-    if (sctReport.szQtcVersion[0] == '\0') {
-        v_NO_VERSION(pArg, pAnswer, cpRet, uSize);
-        v_STORE_MESSAGE_STATEMENT(pArg, cpRet, szSql);
-        iRet = 0;
-    } else {
-        v_INVENTORY_STATEMENT(pArg, &sctReport, szSql);
+    const bool bAnswered = sctReport.szQtcVersion[0] != '\0';
+    if (bAnswered) {
+        v_STORE_INVENTORY(pArg, &sctReport, pAnswer->bUpdating);
         PROT_MESSAGE(MSG_I002, {sctReport.szQtcVersion});
         MESSAGE(cpRet, uSize, MSG_I005, pArg->szNodeName);
+    } else {
+        v_NO_VERSION(pArg, pAnswer, cpRet, uSize);
+        v_STORE_MESSAGE(pArg, cpRet);
     }
-    if (szSql[0] != '\0')
-        iDB_EXECUTE(sNOT_STORED(iRet == 0 ? "message" : "inventory", pArg), szSql, strLog);
     v_INVENTORY_FOLLOW_UP(pArg, &sctReport);
-    return iRet;
+    return bAnswered;
 }
 
 }  // namespace
@@ -160,14 +149,14 @@ int iJUDGE_REPORT(SCT_ARGS* pArg, const ANSWER* pAnswer, char* cpRet, size_t uSi
 int iTEST_QTC_CONNECTION(SCT_ARGS* pArg, char* cpRet, size_t uSize)
 {
     TRACE("+++ iTEST_QTC_CONNECTION using access mode %s", pArg->szAccessMode);
-    v_ANNOUNCE(pArg);
+    ANNOUNCE_MESSAGE(MSG_I009, {pArg->szNodeName});
     if (bIS(pArg->szAccessMode, "VIRTUAL")) {
         MESSAGE(cpRet, uSize, MSG_I015, pArg->szNodeName);
         TRACE("%s", cpRet);
         TRACE("--- iTEST_QTC_CONNECTION returns %d - %s", 1, cpRet);
         return 1;
     }
-    ANSWER    sctAnswer = {ConsLL(), ""};
+    ANSWER    sctAnswer = {ConsLL(), "", "", iUPDATE_RUNS(pArg) == 1};
     const int iResult = iRUN_TEST_COMMAND(pArg, &sctAnswer);
     int       iRet = 0;
     if (iResult != 0) {

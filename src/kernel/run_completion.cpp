@@ -30,13 +30,18 @@ void v_STORE_OUTCOME(const char* cpTxt, int iExit, const SCT_ARGS* pArg)
     iDB_EXECUTE(sNOT_STORED("outcome", pArg), szSql, strLog);
 }
 
-/* A package update asked for with -e is followed by the service pack. */
+/* A package update asked for with -e is followed by the service pack, unless this
+   run has updated nothing: another was at it, or none was needed. */
 template<size_t N>
 void v_CHAIN_SERVICEPACK(int iExit, const SCT_ARGS* pArg, char (&szCommand)[N])
 {
     if (pArg->eUpdate != update || pArg->iServicePack == 0) return;
     if (iExit != VK_SUCCESS && iExit != VK_WARNING) {
         TRACE("Do not execute service pack update, because update has failed");
+        return;
+    }
+    if (pArg->iUpdated == 0) {
+        TRACE("Do not execute service pack update, because this run has updated nothing");
         return;
     }
     iCMD(szCommand, SHELL_POSIX, "vk_update_client sp_update -c %s", pArg->szNodeName);

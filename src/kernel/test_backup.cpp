@@ -67,13 +67,6 @@ const BACKUP_COMMAND& sctCHOOSE(const BACKUP_COMMAND (&rows)[ROWS], const char* 
     return rows[ROWS - 1];
 }
 
-void v_ANNOUNCE(const SCT_ARGS* pArg, char (&szBuf)[256])
-{
-    MESSAGE(szBuf, MSG_I010, pArg->szNodeName);
-    FPROT(0, szBuf);
-    info('M', 0, szBuf);
-}
-
 /* Unix and Windows clients: the command follows the version of the client's
    backup program. cpVersion is what the version query left, its result unseen. */
 template<size_t N>
@@ -226,17 +219,19 @@ bool bNO_TEST_POSSIBLE(const SCT_ARGS* pArg)
 }
 
 /* The version of the client's backup program, into what the command is chosen by;
-   szBuf stays as it is where none can be read. */
+   I010 where none can be read. */
 void v_READ_VERSION(const SCT_ARGS* pArg, char (&szBuf)[256])
 {
     char szSql[2048];
+    MESSAGE(szBuf, MSG_I010, pArg->szNodeName);
     iSQL(szSql, "select qtc_version from clients where name='%s'", pArg->szNodeName);
     iDB_SEL_GETVALUE(szSql, "qtc_version", szBuf, strLog);
 }
 
-/* Makes the test backup while the output file is held. szBuf holds I010. */
-int iBACKUP(SCT_ARGS* pArg, const OUTPUT_FILE& file, char (&szBuf)[256], char* cpRet, size_t uSize)
+/* Makes the test backup while the output file is held. */
+int iBACKUP(SCT_ARGS* pArg, const OUTPUT_FILE& file, char* cpRet, size_t uSize)
 {
+    char        szBuf[256];
     char        szTapeServer[256] = "";
     char        szCmd[24576];
     std::string sReason;
@@ -266,8 +261,7 @@ void v_REMOVE_OWN_FILE(const SCT_ARGS* pArg)
 int iTEST_BACKUP_CONNECTION(SCT_ARGS* pArg, char* cpRet, size_t uSize)
 {
     TRACE("+++ iTEST_BACKUP_CONNECTION  to node %s", pArg->szNodeName);
-    char szBuf[256];
-    v_ANNOUNCE(pArg, szBuf);
+    ANNOUNCE_MESSAGE(MSG_I010, {pArg->szNodeName});
     if (bNO_TEST_POSSIBLE(pArg)) {
         TRACE("--- iTEST_BACKUP_CONNECTION: No backup test possible for this client");
         MESSAGE(cpRet, uSize, MSG_I005, pArg->szNodeName);
@@ -282,7 +276,7 @@ int iTEST_BACKUP_CONNECTION(SCT_ARGS* pArg, char* cpRet, size_t uSize)
     MESSAGE(cpRet, uSize, MSG_E012, pArg->szNodeName);
     if (iHOLD(&file, pArg) && iMAKE_ANEW(file, pArg)) {
         static_cast<void>(::unlink(sTestTargetFile.c_str()));
-        iRet = iBACKUP(pArg, file, szBuf, cpRet, uSize);
+        iRet = iBACKUP(pArg, file, cpRet, uSize);
         static_cast<void>(::unlink(sTestTargetFile.c_str()));
     }
     TRACE("--- iTEST_BACKUP_CONNECTION returns %d - %s", iRet, cpRet);

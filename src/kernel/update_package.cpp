@@ -48,8 +48,8 @@ const char* cpPATTERN(const UPDATE_RUN* pRun)
     return pRun->bWindows ? cpServicepackWin : cpServicepack;
 }
 
-/* Returns the version text; lVersion and lServicepack are its numbers. */
-const char* cpREAD_VERSION(UPDATE_RUN* pRun)
+/* szVersion is the version text, lVersion and lServicepack its numbers. */
+void v_READ_VERSION(UPDATE_RUN* pRun)
 {
     char* cpFirst = nullptr;
     char* cpVersion = nullptr;
@@ -58,8 +58,9 @@ const char* cpREAD_VERSION(UPDATE_RUN* pRun)
     const char* cpText = cpVersion != nullptr ? cpVersion : "";
     if (pRun->pArg->eUpdate == sp_update) pRun->lServicepack = std::strtol(cpLeading, nullptr, 10);
     TRACE("Found version: %s,%s", cpText, cpLeading);
+    iTEXT_SET(pRun->szVersion, cpText);
     pRun->lVersion = l_cli_version(cpVersion);
-    if (pRun->lVersion != 0) return cpText;
+    if (pRun->lVersion != 0) return;
     x_Snprintf(pRun->szMsg, sizeof pRun->szMsg,
                "Could not determine Velka version from package name: %s", pRun->pArg->szPackage);
     v_UPDATE_END(pRun, VK_ERROR);
@@ -79,13 +80,13 @@ void v_DOTTED(const char* cpVersion, char (&szDotted)[256])
                aiPart[3]);
 }
 
-void v_REQUIRE_SUPPORTED_SYSTEM(UPDATE_RUN* pRun, const char* cpVersion)
+void v_REQUIRE_SUPPORTED_SYSTEM(UPDATE_RUN* pRun)
 {
     if (pRun->lVersion <= l_cli_version(cpTHRESHOLD)) return;
     for (const char* cpRefused : acpRefused) {
-        if (std::strcmp(pRun->szOs, cpRefused) != 0) continue;
+        if (!bIS(pRun->szOs, cpRefused)) continue;
         char szDotted[256];
-        v_DOTTED(cpVersion, szDotted);
+        v_DOTTED(pRun->szVersion, szDotted);
         x_Snprintf(pRun->szMsg, sizeof pRun->szMsg,
                    "Update of %s with QIR velka version %s is not supported", pRun->szOs, szDotted);
         v_UPDATE_END(pRun, VK_ERROR);
@@ -119,7 +120,7 @@ void v_CHECK_PACKAGE(UPDATE_RUN* pRun)
 {
     v_TELL_CLIENT_KIND(pRun);
     v_REQUIRE_PACKAGE(pRun);
-    const char* cpVersion = cpREAD_VERSION(pRun);
-    v_REQUIRE_SUPPORTED_SYSTEM(pRun, cpVersion);
+    v_READ_VERSION(pRun);
+    v_REQUIRE_SUPPORTED_SYSTEM(pRun);
     v_COMPARE_INSTALLED(pRun);
 }

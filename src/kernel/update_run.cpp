@@ -1,15 +1,20 @@
 /* Update of one client's software package (-U) or service pack (-S). Under the
    client's semaphore: the client must answer and may receive the package; script,
-   keys and package are copied there; the script runs; what it left is cleaned up;
-   the client must answer again. update_state follows in the client's row:
-   a (in progress) while the script runs, then 0 (success), 1 (warning) or
+   keys, signature and package are copied there; the script runs; what it left is
+   cleaned up; the client must answer again. update_state follows in the client's
+   row: a (in progress) while the script runs, then 0 (success), 1 (warning) or
    2 (error). Every end gives the semaphore up first. */
 #include "update_run.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <memory>
 
 #include "../common/config/config.h"
+#include "../common/text/immortal.h"
 #include "restart_status.h"
 
 namespace {
@@ -48,12 +53,17 @@ void v_MESSAGE(UPDATE_RUN* pRun, MESSAGE_ID ePackage, MESSAGE_ID eServicepack, c
     ZFINISH(pRun->szMsg, VK_SUCCESS, 'n', pRun->pArg);
 }
 
+void v_NAME_SEMAPHORE(const SCT_ARGS* pArg, sct_semaphore* pSema)
+{
+    x_Snprintf(pSema->szSema, sizeof pSema->szSema, "update_client_%s", pArg->szNodeName);
+    iTEXT_SET(pSema->szCaller, "vk_config_client");
+}
+
 /* Of two runs that both found the semaphore free, the later one ends here too. */
 void v_TAKE_SEMAPHORE(UPDATE_RUN* pRun)
 {
     sct_semaphore* pSema = &pRun->sctSema;
-    x_Snprintf(pSema->szSema, sizeof pSema->szSema, "update_client_%s", pRun->pArg->szNodeName);
-    iTEXT_SET(pSema->szCaller, "vk_config_client");
+    v_NAME_SEMAPHORE(pRun->pArg, pSema);
     if (i_SEMA('?', pSema) == 1) v_ALREADY_RUNNING(pRun);
     const int iTaken = i_SEMA('+', pSema);
     if (iTaken == 0) v_ALREADY_RUNNING(pRun);
@@ -65,11 +75,12 @@ void v_TAKE_SEMAPHORE(UPDATE_RUN* pRun)
     TRACE("got semaphore %s", pSema->szSema);
 }
 
-int iALIVE(const UPDATE_RUN* pRun, char (&szReply)[2048])
+/* szInstalled is the version that the client answers with, empty for none. */
+int iALIVE(const UPDATE_RUN* pRun, char (&szReply)[2048], char (&szInstalled)[256])
 {
     char szVersion[256] = "";
     szReply[0] = '\0';
-    return alive_test_qtc(pRun->pArg->szNodeName, szReply, szVersion, "n", nullptr, nullptr,
+    return alive_test_qtc(pRun->pArg->szNodeName, szReply, szVersion, "n", szInstalled, nullptr,
                           strLog);
 }
 
@@ -79,7 +90,8 @@ void v_REQUIRE_ALIVE(UPDATE_RUN* pRun)
     TRACE("Try to update client: %s...", pRun->pArg->szNodeName);
     if (std::strtol(pRun->szClientId, nullptr, 10) == 0) return;
     char szReply[2048];
-    if (iALIVE(pRun, szReply) != 0) return;
+    char szInstalled[256];
+    if (iALIVE(pRun, szReply, szInstalled) != 0) return;
     TRACE("Return from alive test: %s", szReply);
     x_Snprintf(pRun->szMsg, sizeof pRun->szMsg, "Error from alive test: %s", szReply);
     v_UPDATE_END(pRun, VK_ERROR);
@@ -93,17 +105,80 @@ int iCOPY(const UPDATE_RUN* pRun, const char* cpSource, const char* cpTarget, co
                               sizeof szReply, 0, 0, strLog);
 }
 
+/* Where a symbolic path lies on this server; empty when its key is unknown. */
+std::string sON_SERVER(const char* cpSource)
+{
+    std::string sPath;
+    std::string sReason;
+    return iCONFIG_SERVER_PATH(cpSource, sPath, sReason) ? sPath : "";
+}
+
+/* What the update can do without is copied; where that fails, cpInstead says what
+   becomes of the update. Result 1 copied. */
+int iCOPY_OR_TELL(const UPDATE_RUN* pRun, const char* cpSource, const char* cpTarget,
+                  const char* cpMode, const char* cpInstead)
+{
+    const std::string sPath = sON_SERVER(cpSource);
+    std::error_code   error;
+    char              szReply[256];
+    errno = EINVAL;  // for what is no file
+    if (access(sPath.c_str(), R_OK) != 0 || !std::filesystem::is_regular_file(sPath, error))
+        TELL("cannot read \"%s\"; %s: %s", sPath.c_str(), cpInstead, std::strerror(errno));
+    else if (!iCOPY(pRun, cpSource, cpTarget, cpMode, szReply))
+        TELL("cannot copy \"%s\" to %s; %s: %s", sPath.c_str(), pRun->pArg->szNodeName, cpInstead,
+             szReply);
+    else
+        return 1;
+    return 0;
+}
+
+/* Removes a file from the work directory of the client. A name too long for the
+   command is left there. */
+void v_REMOVE(const UPDATE_RUN* pRun, const std::string& sName)
+{
+    const char* cpNode = pRun->pArg->szNodeName;
+    char        szReply[2048];
+    char        szCommand[256];
+    if (iCMD(szCommand, eHOST_SHELL(cpNode), "vk_client -r -f usefile -n \"gv_rw_work:%s\" -m d",
+             sName))
+        i_RCMD_EXEC_LOG(cpNode, szCommand, 1, szReply, sizeof szReply, strLog);
+}
+
+void v_REMOVE_SIGNATURES(const UPDATE_RUN* pRun)
+{
+    for (const char* cpSuffix : pRun->acpSignature)
+        if (cpSuffix != nullptr) v_REMOVE(pRun, std::string(pRun->pArg->szPackage) + cpSuffix);
+}
+
+/* A detached signature beside the package goes before it: a client that requires
+   one must never see the package without. */
+void v_COPY_SIGNATURES(UPDATE_RUN* pRun, const char* cpSource, const char* cpTarget)
+{
+    const char** pcpCopied = pRun->acpSignature;
+    for (const char* cpSuffix : {".sig", ".asc"}) {
+        const std::string sSource = std::string(cpSource) + cpSuffix;
+        const std::string sTarget = std::string(cpTarget) + cpSuffix;
+        if (!file_exist(sON_SERVER(sSource.c_str()).c_str())) continue;
+        TRACE("Copy signature '%s%s' to client", pRun->pArg->szPackage, cpSuffix);
+        if (iCOPY_OR_TELL(pRun, sSource.c_str(), sTarget.c_str(), nullptr,
+                          "the package goes without it"))
+            *pcpCopied++ = cpSuffix;
+    }
+}
+
 void v_COPY_PACKAGE(UPDATE_RUN* pRun)
 {
     const char* cpPackage = pRun->pArg->szPackage;
-    TRACE("Copy Velka package '%s' to client", cpPackage);
-    char szSource[512];
-    char szTarget[512];
-    char szReply[256];
+    char        szSource[512];
+    char        szTarget[512];
+    char        szReply[256];
     x_Snprintf(szSource, sizeof szSource, cpPackage[0] == '/' ? "%s" : "gv_rw_work:packages/%s",
                cpPackage);
     x_Snprintf(szTarget, sizeof szTarget, "gv_rw_work:%s", cpPackage);
+    v_COPY_SIGNATURES(pRun, szSource, szTarget);
+    TRACE("Copy Velka package '%s' to client", cpPackage);
     if (iCOPY(pRun, szSource, szTarget, nullptr, szReply) != 0) return;
+    v_REMOVE_SIGNATURES(pRun);
     char szDetail[256];
     x_Snprintf(szDetail, sizeof szDetail, "Copy of package file failed: %s", szReply);
     MESSAGE(pRun->szMsg, MSG_E021, pRun->pArg->szNodeName, szDetail);
@@ -117,10 +192,9 @@ void v_COPY_TO_CLIENT(UPDATE_RUN* pRun)
         TRACE("%s", copy.cpTrace);
         char szSource[512];
         char szTarget[512];
-        char szReply[256];
         x_Snprintf(szSource, sizeof szSource, copy.cpSource, pRun->cpExtension);
         x_Snprintf(szTarget, sizeof szTarget, copy.cpTarget, pRun->cpExtension);
-        iCOPY(pRun, szSource, szTarget, "755", szReply);
+        iCOPY_OR_TELL(pRun, szSource, szTarget, "755", "the client's older one runs");
     }
     v_COPY_PACKAGE(pRun);
 }
@@ -143,6 +217,21 @@ void v_FORM_COMMAND(UPDATE_RUN* pRun)
              force, kind);
 }
 
+/* The client whose update script runs; empty while none does. */
+std::string& sSCRIPT_RUNS_ON()
+{
+    static IMMORTAL<std::string> sName;
+    return sName.Get();
+}
+
+/* A run that a signal ends leaves the script to finish. */
+void v_TELL_SCRIPT_LEFT()
+{
+    const std::string& sName = sSCRIPT_RUNS_ON();
+    if (iSIGNALLED() == 0 || sName.empty()) return;
+    TELL("%s: the update script goes on by itself; check the client later", sName.c_str());
+}
+
 /* Runs the update script; a script that reports success has succeeded, whatever
    its status. */
 void v_RUN_SCRIPT(UPDATE_RUN* pRun, RCMD* pRcmd)
@@ -152,7 +241,11 @@ void v_RUN_SCRIPT(UPDATE_RUN* pRun, RCMD* pRcmd)
     iSLEEP_MS(iCONFIG_UPDATE_WAIT() * 1000L);
     TRACE("Execute update script: %s", pRun->szCommand);
     v_STATE_IN_PROGRESS(pRun);
+    v_AT_END(v_TELL_SCRIPT_LEFT);
+    sSCRIPT_RUNS_ON() = pRun->pArg->szNodeName;
     pRun->iStatus = i_RCMD(pRcmd, strLog);
+    sSCRIPT_RUNS_ON().clear();
+    pRun->pArg->iUpdated = 1;
     if (pRun->iStatus != 0 && std::string_view(pRcmd->szSts) == "SUCCESS") {
         TRACE("Set exit status for %d to 0, because 'STATUS=SUCCESS' found", pRun->iStatus);
         pRun->iStatus = 0;
@@ -175,22 +268,25 @@ void v_JUDGE_SCRIPT(UPDATE_RUN* pRun, const RCMD* pRcmd)
     }
 }
 
-/* Removes what the update left on the client. A name too long for the command is
-   left there. */
+/* Removes what the update left on the client. */
 void v_CLEAN_UP(const UPDATE_RUN* pRun)
 {
-    const char* cpNode = pRun->pArg->szNodeName;
-    char        szReply[2048];
     if (pRun->bWindows) {
-        i_RCMD_EXEC_LOG(cpNode, "vk_client -r -f usefile -n \"gv_ro_bin:velka_update\" -m D", 1,
-                        szReply, sizeof szReply, strLog);
-        i_RCMD_EXEC_LOG(cpNode, "vk_client -r -f usefile -n \"gv_rw_work:velka_update\" -m D", 1,
-                        szReply, sizeof szReply, strLog);
+        char szReply[2048];
+        for (const char* cpCommand :
+             {"vk_client -r -f usefile -n \"gv_ro_bin:velka_update\" -m D",
+              "vk_client -r -f usefile -n \"gv_rw_work:velka_update\" -m D"})
+            i_RCMD_EXEC_LOG(pRun->pArg->szNodeName, cpCommand, 1, szReply, sizeof szReply, strLog);
     }
-    char szCommand[256];
-    if (iCMD(szCommand, eHOST_SHELL(cpNode), "vk_client -r -f usefile -n \"gv_rw_work:%s\" -m d",
-             pRun->pArg->szPackage))
-        i_RCMD_EXEC_LOG(cpNode, szCommand, 1, szReply, sizeof szReply, strLog);
+    v_REMOVE(pRun, pRun->pArg->szPackage);
+    v_REMOVE_SIGNATURES(pRun);
+}
+
+/* A script may say success and leave the old version, or another one. */
+void v_COMPARE_ANSWER(const UPDATE_RUN* pRun, const char* cpInstalled)
+{
+    if (cpInstalled[0] == '\0' || l_cli_version(cpInstalled) == pRun->lVersion) return;
+    TELL("%s answers with %s, not with %s", pRun->pArg->szNodeName, cpInstalled, pRun->szVersion);
 }
 
 /* After a script that succeeded the client must answer once more. */
@@ -198,19 +294,28 @@ void v_CHECK_RESULT(UPDATE_RUN* pRun)
 {
     if (pRun->iStatus != 0) return;
     char szReply[2048];
-    if (iALIVE(pRun, szReply) == 0) {
+    char szInstalled[256];
+    if (iALIVE(pRun, szReply, szInstalled) == 0) {
         TRACE("Error from alive test: %s", szReply);
         v_MESSAGE(pRun, MSG_W006, MSG_W007, szReply);
         pRun->iStatus = 1;
         v_STATE_WARNING(pRun);
     } else {
         TRACE("Return from alive test successfully: %s", szReply);
+        v_COMPARE_ANSWER(pRun, szInstalled);
         v_MESSAGE(pRun, MSG_I013, MSG_I016, pRun->pArg->szPackage);
         v_STATE_SUCCESS(pRun);
     }
 }
 
 }  // namespace
+
+int iUPDATE_RUNS(const SCT_ARGS* pArg)
+{
+    sct_semaphore sctSema = {};
+    v_NAME_SEMAPHORE(pArg, &sctSema);
+    return i_SEMA('?', &sctSema);
+}
 
 void UPDATE_CLIENT(SCT_ARGS* pArg)
 {

@@ -13,8 +13,10 @@ struct UPDATE_RUN {
     char          szServicepackNumber[256];
     const char*   cpExtension;      // of the update script: ".cmd" or empty
     bool          bWindows;         // the client runs Windows
-    long          lVersion;         // version number of the package
+    char          szVersion[256];   // version of the package, as its name says it
+    long          lVersion;         // its number
     long          lServicepack;     // service-pack number of the package, 0 with -U
+    const char*   acpSignature[2];  // suffixes of the signatures that were copied, or null
     char          szCommand[2048];  // the update script's command line
     int           iStatus;          // of the update script, as judged
     char          szMsg[32768];     // run message

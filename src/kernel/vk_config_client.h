@@ -76,6 +76,7 @@ struct SCT_ARGS {
     int        iCheck;                // 1: -C was given
     int        iForceUpdate;          // 1: -F, or "force" in -O
     int        iServicePack;          // -e: service pack after a package update
+    int        iUpdated;              // 1: this run has run an update script
     int        iTest;                 // -t: depth of the tests after a registration
     char       cPermit;               // '1': the client takes part in backups
     updateMode eUpdate;               // -U, -S
@@ -162,3 +163,6 @@ char* szEXTRACT_AUTH_DATA(char* cpAuthLine);
 /* Updates the client's package (-U) or service pack (-S) under its semaphore.
    Never returns. */
 [[noreturn]] void UPDATE_CLIENT(SCT_ARGS* pArg);
+
+/* 1 when an update of the client is under way in another process, 0 not. */
+int iUPDATE_RUNS(const SCT_ARGS* pArg);

@@ -113,13 +113,20 @@ int REMOTE_COPY_CLIENT(char cMode, const char* cpHost, const char* cpSource, con
                        const char* cpMode, char* cpMsg, size_t uMsg, int iZero1, int iZero2,
                        str_log sctLog);
 
+/* The line that tells why a command failed: the first that holds "ssh:" or "Error:",
+   else the last that is not blank.
+   cpLine  uLine bytes: the line, or "No message found"
+   Result  1 there is one, 0 not */
+int iERROR_LINE(t_LL LL_Output, char* cpLine, size_t uLine);
+
 /* Asks the backup client on a host for its report, with the limits of a
    connection test.
-   cpMsg      2048 bytes: alive: the report's version line; else the reason
-   cpVersion  256 bytes: the version, "" when there is none
-   Result     1 it answered with a version, 0 not */
+   cpMsg        2048 bytes: alive: the report's version line; else the reason
+   cpVersion    256 bytes: the version, "" when there is none
+   cpInstalled  256 bytes or null: the version of the installed product, likewise
+   Result       1 it answered with a version, 0 not */
 int alive_test_qtc(const char* cpHost, char* cpMsg, char* cpVersion, const char* cpN,
-                   const char* cpNull1, const char* cpNull2, str_log sctLog);
+                   char* cpInstalled, const char* cpNull, str_log sctLog);
 
 /* The name under which clients reach the server for a backup: the first
    interface of client_id 0 by i_order that is a bare name, else cpServerNode.
@@ -146,6 +153,11 @@ int i_search_client_info(t_LL LL_Output, char* cpVersion, char* cpVelkaVersion, 
                          char* cpUpdateMessage, char* cpServicepackNumber,
                          char* cpServicepackPackage, char* cpServicepackDate,
                          char* cpModuleVersions, str_log sctLog);
+
+/* One field of such a report: cpValue (uValue bytes) is the value of the
+   first line with that key. Result 1 it is there and not empty, 0 not: cpValue is
+   empty. */
+int iREPORT_FIELD(t_LL LL_Output, const char* cpKey, char* cpValue, size_t uValue);
 
 /* The shell that reads command lines on a host, by its platform class. */
 SHELL eHOST_SHELL(const char* cpHost);

@@ -96,7 +96,8 @@ FD fdOUTPUT_FILE(const RCMD& cmd)
 int iPATH_ON_HOST(const HOST& host, const char* cpPath, std::string& sPath, std::string& sReason)
 {
     const std::string sText = cpPath;
-    if (("/" + sText + "/").find("/../") != std::string::npos) {
+    if (("/" + sText + "/").find("/../") != std::string::npos ||
+        (sText + "/").find(":../") != std::string::npos) {
         sReason = "\"" + sONE_LINE(sText) + "\" leaves its folder";
         return 0;
     }
@@ -114,14 +115,6 @@ int iPATH_ON_HOST(const HOST& host, const char* cpPath, std::string& sPath, std:
     const size_t uRelative = sText.find_first_not_of('/', uColon + 1);
     if (uRelative != std::string::npos) sPath += sText.substr(uRelative);
     return 1;
-}
-
-std::string sERROR_LINE(t_LL LL_Output)
-{
-    char szLine[2048] = "ssh:|Error:^";
-    if (i_LL_search(LL_Output, szLine, sizeof szLine) > 0) return szLine;
-    const void* pLast = LastElmLL(LL_Output);
-    return pLast != nullptr ? static_cast<const char*>(pLast) : "No message found";
 }
 
 }  // namespace
@@ -211,24 +204,37 @@ int REMOTE_COPY_CLIENT(char cMode, const char* cpHost, const char* cpSource, con
     return iRet;
 }
 
-int alive_test_qtc(const char* cpHost, char* cpMsg, char* cpVersion, const char*, const char*,
+int iERROR_LINE(t_LL LL_Output, char* cpLine, size_t uLine)
+{
+    iTEXT_COPY(cpLine, uLine, "ssh:|Error:^");
+    if (i_LL_search(LL_Output, cpLine, uLine) > 0) return 1;
+    const char* cpLast = nullptr;
+    for (void* p = FirstElmLL(LL_Output); IsElmLL(p); p = NextElmLL(p)) {
+        const char* cpText = static_cast<const char*>(p);
+        if (cpText[std::strspn(cpText, " \t")] != '\0') cpLast = cpText;
+    }
+    iTEXT_COPY(cpLine, uLine, cpLast != nullptr ? cpLast : "No message found");
+    return cpLast != nullptr;
+}
+
+int alive_test_qtc(const char* cpHost, char* cpMsg, char* cpVersion, const char*, char* cpInstalled,
                    const char*, str_log sctLog)
 {
     constexpr size_t uMsg = 2048;
+    constexpr size_t uVERSION = 256;
     const t_LL       LL_Output = ConsLL();
     const int        iRet =
         i_RCMD_LL(cpHost, "", "qtc -h", iQUESTION_TIMEOUT_S, 0, LL_Output, cpMsg, uMsg, sctLog);
     *cpVersion = '\0';
+    if (cpInstalled != nullptr) *cpInstalled = '\0';
     if (iRet < 0) return 0;
     if (iRet > 0) {
-        iTEXT_COPY(cpMsg, uMsg, sERROR_LINE(LL_Output));
+        if (!iERROR_LINE(LL_Output, cpMsg, uMsg))
+            v_STDERR("%s: \"qtc -h\" ended with status %d and said nothing", cpHost, iRet);
         return 0;
     }
-    char aszOther[14][256] = {};
-    if (!i_search_client_info(LL_Output, cpVersion, aszOther[0], aszOther[1], aszOther[2],
-                              aszOther[3], aszOther[4], aszOther[5], aszOther[6], aszOther[7],
-                              aszOther[8], aszOther[9], aszOther[10], aszOther[11], aszOther[12],
-                              aszOther[13], sctLog)) {
+    if (cpInstalled != nullptr) iREPORT_FIELD(LL_Output, "VELKA_VERSION", cpInstalled, uVERSION);
+    if (!iREPORT_FIELD(LL_Output, "QTC_VERSION", cpVersion, uVERSION)) {
         iTEXT_COPY(cpMsg, uMsg, "No version in the report of qtc -h");
         return 0;
     }

@@ -1,7 +1,7 @@
 /* The report of "qtc -h": KEY=value lines among other lines. */
 #include <strings.h>
 
-#include <algorithm>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -30,16 +30,25 @@ struct FIELD {
     bool             bFound;
 };
 
-void TAKE_LINE(std::string_view svLine, FIELD (&asctField)[15])
+void TAKE_LINE(std::string_view svLine, std::span<FIELD> fields)
 {
     const size_t uEqual = svLine.find('=');
     if (uEqual == std::string_view::npos) return;
     const std::string_view svKey = svTRIMMED(svLine.substr(0, uEqual));
-    for (FIELD& field : asctField) {
+    for (FIELD& field : fields) {
         if (field.bFound || !bSAME_KEY(svKey, field.svKey)) continue;
         iTEXT_COPY(field.cpValue, field.uValue, svTRIMMED(svLine.substr(uEqual + 1)));
         field.bFound = true;
     }
+}
+
+/* Takes the fields out of a report. The first one is what matters most: result 1 it
+   is there and not empty. */
+int iTAKE(t_LL LL_Output, std::span<FIELD> fields)
+{
+    for (void* p = FirstElmLL(LL_Output); IsElmLL(p); p = NextElmLL(p))
+        TAKE_LINE(static_cast<const char*>(p), fields);
+    return fields[0].cpValue[0] != '\0';
 }
 
 }  // namespace
@@ -51,7 +60,7 @@ int i_search_client_info(t_LL LL_Output, char* cpVersion, char* cpVelkaVersion, 
                          char* cpServicepackPackage, char* cpServicepackDate,
                          char* cpModuleVersions, str_log)
 {
-    FIELD asctField[15] = {
+    FIELD asctField[] = {
         {"QTC_VERSION", cpVersion, 256, false},
         {"VELKA_VERSION", cpVelkaVersion, 256, false},
         {"CORES", cpCores, 22, false},
@@ -68,8 +77,12 @@ int i_search_client_info(t_LL LL_Output, char* cpVersion, char* cpVelkaVersion, 
         {"SERVICEPACK_DATE", cpServicepackDate, 256, false},
         {"MODULE_VERSIONS", cpModuleVersions, 256, false},
     };
-    for (void* p = FirstElmLL(LL_Output); IsElmLL(p); p = NextElmLL(p)) {
-        TAKE_LINE(static_cast<const char*>(p), asctField);
-    }
-    return *cpVersion != '\0';
+    return iTAKE(LL_Output, asctField);
+}
+
+int iREPORT_FIELD(t_LL LL_Output, const char* cpKey, char* cpValue, size_t uValue)
+{
+    FIELD asctField[] = {{cpKey, cpValue, uValue, false}};
+    *cpValue = '\0';
+    return iTAKE(LL_Output, asctField);
 }
