@@ -223,13 +223,20 @@ TEST_F(UPDATE_SCRIPT, options_reach_the_installer_as_words_and_a_service_pack_is
               "STATUS=SUCCESS MSG=\"service pack /tmp/velka-cli_4.4.1-14.deb installed\"");
 }
 
-TEST_F(UPDATE_SCRIPT, the_package_keeps_its_name_when_the_installer_changes_its_directory)
+TEST_F(UPDATE_SCRIPT, the_package_is_taken_over_and_a_long_installation_says_that_it_lives)
 {
-    INSTALLER("cd / && cat \"$1\"");
+    INSTALLER("rm -r \"$VELKA_WORK/tmp\"; sleep 2; cd / && cat \"$1\"; ls \"$1\".*");
+    SIGN("qir-gpg");
     const RAN ran = SHELL_LINE("cd " + pathWork.string() +
-                               " && VELKA_WORK=/proc/self/cwd VELKA_INSTALLER=./installer sh " +
-                               sSCRIPT + " /tmp/velka-cli_4.4.1-14.deb");
+                               " && VELKA_WORK=/proc/self/cwd VELKA_ALIVE=1 "
+                               "VELKA_INSTALLER=./installer sh " +
+                               sSCRIPT + " " + sNAME);
     EXPECT_EQ(ran.iExit, 0) << ran.sOutput;
+    EXPECT_THAT(ran.sOutput, testing::StartsWith("still at work after 1 s: " + sNAME + "\n"));
+    const std::string sTaken = pathWork.string() + "/vk_execute_update.tmp";
+    EXPECT_EQ(sREAD_FILE(pathWork / "vk_execute_update.log"),
+              "the package\n" + sTaken + "/package/velka-cli_4.4.1-14.deb.sig\n");
+    EXPECT_FALSE(fs::exists(sTaken));
 }
 
 TEST_F(UPDATE_SCRIPT, two_runs_exclude_each_other_and_what_an_installer_leaves_behind_does_not)
