@@ -1,5 +1,8 @@
 /* The command line and vk.ini of a run: what each option does, and how a value
    without sense is refused. */
+#include <algorithm>
+#include <filesystem>
+
 #include "kernel/velka.h"
 #include "sandbox_fixture.h"
 
@@ -30,7 +33,7 @@ protected:
 
 TEST_F(COMMAND_LINE, one_word_that_asks_for_help_gives_64_lines_and_touches_nothing)
 {
-    for (const char* cpWord : {"-h", "-?", "/?", "?", "?x"}) {
+    for (const char* cpWord : {"-h", "-?", "/?", "?", "?x", "--help"}) {
         SCOPED_TRACE(cpWord);
         const RUN run = CONFIG_CLIENT({cpWord});
         EXPECT_EQ(run.iExit, 0);
@@ -43,6 +46,7 @@ TEST_F(COMMAND_LINE, one_word_that_asks_for_help_gives_64_lines_and_touches_noth
         EXPECT_THAT(asLine[59], HasSubstr("-P \"C:\\Temp\\velka_sp_srv-201909171332_2665822_4.4.3."
                                           "73_windows_x64.exe\""));
     }
+    EXPECT_EQ(CONFIG_CLIENT({"--version"}).sOut, std::string(gszGitId) + "\n");
     EXPECT_THAT(STATEMENTS(), IsEmpty());
     EXPECT_THAT(PROTOCOL(), IsEmpty());
 }
@@ -83,6 +87,89 @@ TEST_F(COMMAND_LINE, a_value_longer_than_its_field_is_refused)
         EXPECT_EQ(CONFIG_CLIENT({"-t", "0", cpOption, sFits}).sErr, "");
     }
     EXPECT_EQ(SQL("select count(*) from clients"), "1");
+}
+
+TEST_F(COMMAND_LINE, what_a_run_cannot_take_or_does_not_use_is_told_in_one_line)
+{
+    for (const char* cpName : {"a", "off", "ALL_CLIENTS"}) ADD_CLIENT(cpName, "VIRTUAL");
+    SQL("update clients set exec='0' where name='off'");
+    const struct {
+        TEXTS       asArgument;
+        int         iExit;
+        const char* cpTold;  // beginning of the line, "" none
+    } asctRow[] = {
+        // clang-format off
+        {{"-c", "ALL_CLIENTS", "-o", "Linux"}, 2, "option -c: ALL_CLIENTS cannot be registered"},
+        {{"-c", "ALL_CLIENTS", "-C", "d"}, 2, "option -C d does not take ALL_CLIENTS"},
+        {{"-c", "a\nb", "-o", "Linux"}, 2, "client name \"a b\" holds a control character"},
+        {{"-C", "r", "a", "b\x1b"}, 2, "client name \"b \" holds a control character"},
+        {{"-c", "a", "-C", "R"}, 0, "option -C: \"R\" is none of r, s and d; the client is registered"},
+        {{"-c", "a", "-C", "r", "-t", "1x"}, 0, "option -t: \"1x\" is no number, using 1"},
+        {{"-c", "a", "-C", "r", "-v", ""}, 0, "option -v: \"\" is no number, using 0"},
+        {{"-c", "a", "-C", "r", "-m", "SSH"}, 0, "option -m SSH is not used: only CTRL and VKSSH"},
+        {{"-c", "n1", "-o", "Linux", "-m", "PROXY"}, 0,
+         "option -m PROXY: client n1 is not tested and stored with access mode VKSSH; set accessmode"},
+        {{"-c", "n2", "-o", "Linux", "-m", "VIRTUAL", "x", "y"}, 0,
+         "a registration takes one client by -c; ignored: x y"},
+        {{"-C", "r", "a", "alhpa", "a", "alhpa"}, 0, "no such client: alhpa"},
+        {{"-C", "r", "a", "off"}, 0, "off is left out: exec is not '1'"},
+        {{"-C", "r", "ALL_CLIENTS", "a"}, 0, "ALL_CLIENTS is left out: it is no client's name"},
+        {{"-C", "r", "-c", "b", "a"}, 0, "option -c b is not used: the names after the options count"},
+        {{"-C", "r", "-c", "a", "a"}, 0, ""},
+        {{"-C", "r", "-m", "CTRL", "a"}, 0, "option -m is not handed on to the runs of the clients"},
+        {{"-C", "r", "-l", "2", "a"}, 0, "option -l is not used: it narrows -c ALL_CLIENTS only"},
+        // clang-format on
+    };
+    for (const auto& row : asctRow) {
+        SCOPED_TRACE(testing::PrintToString(row.asArgument));
+        const RUN   run = CONFIG_CLIENT(row.asArgument);
+        const TEXTS asTold = asLINES(run.sErr);
+        EXPECT_EQ(run.iExit, row.iExit);
+        EXPECT_EQ(run.sOut == cpE006, row.iExit == 2);
+        const auto uTold = std::count_if(asTold.begin(), asTold.end(), [&](const auto& sLine) {
+            return sLine.starts_with("vk_config_client: " + std::string(row.cpTold));
+        });
+        EXPECT_EQ(uTold, *row.cpTold == '\0' ? 0 : 1) << run.sErr;
+        EXPECT_LE(asTold.size(), 2U);  // n2: that it is not tested, too
+    }
+    EXPECT_EQ(SQL("select count(*) from clients"), "6");
+}
+
+TEST_F(COMMAND_LINE, identifier_and_sender_name_the_answer_file_of_every_run)
+{
+    const std::string           sLong(255, 'i');
+    const std::pair<TEXTS, int> asRow[] = {
+        {{"-U", "-c", "nobody"}, 2}, {{"-l", "munich", "-o", "Linux", "-c", "x"}, 2}, {{}, 2}};
+    for (const auto& [asOption, iExit] : asRow) {
+        TEXTS asArgument = asOption;
+        asArgument.insert(asArgument.end(), {"-i", "run/7", "-s", "ui"});
+        EXPECT_EQ(CONFIG_CLIENT(asArgument).iExit, iExit);
+        EXPECT_THAT(asLINES(sREAD_FILE(sRW() + "work/answ/run_7_ui.inf")),
+                    Contains(StartsWith("M E006")));
+        std::filesystem::remove(sRW() + "work/answ/run_7_ui.inf");
+    }
+    for (const char* cpEnd : {"1", "2"})
+        EXPECT_EQ(CONFIG_CLIENT({"-i", sLong, "-s", sLong.substr(1) + cpEnd}).sErr, "");
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(sRW() + "work/answ"), {}), 2);
+}
+
+TEST_F(COMMAND_LINE, standard_output_that_is_full_is_told_and_no_success)
+{
+    ADD_CLIENT("virt1", "VIRTUAL");
+    std::string sOut = sDIR() + "/run0.out";
+    for (const TEXTS& asArgument :
+         {TEXTS{"-h"}, {"-c", "virt1", "-C", "r"}, {"-C", "r", "virt1"}}) {
+        sOut[sOut.size() - 5]++;  // of the next run
+        std::filesystem::create_symlink("/dev/full", sOut);
+        STARTED_RUN started = START(asArgument);
+        started.sOutFile = "/dev/null";  // it never ends
+        const RUN run = WAIT(started);
+        std::filesystem::remove(sOut);
+        EXPECT_EQ(run.iExit, 2);
+        EXPECT_EQ(run.sErr,
+                  "vk_config_client: cannot write standard output: No space left on device\n");
+    }
+    EXPECT_EQ(COLUMN("virt1", "access_state"), "0");
 }
 
 TEST_F(COMMAND_LINE, options_of_a_registration_reach_their_columns)

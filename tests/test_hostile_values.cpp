@@ -116,8 +116,8 @@ TEST_F(HOSTILE, control_characters_and_broken_text_break_no_line)
 TEST_F(HOSTILE, names_run_nothing_and_get_their_outcome)
 {
     TEXTS asName = asHOSTILE;
-    for (const char* cpName : {"-oProxyCommand=touch PWNED", "two\nlines", "esc\x1b[31m",
-                               "../../PWNED", "root@alpha", "ä€", " "})
+    for (const char* cpName :
+         {"-oProxyCommand=touch PWNED", "../../PWNED", "root@alpha", "ä€", " "})
         asName.push_back(cpName);
     for (const std::string& sName : asName) {
         SCOPED_TRACE(sName);

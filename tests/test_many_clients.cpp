@@ -1,4 +1,6 @@
 /* Checks and updates of several clients by one run. */
+#include <sys/resource.h>
+
 #include <algorithm>
 #include <filesystem>
 
@@ -80,13 +82,31 @@ TEST_F(MANY, list_location_and_system_choose_and_the_report_is_in_order_of_name)
         const int iClients = static_cast<int>(row.asName.size());
         const RUN run = CONFIG_CLIENT(asArgument);
         EXPECT_EQ(run.iExit, 0);
-        EXPECT_EQ(run.sOut + run.sErr,
-                  sExpected + sReport + sSUMMARY(iClients, iClients, 0) + "\n");
+        EXPECT_EQ(run.sOut, sExpected + sReport + sSUMMARY(iClients, iClients, 0) + "\n");
         EXPECT_THAT(STATEMENTS(), Contains("select * from clients where " + row.sWhere +
                                            "(exec='1') order by name")
                                       .Times(2));
     }
     EXPECT_EQ(COLUMN("off", "access_state"), "NULL");
+}
+
+TEST_F(MANY, a_removal_counts_those_it_selected_and_takes_what_the_descriptors_allow)
+{
+    TEXTS asArgument{"-C", "d"};
+    for (int i = 0; i < 30; ++i) asArgument.push_back("p" + std::to_string(i));
+    for (size_t u = 2; u < asArgument.size(); ++u) ADD_CLIENT(asArgument[u], "VIRTUAL");
+    INI("general", "parallel", "30");
+    rlimit sctOld{};
+    getrlimit(RLIMIT_NOFILE, &sctOld);
+    const rlimit sctFew{24, sctOld.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &sctFew);
+    STARTED_RUN started = START(asArgument);
+    setrlimit(RLIMIT_NOFILE, &sctOld);
+    const RUN run = WAIT(started);
+    EXPECT_SUMMARY(run, 30, 0);
+    EXPECT_THAT(run.sErr, MatchesRegex("(vk_config_client: cannot run \".*\": Too many open files; "
+                                       "going on with [0-9] clients at a time\n)+"));
+    EXPECT_EQ(SQL("select count(*) from clients"), "1");
 }
 
 TEST_F(MANY, names_beyond_the_list_check_nobody)

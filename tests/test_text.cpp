@@ -167,7 +167,7 @@ TEST(COMMAND, on_windows_and_what_is_refused)
         const char *cpValue, *cpBare, *cpQuoted;
     } asctRow[] = {
         // clang-format off
-        {"plain", "plain", "\"plain\""}, {"", "", "\"\""},
+        {"plain", "plain", "\"plain\""}, {"", "\"\"", "\"\""},
         {"two words", "\"two words\"", "\"two words\""},
         {"C:\\dir x\\", "\"C:\\dir x\\\\\"", "\"C:\\dir x\\\\\""},
         {"a\"&b", "\"a\"\"&b\"", "\"a\"\"&b\""},
@@ -187,6 +187,8 @@ TEST(COMMAND, on_windows_and_what_is_refused)
     EXPECT_FALSE(iCMD(szCmd, SHELL_POSIX, "echo %s", std::string(64, 'x')));
     EXPECT_STREQ(szCmd, "");
     EXPECT_FALSE(iCMD(szCmd, SHELL_POSIX, "echo %s", std::string_view("a\0b", 3)));
+    ASSERT_TRUE(iCMD(szCmd, SHELL_POSIX, "a %s b%s %s%s c%s", "", "", "", RAW_TEXT{" -f"}, ""));
+    EXPECT_STREQ(szCmd, "a '' b '' -f c") << "an empty value that is a word stays one";
     ASSERT_TRUE(iCMD(szCmd, SHELL_POSIX, "%s -v %d 100%%", RAW_TEXT{"qtc -x \"a b\""}, 7));
     EXPECT_STREQ(szCmd, "qtc -x \"a b\" -v 7 100%");
 }

@@ -3,100 +3,208 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <bitset>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "vk_config_client.h"
 
 namespace {
 
-/* The number at the beginning of a text, 0 when there is none. */
-int iNUMBER(const char* cpText)
-{
-    return static_cast<int>(
-        std::clamp(std::strtol(cpText, nullptr, 10), long{INT_MIN}, long{INT_MAX}));
-}
+/* The command line while it is read. A value that cannot be taken is told at once and
+   ends the run when all options have been read, so that -i and -s name its answer file
+   wherever they stand. */
+struct COMMAND_LINE {
+    SCT_ARGS* pArg;
+    char (&szMode)[11];  // of -m
+    t_LL             LL_ClientList;
+    std::bitset<128> given;  // letters of the options
+    bool             bRefused;
+};
 
 bool bUPDATE(const SCT_ARGS* pArg)
 {
     return pArg->eUpdate == update || pArg->eUpdate == sp_update;
 }
 
+bool bALL_CLIENTS(const SCT_ARGS* pArg)
+{
+    return bIS(pArg->szNodeName, cpALL_CLIENTS);
+}
+
 [[noreturn]] void v_PARAMETERS_MISSING(SCT_ARGS* pArg)
 {
-    char szMsg[256];
-    MESSAGE(szMsg, MSG_E006);
-    ZFINISH(szMsg, VK_ERROR, 'n', pArg);
+    v_END_RUN(pArg, VK_ERROR, MSG_E006);
+}
+
+/* The number at the beginning of an option's value, 0 when there is none. */
+int iNUMBER(int iOption)
+{
+    char*      cpEnd = nullptr;
+    const long lNumber = std::strtol(optarg, &cpEnd, 10);
+    const int  iTaken = static_cast<int>(std::clamp(lNumber, long{INT_MIN}, long{INT_MAX}));
+    if (cpEnd == optarg || *cpEnd != '\0' || iTaken != lNumber)
+        v_STDERR("option -%c: \"%s\" is no number, using %d", iOption, optarg, iTaken);
+    return iTaken;
 }
 
 /* Copies an option's value. A longer one would be cut, and the run would work on
    something else than was asked for; so it ends. cpHint may be empty. */
 template<size_t N>
-void v_TAKE(SCT_ARGS* pArg, char (&szField)[N], int iOption, const char* cpHint)
+void v_TAKE(COMMAND_LINE* pLine, char (&szField)[N], int iOption, const char* cpHint)
 {
-    const char* cpBreak = cpHint[0] != '\0' ? "; " : "";
     if (std::strlen(optarg) < N) {
         iTEXT_SET(szField, optarg);
         return;
     }
+    pLine->bRefused = true;
     if (iOption == 'p')
         v_STDERR("option -p: the password is longer than %zu bytes", N - 1);
     else
-        v_STDERR("option -%c: \"%s\" is longer than %zu bytes%s%s", iOption, optarg, N - 1, cpBreak,
-                 cpHint);
-    v_PARAMETERS_MISSING(pArg);
+        v_STDERR("option -%c: \"%s\" is longer than %zu bytes%s%s", iOption, optarg, N - 1,
+                 cpHint[0] != '\0' ? "; " : "", cpHint);
 }
 
-void v_TAKE_OPTIONS_TEXT(SCT_ARGS* pArg)
+/* A client's name is one line; another could not be told from what surrounds it. */
+void v_REFUSE_CONTROLS(COMMAND_LINE* pLine, const char* cpName)
+{
+    if (!bHAS_CONTROLS(cpName)) return;
+    v_STDERR("client name \"%s\" holds a control character", cpName);
+    pLine->bRefused = true;
+}
+
+void v_TAKE_NAME(COMMAND_LINE* pLine)
+{
+    v_TAKE(pLine, pLine->pArg->szNodeName, 'c', "");
+    v_REFUSE_CONTROLS(pLine, pLine->pArg->szNodeName);
+}
+
+/* Once it is read, nobody sees it among the arguments of this process any more. */
+void v_TAKE_PASSWORD(COMMAND_LINE* pLine)
+{
+    v_TAKE(pLine, pLine->pArg->szPassword, 'p', "");
+    v_SECRET(pLine->pArg->szPassword);
+    explicit_bzero(optarg, std::strlen(optarg));
+}
+
+void v_TAKE_OPTIONS_TEXT(COMMAND_LINE* pLine)
 {
     if (std::strstr(optarg, "force") != nullptr)
-        pArg->iForceUpdate = 1;
+        pLine->pArg->iForceUpdate = 1;
     else
-        v_TAKE(pArg, pArg->szOptions, 'O', "");
+        v_TAKE(pLine, pLine->pArg->szOptions, 'O', "");
 }
 
 /* One option. Those without a value set a field; getopt tells an unknown one by
    itself, and the run goes on. */
-void v_OPTION(int iOption, SCT_ARGS* pArg, char (&cpAccessMode)[11])
+void v_OPTION(int iOption, COMMAND_LINE* pLine)
 {
+    SCT_ARGS* pArg = pLine->pArg;
     // clang-format off
     switch (iOption) {
         case 'U': pArg->eUpdate      = update; break;
         case 'S': pArg->eUpdate      = sp_update; break;
         case 'F': pArg->iForceUpdate = 1; break;
         case 'k': pArg->iRunAsUser   = 1; break;
-        case 'e': pArg->iServicePack = iNUMBER(optarg); break;
-        case 't': pArg->iTest        = iNUMBER(optarg); break;
-        case 'v': v_set_log(iNUMBER(optarg), 1, &strLog); break;
-        case 'a': v_TAKE(pArg, pArg->szNodeAddr, iOption, "give an address or via_nameserver"); break;
-        case 'c': v_TAKE(pArg, pArg->szNodeName, iOption, ""); break;
-        case 'i': v_TAKE(pArg, pArg->szTimeStamp, iOption, ""); break;
-        case 'l': v_TAKE(pArg, pArg->szLocationId, iOption, "give the location's short name"); break;
-        case 'm': v_TAKE(pArg, cpAccessMode, iOption, "give an access mode such as VKSSH"); break;
-        case 'o': v_TAKE(pArg, pArg->szOpersys, iOption, "give an operating system that the server knows"); break;
-        case 'P': v_TAKE(pArg, pArg->szPackage, iOption, ""); break;
-        case 's': v_TAKE(pArg, pArg->szSender, iOption, ""); break;
-        case 'u': v_TAKE(pArg, pArg->szUserComment, iOption, ""); break;
-        case 'O': v_TAKE_OPTIONS_TEXT(pArg); break;
-        case 'p': v_TAKE(pArg, pArg->szPassword, iOption, ""); break;
-        case 'C': pArg->iCheck = 1; v_TAKE(pArg, pArg->szCheck, iOption, "give r, s or d"); break;
-        default: v_STDERR("wrong option %c in command line; only %s allowed", optopt, cpOPTIONS); break;
+        case 'e': pArg->iServicePack = iNUMBER(iOption); break;
+        case 't': pArg->iTest        = iNUMBER(iOption); break;
+        case 'v': v_set_log(iNUMBER(iOption), 1, &strLog); break;
+        case 'a': v_TAKE(pLine, pArg->szNodeAddr, iOption, "give an address or via_nameserver"); break;
+        case 'c': v_TAKE_NAME(pLine); break;
+        case 'i': v_TAKE(pLine, pArg->szTimeStamp, iOption, ""); break;
+        case 'l': v_TAKE(pLine, pArg->szLocationId, iOption, "give the location's short name"); break;
+        case 'm': v_TAKE(pLine, pLine->szMode, iOption, "give an access mode such as VKSSH"); break;
+        case 'o': v_TAKE(pLine, pArg->szOpersys, iOption, "give an operating system that the server knows"); break;
+        case 'P': v_TAKE(pLine, pArg->szPackage, iOption, ""); break;
+        case 's': v_TAKE(pLine, pArg->szSender, iOption, ""); break;
+        case 'u': v_TAKE(pLine, pArg->szUserComment, iOption, ""); break;
+        case 'O': v_TAKE_OPTIONS_TEXT(pLine); break;
+        case 'p': v_TAKE_PASSWORD(pLine); break;
+        case 'C': pArg->iCheck = 1; v_TAKE(pLine, pArg->szCheck, iOption, "give r, s or d"); break;
+        default: v_STDERR("wrong option %c in command line; only %s allowed", optopt, cpOPTIONS); return;
     }
     // clang-format on
+    pLine->given.set(static_cast<size_t>(iOption));
 }
 
 /* Appends the arguments after the options: each is a client's name. */
-void v_COLLECT_CLIENTS(int argc, char** argv, SCT_ARGS* pArg, t_LL LL_ClientList)
+void v_COLLECT_CLIENTS(int argc, char** argv, COMMAND_LINE* pLine)
 {
     for (int i = optind; i < argc; ++i) {
         char szName[256] = "";
         if (!iTEXT_SET(szName, argv[i])) {
             v_STDERR("client name \"%s\" is longer than %zu bytes", argv[i], sizeof szName - 1);
-            v_PARAMETERS_MISSING(pArg);
+            pLine->bRefused = true;
         }
-        InsLastLLf(LL_ClientList, sizeof szName, szName);
+        v_REFUSE_CONTROLS(pLine, szName);
+        InsLastLLf(pLine->LL_ClientList, sizeof szName, szName);
     }
+}
+
+/* The names of the list, joined for people. */
+std::string sNAMES(t_LL LL_ClientList)
+{
+    std::string sNames;
+    for (void* pName = FirstElmLL(LL_ClientList); IsElmLL(pName); pName = NextElmLL(pName))
+        sNames.append(" ").append(static_cast<const char*>(pName));
+    return sNames;
+}
+
+bool bNAMED(t_LL LL_ClientList, const char* cpClient)
+{
+    for (void* pName = FirstElmLL(LL_ClientList); IsElmLL(pName); pName = NextElmLL(pName))
+        if (bIS(static_cast<const char*>(pName), cpClient)) return true;
+    return false;
+}
+
+/* The word for all clients is the name of none: a registration or a removal under it
+   would turn every later run over all clients into something else. */
+void v_REFUSE_ALL_CLIENTS(COMMAND_LINE* pLine)
+{
+    const SCT_ARGS* pArg = pLine->pArg;
+    if (!bALL_CLIENTS(pArg)) return;
+    if (!pArg->iCheck && !bUPDATE(pArg))
+        v_STDERR("option -c: ALL_CLIENTS cannot be registered; it stands for all clients");
+    else if (pArg->iCheck && pArg->szCheck[0] == 'd')
+        v_STDERR("option -C d does not take ALL_CLIENTS; name the clients that shall be removed");
+    else
+        return;
+    pLine->bRefused = true;
+}
+
+/* What a run for one client leaves out of what it was given. */
+void v_TELL_UNUSED_OF_ONE(const COMMAND_LINE* pLine)
+{
+    const SCT_ARGS* pArg = pLine->pArg;
+    if (SizeLL(pLine->LL_ClientList) > 0)
+        v_STDERR("a registration takes one client by -c; ignored:%s",
+                 sNAMES(pLine->LL_ClientList).c_str());
+    if (pArg->iCheck &&
+        std::strchr("rsd", pArg->szCheck[0] != '\0' ? pArg->szCheck[0] : 'n') == nullptr)
+        v_STDERR("option -C: \"%s\" is none of r, s and d; the client is registered",
+                 pArg->szCheck);
+}
+
+/* What a run for several clients leaves out: the children get little, and the choice
+   of clients goes by the list or by one condition. */
+void v_TELL_UNUSED_OF_MANY(const COMMAND_LINE* pLine)
+{
+    const SCT_ARGS* pArg = pLine->pArg;
+    const bool      bAll = bALL_CLIENTS(pArg);
+    const bool      bLocation = bGIVEN(pArg->szLocationId);
+    const bool      bSystem = bGIVEN(pArg->szOpersys);
+    if (!bAll && pArg->szNodeName[0] != '\0' && !bNAMED(pLine->LL_ClientList, pArg->szNodeName))
+        v_STDERR("option -c %s is not used: the names after the options count", pArg->szNodeName);
+    if (bAll && (bLocation || bSystem) && SizeLL(pLine->LL_ClientList) > 0)
+        v_STDERR("not used beside -c ALL_CLIENTS:%s", sNAMES(pLine->LL_ClientList).c_str());
+    if (bLocation && !bAll) v_STDERR("option -l is not used: it narrows -c ALL_CLIENTS only");
+    if (bSystem && !bAll) v_STDERR("option -o is not used: it narrows -c ALL_CLIENTS only");
+    if (bLocation && bSystem && bAll) v_STDERR("option -l is not used: of -l and -o, -o counts");
+    for (const char cOption : std::string_view(pArg->iCheck ? "USFPOeaimpstu" : "aimpstu"))
+        if (pLine->given.test(static_cast<size_t>(cOption)))
+            v_STDERR("option -%c is not handed on to the runs of the clients", cOption);
 }
 
 /* What is stored for the client of a check or an update; -m replaces its access
@@ -110,7 +218,12 @@ void v_READ_STORED_SETTINGS(SCT_ARGS* pArg, const char* cpAccessMode)
     if (iDB_VA(szSql, szReply, sizeof szReply, &strLog, "accessmode", pArg->szAccessMode, "os",
                pArg->szOpersys, "vm_server_type", pArg->szServerType, "d") != 1)
         v_PARAMETERS_MISSING(pArg);
-    if (std::strcmp(cpAccessMode, "CTRL") != 0 && std::strcmp(cpAccessMode, "VKSSH") != 0) return;
+    if (!bIS(cpAccessMode, "CTRL") && !bIS(cpAccessMode, "VKSSH")) {
+        if (cpAccessMode[0] != '\0' && !bIS(cpAccessMode, pArg->szAccessMode))
+            v_STDERR("option -m %s is not used: only CTRL and VKSSH replace a stored access mode",
+                     cpAccessMode);
+        return;
+    }
     TRACE("Use access mode %s given via command line parameter -m", cpAccessMode);
     iTEXT_SET(pArg->szAccessMode, cpAccessMode);
 }
@@ -124,11 +237,15 @@ void v_MOVE_TRACE(const SCT_ARGS* pArg)
     v_set_log_mover(&strLog, szName);
 }
 
+/* Identifier and sender name the answer file of every run, however early it ends. */
 void v_IDENTIFY_RUN(SCT_ARGS* pArg)
 {
-    if (pArg->szTimeStamp[0] != '\0') return;
     char szTime[256] = "I";
-    x_Snprintf(pArg->szTimeStamp, sizeof pArg->szTimeStamp, "config_client_%s", time_get(szTime));
+    if (pArg->szTimeStamp[0] == '\0')
+        x_Snprintf(pArg->szTimeStamp, sizeof pArg->szTimeStamp, "config_client_%s",
+                   time_get(szTime));
+    if (pArg->cStdoutFlg == 'n')
+        make_answ_file_name(pArg->szTimeStamp, pArg->szSender, pArg->szAnswerFile);
 }
 
 void v_READ_PLATFORM(SCT_ARGS* pArg, DB_REC_LIS* pList)
@@ -138,11 +255,7 @@ void v_READ_PLATFORM(SCT_ARGS* pArg, DB_REC_LIS* pList)
     char szSql[2048];
     iSQL(szSql, "select oper_systems.platform from oper_systems where oper_systems.os='%s'",
          pArg->szOpersys);
-    if (!iDB_ACCESS(szSql, szReply, pList, strLog)) {
-        char szMsg[1024];
-        MESSAGE_FITTED(szMsg, MSG_E004, szReply);
-        ZFINISH(szMsg, VK_WARNING, 'n', pArg);
-    }
+    if (!iDB_ACCESS(szSql, szReply, pList, strLog)) v_END_RUN(pArg, VK_WARNING, MSG_E004, szReply);
     iDB_SEL_GET(pList, 1, szReply, &strLog, "platform", pArg->szPlatform, "d");
 }
 
@@ -163,10 +276,7 @@ void v_PREPARE(SCT_ARGS* pArg, DB_REC_LIS* pList)
     }
     if (!bGIVEN(pArg->szLocationId)) iTEXT_SET(pArg->szLocationId, "0");
     if (pArg->szNodeName[0] == '\0') v_PARAMETERS_MISSING(pArg);
-    v_IDENTIFY_RUN(pArg);
     TRACE("operating system=%s, location=%s", pArg->szOpersys, pArg->szLocationId);
-    if (pArg->cStdoutFlg == 'n')
-        make_answ_file_name(pArg->szTimeStamp, pArg->szSender, pArg->szAnswerFile);
     v_READ_PLATFORM(pArg, pList);
 
     char szText[256];
@@ -190,22 +300,26 @@ void v_MOVE_UPDATE_OPTIONS(SCT_ARGS* pArg)
 
 void ARGUMENTS(int argc, char** argv, SCT_ARGS* pArg, char (&cpAccessMode)[11])
 {
-    const t_LL LL_ClientList = ConsLL();
-    DB_REC_LIS sctList = {"CONFIG_CLIENT", 0, 0, nullptr, nullptr};
+    COMMAND_LINE line{pArg, cpAccessMode, ConsLL(), {}, false};
+    DB_REC_LIS   sctList = {"CONFIG_CLIENT", 0, 0, nullptr, nullptr};
     TRACE("+++ ARGUMENTS %s", GET_CALL_PARAM(argc, argv));
-    for (int iOption; (iOption = getopt(argc, argv, cpOPTIONS)) != -1;)
-        v_OPTION(iOption, pArg, cpAccessMode);
+    for (int iOption; (iOption = getopt(argc, argv, cpOPTIONS)) != -1;) v_OPTION(iOption, &line);
     v_MOVE_UPDATE_OPTIONS(pArg);
     TRACE("argc=%d, optind=%d", argc, optind);
-    v_COLLECT_CLIENTS(argc, argv, pArg, LL_ClientList);
+    v_COLLECT_CLIENTS(argc, argv, &line);
+    v_IDENTIFY_RUN(pArg);
+    v_REFUSE_ALL_CLIENTS(&line);
+    if (line.bRefused) v_PARAMETERS_MISSING(pArg);
     iDB_SEL_GETVALUE("select name from clients where client_id=0", "name", pArg->szVelkaNode,
                      strLog);
-    TRACE("Start looping clients: %d", static_cast<int>(SizeLL(LL_ClientList)));
+    TRACE("Start looping clients: %d", static_cast<int>(SizeLL(line.LL_ClientList)));
 
-    if (pArg->iCheck || bUPDATE(pArg)) {
-        if (SizeLL(LL_ClientList) > 0 || std::strcmp(pArg->szNodeName, "ALL_CLIENTS") == 0)
-            MULTI_CLIENT_RUN(pArg, LL_ClientList);
-        v_READ_STORED_SETTINGS(pArg, cpAccessMode);
+    const bool bTask = pArg->iCheck || bUPDATE(pArg);
+    if (bTask && (SizeLL(line.LL_ClientList) > 0 || bALL_CLIENTS(pArg))) {
+        v_TELL_UNUSED_OF_MANY(&line);
+        MULTI_CLIENT_RUN(pArg, line.LL_ClientList);
     }
+    v_TELL_UNUSED_OF_ONE(&line);
+    if (bTask) v_READ_STORED_SETTINGS(pArg, cpAccessMode);
     v_PREPARE(pArg, &sctList);
 }

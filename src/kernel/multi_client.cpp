@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <list>
+#include <set>
+#include <string>
 #include <vector>
 
 #include "../common/config/config.h"
@@ -25,19 +27,22 @@ constexpr const char* cpSEPARATOR = "=========================================";
 struct SELECTION {
     char szWhere[4096];
     bool bTooLong;  // the name list does not fit; nothing may be selected with it
+    bool bByName;   // the list chooses the clients
 };
 
 /* The whole run. */
 struct MULTI_RUN {
-    SCT_ARGS*               pArg;
-    char                    szSql[6144];  // the selection; later report line and summary
-    DB_REC_LIS              sctList;
-    int                     iRows;
-    int                     iOk;
-    int                     iFailed;
-    std::string             sNames;  // of the selected clients, each with its terminator
-    std::list<CLIENT_CHILD> running;
-    PROGRESS                progress;
+    SCT_ARGS*                pArg;
+    char                     szSql[6144];  // the selection; later report line and summary
+    DB_REC_LIS               sctList;
+    int                      iRows;  // selected clients
+    int                      iOk;
+    int                      iFailed;
+    std::vector<std::string> asName;   // of the selected clients
+    size_t                   uNext;    // of asName, to be started
+    size_t                   uAtOnce;  // most children at a time
+    std::list<CLIENT_CHILD>  running;
+    PROGRESS                 progress;
 };
 
 /* "where name in ('a','b') and " */
@@ -61,61 +66,102 @@ void v_SELECT(const SCT_ARGS* pArg, t_LL LL_ClientList, SELECTION* pSelection)
     if (SizeLL(LL_ClientList) > 0) {
         const std::string sList = sNAME_LIST(LL_ClientList);
         pSelection->bTooLong = sList.size() >= uLIST_LIMIT;
+        pSelection->bByName = true;
         iTEXT_SET(pSelection->szWhere, sList);
     }
-    if (std::strcmp(pArg->szNodeName, "ALL_CLIENTS") != 0) return;
-    if (bGIVEN(pArg->szLocationId)) {
-        iSQL(pSelection->szWhere, "where location='%s' and ", pArg->szLocationId);
-        pSelection->bTooLong = false;
-    }
-    if (bGIVEN(pArg->szOpersys)) {
-        iSQL(pSelection->szWhere, "where os like '%s%%' and ", LIKE_TEXT{pArg->szOpersys});
-        pSelection->bTooLong = false;
-    }
+    if (!bIS(pArg->szNodeName, cpALL_CLIENTS)) return;
+    const bool bLocation = bGIVEN(pArg->szLocationId);
+    const bool bSystem = bGIVEN(pArg->szOpersys);
+    if (bLocation) iSQL(pSelection->szWhere, "where location='%s' and ", pArg->szLocationId);
+    if (bSystem) iSQL(pSelection->szWhere, "where os like '%s%%' and ", LIKE_TEXT{pArg->szOpersys});
+    if (bLocation || bSystem) pSelection->bTooLong = pSelection->bByName = false;
 }
 
-[[noreturn]] void v_ACCESS_FAILED(SCT_ARGS* pArg, const char* cpDetail)
+/* The words of a child's command line, empty ones included. The child works as the
+   parent was asked to: it checks, or without a check it updates with the parent's
+   package, options and service pack. */
+std::vector<std::string> asCHILD_COMMAND(const SCT_ARGS* pArg, const std::string& sName)
 {
-    char szMsg[1024];
-    MESSAGE_FITTED(szMsg, MSG_E004, cpDetail);
-    ZFINISH(szMsg, VK_WARNING, 'n', pArg);
+    if (pArg->iCheck) return {"vk_config_client", "-c", sName, "-C", pArg->szCheck};
+    const bool               bPackage = pArg->eUpdate == update;
+    const char*              cpOptions = bPackage ? pArg->szUpdateOptions : pArg->szOptions;
+    std::vector<std::string> asWord{"vk_config_client", "-c", sName, bPackage ? "-U" : "-S"};
+    const auto               v_ADD = [&asWord](const char* cpOption, std::string sValue) {
+        asWord.insert(asWord.end(), {cpOption, std::move(sValue)});
+    };
+    if (pArg->szPackage[0] != '\0') v_ADD("-P", pArg->szPackage);
+    if (pArg->iForceUpdate) asWord.emplace_back("-F");
+    if (cpOptions[0] != '\0') v_ADD("-O", cpOptions);
+    if (pArg->iServicePack != 0) v_ADD("-e", std::to_string(pArg->iServicePack));
+    return asWord;
+}
+
+/* The same words as somebody would type them. */
+std::string sTYPED(const std::vector<std::string>& asWord)
+{
+    std::string sLine;
+    for (const std::string& sWord : asWord)
+        sLine += (sLine.empty() ? "" : " ") + sSHELL_WORD(SHELL_POSIX, sWord);
+    return sLine;
+}
+
+/* A row that bears the word for all clients is none: its run would start this one
+   again, without end. */
+bool bNO_CLIENT(const char* cpName)
+{
+    return bIS(cpName, cpALL_CLIENTS);
+}
+
+void v_TELL_NO_CLIENT()
+{
+    v_STDERR_ONCE(cpALL_CLIENTS, "%s is left out: it is no client's name", cpALL_CLIENTS);
+}
+
+/* Name of a row of the list. */
+template<size_t N>
+void v_ROW_NAME(MULTI_RUN* pRun, int iRow, char (&szName)[N])
+{
+    char szReply[256];
+    szName[0] = '\0';
+    iDB_SEL_GET(&pRun->sctList, iRow, szReply, &strLog, "name", szName, "d");
 }
 
 /* Keeps the names and lets the rows go, which may be many and stay for hours
    otherwise. */
 void v_KEEP_NAMES(MULTI_RUN* pRun)
 {
-    char szReply[256];
     for (int iRow = 1; iRow <= pRun->iRows; ++iRow) {
-        char szName[256] = "";
-        iDB_SEL_GET(&pRun->sctList, iRow, szReply, &strLog, "name", szName, "d");
-        pRun->sNames.append(szName).push_back('\0');
+        char szName[256];
+        v_ROW_NAME(pRun, iRow, szName);
+        if (bNO_CLIENT(szName))
+            v_TELL_NO_CLIENT();
+        else
+            pRun->asName.emplace_back(szName);
     }
-    pRun->sNames.shrink_to_fit();
+    pRun->iRows = static_cast<int>(pRun->asName.size());
     DB_LET_GO(&pRun->sctList);
 }
 
-/* The child works as the parent was asked to: it checks, or without a check it
-   updates with the parent's package, options and service pack. Empty when a value
-   cannot stand in a command. */
-template<size_t N>
-int iCHILD_COMMAND(const SCT_ARGS* pArg, const char* cpName, char (&szCmd)[N])
+/* Tells which of the named clients are not selected, and why. */
+void v_TELL_LEFT_OUT(MULTI_RUN* pRun, t_LL LL_ClientList)
 {
-    if (pArg->iCheck)
-        return iCMD(szCmd, SHELL_POSIX, "vk_config_client -c %s -C %s", cpName, pArg->szCheck);
-    char        szPackage[N] = "";
-    char        szOptions[N] = "";
-    char        szService[32] = "";
-    const bool  bPackage = pArg->eUpdate == update;
-    const char* cpOptions = bPackage ? pArg->szUpdateOptions : pArg->szOptions;
-    if (pArg->szPackage[0] != '\0' && !iCMD(szPackage, SHELL_POSIX, " -P %s", pArg->szPackage))
-        return 0;
-    if (cpOptions[0] != '\0' && !iCMD(szOptions, SHELL_POSIX, " -O %s", cpOptions)) return 0;
-    if (pArg->iServicePack != 0) iCMD(szService, SHELL_POSIX, " -e %d", pArg->iServicePack);
-    return iCMD(szCmd, SHELL_POSIX, "vk_config_client -c %s %s%s%s%s%s", cpName,
-                RAW_TEXT{bPackage ? "-U" : "-S"}, RAW_TEXT{szPackage},
-                RAW_TEXT{pArg->iForceUpdate ? " -F" : ""}, RAW_TEXT{szOptions},
-                RAW_TEXT{szService});
+    std::set<std::string> known(pRun->asName.begin(), pRun->asName.end());
+    for (void* pName = FirstElmLL(LL_ClientList); IsElmLL(pName); pName = NextElmLL(pName)) {
+        const char* cpName = static_cast<const char*>(pName);
+        char        szSql[2048];
+        char        szReply[256] = "";
+        if (!known.insert(cpName).second) continue;
+        if (bNO_CLIENT(cpName)) {
+            v_TELL_NO_CLIENT();
+            continue;
+        }
+        iSQL(szSql, "select count(*) from clients where name='%s'", cpName);
+        if (!iDB_ACCESS(szSql, szReply, nullptr, strLog)) return;
+        if (szReply[0] == '0')
+            v_STDERR("no such client: %s", cpName);
+        else
+            v_STDERR("%s is left out: exec is not '1'", cpName);
+    }
 }
 
 void v_FORWARD(MULTI_RUN* pRun, const std::string& sText, FILE* pTo)
@@ -126,24 +172,31 @@ void v_FORWARD(MULTI_RUN* pRun, const std::string& sText, FILE* pTo)
     std::fflush(pTo);
 }
 
-void v_START_CHILD(MULTI_RUN* pRun, const char* cpName)
+/* Starts the run of the next client. Where this process has as many children as it can
+   have, the client waits for one of them to end, and no more run at a time from then. */
+void v_START_NEXT(MULTI_RUN* pRun)
 {
-    char      szCmd[8192];
-    const int iFormed = iCHILD_COMMAND(pRun->pArg, cpName, szCmd);
+    const std::string&             sName = pRun->asName[pRun->uNext];
+    const std::vector<std::string> asWord = asCHILD_COMMAND(pRun->pArg, sName);
     TRACE("%s", cpSEPARATOR);
-    TRACE("Call: %s", szCmd);
+    TRACE("Call: %s", sTYPED(asWord).c_str());
     pRun->running.emplace_back();
     CLIENT_CHILD* pChild = &pRun->running.back();
-    pChild->sName = cpName;
+    pChild->sName = sName;
+    std::string sReason;
     v_PROGRESS_CLEAR(&pRun->progress);
-    if (!iFormed) v_STDERR("cannot form the command for client \"%s\"", cpName);
-    if (!iFormed || !iCLIENT_START(pChild, szCmd)) {
+    pRun->uNext++;
+    if (iCLIENT_START(pChild, asWord, sReason)) return;
+    pRun->running.pop_back();
+    TRACE("%s", cpSEPARATOR);
+    if (pRun->running.empty()) {
+        v_STDERR("%s: %s", sName.c_str(), sReason.c_str());
         pRun->iFailed++;
-        pRun->running.pop_back();
-        TRACE("%s", cpSEPARATOR);
         return;
     }
-    pChild->lDeadline = lNOW_MS() + lLOCAL_COMMAND_LIMIT_MS();
+    pRun->uNext--;
+    pRun->uAtOnce = pRun->running.size();
+    v_STDERR("%s; going on with %zu clients at a time", sReason.c_str(), pRun->uAtOnce);
 }
 
 /* Writes what the child has left, its status line last. */
@@ -156,17 +209,6 @@ void v_WRITE_REST(MULTI_RUN* pRun, CLIENT_CHILD* pChild)
     v_FORWARD(pRun, pChild->sOut, stdout);
 }
 
-/* 1 when the child's process has ended, or was ended past its limit. */
-int iCHILD_IS_DONE(CLIENT_CHILD* pChild)
-{
-    if (iCHILD_ENDED(pChild->child)) return 1;
-    if (lNOW_MS() < pChild->lDeadline) return 0;
-    v_STDERR("client \"%s\": no end within the time limit, ended", pChild->sName.c_str());
-    v_CHILD_END(pChild->child, iGRACE_MS);
-    pChild->child.iStatus = -1;
-    return 1;
-}
-
 /* Reads from every child, and takes leave of those that have ended. They count
    unless the run was interrupted. */
 void v_ATTEND_CHILDREN(MULTI_RUN* pRun, bool bCount)
@@ -175,7 +217,7 @@ void v_ATTEND_CHILDREN(MULTI_RUN* pRun, bool bCount)
         std::string sForward;
         v_CLIENT_READ(&*it, sForward);
         v_FORWARD(pRun, sForward, stderr);
-        if (!iCHILD_IS_DONE(&*it)) {
+        if (!iCHILD_ENDED(it->child)) {
             ++it;
             continue;
         }
@@ -186,14 +228,12 @@ void v_ATTEND_CHILDREN(MULTI_RUN* pRun, bool bCount)
     }
 }
 
-/* Waits until a child has written or ended, or lUntil has come. */
+/* Waits until a child has written or ended, or lUntil has come (0: never). The children
+   bound their own waits. */
 WAIT_RESULT eWAIT_FOR_CHILDREN(const MULTI_RUN* pRun, long lUntil)
 {
     std::vector<WAIT_FD> fds;
-    for (const CLIENT_CHILD& child : pRun->running) {
-        v_CLIENT_WAIT_FOR(&child, fds);
-        lUntil = lUntil == 0 ? child.lDeadline : std::min(lUntil, child.lDeadline);
-    }
+    for (const CLIENT_CHILD& child : pRun->running) v_CLIENT_WAIT_FOR(&child, fds);
     return iWAIT(fds, lUntil);
 }
 
@@ -241,7 +281,7 @@ void v_FILL_LIST(MULTI_RUN* pRun, const char* cpSelection)
     char szReply[256] = "";
     if (!iDB_ACCESS(cpSelection, szReply, &pRun->sctList, strLog)) {
         if (iSIGNALLED() != 0) v_INTERRUPTED(pRun);
-        v_ACCESS_FAILED(pRun->pArg, szReply);
+        v_END_RUN(pRun->pArg, VK_WARNING, MSG_E004, szReply);
     }
     pRun->iRows = static_cast<int>(std::strtol(szReply, nullptr, 10));
 }
@@ -249,15 +289,12 @@ void v_FILL_LIST(MULTI_RUN* pRun, const char* cpSelection)
 /* First pass: a child for every client, in order of name. */
 void v_RUN_CHILDREN(MULTI_RUN* pRun)
 {
-    const size_t uAtOnce = static_cast<size_t>(iCONFIG_PARALLEL());
-    const char*  cpName = pRun->sNames.c_str();
-    const char*  cpEnd = cpName + pRun->sNames.size();
-    v_PROGRESS_START(&pRun->progress, static_cast<size_t>(pRun->iRows));
-    while (cpName < cpEnd || !pRun->running.empty()) {
+    pRun->uAtOnce = static_cast<size_t>(iCONFIG_PARALLEL());
+    v_PROGRESS_START(&pRun->progress, pRun->asName.size());
+    while (pRun->uNext < pRun->asName.size() || !pRun->running.empty()) {
         if (iSIGNALLED() != 0) v_INTERRUPTED(pRun);
-        if (cpName < cpEnd && pRun->running.size() < uAtOnce) {
-            v_START_CHILD(pRun, cpName);
-            cpName += std::strlen(cpName) + 1;
+        if (pRun->uNext < pRun->asName.size() && pRun->running.size() < pRun->uAtOnce) {
+            v_START_NEXT(pRun);
             continue;
         }
         v_SHOW_PROGRESS(pRun);
@@ -271,6 +308,7 @@ void v_RUN_CHILDREN(MULTI_RUN* pRun)
 /* Second pass: what the children of a check left in the rows. */
 void v_REPORT(MULTI_RUN* pRun)
 {
+    int iClients = 0;
     for (int iRow = 1; iRow <= pRun->iRows; ++iRow) {
         char       szReply[256];
         char       szName[256] = "";
@@ -280,11 +318,14 @@ void v_REPORT(MULTI_RUN* pRun)
         const char szVersion[] = "";
         iDB_SEL_GET(&pRun->sctList, iRow, szReply, &strLog, "name", szName, "comment", szComment,
                     "os", szOs, "hw_platform", szHw, "d");
+        if (bNO_CLIENT(szName)) continue;
+        iClients++;
         x_Snprintf(pRun->szSql, sizeof pRun->szSql, "Client: %-64s %s %s %s Message: %s", szName,
                    szOs, szHw, szVersion, szComment);
         TRACE(": %s", pRun->szSql);
         std::printf("%s\n", sONE_LINE(pRun->szSql).c_str());
     }
+    pRun->iRows = iClients;
 }
 
 }  // namespace
@@ -297,7 +338,8 @@ void MULTI_CLIENT_RUN(SCT_ARGS* pArg, t_LL LL_ClientList)
     run.sctList = {"CONFIG_CLIENT", 0, 0, nullptr, nullptr};
     SELECTION sctSelection = {};
     v_SELECT(pArg, LL_ClientList, &sctSelection);
-    if (sctSelection.bTooLong) v_ACCESS_FAILED(pArg, "list of clients longer than 2047 characters");
+    if (sctSelection.bTooLong)
+        v_END_RUN(pArg, VK_WARNING, MSG_E004, "list of clients longer than 2047 characters");
     char szSelection[6144];
     iSQL(szSelection, "select * from clients %s(exec='1') order by name",
          RAW_TEXT{sctSelection.szWhere});
@@ -305,10 +347,13 @@ void MULTI_CLIENT_RUN(SCT_ARGS* pArg, t_LL LL_ClientList)
     v_FILL_LIST(&run, szSelection);
     TRACE("Check %d clients", run.iRows);
     v_KEEP_NAMES(&run);
+    if (sctSelection.bByName) v_TELL_LEFT_OUT(&run, LL_ClientList);
     v_RUN_CHILDREN(&run);
     if (pArg->iCheck) {
+        const int iSelected = run.iRows;
         v_FILL_LIST(&run, szSelection);
         v_REPORT(&run);
+        if (pArg->szCheck[0] == 'd') run.iRows = iSelected;  // those removed have no row any more
     }
     v_END_PROCESS(bSUMMARY(&run, run.iRows, true) ? VK_SUCCESS : VK_ERROR);
 }

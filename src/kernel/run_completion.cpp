@@ -79,3 +79,10 @@ void ZFINISH(const char* cpTxt, int iExit, char cDelFlg, SCT_ARGS* pArg)
                 sONE_LINE(cpTxt).c_str());
     v_END_PROCESS(iExit);
 }
+
+void v_END_RUN(SCT_ARGS* pArg, int iExit, MESSAGE_ID eId, std::string_view svDetail)
+{
+    char szMsg[2048];
+    MESSAGE_FITTED(szMsg, eId, svDetail);
+    ZFINISH(szMsg, iExit, 'n', pArg);
+}

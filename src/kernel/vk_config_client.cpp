@@ -2,7 +2,7 @@
    removal or registration. Every path ends in ZFINISH. */
 #include "vk_config_client.h"
 
-#include <cstring>
+#include <cstdio>
 
 #include "../common/config/config.h"
 
@@ -14,9 +14,14 @@ bool bUSAGE_ASKED(int argc, char** argv)
 {
     if (argc != 2) return false;
     if (argv[1][0] == '?') return true;
-    for (const char* cpWord : {"-h", "-?", "/?"})
-        if (std::strcmp(argv[1], cpWord) == 0) return true;
+    for (const char* cpWord : {"-h", "-?", "/?", "--help"})
+        if (bIS(argv[1], cpWord)) return true;
     return false;
+}
+
+bool bVERSION_ASKED(int argc, char** argv)
+{
+    return argc == 2 && bIS(argv[1], "--version");
 }
 
 void v_SET_DEFAULTS(SCT_ARGS* pArg)
@@ -42,6 +47,11 @@ int iREGISTER(SCT_ARGS* pArg, const char* cpAccessMode, char (&szBuf)[N])
         TRACE(
             "Skip iTEST_QTC_CONNECTION for accessmode PROXY and VIRTUAL when configuring a new "
             "client.");
+        if (!bIS(cpAccessMode, pArg->szAccessMode))
+            v_STDERR(
+                "option -m %s: client %s is not tested and stored with access mode %s; set "
+                "accessmode='%s' in its row of the table clients",
+                cpAccessMode, pArg->szNodeName, pArg->szAccessMode, cpAccessMode);
         return 1;
     }
     int iRet = iTEST_QTC_CONNECTION(pArg, szBuf, N);
@@ -82,6 +92,10 @@ int main(int argc, char** argv)
     v_set_log_main("vk_config_client_<PID>.lgc", "VK_CONFIG_CLIENT", &strLog);
     if (bUSAGE_ASKED(argc, argv)) {
         USAGE();
+        v_END_PROCESS(VK_SUCCESS);
+    }
+    if (bVERSION_ASKED(argc, argv)) {
+        std::printf("%s\n", gszGitId);
         v_END_PROCESS(VK_SUCCESS);
     }
     if (!iCONFIG_VALID()) v_END_PROCESS(VK_ERROR);  // told by the library

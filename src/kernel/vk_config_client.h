@@ -89,6 +89,9 @@ struct SCT_ARGS {
 /* The options of the command line, in getopt's form. */
 inline constexpr const char* cpOPTIONS = "USa:e:i:l:m:c:O:Fo:P:s:t:u:p:v:C:k";
 
+/* The word that stands for all clients in place of a name. */
+inline constexpr const char* cpALL_CLIENTS = "ALL_CLIENTS";
+
 /* Writes the usage text to standard output. */
 void USAGE();
 
@@ -108,6 +111,11 @@ void ARGUMENTS(int argc, char** argv, SCT_ARGS* pArg, char (&cpAccessMode)[11]);
    cpTxt    the run message
    cDelFlg  delete flag, traced only */
 [[noreturn]] void ZFINISH(const char* cpTxt, int iExit, char cDelFlg, SCT_ARGS* pArg);
+
+/* Ends the run with a message of the catalogue whose only value is svDetail, of which
+   as much is taken as the message has room for. */
+[[noreturn]] void v_END_RUN(SCT_ARGS* pArg, int iExit, MESSAGE_ID eId,
+                            std::string_view svDetail = "");
 
 /* ---- client registry --------------------------------------------------- */
 

@@ -23,7 +23,7 @@ void info(char cKind, int iZero, const char* cpText);
 
 /* Forms the name of the run's answer file: gv_rw_work, "answ/", run
    identifier, "_", sender, ".inf" (szFILE_NAME replaces what a file name cannot
-   hold). info writes into it from now on. */
+   hold; a longer name than a file's may be is shortened in its middle). info writes into it from now on. */
 void make_answ_file_name_N(const char* cpTimeStamp, const char* cpSender, char* szFile,
                            size_t uSize);
 template<size_t N>

@@ -107,6 +107,20 @@ bool bQUOTE_FOLLOWS(const std::vector<FORMAT_PIECE>& pieces, size_t u)
     return u + 1 < pieces.size() && pieces[u + 1].svLiteral.substr(0, 1) == "\"";
 }
 
+/* True when an empty value at piece u would be no word at all: blanks, or the ends of
+   the line, on both sides. */
+bool bSTANDS_ALONE(const std::vector<FORMAT_PIECE>& pieces, size_t u, const std::string& sCmd)
+{
+    if (!sCmd.empty() && sCmd.back() != ' ') return false;
+    for (u++; u < pieces.size(); u++) {
+        const FORMAT_VALUE* pValue = pieces[u].pValue;
+        if (pValue != nullptr && pValue->eKind == FORMAT_VALUE::NUMBER) return false;
+        const std::string_view sv = pValue == nullptr ? pieces[u].svLiteral : pValue->svText;
+        if (!sv.empty()) return sv[0] == ' ';
+    }
+    return true;
+}
+
 int iJOIN(SHELL eShell, const std::vector<FORMAT_PIECE>& pieces, std::string& sCmd)
 {
     PLACE ePlace = PLACE_BARE;
@@ -126,6 +140,10 @@ int iJOIN(SHELL eShell, const std::vector<FORMAT_PIECE>& pieces, std::string& sC
         const std::string_view svWord =
             pValue->eKind == FORMAT_VALUE::CHARACTER ? std::string_view(&cOne, 1) : pValue->svText;
         if (!bTAKEN_BY_SHELL(eShell, svWord)) return 0;
+        if (svWord.empty() && ePlace == PLACE_BARE && bSTANDS_ALONE(pieces, u, sCmd)) {
+            sCmd.append(sSHELL_WORD(eShell, svWord));
+            continue;
+        }
         sCmd.append(sVALUE_AT(eShell, ePlace, svWord, bQUOTE_FOLLOWS(pieces, u)));
     }
     return 1;

@@ -22,7 +22,8 @@ std::string sSHELL_INSIDE_QUOTES(SHELL eShell, std::string_view svWord);
 /* Forms a command line. %s, %d, %ld and %% as in printf. A value stands as it
    is when it is plain; else it is quoted for the shell, or, between double
    quotes of the format (single ones too for POSIX), escaped for that place.
-   RAW_TEXT stands as it is.
+   An empty value that is a word of its own stays one (quotes with nothing between
+   them). RAW_TEXT stands as it is.
    Result  1 formed; 0 it does not fit, or holds a character that the shell
            cannot take (a line feed on Windows): szCmd is empty then, and the
            operations refuse an empty command line. */

@@ -129,3 +129,14 @@ std::string sONE_LINE(std::string_view svText)
     }
     return s;
 }
+
+bool bHAS_CONTROLS(std::string_view svText)
+{
+    while (!svText.empty()) {
+        const std::string_view svCharacter =
+            svText.substr(0, std::max<size_t>(uCHARACTER(svText), 1));
+        if (bCONTROL(svCharacter)) return true;
+        svText.remove_prefix(svCharacter.size());
+    }
+    return false;
+}

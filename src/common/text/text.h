@@ -32,3 +32,6 @@ std::string sVALID_UTF8(std::string_view svText);
 /* sVALID_UTF8, and control characters (tab included, line feed too) replaced
    by a blank: what may stand inside one line that a person reads. */
 std::string sONE_LINE(std::string_view svText);
+
+/* 1 when a control character stands in svText (line feed, tab, C1 included). */
+bool bHAS_CONTROLS(std::string_view svText);

@@ -21,6 +21,7 @@ extern "C" {  // the header of some C libraries does not say it
 #include <ctime>
 
 #include "../text/immortal.h"
+#include "../text/standard_error.h"
 
 namespace {
 
@@ -28,6 +29,7 @@ constexpr int  iGRACE_MS = 2000;
 constexpr int  iGROUP_STEP_MS = 5;  // a group has no descriptor to wait for
 constexpr int  iNO_MEMORY_TRIES = 50;
 constexpr long lNO_MEMORY_PAUSE_NS = 20000000;
+constexpr int  iOUTPUT_LOST = 2;  // exit code when standard output could not be written
 constexpr int  aiSignal[] = {SIGINT, SIGTERM, SIGHUP};
 
 volatile sig_atomic_t iPendingSignal = 0;
@@ -261,6 +263,17 @@ void WAIT_FOR_CHILD(CHILD& child, long lDeadline)
     }
 }
 
+/* What was printed has left. The stream may have failed long before; its reason is
+   known only when it does so now. */
+bool bOUTPUT_WRITTEN()
+{
+    errno = 0;
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return true;
+    const char* cpCause = std::strerror(errno != 0 ? errno : EIO);
+    v_STDERR_ONCE("stdout", "cannot write standard output: %s", cpCause);
+    return false;
+}
+
 /* The same for its group. */
 void WAIT_FOR_GROUP(pid_t iGroup, long lDeadline)
 {
@@ -439,14 +452,14 @@ void v_AT_END(void (*pDone)())
 
 void v_END_PROCESS(int iExit)
 {
-    std::fflush(stdout);
+    const bool bWritten = bOUTPUT_WRITTEN();
     GIVE_BACK();
-    std::exit(iExit);
+    std::exit(iExit == 0 && !bWritten ? iOUTPUT_LOST : iExit);
 }
 
 void v_END_BY_SIGNAL(int iSignal)
 {
-    std::fflush(stdout);
+    bOUTPUT_WRITTEN();
     GIVE_BACK();
     signal(iSignal, SIG_DFL);
     sigset_t setSignal;

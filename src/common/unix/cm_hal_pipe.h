@@ -134,6 +134,7 @@ int iSIGNALLED();
 void v_AT_END(void (*pDone)());
 
 /* Gives back everything on the registers, then exits, or ends by the signal.
-   Standard output is flushed before. */
+   Standard output is flushed before; where that fails, it is told on standard error,
+   and an exit code 0 becomes 2. */
 [[noreturn]] void v_END_PROCESS(int iExit);
 [[noreturn]] void v_END_BY_SIGNAL(int iSignal);

@@ -3,10 +3,6 @@
 
 #include <unistd.h>
 
-#include <sstream>
-
-#include "../text/command_line.h"
-#include "../text/standard_error.h"
 #include "local_command.h"
 #include "read_now.h"
 
@@ -36,41 +32,20 @@ void v_TAKE_COMPLETE_LINES(std::string& sErr, std::string& sForward)
     }
 }
 
-/* The words of a command line that needs no shell: plain ones, for a program that
-   lies beside this one. Empty for any other command line. */
-std::vector<std::string> asWITHOUT_SHELL(const char* cpCommand)
-{
-    std::vector<std::string> asWord;
-    std::istringstream       words(cpCommand);
-    for (std::string sWord; words >> sWord;) {
-        if (sSHELL_WORD(SHELL_POSIX, sWord) != sWord) return {};
-        asWord.push_back(sWord);
-    }
-    if (asWord.empty() || asWord[0].find('/') != std::string::npos) return {};
-    const std::string sPath = sSEARCH_PATH_OF_PROGRAM();
-    asWord[0].insert(0, sPath.substr(0, sPath.find(':')) + "/");
-    if (access(asWord[0].c_str(), X_OK) != 0) return {};
-    return asWord;
-}
-
 }  // namespace
 
-int iCLIENT_START(CLIENT_CHILD* pChild, const char* cpCommand)
+int iCLIENT_START(CLIENT_CHILD* pChild, const std::vector<std::string>& asWord,
+                  std::string& sReason)
 {
-    CHILD_SPEC sctSpec;
-    sctSpec.asArgument = asWITHOUT_SHELL(cpCommand);
-    // The shell makes way for the tool, so the child's end is the tool's own.
-    if (sctSpec.asArgument.empty())
-        sctSpec.asArgument = {"/bin/sh", "-c", std::string("exec ") + cpCommand};
-    sctSpec.asEnvironment = {{"PATH", sSEARCH_PATH_OF_PROGRAM()}};
+    CHILD_SPEC        sctSpec;
+    const std::string sPath = sSEARCH_PATH_OF_PROGRAM();
+    const std::string sBeside = sPath.substr(0, sPath.find(':')) + "/" + asWord[0];
+    sctSpec.asArgument = asWord;
+    if (access(sBeside.c_str(), X_OK) == 0) sctSpec.asArgument[0] = sBeside;
+    sctSpec.asEnvironment = {{"PATH", sPath}};
     sctSpec.bErrToOut = false;
     sctSpec.bPipeErr = true;
-    std::string sReason;
-    if (!iCHILD_START(pChild->child, sctSpec, sReason)) {
-        v_STDERR("%s", sReason.c_str());
-        return 0;
-    }
-    return 1;
+    return iCHILD_START(pChild->child, sctSpec, sReason);
 }
 
 void v_CLIENT_READ(CLIENT_CHILD* pChild, std::string& sForward)

@@ -7,17 +7,18 @@
 #include "cm_hal_pipe.h"
 
 struct CLIENT_CHILD {
-    std::string sName;          // the client
-    CHILD       child;          // its process
-    std::string sOut;           // standard output so far, its end when there is much
-    std::string sErr;           // a line of standard error that is not complete yet
-    long        lDeadline = 0;  // lNOW_MS time by which it must have ended
+    std::string sName;  // the client
+    CHILD       child;  // its process
+    std::string sOut;   // standard output so far, its end when there is much
+    std::string sErr;   // a line of standard error that is not complete yet
 };
 
-/* Starts a command line as a child, the program's own directory first in its
-   search path, its output and error output on pipes.
-   Result  1 it runs, 0 it could not be started (told on standard error) */
-int iCLIENT_START(CLIENT_CHILD* pChild, const char* cpCommand);
+/* Starts a program (its name first, then its arguments) as a child, its output and
+   error output on pipes. A program that lies beside this one goes before those of the
+   search path.
+   Result  1 it runs, 0 it could not be started: sReason says why */
+int iCLIENT_START(CLIENT_CHILD* pChild, const std::vector<std::string>& asWord,
+                  std::string& sReason);
 
 /* Reads what has come without waiting. Complete lines of standard error go to
    ours; sForward receives them. */
