@@ -294,7 +294,7 @@ void SANDBOX::SWITCH(const std::string& sClient, const std::string& sProgram,
 
 STARTED_RUN SANDBOX::START(const TEXTS& asArgument, const SETTINGS& environment)
 {
-    TEXTS asCommand{VK_PROGRAM};
+    TEXTS asCommand{m_sProgram};
     asCommand.insert(asCommand.end(), asArgument.begin(), asArgument.end());
     return START_COMMAND(asCommand, environment);
 }

@@ -153,6 +153,7 @@ protected:
     void INI(const std::string& sSection, const std::string& sKey, const std::string& sValue);
     /* Directory of the sandbox; rw() is gv_rw. */
     const std::string& sDIR() const { return m_sDir; }
+    std::string        m_sProgram = VK_PROGRAM;  // what runs start
     std::string        sRW() const { return m_sDir + "/server/rw/"; }
 
 private:

@@ -57,8 +57,8 @@ constexpr LABEL asctDetail[] = {
     {"modules", "module_versions"},
     {"installed", "installation_date"},
     {"updated", "update_date"},
-    {"service pack", "servicepack_package"},
-    {"applied", "servicepack_date"},
+    {"its package", "servicepack_package"},
+    {"its date", "servicepack_date"},
     {"addresses",
      "(select string_agg(i_name, ', ' order by i_order) from interfaces i where "
      "i.client_id=clients.client_id)"},

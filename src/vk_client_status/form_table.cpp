@@ -221,7 +221,7 @@ std::string sFORM_CLIENT(const FLEET& fleet, const CLIENT& client,
     v_FACT(s, "last check", sWITH_AGE(client.lChecked, fleet));
     v_FACT(s, "last success", sWITH_AGE(client.lSucceeded, fleet));
     v_FACT(s, "version", client.sVersion);
-    v_FACT(s, "service pack no.", client.sServicepack);
+    v_FACT(s, "service pack", client.sServicepack);
     std::string sUpdate(svUPDATE(client.eUpdate));
     if (client.lUpdate != 0) sUpdate += " " + sWITH_AGE(client.lUpdate, fleet);
     v_FACT(s, "last update", sUpdate);
