@@ -33,7 +33,7 @@ install(PROGRAMS ${CMAKE_SOURCE_DIR}/skel/vk_execute_update DESTINATION ${VK_DAT
 install(FILES ${CMAKE_SOURCE_DIR}/skel/vk_execute_update.cmd DESTINATION ${VK_DATA}/skel COMPONENT server)
 install(FILES ${CMAKE_SOURCE_DIR}/skel/README DESTINATION /opt/velka/skel COMPONENT server)
 foreach(SCRIPT vk_execute_update vk_execute_update.cmd)
-  install(CODE "file(CREATE_LINK ${CMAKE_INSTALL_PREFIX}/${VK_DATA}/skel/${SCRIPT}
+  install(CODE "file(CREATE_LINK \${CMAKE_INSTALL_PREFIX}/${VK_DATA}/skel/${SCRIPT}
                      \$ENV{DESTDIR}/opt/velka/skel/${SCRIPT} SYMBOLIC)" COMPONENT server)
 endforeach()
 

@@ -93,13 +93,11 @@ void CHECK_HOSTS_FILE()
     iCONFIG_VARIABLE("gv_hosts_file", sFile);
     if (sFile.empty()) sFile = "/etc/hosts";
     const std::string sWhat = "hosts file " + sFile;
+    const std::string sMake = "echo '127.0.0.1 localhost' >" + sTYPED({sFile});
     if (stat(sFile.c_str(), &sctStat) != 0)
-        v_WRONG(sWhat, std::strerror(errno),
-                sTYPED({"install", "-D", "-m", "644", "/dev/null", sFile}));
+        v_WRONG(sWhat, std::strerror(errno), sMake);
     else if (!S_ISREG(sctStat.st_mode))
-        v_WRONG(sWhat, "is no file",
-                sTYPED({"mv", sFile, sFile + ".old"}) + " && " +
-                    sTYPED({"install", "-m", "644", "/dev/null", sFile}));
+        v_WRONG(sWhat, "is no file", sTYPED({"mv", sFile, sFile + ".old"}) + " && " + sMake);
     else if ((sctStat.st_mode & 0022U) != 0)
         v_WRONG(sWhat, "others than its owner may change it", sCHMOD("644", sFile));
     else
@@ -225,6 +223,7 @@ void CHECK_MODE(const std::string& sMode)
     }
     const std::vector<std::string> asKey = asIDENTITIES(sConfig, sError);
     if (!sError.empty()) {
+        if (sError.starts_with(sConfig + ": ")) sError.erase(0, sConfig.size() + 2);
         const long lLine = lLINE_IN(sError);
         if (lLine > 0)
             v_WRONG(sWhat, sError,

@@ -130,40 +130,61 @@ std::string sIDENTIFIER(const std::string& sName)
     return s + "\"";
 }
 
-DB_GAPS sctGAPS(PGconn* pConn, const SCHEMA& schema)
+namespace {
+
+bool bLISTED(const std::vector<std::string>& asText, const std::string& s)
 {
-    DB_GAPS gaps;
-    char    szSql[1024];
-    DB_ROWS rows;
-    for (const SCHEMA_TABLE& table : schema.tables) {
-        const std::string_view svName = table.sName;
-        iSQL(szSql,
-             "select a.attname from pg_attribute a where a.attrelid=to_regclass('%s') and "
-             "a.attnum>0 and not a.attisdropped",
-             svName);
-        if (!iRUN(pConn, szSql, &rows, gaps.sError)) return gaps;
-        if (rows.empty()) {
-            gaps.asTable.push_back(table.sName);
-            continue;
-        }
-        for (const SCHEMA_COLUMN& column : table.columns)
-            if (std::find(rows.begin(), rows.end(), std::vector{column.sName}) == rows.end())
-                gaps.columns.emplace_back(table.sName, column);
-        iSQL(szSql,
-             "select has_table_privilege('%s','select') and has_table_privilege('%s','insert') "
-             "and has_table_privilege('%s','update') and has_table_privilege('%s','delete')",
-             svName, svName, svName, svName);
-        if (sVALUE(pConn, szSql) != "t") gaps.asForbidden.push_back(table.sName);
+    return std::find(asText.begin(), asText.end(), s) != asText.end();
+}
+
+/* What one table lacks. Result 0: the database could not be asked. */
+int iTABLE_GAPS(PGconn* pConn, const SCHEMA_TABLE& table, DB_GAPS& gaps)
+{
+    char                   szSql[1024];
+    DB_ROWS                rows;
+    const std::string_view svName = table.sName;
+    iSQL(szSql,
+         "select a.attname from pg_attribute a where a.attrelid=to_regclass('%s') and "
+         "a.attnum>0 and not a.attisdropped",
+         svName);
+    if (!iRUN(pConn, szSql, &rows, gaps.sError)) return 0;
+    if (rows.empty()) {
+        gaps.asTable.push_back(table.sName);
+        return 1;
     }
+    for (const SCHEMA_COLUMN& column : table.columns)
+        if (std::find(rows.begin(), rows.end(), std::vector{column.sName}) == rows.end())
+            gaps.columns.emplace_back(table.sName, column);
+    iSQL(szSql,
+         "select has_table_privilege('%s','select') and has_table_privilege('%s','insert') "
+         "and has_table_privilege('%s','update') and has_table_privilege('%s','delete')",
+         svName, svName, svName, svName);
+    if (sVALUE(pConn, szSql) != "t") gaps.asForbidden.push_back(table.sName);
+    return 1;
+}
+
+/* Indexes of tables that are there. */
+void INDEX_GAPS(PGconn* pConn, const SCHEMA& schema, DB_GAPS& gaps)
+{
+    char szSql[1024];
     for (const SCHEMA_STATEMENT& statement : schema.statements) {
-        const auto& asGone = gaps.asTable;
-        if (statement.sIndex.empty() ||
-            std::find(asGone.begin(), asGone.end(), statement.sTable) != asGone.end())
-            continue;
+        if (statement.sIndex.empty() || bLISTED(gaps.asTable, statement.sTable)) continue;
         iSQL(szSql, "select to_regclass('%s')", std::string_view(statement.sIndex));
         if (sVALUE(pConn, szSql).empty()) gaps.asIndex.push_back(statement.sIndex);
     }
-    if (!gaps.asTable.empty() || !gaps.asForbidden.empty()) return gaps;
+}
+
+}  // namespace
+
+DB_GAPS sctGAPS(PGconn* pConn, const SCHEMA& schema)
+{
+    DB_GAPS gaps;
+    DB_ROWS rows;
+    for (const SCHEMA_TABLE& table : schema.tables)
+        if (!iTABLE_GAPS(pConn, table, gaps)) return gaps;
+    INDEX_GAPS(pConn, schema, gaps);
+    if (bLISTED(gaps.asTable, "oper_systems") || bLISTED(gaps.asForbidden, "oper_systems"))
+        return gaps;
     const std::string sMissing =
         "select count(*) from (values " + schema.sSystems +
         ") v(os,platform) where not exists (select from oper_systems o where o.os=v.os)";

@@ -30,7 +30,7 @@ std::vector<std::string> asIDENTITIES(const std::string& sConfig, std::string& s
     const PROGRAM_RUN run = sctRUN_PROGRAM(asCommand);
     if (!run.bGood()) {
         // The first line says where; the last one only counts.
-        sError = run.sOut.substr(0, run.sOut.find('\n'));
+        sError = run.sOut.substr(0, run.sOut.find_first_of("\r\n"));
         return asKey;
     }
     constexpr std::string_view svKey = "identityfile ";

@@ -116,8 +116,9 @@ void START_LOCAL_SERVER(const CONNECTION_TEXT& text)
     if (file_exist(sSOCKET(text).c_str()))
         v_STEP(STEP_MADE, "database server of this machine started");
     else
-        v_STEP(STEP_FAILED,
-               "database server of this machine does not start: " + sLAST_LINE(run.sOut));
+        v_STEP(STEP_FAILED, "database server of this machine does not start (status " +
+                                std::to_string(run.iStatus) +
+                                "); its log in /var/log/postgresql says why");
 }
 
 /* Runs a statement and reports it. */
@@ -132,11 +133,26 @@ int iMAKE(PGconn* pConn, const std::string& sSql, const std::string& sWhat)
     return 1;
 }
 
+/* Result 1: sRole is a member of sOwner now. */
+int iMAKE_MEMBER(PGconn* pConn, const std::string& sRole, const std::string& sOwner)
+{
+    char szSql[1024];
+    iSQL(szSql, "select pg_has_role('%s','%s','member')", std::string_view(sRole),
+         std::string_view(sOwner));
+    return sVALUE(pConn, szSql) == "t" ||
+           iMAKE(pConn, "grant " + sIDENTIFIER(sOwner) + " to " + sIDENTIFIER(sRole),
+                 "role " + sRole + " is a member of " + sOwner);
+}
+
 int iMAKE_ROLE(PGconn* pConn, const std::string& sRole, bool bLogin)
 {
     char szSql[1024];
-    iSQL(szSql, "select 1 from pg_roles where rolname='%s'", std::string_view(sRole));
-    if (!sVALUE(pConn, szSql).empty()) return 1;
+    iSQL(szSql, "select rolcanlogin from pg_roles where rolname='%s'", std::string_view(sRole));
+    const std::string sLogin = sVALUE(pConn, szSql);
+    if (sLogin == "t" || (!sLogin.empty() && !bLogin)) return 1;
+    if (!sLogin.empty())
+        return iMAKE(pConn, "alter role " + sIDENTIFIER(sRole) + " login",
+                     "database role " + sRole + " may log in");
     return iMAKE(pConn, "create role " + sIDENTIFIER(sRole) + (bLogin ? " login" : ""),
                  "database role " + sRole);
 }
@@ -156,13 +172,8 @@ int iMAKE_LOCAL(const CONNECTION_TEXT& text, const std::string& sOwner)
     }
     char szSql[1024];
     if (!iMAKE_ROLE(pConn.get(), sOwner, sOwner == text.sUser) ||
-        !iMAKE_ROLE(pConn.get(), text.sUser, true))
-        return 0;
-    iSQL(szSql, "select pg_has_role('%s','%s','member')", std::string_view(text.sUser),
-         std::string_view(sOwner));
-    if (sVALUE(pConn.get(), szSql) != "t" &&
-        !iMAKE(pConn.get(), "grant " + sIDENTIFIER(sOwner) + " to " + sIDENTIFIER(text.sUser),
-               "role " + text.sUser + " is a member of " + sOwner))
+        !iMAKE_ROLE(pConn.get(), text.sUser, true) ||
+        !iMAKE_MEMBER(pConn.get(), text.sUser, sOwner))
         return 0;
     iSQL(szSql, "select 1 from pg_database where datname='%s'", std::string_view(text.sDatabase));
     return !sVALUE(pConn.get(), szSql).empty() ||
@@ -201,6 +212,31 @@ int iKEEP_CONNINFO(const std::string& sText)
     return 1;
 }
 
+/* Makes role and database on the machine's own server, and connects. bDefault: neither
+   command line nor vk.ini has a connection text; it is completed and kept. Null:
+   reported. */
+CONNECTION pLOCAL_DATABASE(CONNECTION_TEXT& text, bool bDefault)
+{
+    std::string       sError;
+    const bool        bUser = bDefault || text.sUser == sUSER_NAME();
+    const std::string sOwner = bUser ? szOWNER : text.sUser;
+    if (bDefault) {
+        text.sUser = sUSER_NAME();
+        text.sText = sTEXT_OF(text, text.sDatabase, text.sUser);
+    }
+    if (!iMAKE_LOCAL(text, sOwner)) return nullptr;
+    CONNECTION pConn = pCONNECT(text.sText, sError);
+    if (!pConn) {
+        v_STEP(STEP_FAILED, sSHOWN(text) + ": " + sError);
+        v_STEP_MORE("admit that role in pg_hba.conf, or name one that is called as the user: " +
+                    sTYPED({"vk_setup", "server", "--conninfo",
+                            sTEXT_OF(text, text.sDatabase, sUSER_NAME())}));
+        return nullptr;
+    }
+    if (bDefault && !iKEEP_CONNINFO(text.sText)) return nullptr;
+    return pConn;
+}
+
 /* The connection that the tool will use; null: reported. */
 CONNECTION pDATABASE(const SETUP_ARGS& args, CONNECTION_TEXT& text)
 {
@@ -219,26 +255,9 @@ CONNECTION pDATABASE(const SETUP_ARGS& args, CONNECTION_TEXT& text)
         v_STEP(STEP_THERE, sSHOWN(text));
         return pConn;
     }
-    if (!text.bLocal) {
-        TELL_ADMINISTRATOR(text, sError);
-        return nullptr;
-    }
-    const std::string sOwner = sGiven.empty() ? szOWNER : text.sUser;
-    if (sGiven.empty()) {
-        text.sUser = sUSER_NAME();
-        text.sText = sTEXT_OF(text, text.sDatabase, text.sUser);
-    }
-    if (!iMAKE_LOCAL(text, sOwner)) return nullptr;
-    pConn = pCONNECT(text.sText, sError);
-    if (!pConn) {
-        v_STEP(STEP_FAILED, sSHOWN(text) + ": " + sError);
-        v_STEP_MORE("admit that role in pg_hba.conf, or name one that is called as the user: " +
-                    sTYPED({"vk_setup", "server", "--conninfo",
-                            sTEXT_OF(text, text.sDatabase, sUSER_NAME())}));
-        return nullptr;
-    }
-    if (sGiven.empty() && !iKEEP_CONNINFO(text.sText)) return nullptr;
-    return pConn;
+    if (text.bLocal) return pLOCAL_DATABASE(text, sGiven.empty());
+    TELL_ADMINISTRATOR(text, sError);
+    return nullptr;
 }
 
 /* The connection that may make tables: the superuser's on the machine's own server,
@@ -283,9 +302,20 @@ int iMAKE_TABLES(PGconn* pMaker, const SCHEMA& schema, const DB_GAPS& gaps)
     return iDone;
 }
 
+/* Rights on tables: by the role that owns the database where the setup made it. */
 int iGRANT(PGconn* pMaker, const CONNECTION_TEXT& text, const std::vector<std::string>& asTable)
 {
-    int iDone = 1;
+    int  iDone = 1;
+    char szSql[256];
+    iSQL(szSql,
+         "select 1 from pg_database where datname=current_database() and "
+         "pg_get_userbyid(datdba)='%s'",
+         std::string_view(szOWNER));
+    if (!asTable.empty() && text.sUser == sUSER_NAME() && !sVALUE(pMaker, szSql).empty()) {
+        std::string sIgnored;
+        iRUN(pMaker, "reset role", nullptr, sIgnored);
+        return iMAKE_MEMBER(pMaker, text.sUser, szOWNER);
+    }
     for (const std::string& sTable : asTable)
         iDone &= iMAKE(pMaker,
                        "grant select,insert,update,delete on " + sIDENTIFIER(sTable) + " to " +
