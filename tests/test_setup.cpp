@@ -51,7 +51,7 @@ TEST_F(SETUP, an_empty_database_is_filled_and_the_first_client_is_green)
 
     const RUN first = SHELL("umask 000; vk_setup server --name backup1");
     EXPECT_EQ(first.iExit, 0) << first.sOut << first.sErr;
-    EXPECT_THAT(first.sOut, HasSubstr("\n  vk_setup set_client backup1 --mode CTRL 'ssh-ed25519 "));
+    EXPECT_THAT(first.sOut, HasSubstr("\n  vk_setup set_client backup1 --mode CTRL ssh-ed25519 "));
     EXPECT_THAT(ROWS("select client_id,name,exec,o.os=c.os from clients c left join oper_systems o "
                      "on o.os=c.os"),
                 testing::ElementsAre("0|backup1|0|t"));

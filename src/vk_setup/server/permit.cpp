@@ -19,6 +19,20 @@ std::string sHOME_EXPANDED(const std::string& sFile)
     return sFile.starts_with("~/") && cpHome != nullptr ? cpHome + sFile.substr(1) : sFile;
 }
 
+/* Type, key and comment as words of their own, so that the line needs no quotes and
+   can also be pasted where no shell reads it. A comment that would need some is left
+   out. */
+void ADD_KEY(const std::string& sPublic, std::vector<std::string>& asWord)
+{
+    int iWord = 0;
+    for (size_t u = 0; u < sPublic.size() && iWord < 3; iWord++) {
+        const size_t      uEnd = std::min(sPublic.find(' ', u), sPublic.size());
+        const std::string sWord = sPublic.substr(u, uEnd - u);
+        u = uEnd + 1;
+        if (iWord < 2 || sTYPED({sWord}) == sWord) asWord.push_back(sWord);
+    }
+}
+
 }  // namespace
 
 std::vector<std::string> asIDENTITIES(const std::string& sConfig, std::string& sError)
@@ -76,7 +90,7 @@ int iPERMIT_LINE(const std::string& sMode, std::string& sLine, std::string& sErr
     for (const std::string& sKey : asIDENTITIES(sConfig, sError)) {
         std::string sPublic;
         std::string sIgnored;
-        if (iPUBLIC_KEY(sKey, sPublic, sIgnored)) asWord.push_back(sPublic);
+        if (iPUBLIC_KEY(sKey, sPublic, sIgnored)) ADD_KEY(sPublic, asWord);
     }
     if (asWord.size() > uWithoutKey) {
         sLine = sTYPED(asWord);
