@@ -2,6 +2,7 @@
 #include "common/cm_db_access.h"
 
 #include <cstring>
+#include <thread>
 
 #include "common/config/config.h"
 #include "sandbox_fixture.h"
@@ -35,14 +36,25 @@ protected:
         EXPECT_EQ(iDB_ACCESS("select 1", m_szReply, nullptr, m_log), 1) << m_szReply;
         GetCapturedStderr();
     }
+    /* Connects anew by the sandbox's connection text with more behind it. */
+    void CONNECT_BY(const char* cpAdded)
+    {
+        if (m_sBase.empty()) m_sBase = sCONFIG_TEXT("database", "conninfo", "");
+        CaptureStderr();
+        iDB_ACCESS("copy clients to stdout", m_szReply, nullptr, m_log);  // drops the old one
+        GetCapturedStderr();
+        INI("database", "conninfo", m_sBase + cpAdded);
+        v_CONFIG_FORGET();
+    }
     std::string sVALUE(const char* cpSql)
     {
         return iDB_ACCESS(cpSql, m_szReply, nullptr, m_log) ? m_szReply
                                                             : std::string("! ") + m_szReply;
     }
 
-    char    m_szReply[256] = "";
-    str_log m_log = {};
+    char        m_szReply[256] = "";
+    str_log     m_log = {};
+    std::string m_sBase;
 };
 
 TEST_F(DATABASE, access_replies_with_value_number_or_error)
@@ -52,7 +64,7 @@ TEST_F(DATABASE, access_replies_with_value_number_or_error)
     } asctRow[] = {
         {"select MAX(client_id) from clients where client_id>0", ""},
         {"select E'two\\nlines'", "two lines"},
-        {"insert into interfaces values (1,'a',0),(1,'b',1)", "2"},
+        {"insert into interfaces values (0,'a',0),(0,'b',1)", "2"},
         {"delete from interfaces", "2"},
         {"", "! the statement does not fit its buffer"},
         {"selec 1", "! ERROR: syntax error at or near \"selec\" at character 1"},
@@ -152,19 +164,131 @@ TEST_F(DATABASE, the_session_has_the_settings_that_the_operations_rely_on)
     EXPECT_EQ(sVALUE("select count(*) from clients"), "1");
 }
 
-TEST_F(DATABASE, a_lost_connection_fails_its_statement_and_the_next_one_connects_anew)
+TEST_F(DATABASE, a_failure_has_a_kind)
 {
+    constexpr struct {
+        const char* cpSql;
+        DB_KIND     eKind;
+    } asctRow[] = {{"select 1", DB_FINE},
+                   {"select nope from clients", DB_NO_COLUMN},
+                   {"select 1 from nope", DB_NO_TABLE},
+                   {"insert into clients (client_id,name) values (0,'x')", DB_KEY_TAKEN},
+                   {"select pg_sleep(30)", DB_LOCKED},
+                   {"selec", DB_OTHER}};
+    INI("database", "statement_timeout", "1");
+    CONNECT_BY("");
+    for (const auto& row : asctRow) {
+        sVALUE(row.cpSql);
+        EXPECT_EQ(sctDB_ERROR().eKind, row.eKind) << row.cpSql;
+    }
+    const std::pair<const char*, DB_KIND> asConnect[] = {
+        {" dbname=nope", DB_NO_DATABASE},
+        {" user=nope", DB_PASSWORD},
+        {" host=/nowhere", DB_REFUSED},
+        {" host=nowhere.invalid", DB_UNKNOWN_HOST},
+        {" sslmode=require host=127.0.0.1 port=1", DB_REFUSED}};
+    INI("database", "retry_time", "0");
+    for (const auto& [cpAdded, eKind] : asConnect) {
+        CONNECT_BY(cpAdded);
+        EXPECT_EQ(sVALUE("select 1").substr(0, 2), "! ");
+        EXPECT_EQ(sctDB_ERROR().eKind, eKind) << sctDB_ERROR().sText;
+    }
+}
+
+TEST_F(DATABASE, a_closed_connection_is_replaced_and_a_lost_one_too_where_it_does_no_harm)
+{
+    const std::string sClose =
+        "select pg_terminate_backend(pid) from pg_stat_activity where "
+        "application_name='vk_config_client' and datname=current_database()";
+    // Ends its own session the first time, and answers then.
+    const std::string sOnce =
+        "case when nextval('once')=1 then pg_terminate_backend("
+        "pg_backend_pid()) end";
+    SQL("create sequence once");
+    SQL("insert into interfaces values (0,'a',0)");
     CaptureStderr();
-    EXPECT_THAT(sVALUE("select pg_terminate_backend(pg_backend_pid())"),
-                HasSubstr("terminating connection due to administrator command"));
-    EXPECT_EQ(sctDB_ERROR().sSqlState, "");
-    EXPECT_EQ(sVALUE("select 'again'"), "again");
-    SQL("select pg_terminate_backend(pid) from pg_stat_activity where "
-        "application_name='vk_config_client' and datname=current_database()");
-    EXPECT_THAT(sVALUE("select 'lost'"), testing::StartsWith("! "));
-    EXPECT_EQ(sVALUE("select 'again'"), "again");
-    // Told once in a run; the other tests of this process may have told it.
-    EXPECT_LE(asLINES(GetCapturedStderr()).size(), 1U);
+    for (const char* cpSql : {"select 'open'", "insert into interfaces values (0,'b',1)"}) {
+        SQL(sClose);
+        ASSERT_TRUE(bWAIT_UNTIL(9000, [&] { return ROWS(sClose).empty(); }));
+        EXPECT_EQ(sVALUE(cpSql)[0], cpSql[0] == 's' ? 'o' : '1') << m_szReply;
+    }
+    const std::pair<std::string, bool> asRow[] = {
+        {"select i_name," + sOnce + " from interfaces order by i_name", true},
+        {"update interfaces set i_order=5 where " + sOnce + " is null", true},
+        {"delete from interfaces where i_name='a' and " + sOnce + " is null", true},
+        {"insert into interfaces select 0,'c',0 where " + sOnce + " is null", false}};
+    for (const auto& [sSql, bAgain] : asRow) {
+        SCOPED_TRACE(sSql);
+        EXPECT_EQ(GetCapturedStderr(), "");
+        CaptureStderr();
+        SQL("alter sequence once restart");
+        DB_REC_LIS sctList = {"CONFIG_CLIENT", 0, 0, nullptr, nullptr};
+        EXPECT_EQ(iDB_ACCESS(sSql.c_str(), m_szReply, &sctList, m_log), bAgain) << m_szReply;
+        EXPECT_EQ(sctList.iRows, sSql[0] == 's' ? 2 : 0);
+        EXPECT_EQ(sctDB_ERROR().eKind, bAgain ? DB_FINE : DB_LOST);
+    }
+    EXPECT_LE(asLINES(GetCapturedStderr()).size(), 1U);  // once in a run, maybe by another test
+    EXPECT_THAT(ROWS("select i_name,i_order from interfaces"), testing::ElementsAre("b|5"));
+
+    // A transaction is begun anew as a whole, or takes no effect at all.
+    SQL("alter sequence once restart");
+    int        iBegun = 0;
+    const auto iBOTH = [&](const std::string& sSecond) {
+        return iDB_TRANSACTION("both not stored", m_log, [&] {
+            iBegun++;
+            return iDB_RUN("insert into interfaces values (0,'d',0)", m_log) > 0 &&
+                   iDB_RUN(sSecond.c_str(), m_log) >= 0;
+        });
+    };
+    EXPECT_EQ(iBOTH("select " + sOnce), 1);
+    EXPECT_EQ(iBegun, 2);
+    SQL("delete from interfaces where i_name='d'");
+    CaptureStderr();
+    EXPECT_EQ(iBOTH("selec"), 0);
+    EXPECT_THAT(GetCapturedStderr(), HasSubstr(": both not stored: ERROR: syntax error"));
+    EXPECT_THAT(ROWS("select i_name from interfaces"), testing::ElementsAre("b"));
+    EXPECT_EQ(sVALUE("select 'goes on'"), "goes on");
+}
+
+TEST_F(DATABASE, a_full_server_is_tried_again_for_retry_time)
+{
+    const std::string sRole = "limited_" + SQL("select current_database()");
+    SQL("create role " + sRole + " login connection limit 0");
+    INI("database", "retry_time", "1");
+    CONNECT_BY((" user=" + sRole).c_str());
+    long lStart = lNOW_MS();
+    EXPECT_THAT(sVALUE("select 1"), HasSubstr("too many connections for role"));
+    EXPECT_EQ(sctDB_ERROR().eKind, DB_BUSY);
+    EXPECT_THAT(lNOW_MS() - lStart, testing::AllOf(testing::Ge(950), testing::Le(6000)));
+    lStart = lNOW_MS();
+    EXPECT_THAT(sVALUE("select 1"), HasSubstr("too many connections for role"));
+    EXPECT_LE(lNOW_MS() - lStart, 900);  // once in vain, it is asked only once
+
+    INI("database", "retry_time", "20");
+    SQL("alter role " + sRole + " connection limit -1");
+    CONNECT_BY((" user=" + sRole).c_str());
+    EXPECT_EQ(sVALUE("select 1"), "1");
+    SQL("alter role " + sRole + " connection limit 0");
+    SQL("select pg_terminate_backend(pid) from pg_stat_activity where usename='" + sRole + "'");
+    std::thread later([&] {
+        iSLEEP_MS(300);
+        SQL("alter role " + sRole + " connection limit -1");
+    });
+    EXPECT_EQ(sVALUE("select 1"), "1");
+    later.join();
+    CONNECT_BY("");
+    SQL("drop role " + sRole);
+}
+
+TEST(STATEMENTS, one_as_long_as_its_buffer_allows_is_formed_and_a_longer_one_is_not)
+{
+    char szSql[16];  // 15 characters and the end
+    EXPECT_TRUE(iSQL(szSql, "select '%s'", "123456"));
+    EXPECT_STREQ(szSql, "select '123456'");
+    EXPECT_TRUE(iSQL(szSql, "select '%s'", FREE_TEXT{"1234567"}));
+    EXPECT_STREQ(szSql, "select '123456'");
+    EXPECT_FALSE(iSQL(szSql, "select '%s'", "1234567"));
+    EXPECT_STREQ(szSql, "");
 }
 
 }  // namespace

@@ -198,6 +198,7 @@ TEST_F(FAILURES, a_database_that_is_not_there_is_told_once)
     ASSERT_EQ(listen(fdServer.iGet(), 8), 0);
     const std::pair<std::string, const char*> asRow[] = {
         {sFolder, "timeout expired"}, {sDIR() + "/none", "No such file or directory"}};
+    INI("database", "retry_time", "1");
     for (const auto& [sHost, cpTold] : asRow) {
         INI("database", "conninfo", "host=" + sHost + " dbname=velka connect_timeout=2");
         const RUN check = CONFIG_CLIENT({"-c", "alpha", "-C", "r"}, {}, 15000);

@@ -1,21 +1,27 @@
 /* Database access: six operations over one PostgreSQL connection.
 
    The connection is opened by the first statement and closed at exit. Every
-   statement is complete text, runs by itself and is committed by itself; one
-   call can never run two. A statement that finds the connection dead fails;
-   the next one connects anew. Every wait has a limit (connect_timeout,
-   statement_timeout). No operation ends the process; a connection that cannot
-   be made is told once on standard error.
+   statement is complete text, runs by itself and, outside iDB_TRANSACTION, is
+   committed by itself; one call can never run two. A connection that the server
+   has closed is replaced before the statement is sent. One that breaks under a
+   statement is replaced too, and the statement sent again, once, where that can do
+   no harm (select, update, delete: this program's set fixed values by name or
+   identifier); else it fails. A server that is full, starts, stops or refuses its
+   socket is tried again for retry_time. Every wait has a limit (connect_timeout,
+   statement_timeout). No operation ends the process; a connection that cannot be
+   made, or is lost with its statement, is told once on standard error.
 
    Error texts are terse, one line, UTF-8. */
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <type_traits>
 #include <vector>
 
 #include "cm_trace.h"
+#include "database/failure.h"
 #include "text/statement.h"
 #include "text/text.h"
 
@@ -54,11 +60,7 @@ int iDB_ACCESS(const char* cpSql, char (&szReply)[N], DB_REC_LIS* pList, str_log
     return iDB_ACCESS_N(cpSql, szReply, N, pList, sctLog);
 }
 
-/* Why the last statement failed; both empty when it ran. */
-struct DB_ERROR {
-    std::string sSqlState;  // "23505": the key is taken; empty when the connection failed
-    std::string sText;      // as in the reply, but whole
-};
+/* Why the last statement failed, as data and as text; DB_FINE when it ran. */
 const DB_ERROR& sctDB_ERROR();
 
 /* Tells the last statement's failure in one line on standard error and in the trace,
@@ -81,6 +83,26 @@ int iDB_EXECUTE_SQL(const std::string& sWhat, const str_log& sctLog, const char*
     iSQL(szSql, cpFormat, values...);
     return iDB_EXECUTE(sWhat, szSql, sctLog);
 }
+
+/* The same without a word about a failure, for a caller who looks at the result. */
+int iDB_RUN(const char* cpSql, const str_log& sctLog);
+template<class... V>
+int iDB_RUN_SQL(const str_log& sctLog, const char* cpFormat, const V&... values)
+{
+    char szSql[2048];
+    iSQL(szSql, cpFormat, values...);
+    return iDB_RUN(szSql, sctLog);
+}
+
+/* Runs several statements as one transaction: all of them take effect, or none.
+   pBody   runs them, by any operation of this header, and returns 1; 0 after the
+           first one that failed, or to give up. It may be called several times: a
+           lost connection or another run in its way begins it anew
+   sWhat   what is missing when it fails, told as by iDB_EXECUTE
+   Result  1 committed; 0 nothing of it has taken effect (or, where the connection
+           broke under the commit, that is not known) */
+using DB_BODY = std::function<int()>;
+int iDB_TRANSACTION(const std::string& sWhat, const str_log& sctLog, const DB_BODY& pBody);
 
 /* Lets the records of a list go before the process ends. */
 void DB_LET_GO(DB_REC_LIS* pList);

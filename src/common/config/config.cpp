@@ -140,6 +140,11 @@ int iCONFIG_STATEMENT_TIMEOUT()
     return iFILE_NUMBER("database", "statement_timeout", 60, 0, iDAY);
 }
 
+int iCONFIG_RETRY_TIME()
+{
+    return iFILE_NUMBER("database", "retry_time", 10, 0, iDAY);
+}
+
 int iCONFIG_CONNECT_TIMEOUT()
 {
     return iFILE_NUMBER("remote", "connect_timeout", 15, 1, iDAY);

@@ -25,6 +25,7 @@ std::string sCONFIG_TEXT(const char* cpSection, const char* cpKey, const char* c
 int iCONFIG_TRACE_LEVEL();        // 0: no trace
 int iCONFIG_PARALLEL();           // at least 1
 int iCONFIG_STATEMENT_TIMEOUT();  // 0: none
+int iCONFIG_RETRY_TIME();         // of a busy or restarting database; 0: never
 int iCONFIG_CONNECT_TIMEOUT();
 int iCONFIG_IDLE_TIMEOUT();
 int iCONFIG_TOTAL_TIMEOUT();

@@ -119,15 +119,18 @@ DB_OUTCOME sctRUN(const char* cpSql, const str_log& sctLog, size_t uKeep, RECORD
     const bool bTrace = bTRACED(sctLog);
     if (bTrace) WRITE_TRACE(&sctLog, "statement: %s", cpSql);
     DB_OUTCOME outcome = sctDB_RUN(cpSql, [&](const PGresult* pRow) {
-        if (records.Records().size() < uKeep) records.Add(pRow);
+        if (pRow == nullptr)
+            records = {};
+        else if (records.Records().size() < uKeep)
+            records.Add(pRow);
     });
-    LAST_ERROR() = outcome.bOk ? DB_ERROR{} : DB_ERROR{outcome.sSqlState, outcome.sError};
-    if (bTrace) {
-        if (outcome.bOk)
-            WRITE_TRACE(&sctLog, "statement done, rows: %ld", outcome.lRows);
-        else
-            WRITE_TRACE(&sctLog, "statement failed: %s", outcome.sError.c_str());
-    }
+    LAST_ERROR() = outcome.error;
+    if (!bTrace) return outcome;
+    if (!outcome.sNote.empty()) WRITE_TRACE(&sctLog, "%s", outcome.sNote.c_str());
+    if (outcome.bOk)
+        WRITE_TRACE(&sctLog, "statement done, rows: %ld", outcome.lRows);
+    else
+        WRITE_TRACE(&sctLog, "statement failed: %s", outcome.error.sText.c_str());
     return outcome;
 }
 
@@ -168,6 +171,30 @@ std::string sRECORD(const RECORDS& records, const DB_REC_LIS_ELEMENT& record)
     return s;
 }
 
+constexpr int iMOST_TRIES = 5;  // of a transaction
+
+/* What another run, or a broken connection, has done to a transaction: all of it may
+   be run again. */
+bool bIN_THE_WAY(DB_KIND eKind)
+{
+    return eKind == DB_KEY_TAKEN || eKind == DB_IN_THE_WAY || eKind == DB_LOST;
+}
+
+/* One try. After a failure LAST_ERROR is that of the statement that failed first. */
+int iTRY_TRANSACTION(const str_log& sctLog, const DB_BODY& pBody)
+{
+    if (iDB_RUN("begin", sctLog) < 0) return 0;
+    v_DB_IN_TRANSACTION(true);
+    const int iDone = pBody() && iDB_RUN("commit", sctLog) >= 0;
+    if (!iDone) {
+        const DB_ERROR first = LAST_ERROR();
+        iDB_RUN("rollback", sctLog);
+        LAST_ERROR() = first;
+    }
+    v_DB_IN_TRANSACTION(false);
+    return iDone;
+}
+
 }  // namespace
 
 int iDB_ACCESS_N(const char* cpSql, char* cpReply, size_t uReply, DB_REC_LIS* pList,
@@ -178,7 +205,7 @@ int iDB_ACCESS_N(const char* cpSql, char* cpReply, size_t uReply, DB_REC_LIS* pL
     const size_t     uKeep = pList != nullptr ? std::string::npos : 1;
     const DB_OUTCOME outcome = sctRUN(cpSql, sctLog, uKeep, records);
     if (!outcome.bOk) {
-        iTEXT_COPY(cpReply, uReply, outcome.sError);
+        iTEXT_COPY(cpReply, uReply, outcome.error.sText);
         return 0;
     }
     if (pList == nullptr && outcome.bColumns)
@@ -204,13 +231,27 @@ void DB_TELL_FAILURE(const std::string& sWhat, const str_log& sctLog)
         v_STDERR_ONCE(sWhat.c_str(), "%s: %s", sWhat.c_str(), sReason.c_str());
 }
 
-int iDB_EXECUTE(const std::string& sWhat, const char* cpSql, const str_log& sctLog)
+int iDB_RUN(const char* cpSql, const str_log& sctLog)
 {
     RECORDS          records;
     const DB_OUTCOME outcome = sctRUN(cpSql, sctLog, 0, records);
-    if (outcome.bOk) return static_cast<int>(outcome.lRows);
-    DB_TELL_FAILURE(sWhat, sctLog);
-    return -1;
+    return outcome.bOk ? static_cast<int>(outcome.lRows) : -1;
+}
+
+int iDB_EXECUTE(const std::string& sWhat, const char* cpSql, const str_log& sctLog)
+{
+    const int iRows = iDB_RUN(cpSql, sctLog);
+    if (iRows < 0) DB_TELL_FAILURE(sWhat, sctLog);
+    return iRows;
+}
+
+int iDB_TRANSACTION(const std::string& sWhat, const str_log& sctLog, const DB_BODY& pBody)
+{
+    int iDone = iTRY_TRANSACTION(sctLog, pBody);
+    for (int iTry = 1; iTry < iMOST_TRIES && !iDone && bIN_THE_WAY(LAST_ERROR().eKind); iTry++)
+        iDone = iTRY_TRANSACTION(sctLog, pBody);
+    if (!iDone) DB_TELL_FAILURE(sWhat, sctLog);
+    return iDone;
 }
 
 void DB_LET_GO(DB_REC_LIS* pList)
@@ -248,7 +289,7 @@ int iDB_VA_DEST(const char* cpSql, char* cpReply, size_t uReply, const str_log& 
 {
     RECORDS          records;
     const DB_OUTCOME outcome = sctRUN(cpSql, sctLog, 1, records);
-    iTEXT_COPY(cpReply, uReply, outcome.bOk ? std::to_string(outcome.lRows) : outcome.sError);
+    iTEXT_COPY(cpReply, uReply, outcome.bOk ? std::to_string(outcome.lRows) : outcome.error.sText);
     if (!outcome.bOk || records.Records().empty()) return 0;
     return iCOPY_COLUMNS(records, records.Records().front(), dest);
 }

@@ -7,21 +7,27 @@
 #include <functional>
 #include <string>
 
+#include "failure.h"
+
 /* How a statement ended. */
 struct DB_OUTCOME {
     bool        bOk = false;
     bool        bColumns = false;  // it had a result of rows (a SELECT)
     long        lRows = 0;         // rows returned, or changed
-    std::string sError;            // one line
-    std::string sSqlState;         // empty when the connection failed
+    DB_ERROR    error;             // DB_FINE when it ran
+    std::string sNote;             // a connection that was replaced for it, for the trace
 };
 
-/* Called for every row; pRow holds that row alone, as row 0, and the columns. */
+/* Called for every row; pRow holds that row alone, as row 0, and the columns. Null:
+   the statement is run anew, the rows that came are void. */
 using DB_ROW = std::function<void(const PGresult* pRow)>;
 
 /* true when this run has, or had, a connection. */
 bool bDB_CONNECTED_ONCE();
 
-/* Runs one statement; connects where there is no connection. bColumns of a SELECT
-   without rows is set too; pColumns is then called with its empty result. */
+/* From now on statements belong to one transaction, or no longer: a connection that
+   breaks inside it is not replaced, and what is left of it fails. */
+void v_DB_IN_TRANSACTION(bool bInside);
+
+/* Runs one statement; connects where there is no connection. */
 DB_OUTCOME sctDB_RUN(const char* cpSql, const DB_ROW& pRow);

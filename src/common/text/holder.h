@@ -40,6 +40,7 @@ public:
     ~FD() { Close(); }
     int  iGet() const { return m_iFd; }
     bool bOpen() const { return m_iFd >= 0; }
+    int  iRelease() { return std::exchange(m_iFd, -1); }
     void Close()
     {
         if (m_iFd >= 0) close(m_iFd);

@@ -1,0 +1,328 @@
+/* Making the connection to the database.
+
+   Parameters   the connection text of vk.ini, the settings that this library relies
+                on laid around it, all in the start-up message: no statement is spent
+                on them. A pooler that refuses session options gets none
+   Hosts        each by itself, so that no wait goes past its limit or past a signal,
+                and with the SQLSTATE in the message
+   Again        what passes by itself is tried again with growing, random pauses, so
+                that many runs that found the server full do not come back together */
+#include "connect.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <random>
+#include <string_view>
+
+#include "../config/config.h"
+#include "../text/program.h"
+#include "../text/secret.h"
+#include "../text/standard_error.h"
+#include "../text/text.h"
+#include "../unix/cm_hal_pipe.h"
+
+namespace {
+
+constexpr char szDEFAULT[] = "host=/run/postgresql dbname=velka user=velka";
+/* Seconds for connecting to one host, unless the connection text says. */
+constexpr int iCONNECT_TIMEOUT = 10;
+/* Milliseconds before another try, from the first to the last. */
+constexpr int iFIRST_PAUSE = 40;
+constexpr int iLONGEST_PAUSE = 1000;
+
+using CONNINFO = std::unique_ptr<PQconninfoOption, FREE_BY<PQconninfoFree>>;
+
+/* What the connection text or the environment says of the places to connect to. */
+struct HOSTS {
+    std::vector<std::string> asHost, asAddress, asPort;  // as many, or none
+};
+
+/* Keywords and values, in the order in which later ones win. */
+struct PARAMETERS {
+    std::vector<std::string> asKeyword, asValue;
+
+    void Add(const char* cpKeyword, const std::string& sValue)
+    {
+        asKeyword.emplace_back(cpKeyword);
+        asValue.push_back(sValue);
+    }
+};
+
+struct PLAN {
+    PARAMETERS  parameters;
+    HOSTS       hosts;
+    size_t      uHosts = 1;
+    bool        bLibraryWaits = false;  // only the library knows the hosts
+    std::string sOwnOptions;            // session options that the installation asks for
+    int         iTimeout = iCONNECT_TIMEOUT;
+};
+
+/* A pooler has refused session options. */
+bool& NO_OPTIONS()
+{
+    static bool bNone = false;
+    return bNone;
+}
+
+std::string sENVIRONMENT(const char* cpName)
+{
+    const char* cp = std::getenv(cpName);
+    return cp != nullptr ? cp : "";
+}
+
+/* A value that the connection text sets, else the environment. */
+std::string sSET_IN(const PQconninfoOption* pOption, std::string_view svKeyword,
+                    const char* cpVariable)
+{
+    for (; pOption != nullptr && pOption->keyword != nullptr; pOption++)
+        if (svKeyword == pOption->keyword && pOption->val != nullptr) return pOption->val;
+    return sENVIRONMENT(cpVariable);
+}
+
+std::vector<std::string> asSPLIT(const std::string& sList)
+{
+    std::vector<std::string> as;
+    if (sList.empty()) return as;
+    size_t uFrom = 0;
+    for (size_t uComma; (uComma = sList.find(',', uFrom)) != std::string::npos; uFrom = uComma + 1)
+        as.push_back(sList.substr(uFrom, uComma - uFrom));
+    as.push_back(sList.substr(uFrom));
+    return as;
+}
+
+/* One port serves all hosts. Lists of different lengths are left to the library,
+   which tells them. */
+void v_READ_HOSTS(const PQconninfoOption* pOption, PLAN& plan)
+{
+    HOSTS& hosts = plan.hosts;
+    hosts.asHost = asSPLIT(sSET_IN(pOption, "host", "PGHOST"));
+    hosts.asAddress = asSPLIT(sSET_IN(pOption, "hostaddr", "PGHOSTADDR"));
+    hosts.asPort = asSPLIT(sSET_IN(pOption, "port", "PGPORT"));
+    plan.uHosts = std::max<size_t>({hosts.asHost.size(), hosts.asAddress.size(), 1});
+    if (hosts.asPort.size() == 1) hosts.asPort.assign(plan.uHosts, hosts.asPort[0]);
+    for (const auto* pList : {&hosts.asHost, &hosts.asAddress, &hosts.asPort})
+        if (!pList->empty() && pList->size() != plan.uHosts) plan.bLibraryWaits = true;
+    if (!sSET_IN(pOption, "service", "PGSERVICE").empty()) plan.bLibraryWaits = true;
+}
+
+/* Server settings of the session: the installation's own first, ours win. */
+std::string sSESSION_OPTIONS(const std::string& sOwn)
+{
+    return sOwn + " -c standard_conforming_strings=on -c DateStyle=ISO -c statement_timeout=" +
+           std::to_string(iCONFIG_STATEMENT_TIMEOUT()) + "s";
+}
+
+PLAN sctPLAN()
+{
+    const std::string sText = sCONFIG_TEXT("database", "conninfo", szDEFAULT);
+    /* A text that cannot be parsed is told by the connect itself. */
+    const CONNINFO          pInfo{PQconninfoParse(sText.c_str(), nullptr)};
+    const PQconninfoOption* pOption = pInfo.get();
+    PLAN                    plan;
+    v_SECRET(sSET_IN(pOption, "password", "PGPASSWORD"));
+    v_READ_HOSTS(pOption, plan);
+    plan.sOwnOptions = sSET_IN(pOption, "options", "PGOPTIONS");
+    const std::string sTimeout = sSET_IN(pOption, "connect_timeout", "PGCONNECT_TIMEOUT");
+    if (!sTimeout.empty())
+        plan.iTimeout = static_cast<int>(std::strtol(sTimeout.c_str(), nullptr, 10));
+    PARAMETERS& all = plan.parameters;
+    all.Add("connect_timeout", std::to_string(plan.iTimeout));
+    all.Add("application_name", cpPROGRAM_NAME());
+    all.Add("keepalives_idle", "30");
+    all.Add("keepalives_interval", "10");
+    all.Add("keepalives_count", "3");
+    all.Add("tcp_user_timeout", "60000");
+    if (plan.uHosts > 1) all.Add("target_session_attrs", "read-write");
+    if (pOption == nullptr) all.Add("dbname", sText);
+    for (; pOption != nullptr && pOption->keyword != nullptr; pOption++)
+        if (pOption->val != nullptr && std::string_view("options") != pOption->keyword)
+            all.Add(pOption->keyword, pOption->val);
+    all.Add("client_encoding", "UTF8");
+    if (!NO_OPTIONS()) all.Add("options", sSESSION_OPTIONS(plan.sOwnOptions));
+    return plan;
+}
+
+/* The environment's session options stand aside while a connect begins that is to
+   have none. */
+class WITHOUT_PGOPTIONS {
+public:
+    WITHOUT_PGOPTIONS() : m_sOwn(sENVIRONMENT("PGOPTIONS")) { unsetenv("PGOPTIONS"); }
+    ~WITHOUT_PGOPTIONS()
+    {
+        if (!m_sOwn.empty()) setenv("PGOPTIONS", m_sOwn.c_str(), 1);
+    }
+    WITHOUT_PGOPTIONS(const WITHOUT_PGOPTIONS&) = delete;
+    WITHOUT_PGOPTIONS& operator=(const WITHOUT_PGOPTIONS&) = delete;
+
+private:
+    std::string m_sOwn;
+};
+
+/* Carries a begun connect to its end. */
+void v_FINISH_CONNECT(PGconn* pConn, int iTimeout, std::string& sError)
+{
+    const long                lDeadline = iTimeout > 0 ? lNOW_MS() + iTimeout * 1000L : 0;
+    PostgresPollingStatusType eNext =
+        PQstatus(pConn) == CONNECTION_BAD ? PGRES_POLLING_FAILED : PGRES_POLLING_WRITING;
+    while (eNext == PGRES_POLLING_READING || eNext == PGRES_POLLING_WRITING) {
+        const bool bWrite = eNext == PGRES_POLLING_WRITING;
+        if (!iDB_WAIT(pConn, !bWrite, bWrite, lDeadline)) {
+            sError = std::string("connection to server at \"") + PQhost(pConn) + "\", port " +
+                     PQport(pConn) + " failed: timeout expired";
+            return;
+        }
+        eNext = PQconnectPoll(pConn);
+    }
+}
+
+/* Takes the SQLSTATE out of a verbose message, "FATAL:  53300: sorry ...", and what
+   stands behind it about the server's sources. */
+std::string sTAKE_SQLSTATE(std::string& sText)
+{
+    const size_t uLocation = sText.find("\nLOCATION:");
+    if (uLocation != std::string::npos) sText.erase(uLocation);
+    for (size_t u = 0; (u = sText.find(":  ", u)) != std::string::npos; u += 3) {
+        const std::string sState = sText.substr(u + 3, 5);
+        const bool        bState = std::all_of(sState.begin(), sState.end(), [](unsigned char uc) {
+            return std::isdigit(uc) || std::isupper(uc);
+        });
+        if (!bState || sText.compare(u + 8, 2, ": ") != 0) continue;
+        sText.erase(u + 3, 7);
+        return sState;
+    }
+    return "";
+}
+
+/* Host uHost of the plan, or all of them where only the library knows them. */
+CONNECTION pTRY_HOST(const PLAN& plan, size_t uHost, DB_ERROR& error)
+{
+    PARAMETERS all = plan.parameters;
+    if (!plan.bLibraryWaits) {
+        if (!plan.hosts.asHost.empty()) all.Add("host", plan.hosts.asHost[uHost]);
+        if (!plan.hosts.asAddress.empty()) all.Add("hostaddr", plan.hosts.asAddress[uHost]);
+        if (!plan.hosts.asPort.empty()) all.Add("port", plan.hosts.asPort[uHost]);
+    }
+    std::vector<const char*> acpKeyword, acpValue;
+    for (const std::string& s : all.asKeyword) acpKeyword.push_back(s.c_str());
+    for (const std::string& s : all.asValue) acpValue.push_back(s.c_str());
+    acpKeyword.push_back(nullptr);
+    acpValue.push_back(nullptr);
+
+    std::string             sText;
+    const WITHOUT_PGOPTIONS aside;
+    CONNECTION              pConn{(plan.bLibraryWaits ? PQconnectdbParams : PQconnectStartParams)(
+        acpKeyword.data(), acpValue.data(), 1)};
+    if (!pConn) {
+        error = sctDB_FAILURE("", "no memory");
+        return nullptr;
+    }
+    if (!plan.bLibraryWaits) {
+        PQsetErrorVerbosity(pConn.get(), PQERRORS_VERBOSE);
+        v_FINISH_CONNECT(pConn.get(), plan.iTimeout, sText);
+    }
+    if (sText.empty() && PQstatus(pConn.get()) == CONNECTION_OK) return pConn;
+    if (sText.empty()) sText = PQerrorMessage(pConn.get());
+    const std::string sState = sTAKE_SQLSTATE(sText);
+    error = sctDB_FAILURE(sState, sDB_LINE(sText));
+    return nullptr;
+}
+
+/* The first host that serves. Of several failures one that passes decides, as that
+   host may serve in a moment; so does a standby, which may take over. */
+CONNECTION pTRY_HOSTS(const PLAN& plan, DB_ERROR& error)
+{
+    DB_ERROR all;
+    for (size_t uHost = 0; uHost < (plan.bLibraryWaits ? 1 : plan.uHosts); uHost++) {
+        CONNECTION pConn = pTRY_HOST(plan, uHost, error);
+        if (pConn) return pConn;
+        if (plan.uHosts > 1 && error.eKind == DB_READ_ONLY) error.eKind = DB_STARTING;
+        if (!bDB_PASSES(all.eKind)) {
+            all.eKind = error.eKind;
+            all.sSqlState = error.sSqlState;
+        }
+        all.sText += (all.sText.empty() ? "" : "; ") + error.sText;
+    }
+    error = all;
+    return nullptr;
+}
+
+/* One try. A pooler that refuses session options is asked again without them. */
+CONNECTION pTRY(DB_ERROR& error)
+{
+    CONNECTION pConn = pTRY_HOSTS(sctPLAN(), error);
+    if (pConn || error.eKind != DB_REFUSES_OPTIONS || NO_OPTIONS()) return pConn;
+    NO_OPTIONS() = true;
+    const PLAN plan = sctPLAN();
+    if (!plan.sOwnOptions.empty())
+        v_STDERR_ONCE("options", "session options \"%s\" are not used: %s",
+                      plan.sOwnOptions.c_str(), error.sText.c_str());
+    return pTRY_HOSTS(plan, error);
+}
+
+/* Half to one and a half times the pause, which grows by half each time. */
+int iPAUSE_MS(int& iPause)
+{
+    static std::minstd_rand         random{std::random_device{}()};
+    std::uniform_int_distribution<> spread(iPause / 2, iPause * 3 / 2);
+    iPause = std::min(iPause * 3 / 2, iLONGEST_PAUSE);
+    return spread(random);
+}
+
+}  // namespace
+
+CONNECTION pDB_CONNECT(DB_ERROR& error)
+{
+    static bool bInVain = false;
+    const long  lUntil = lNOW_MS() + (bInVain ? 0 : iCONFIG_RETRY_TIME() * 1000L);
+    int         iPause = iFIRST_PAUSE;
+    while (true) {
+        CONNECTION pConn = pTRY(error);
+        bInVain = !pConn && bDB_PASSES(error.eKind);
+        if (!bInVain) return pConn;
+        const long lLeft = lUntil - lNOW_MS();
+        if (lLeft <= 0) return nullptr;
+        if (!iSLEEP_MS(std::min<long>(iPAUSE_MS(iPause), lLeft))) return nullptr;
+    }
+}
+
+bool bDB_SEVERAL_HOSTS()
+{
+    return sctPLAN().uHosts > 1;
+}
+
+std::vector<std::string> asDB_SETTINGS_LEFT(PGconn* pConn)
+{
+    std::vector<std::string> as;
+    const auto               sNow = [&](const char* cpName) -> std::string {
+        const char* cp = PQparameterStatus(pConn, cpName);
+        return cp != nullptr ? cp : "";
+    };
+    if (sNow("standard_conforming_strings") != "on")
+        as.emplace_back("set standard_conforming_strings=on");
+    if (!sNow("DateStyle").starts_with("ISO")) as.emplace_back("set DateStyle=ISO");
+    return as;
+}
+
+int iDB_WAIT(PGconn* pConn, bool bRead, bool bWrite, long lDeadline)
+{
+    WAIT_RESULT eResult = WAIT_SIGNAL;
+    while (eResult == WAIT_SIGNAL) {
+        std::vector<WAIT_FD> fds;
+        if (bRead) fds.push_back({PQsocket(pConn)});
+        if (bWrite) fds.push_back({PQsocket(pConn), true});
+        eResult = iWAIT(fds, lDeadline);
+    }
+    // Where the system cannot wait, the socket is looked at from time to time.
+    if (eResult == WAIT_FAILED) return lDeadline == 0 || lNOW_MS() < lDeadline;
+    return eResult == WAIT_READY;
+}
+
+std::string sDB_LINE(const std::string& sText)
+{
+    std::string s;
+    for (const char c : sONE_LINE(sText))
+        if (c != ' ' || (!s.empty() && s.back() != ' ')) s.push_back(c);
+    while (s.ends_with(' ')) s.pop_back();
+    return s;
+}

@@ -1,0 +1,35 @@
+/* Making the connection to the database. For connection.cpp only. */
+#pragma once
+
+#include <libpq-fe.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "../text/holder.h"
+#include "failure.h"
+
+using CONNECTION = std::unique_ptr<PGconn, FREE_BY<PQfinish>>;
+
+/* Connects by the connection text of vk.ini, to the first of its hosts that serves.
+   A server that is busy, starts, stops or refuses its socket is tried again for
+   retry_time seconds; once they have passed in vain, the next calls ask it only
+   once each, until one succeeds.
+   Result  null: error says why; one line of text */
+CONNECTION pDB_CONNECT(DB_ERROR& error);
+
+/* true when the connection text names several hosts: of which one takes changes. */
+bool bDB_SEVERAL_HOSTS();
+
+/* Statements that give a new session the settings that the operations rely on, where
+   it could not be started with them. */
+std::vector<std::string> asDB_SETTINGS_LEFT(PGconn* pConn);
+
+/* Waits for the connection's socket. A signal that the caller only wants to see does
+   not end a statement that stores an outcome; the deadline (lNOW_MS time, 0: none)
+   does. Result 0: it has passed. */
+int iDB_WAIT(PGconn* pConn, bool bRead, bool bWrite, long lDeadline);
+
+/* A text of the client library as one line without the line feeds and tabs in it. */
+std::string sDB_LINE(const std::string& sText);
