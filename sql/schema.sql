@@ -46,7 +46,7 @@ create table clients (
 );
 
 create table interfaces (
-    client_id integer not null,
+    client_id integer not null references clients on delete cascade,
     i_name    varchar(300) not null,
     i_order   integer not null default 0       -- 0 is tried first
 );

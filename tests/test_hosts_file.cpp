@@ -1,4 +1,7 @@
 /* The entry that a registration makes in the server's hosts file. */
+#include <sys/resource.h>
+#include <sys/stat.h>
+
 #include "sandbox_fixture.h"
 
 using namespace testing;
@@ -27,8 +30,13 @@ TEST_F(HOSTS, an_entry_is_made_once_and_only_the_whole_name_in_a_line_counts_as_
     };
     // clang-format on
     const std::string sFile = sDIR() + "/hosts";
+    const mode_t      iMask = umask(077);
     EXPECT_EQ(REGISTER("Alpha", sFile).iExit, 0);  // no such file
+    umask(iMask);
     EXPECT_EQ(sREAD_FILE(sFile), sEntry);
+    struct stat sctStat {};
+    stat(sFile.c_str(), &sctStat);
+    EXPECT_EQ(sctStat.st_mode & 0777U, 0644U);
     for (const auto& row : aRow) {
         SCOPED_TRACE(row.cpFile);
         WRITE_FILE(sFile, row.cpFile);
@@ -50,6 +58,38 @@ TEST_F(HOSTS, a_file_that_cannot_be_opened_ends_with_E005_and_keeps_the_registra
     EXPECT_EQ(run.sOut, "STATUS=ERROR MSG=\"" + sE005 + "\"\n");
     EXPECT_EQ(COLUMN("alpha", "msg"), sE005);
     EXPECT_EQ(SQL("select count(*) from interfaces where client_id=1"), "3");
+}
+
+TEST_F(HOSTS, a_file_that_cannot_take_the_entry_is_told_and_the_run_goes_on)
+{
+    START_CLIENTS({"alpha"});
+    const std::string sFile = sDIR() + "/hosts", sFull(200000, '\n');
+    WRITE_FILE(sFile, sFull);
+    // A file beyond the limit takes nothing more; what the run writes else is shorter.
+    rlimit sctLimit{}, sctSmall{};
+    getrlimit(RLIMIT_FSIZE, &sctLimit);
+    sctSmall = {100000, sctLimit.rlim_max};
+    signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &sctSmall);
+    const RUN run = REGISTER("alpha", sFile);
+    setrlimit(RLIMIT_FSIZE, &sctLimit);
+    signal(SIGXFSZ, SIG_DFL);
+    EXPECT_EQ(run.iExit, 0) << run.sOut;
+    EXPECT_THAT(run.sErr, HasSubstr("cannot close a written file: File too large"));
+    EXPECT_EQ(sREAD_FILE(sFile), sFull);
+}
+
+TEST_F(HOSTS, a_windows_server_has_its_file_below_SYSTEMROOT)
+{
+    START_CLIENTS({"alpha"});
+    SQL("update clients set os='Windows Server 2022' where client_id=0");
+    INI("variables", "gv_hosts_file", "");
+    EXPECT_EQ(CONFIG_CLIENT({"-c", "alpha", "-o", "Linux", "-a", "10.1.2.3"},
+                            {{"SYSTEMROOT", sDIR() + "/win"}})
+                  .iExit,
+              0);
+    EXPECT_EQ(sREAD_FILE(sDIR() + "/win\\system32\\drivers\\etc\\hosts"),
+              "\n10.1.2.3   ALPHA alpha");
 }
 
 TEST_F(HOSTS, ten_runs_at_one_moment_append_ten_whole_entries)

@@ -103,6 +103,8 @@ TEST_F(REGISTRATION, depth_access_mode_and_outcome_decide_what_is_tested)
     } aRow[] = {
         {"plain", {"-a", "10.1.1.1"}, {"qtc -h", cpBackup}, "I005", "\n10.1.1.1   PLAIN plain"},
         {"t0", {"-a", "10.1.1.2", "-t", "0"}, {"qtc -h"}, "I005", ""},
+        {"t1", {"-a", "10.1.1.3", "-t", "1"}, {"qtc -h", cpBackup}, "I005", ""},
+        {"null", {"-a", "NULL"}, {"qtc -h", cpBackup}, "I005", ""},
         {"named", {}, {"qtc -h", cpBackup}, "I005", ""},
         {"vms", {"-a", "10.1.1.4"}, {"qtc -h", sVms}, "I005", ""},
         {"proxy", {"-a", "10.1.1.5", "-m", "PROXY"}, {}, "I012", ""},
@@ -123,7 +125,7 @@ TEST_F(REGISTRATION, depth_access_mode_and_outcome_decide_what_is_tested)
         EXPECT_EQ(CLIENT_LOG(row.sClient), row.asLog);
         EXPECT_EQ(HOSTS_FILE(), sHosts += row.cpHosts);
     }
-    EXPECT_EQ(SQL("select count(*) from interfaces"), "21");
+    EXPECT_EQ(SQL("select count(*) from interfaces"), "27");
 }
 
 TEST_F(REGISTRATION, forty_at_one_moment_give_forty_rows_and_identifiers)
@@ -171,12 +173,145 @@ TEST_F(REGISTRATION, removal_deletes_interfaces_and_row_and_nothing_else)
     for (const std::string& s : STATEMENTS())
         if (s.starts_with("delete")) asDelete.push_back(s);
     EXPECT_THAT(asDelete, ElementsAre("delete from interfaces where client_id='2'",
-                                      "delete from clients where client_id='2'"));
+                                      "delete from clients where client_id='2' and name='gone'"));
     EXPECT_THAT(ROWS("select name from clients order by 1"), ElementsAre("keep", "velkasrv"));
     EXPECT_THAT(ROWS("select i_name from interfaces"), ElementsAre("keep"));
     EXPECT_THAT(PROTOCOL(), Contains(sI008 + "gone (id=2)."));
 
     EXPECT_EQ(CONFIG_CLIENT({"-c", "gone", "-C", "d"}).sOut, cpE006);
+}
+
+TEST_F(REGISTRATION, a_removal_that_comes_late_leaves_the_client_that_got_the_identifier)
+{
+    ADD_CLIENT("xx", "VIRTUAL");
+    INI("general", "trace_level", "1");
+    SQL("insert into interfaces values (1,'xx',2)");
+    for (const bool bKeys : {true, false}) {
+        SCOPED_TRACE(bKeys);
+        SQL("begin");
+        SQL("lock table interfaces");
+        std::vector<STARTED_RUN> runs;
+        for (int i = 0; i < 2; i++) runs.push_back(START({"-c", "xx", "-C", "d"}));
+        ASSERT_TRUE(bWAIT_UNTIL(20000, [&] {
+            return SQL("select count(*) from pg_locks where not granted and "
+                       "relation='interfaces'::regclass") == "2";
+        }));
+        SQL("update clients set name='yy' where client_id=1");  // xx is gone, yy has its number
+        SQL("update interfaces set i_name='yy'");
+        SQL("commit");
+        for (STARTED_RUN& run : runs)
+            EXPECT_THAT(WAIT(run).sOut, HasSubstr("I008-HOSTS   User deleted client xx (id=1)."));
+        EXPECT_THAT(ROWS("select name,i_name from clients join interfaces using (client_id)"),
+                    ElementsAre("yy|yy"));
+        SQL("alter table interfaces drop constraint if exists interfaces_client_id_fkey");
+        SQL("update clients set name='xx' where client_id=1");
+    }
+}
+
+TEST_F(REGISTRATION, runs_that_meet_leave_every_client_whole)
+{
+    for (int iRound = 0; iRound < 8; iRound++) {
+        std::vector<STARTED_RUN> runs;
+        for (const char* cpName : {"a", "b", "c"}) {
+            const TEXTS asRegister{"-c", cpName, "-o", "Linux", "-m", "VIRTUAL"};
+            runs.push_back(START(asRegister));
+            runs.push_back(START({"-c", cpName, "-C", "d"}));
+            runs.push_back(START(asRegister));
+        }
+        for (STARTED_RUN& run : runs) EXPECT_EQ(WAIT(run).iSignal, 0);
+        EXPECT_THAT(ROWS("select client_id from interfaces except select client_id from clients"),
+                    ElementsAre());
+        for (const std::string& s :
+             ROWS("select name||':'||coalesce(string_agg(replace(i_name,name,'N'),' ' order by "
+                  "i_order),'') from clients left join interfaces using (client_id) where "
+                  "client_id>0 group by client_id"))
+            EXPECT_THAT(s, AnyOf(HasSubstr(":http://N:11000 https://N:11443 N"), EndsWith(":")));
+    }
+}
+
+TEST_F(REGISTRATION, what_is_refused_or_not_done_is_told)
+{
+    ADD_CLIENT("alpha", "VIRTUAL");
+    ADD_CLIENT("odd", "VIRTUAL", "Linx");
+    ADD_CLIENT("odder", "VIRTUAL", "Beos");
+    const std::string sUnknown =
+        "operating system \"Linx\" is not in oper_systems; did you mean "
+        "\"Linux\"?";
+    // clang-format off
+    const struct { TEXTS asArgument; int iExit; const char* cpOut; std::string sTold; } aRow[] = {
+        {{"-c", "Alpha", "-o", "Linux"}, 0, "I012", "\"alpha\" already, \"Alpha\" is another one"},
+        {{"-c", "new", "-o", "Linx"}, 0, "I012", sUnknown},
+        {{"-c", "odd"}, 2, "E006", "odd is stored with an operating system that is not in"},
+        {{"-c", "odd", "-o", "Linx"}, 1, "E004-HOSTS   Error during access to database  (the client "
+          "is stored with an unknown operating system)", sUnknown},
+        {{"-c", "odd", "-o", "Linux"}, 0, "I012", ""},
+        {{"-c", "odder", "-o", "NetWare"}, 0, "I012", ""},
+        {{"-c", "new2", "-o", "Linux", "-a", "10.1.1.1 x"}, 2, "E006", "\"10.1.1.1 x\" is not one word"},
+        {{"-c", "new2", "-o", "Linux", "-a", "a#b"}, 2, "E006", "option -a: \"a#b\" is not one word"},
+        {{"-c", "velkasrv", "-C", "d"}, 1, "E001-HOSTS   Configuration of LINUX backup client velkasrv",
+          "is the backup server itself"},
+        {{"-c", "none", "-C", "r"}, 2, "E006", "no such client: none"},
+    };
+    // clang-format on
+    for (const auto& row : aRow) {
+        TEXTS asArgument = row.asArgument;
+        if (row.asArgument.end()[-2] != "-C")
+            asArgument.insert(asArgument.end(), {"-m", "VIRTUAL"});
+        const RUN run = CONFIG_CLIENT(asArgument);
+        SCOPED_TRACE(run.sOut + run.sErr);
+        EXPECT_EQ(run.iExit, row.iExit);
+        EXPECT_THAT(run.sOut, HasSubstr(row.cpOut));
+        EXPECT_THAT(run.sErr, HasSubstr(row.sTold));
+    }
+    EXPECT_THAT(ROWS("select name,os from clients where name like 'o%' order by name"),
+                ElementsAre("odd|Linux", "odder|NetWare"));
+    EXPECT_EQ(SQL("select count(*) from clients where name in ('new2','velkasrv')"), "1");
+}
+
+TEST_F(REGISTRATION, what_cannot_be_stored_is_told)
+{
+    ADD_CLIENT("alpha", "VIRTUAL");
+    const TEXTS    asRegister{"-c", "alpha", "-m", "VIRTUAL"}, asRemove{"-c", "alpha", "-C", "d"};
+    const SETTINGS readOnly{{"PGOPTIONS", "-c default_transaction_read_only=on"}};
+    const std::string sRefused = " in a read-only transaction";
+    RUN               run = CONFIG_CLIENT(asRegister, readOnly);
+    EXPECT_EQ(run.sOut, sI012("alpha"));
+    for (const char* cpWhat : {"refreshed entry", "interfaces", "outcome"})
+        EXPECT_THAT(run.sErr, ContainsRegex(": " + std::string(cpWhat) +
+                                            " of alpha not stored: ERROR: .*" + sRefused));
+    run = CONFIG_CLIENT(asRemove, readOnly);
+    EXPECT_THAT(run.sOut, HasSubstr("I008"));
+    EXPECT_THAT(run.sErr, ContainsRegex(": alpha not removed: ERROR: .*" + sRefused));
+    EXPECT_EQ(SQL("select count(*) from clients"), "2");
+
+    SQL("update clients set os='gone' where client_id=0");
+    run = CONFIG_CLIENT(asRegister);
+    EXPECT_THAT(run.sOut, HasSubstr("E004-HOSTS   Error during access to database  ()"));
+    EXPECT_THAT(asLINES(run.sErr), Contains(HasSubstr("the backup server has no row with client_id "
+                                                      "0 and a known operating system")));
+    SQL("alter table clients rename vm_server_type to other");
+    run = CONFIG_CLIENT({"-c", "alpha", "-C", "r"});
+    EXPECT_EQ(run.sOut, cpE006);
+    EXPECT_THAT(run.sErr, HasSubstr("settings of alpha not read: ERROR: column"));
+}
+
+TEST_F(REGISTRATION, identifiers_end_with_seven_digits)
+{
+    SQL("insert into clients (client_id,name,os) values (9999998,'last','Linux')");
+    EXPECT_EQ(CONFIG_CLIENT({"-c", "a", "-o", "Linux", "-m", "VIRTUAL"}).iExit, 0);
+    EXPECT_EQ(COLUMN("a", "client_id") + COLUMN("a", "comment"), "9999999" + COLUMN("a", "msg"));
+    EXPECT_THAT(CONFIG_CLIENT({"-c", "b", "-o", "Linux", "-m", "VIRTUAL"}).sOut,
+                HasSubstr("(no client identifier below 8 digits is left)"));
+    EXPECT_EQ(SQL("select count(*) from clients"), "3");
+}
+
+TEST_F(REGISTRATION, every_operating_system_of_the_catalogue_has_its_platform)
+{
+    EXPECT_THAT(
+        ROWS("select platform,count(*),min(os),max(os) from oper_systems group by platform "
+             "order by platform"),
+        ElementsAre("LINUX|18|AlmaLinux|openSUSE", "NDMP|1|NDMP|NDMP", "NETWARE|1|NetWare|NetWare",
+                    "UNIX|11|AIX|macOS", "VMS|2|OpenVMS|VMS", "WNT|22|Home Server|Windows XP"));
 }
 
 }  // namespace

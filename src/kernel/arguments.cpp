@@ -216,8 +216,13 @@ void v_READ_STORED_SETTINGS(SCT_ARGS* pArg, const char* cpAccessMode)
     iSQL(szSql, "select accessmode,os,vm_server_type from clients where name='%s'",
          pArg->szNodeName);
     if (iDB_VA(szSql, szReply, sizeof szReply, &strLog, "accessmode", pArg->szAccessMode, "os",
-               pArg->szOpersys, "vm_server_type", pArg->szServerType, "d") != 1)
+               pArg->szOpersys, "vm_server_type", pArg->szServerType, "d") != 1) {
+        if (sctDB_ERROR().eKind != DB_FINE)
+            DB_TELL_FAILURE(std::string("settings of ") + pArg->szNodeName + " not read", strLog);
+        else if (pArg->szNodeName[0] != '\0')
+            TELL("no such client: %s", pArg->szNodeName);
         v_PARAMETERS_MISSING(pArg);
+    }
     if (!bIS(cpAccessMode, "CTRL") && !bIS(cpAccessMode, "VKSSH")) {
         if (cpAccessMode[0] != '\0' && !bIS(cpAccessMode, pArg->szAccessMode))
             v_STDERR("option -m %s is not used: only CTRL and VKSSH replace a stored access mode",

@@ -14,7 +14,8 @@ namespace {
     ZFINISH(szMsg, VK_WARNING, 'n', pArg);
 }
 
-/* The platform class of the backup server itself. Its query leaves no error text. */
+/* The platform class of the backup server itself. Its query leaves no error text for
+   the message, so what is missing is told beside it. */
 void v_READ_SERVER_PLATFORM(SCT_ARGS* pArg)
 {
     char szSql[2048];
@@ -22,8 +23,11 @@ void v_READ_SERVER_PLATFORM(SCT_ARGS* pArg)
          "select oper_systems.platform from clients,oper_systems where clients.name='%s' and "
          "clients.client_id=0 and oper_systems.os=clients.os",
          pArg->szVelkaNode);
-    if (!iDB_SEL_GETVALUE(szSql, "platform", pArg->szVelkaPlatf, strLog))
-        v_DATABASE_FAILED(pArg, "");
+    if (iDB_SEL_GETVALUE(szSql, "platform", pArg->szVelkaPlatf, strLog)) return;
+    if (sctDB_ERROR().eKind == DB_FINE)
+        TELL("the backup server has no row with client_id 0 and a known operating system");
+    DB_TELL_FAILURE("platform of the backup server not read", strLog);
+    v_DATABASE_FAILED(pArg, "");
 }
 
 }  // namespace

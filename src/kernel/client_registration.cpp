@@ -1,8 +1,9 @@
 /* Enters a client into the database, or refreshes its entry, and completes its
-   interfaces. Several registrations may run at once, and no transaction spans two
-   statements: the identifier that one reads as free may be taken by another
-   before its insert. The insert tells so (a key is unique), and is made again
-   with the next identifier. */
+   interfaces. Several registrations may run at once: the identifier that one reads
+   as free may be taken by another before its insert. The insert tells so (a key is
+   unique), and is made again with the next identifier. What belongs to a row that
+   stands already is changed while it is held, so that a removal at the same moment
+   leaves nothing behind and no other client gets it. */
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -12,10 +13,9 @@
 
 namespace {
 
-constexpr int         iMOST_TRIES = 50;
-constexpr int         iLONGEST_MS = 50;         // pause before another try
-constexpr long        lLAST_ID = 9999999;       // szNodeId holds seven digits
-constexpr const char* cpUNIQUE_KEPT = "23505";  // SQLSTATE: the key is taken
+constexpr int  iMOST_TRIES = 50;
+constexpr int  iLONGEST_MS = 50;    // pause before another try
+constexpr long lLAST_ID = 9999999;  // szNodeId holds seven digits
 
 [[noreturn]] void v_DATABASE_FAILED(SCT_ARGS* pArg, const char* cpMessage)
 {
@@ -30,14 +30,40 @@ constexpr const char* cpUNIQUE_KEPT = "23505";  // SQLSTATE: the key is taken
     v_DATABASE_FAILED(pArg, szMsg);
 }
 
+/* The address becomes a word of the hosts file. */
+void v_REQUIRE_ADDRESS(SCT_ARGS* pArg)
+{
+    const std::string sAddress = sONE_LINE(pArg->szNodeAddr);
+    if (!bGIVEN(pArg->szNodeAddr) || sAddress.find_first_of(" #") == std::string::npos) return;
+    TELL("option -a: \"%s\" is not one word; give an address or via_nameserver", pArg->szNodeAddr);
+    v_END_RUN(pArg, VK_ERROR, MSG_E006);
+}
+
+/* Holds the client's row for what follows in the transaction. Result 0: it failed, or
+   another run has removed the client, which is told. */
+int iHOLD(const SCT_ARGS* pArg, const char* cpWhat)
+{
+    const int iRows = iDB_RUN_SQL(
+        strLog, "select name from clients where client_id='%s' and name='%s' for update",
+        pArg->szNodeId, pArg->szNodeName);
+    if (iRows == 0)
+        TELL("%s: another run has removed the client", sNOT_STORED(cpWhat, pArg).c_str());
+    return iRows > 0;
+}
+
 /* The row keeps its identifier and its access mode. */
 void v_REFRESH_ROW(SCT_ARGS* pArg)
 {
-    iDB_EXECUTE_SQL(sNOT_STORED("refreshed entry", pArg), strLog,
-                    "update clients set accessmode='%s',msg='%s Id=%s',comment='%s Id=%s' where "
-                    "client_id='%s'",
-                    pArg->szAccessMode, FREE_TEXT{pArg->szNodeAddr}, pArg->szNodeId,
-                    FREE_TEXT{pArg->szNodeAddr}, pArg->szNodeId, pArg->szNodeId);
+    constexpr const char* cpWhat = "refreshed entry";
+    iDB_TRANSACTION(sNOT_STORED(cpWhat, pArg), strLog, [&] {
+        return iHOLD(pArg, cpWhat) &&
+               iDB_RUN_SQL(
+                   strLog,
+                   "update clients set accessmode='%s',msg='%s Id=%s',comment='%s Id=%s' where "
+                   "client_id='%s'",
+                   pArg->szAccessMode, FREE_TEXT{pArg->szNodeAddr}, pArg->szNodeId,
+                   FREE_TEXT{pArg->szNodeAddr}, pArg->szNodeId, pArg->szNodeId) >= 0;
+    });
 }
 
 /* An existing client has an operating system; a new one must be given one. */
@@ -46,9 +72,7 @@ void v_REQUIRE_OPERATING_SYSTEM(SCT_ARGS* pArg)
     if (pArg->szOpersys[0] != '\0' && std::strcmp(pArg->szOpersys, "NULL") != 0) return;
     TRACE("OS (-o) parameter is mandatory for adding a new client");
     TRACE("--- INSERT_INTO_DATABASE  OS (-o) parameter is mandatory for adding a new client");
-    char szMsg[256];
-    MESSAGE(szMsg, MSG_E006);
-    ZFINISH(szMsg, VK_ERROR, 'n', pArg);
+    v_END_RUN(pArg, VK_ERROR, MSG_E006);
 }
 
 /* One above the highest identifier in use; its text goes to szNodeId. */
@@ -122,7 +146,7 @@ void v_ADD_ROW(SCT_ARGS* pArg)
         const int iNewClientId = iNEXT_CLIENT_ID(pArg);
         if (pArg->cPermit != '0' && pArg->cPermit != '1') pArg->cPermit = '1';
         if (iINSERT_ROW(pArg, iNewClientId, szReply)) return;
-        if (sctDB_ERROR().sSqlState != cpUNIQUE_KEPT) v_INSERT_FAILED(pArg, szReply);
+        if (sctDB_ERROR().eKind != DB_KEY_TAKEN) v_INSERT_FAILED(pArg, szReply);
         if (iNAME_IS_TAKEN(pArg)) break;
         if (iTry == iMOST_TRIES) v_INSERT_FAILED(pArg, szReply);
         v_PAUSE(iTry);
@@ -132,50 +156,95 @@ void v_ADD_ROW(SCT_ARGS* pArg)
 }
 
 /* Adds the interfaces that are missing: http and https on any port, and the bare
-   name, whatever their letter case. */
-void v_ADD_INTERFACES(const SCT_ARGS* pArg, int iOrderHttp, int iOrderHttps)
+   name, whatever their letter case. Result 0: a statement failed. */
+int iADD_INTERFACES(const SCT_ARGS* pArg, int iOrderHttp, int iOrderHttps)
 {
-    char           szReply[256];
-    char           szSql[2048];
     const RAW_TEXT id{pArg->szNodeId};
-    iSQL(szSql,
-         "INSERT INTO interfaces (client_id,i_name,i_order) SELECT distinct %s,'http://%s:11000',"
-         "%d where 0=(select count(*) from interfaces where client_id=%s AND i_name ilike "
-         "'http://%s:%%');",
-         id, pArg->szNodeName, iOrderHttp, id, LIKE_TEXT{pArg->szNodeName});
-    iDB_ACCESS(szSql, szReply, nullptr, strLog);
-    iSQL(szSql,
-         "INSERT INTO interfaces (client_id,i_name,i_order) SELECT distinct "
-         "%s,'https://%s:11443',%d where 0=(select count(*) from interfaces where client_id=%s AND "
-         "i_name ilike 'https://%s:%%');",
-         id, pArg->szNodeName, iOrderHttps, id, LIKE_TEXT{pArg->szNodeName});
-    iDB_ACCESS(szSql, szReply, nullptr, strLog);
-    iSQL(szSql,
-         "INSERT INTO interfaces (client_id,i_name,i_order) SELECT distinct %s,'%s',2 where "
-         "0=(select count(*) from interfaces where client_id=%s AND i_name ilike '%s');",
-         id, pArg->szNodeName, id, LIKE_TEXT{pArg->szNodeName});
-    iDB_ACCESS(szSql, szReply, nullptr, strLog);
+    return iDB_RUN_SQL(strLog,
+                       "INSERT INTO interfaces (client_id,i_name,i_order) SELECT distinct "
+                       "%s,'http://%s:11000',%d where 0=(select count(*) from interfaces where "
+                       "client_id=%s AND i_name ilike 'http://%s:%%');",
+                       id, pArg->szNodeName, iOrderHttp, id, LIKE_TEXT{pArg->szNodeName}) >= 0 &&
+           iDB_RUN_SQL(strLog,
+                       "INSERT INTO interfaces (client_id,i_name,i_order) SELECT distinct "
+                       "%s,'https://%s:11443',%d where 0=(select count(*) from interfaces where "
+                       "client_id=%s AND i_name ilike 'https://%s:%%');",
+                       id, pArg->szNodeName, iOrderHttps, id, LIKE_TEXT{pArg->szNodeName}) >= 0 &&
+           iDB_RUN_SQL(
+               strLog,
+               "INSERT INTO interfaces (client_id,i_name,i_order) SELECT distinct %s,'%s',2 "
+               "where 0=(select count(*) from interfaces where client_id=%s AND i_name "
+               "ilike '%s');",
+               id, pArg->szNodeName, id, LIKE_TEXT{pArg->szNodeName}) >= 0;
 }
 
 /* A client that has two interfaces or more keeps them as they are. */
-void v_COMPLETE_INTERFACES(const SCT_ARGS* pArg)
+int iINTERFACES_MISSING(const SCT_ARGS* pArg)
 {
-    char szPrefix[256] = "http";
-    i_get_default2("vk_conf_default_interface_prefix", "gv_default_interface_prefix", szPrefix,
-                   strLog);
-    TRACE("default interface prefix is \"%s\"", szPrefix);
     DB_REC_LIS sctList = {"CONFIG_CLIENT", 0, 0, nullptr, nullptr};
     char       szReply[256] = "";
     char       szSql[2048];
     iSQL(szSql, "select * from interfaces where client_id='%s'", pArg->szNodeId);
     iDB_ACCESS(szSql, szReply, &sctList, strLog);
-    if (std::strtol(szReply, nullptr, 10) > 1) return;
+    return std::strtol(szReply, nullptr, 10) <= 1;
+}
 
-    TRACE("+++ Add interfaces for http, https and ftp");
+/* All three at once: a run that is killed between two of them would leave a client
+   that looks complete. */
+void v_COMPLETE_INTERFACES(const SCT_ARGS* pArg)
+{
+    constexpr const char* cpWhat = "interfaces";
+    char                  szPrefix[256] = "http";
+    i_get_default2("vk_conf_default_interface_prefix", "gv_default_interface_prefix", szPrefix,
+                   strLog);
+    TRACE("default interface prefix is \"%s\"", szPrefix);
     const bool bHttpsFirst = std::strcmp(szPrefix, "https") == 0;
-    if (bHttpsFirst) TRACE("Add https interface as first one");
-    v_ADD_INTERFACES(pArg, bHttpsFirst ? 1 : 0, bHttpsFirst ? 0 : 1);
-    TRACE("--- Add interfaces for http, https and ftp");
+    iDB_TRANSACTION(sNOT_STORED(cpWhat, pArg), strLog, [&] {
+        if (!iHOLD(pArg, cpWhat)) return 0;
+        if (!iINTERFACES_MISSING(pArg)) return 1;
+        TRACE("+++ Add interfaces for http, https and ftp");
+        if (bHttpsFirst) TRACE("Add https interface as first one");
+        const int iDone = iADD_INTERFACES(pArg, bHttpsFirst ? 1 : 0, bHttpsFirst ? 0 : 1);
+        TRACE("--- Add interfaces for http, https and ftp");
+        return iDone;
+    });
+}
+
+/* Looks for the name in any letter case. Result 1: one client has exactly this name,
+   which the lookup has not found, so its operating system is not known. Others are
+   told: names are compared as they stand. */
+int iSTORED_WITH_UNKNOWN_SYSTEM(const SCT_ARGS* pArg)
+{
+    DB_REC_LIS sctList = {"CONFIG_CLIENT", 0, 0, nullptr, nullptr};
+    char       szReply[256] = "";
+    char       szSql[2048];
+    int        iExact = 0;
+    iSQL(szSql, "select name from clients where lower(name)=lower('%s')", pArg->szNodeName);
+    iDB_ACCESS(szSql, szReply, &sctList, strLog);
+    for (int iRow = 1; iRow <= sctList.iRows; iRow++) {
+        char szName[256] = "";
+        iDB_SEL_GET(&sctList, iRow, szReply, &strLog, "name", szName, "d");
+        if (bIS(szName, pArg->szNodeName))
+            iExact++;
+        else
+            TELL("there is a client \"%s\" already, \"%s\" is another one", szName,
+                 pArg->szNodeName);
+    }
+    return iExact == 1;
+}
+
+/* Gives a stored client the operating system of -o, which is what it lacks to count as
+   registered. */
+void v_REPAIR_SYSTEM(SCT_ARGS* pArg)
+{
+    if (pArg->szPlatform[0] == '\0')
+        v_INSERT_FAILED(pArg, "the client is stored with an unknown operating system");
+    TRACE("operating system of %s becomes %s", pArg->szNodeName, pArg->szOpersys);
+    if (iDB_RUN_SQL(strLog, "update clients set os='%s' where name='%s'", pArg->szOpersys,
+                    pArg->szNodeName) < 0 ||
+        !iTEST_IF_ALREADY_IN_DATABASE(pArg, ""))
+        v_INSERT_FAILED(pArg, sctDB_ERROR().sText.c_str());
+    v_REFRESH_ROW(pArg);
 }
 
 }  // namespace
@@ -183,11 +252,22 @@ void v_COMPLETE_INTERFACES(const SCT_ARGS* pArg)
 void INSERT_INTO_DATABASE(SCT_ARGS* pArg)
 {
     TRACE("+++ INSERT_INTO_DATABASE");
+    v_REQUIRE_ADDRESS(pArg);
     if (iTEST_IF_ALREADY_IN_DATABASE(pArg, "")) {
         v_REFRESH_ROW(pArg);
     } else {
+        const int iStored = iSTORED_WITH_UNKNOWN_SYSTEM(pArg);
+        if (iStored && !bGIVEN(pArg->szOpersys))
+            TELL(
+                "%s is stored with an operating system that is not in oper_systems; give one that "
+                "is with -o",
+                pArg->szNodeName);
         v_REQUIRE_OPERATING_SYSTEM(pArg);
-        v_ADD_ROW(pArg);
+        v_TELL_UNKNOWN_SYSTEM(pArg);
+        if (iStored)
+            v_REPAIR_SYSTEM(pArg);
+        else
+            v_ADD_ROW(pArg);
     }
     v_COMPLETE_INTERFACES(pArg);
     TRACE("--- INSERT_INTO_DATABASE");

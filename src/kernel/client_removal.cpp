@@ -1,13 +1,37 @@
-/* Removes a client from the database: its interfaces first, then its row. */
+/* Removes a client from the database: its interfaces first, then its row, under the
+   identifier and the name that were looked up. An identifier that another removal has
+   freed may belong to another client by now: then there is no such row, and the
+   interfaces stay with it. */
 #include "vk_config_client.h"
+
+namespace {
+
+/* Result 0: a statement failed, or the client is gone already; nothing has changed. */
+int iDELETE_BOTH(const SCT_ARGS* pArg)
+{
+    if (iDB_RUN_SQL(strLog, "delete from interfaces where client_id='%s'", pArg->szNodeId) < 0)
+        return 0;
+    return iDB_RUN_SQL(strLog, "delete from clients where client_id='%s' and name='%s'",
+                       pArg->szNodeId, pArg->szNodeName) > 0;
+}
+
+}  // namespace
 
 int iDELETE_FROM_DATABASE(SCT_ARGS* pArg, char* cpRet)
 {
     TRACE("+++ iDELETE_FROM_DATABASE");
+    if (bIS(pArg->szNodeId, "0")) {
+        TELL("%s is the backup server itself (client_id 0), its row is not removed",
+             pArg->szNodeName);
+        MESSAGE(cpRet, 256, MSG_E001, pArg->szPlatform, pArg->szNodeName);
+        return 0;
+    }
     const std::string sWhat = std::string(pArg->szNodeName) + " not removed";
-    iDB_EXECUTE_SQL("interfaces of " + sWhat, strLog, "delete from interfaces where client_id='%s'",
-                    pArg->szNodeId);
-    iDB_EXECUTE_SQL(sWhat, strLog, "delete from clients where client_id='%s'", pArg->szNodeId);
+    // Interfaces that cannot be removed do not keep the client.
+    if (!iDB_TRANSACTION("interfaces of " + sWhat, strLog, [&] { return iDELETE_BOTH(pArg); }) &&
+        sctDB_ERROR().eKind != DB_FINE)
+        iDB_EXECUTE_SQL(sWhat, strLog, "delete from clients where client_id='%s' and name='%s'",
+                        pArg->szNodeId, pArg->szNodeName);
     MESSAGE(cpRet, 256, MSG_I008, pArg->szNodeName, pArg->szNodeId);
     TRACE("--- iDELETE_FROM_DATABASE returns 1  %s", cpRet);
     return 1;

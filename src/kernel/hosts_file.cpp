@@ -1,4 +1,7 @@
 /* Makes a client resolvable on the backup server by an entry in its hosts file. */
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -33,6 +36,19 @@ int iFILE_NAMES_CLIENT(const SCT_ARGS* pArg, const char* cpHostFile)
     return file_exist(cpHostFile) && file_search2(cpHostFile, szName, sizeof szName, 32) != 0;
 }
 
+/* Opened for appending. One that is made here can be read by everybody, as every
+   program looks into it, whatever the umask. */
+STREAM pOPEN(const char* cpHostFile)
+{
+    constexpr int iFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC;
+    FD            fdFile{open(cpHostFile, iFlags | O_EXCL, 0644)};
+    if (fdFile.bOpen())
+        fchmod(fdFile.iGet(), 0644);
+    else
+        fdFile = FD{open(cpHostFile, iFlags, 0644)};
+    return fdFile.bOpen() ? STREAM{fdopen(fdFile.iRelease(), "a")} : nullptr;
+}
+
 /* One write carries the whole entry, so entries of several runs never mix. The
    entry begins with its line feed, whatever the file ends with. */
 void v_APPEND_ENTRY(FILE* pFile, const std::string& sEntry)
@@ -47,6 +63,10 @@ void v_APPEND_ENTRY(FILE* pFile, const std::string& sEntry)
 void INSERT_ETC_HOST(SCT_ARGS* pArg)
 {
     TRACE("+++ INSERT_ETC_HOST  %s  %s ", pArg->szNodeName, pArg->szNodeAddr);
+    if (!bGIVEN(pArg->szNodeAddr)) {
+        TRACE("--- INSERT_ETC_HOST has no address");
+        return;
+    }
     char szHostFile[1024];
     v_CHOOSE_FILE(pArg, szHostFile);
     if (iFILE_NAMES_CLIENT(pArg, szHostFile)) {
@@ -54,7 +74,7 @@ void INSERT_ETC_HOST(SCT_ARGS* pArg)
         return;
     }
     TRACE("did not find %s in host-file %s or file not existing", pArg->szNodeName, szHostFile);
-    STREAM pFile{std::fopen(szHostFile, "ae")};
+    STREAM pFile = pOPEN(szHostFile);
     if (pFile == nullptr) {
         char szMsg[256];
         MESSAGE_FITTED(szMsg, MSG_E005, szHostFile);

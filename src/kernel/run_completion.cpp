@@ -27,7 +27,9 @@ void v_STORE_OUTCOME(const char* cpTxt, int iExit, const SCT_ARGS* pArg)
              "update clients set msg='%s',comment='%s',access_state='%d',access_time='%s',"
              "access_success='%s' where name='%s'",
              FREE_TEXT{cpTxt}, FREE_TEXT{cpTxt}, 0, szTime, szTime, pArg->szNodeName);
-    iDB_EXECUTE(sNOT_STORED("outcome", pArg), szSql, strLog);
+    const int iRows = iDB_EXECUTE(sNOT_STORED("outcome", pArg), szSql, strLog);
+    if (iRows == 0 && pArg->szNodeId[0] != '\0' && pArg->szCheck[0] != 'd')
+        TELL("%s: another run has removed the client", sNOT_STORED("outcome", pArg).c_str());
 }
 
 /* A package update asked for with -e is followed by the service pack, unless this

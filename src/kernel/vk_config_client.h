@@ -126,13 +126,19 @@ void ARGUMENTS(int argc, char** argv, SCT_ARGS* pArg, char (&cpAccessMode)[11]);
                  failure ends the run with E004 */
 int iTEST_IF_ALREADY_IN_DATABASE(SCT_ARGS* pArg, const char* szAccessMode);
 
+/* Tells an operating system (-o) that is not in oper_systems, and the one that may be
+   meant; nothing for a known one, whose szPlatform is set. */
+void v_TELL_UNKNOWN_SYSTEM(const SCT_ARGS* pArg);
+
 /* Registers the client, or refreshes its entry, and completes its interfaces;
-   szNodeId holds its identifier then. Failures end the run. */
+   szNodeId holds its identifier then. A stored client whose operating system is not in
+   oper_systems gets the one of -o. Failures end the run. */
 void INSERT_INTO_DATABASE(SCT_ARGS* pArg);
 
 /* Removes the client's interfaces and its row.
-   cpRet   256 bytes or more: I008
-   Result  always 1 */
+   cpRet   256 bytes or more: I008; E001 for the backup server's own row
+   Result  1, also when a statement failed, which is told; 0 it is the backup server,
+           which stays */
 int iDELETE_FROM_DATABASE(SCT_ARGS* pArg, char* cpRet);
 
 /* Appends the client's address and name to the server's hosts file unless the
