@@ -1,4 +1,6 @@
 /* The check: everything that a check of a client needs, one line each. */
+#include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,12 +12,49 @@
 #include "check.h"
 #include "common/common.h"
 #include "common/config/config.h"
+#include "common/text/holder.h"
 #include "files.h"
 #include "programs.h"
 #include "report.h"
 #include "setup.h"
 
 namespace {
+
+/* Reads the configuration and takes what the library says of it, a line each. */
+std::string sCONFIG_WORDS()
+{
+    char        szPart[4096];
+    std::string sWords;
+    ssize_t     iGot = 0;
+    const FD    fdWords(memfd_create("words", MFD_CLOEXEC));
+    const FD    fdOwn(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3));
+    if (!fdWords.bOpen() || !fdOwn.bOpen() || dup2(fdWords.iGet(), STDERR_FILENO) < 0) return "";
+    iCONFIG_VALID();
+    dup2(fdOwn.iGet(), STDERR_FILENO);
+    lseek(fdWords.iGet(), 0, SEEK_SET);
+    while ((iGot = read(fdWords.iGet(), szPart, sizeof szPart)) > 0)
+        sWords.append(szPart, static_cast<size_t>(iGot));
+    return sWords;
+}
+
+/* Lines of the file that are not used as they stand: "FILE:LINE: what is wrong". The
+   command makes a comment of the line, so that the default holds. */
+int iCHECK_WORDS(const std::string& sFile, const std::string& sWords)
+{
+    const std::string sMark = sFile + ":";
+    int               iFound = 0;
+    for (size_t u = sWords.find(sMark); u != sWords.npos; u = sWords.find(sMark, u + 1)) {
+        char*      cpEnd = nullptr;
+        const long lLine = std::strtol(sWords.c_str() + u + sMark.size(), &cpEnd, 10);
+        if (lLine <= 0 || *cpEnd != ':') continue;
+        const size_t uText = static_cast<size_t>(cpEnd - sWords.c_str()) + 1;
+        v_WRONG("configuration " + sMark + std::to_string(lLine),
+                sWords.substr(uText + 1, sWords.find('\n', uText) - uText - 1),
+                sTYPED({"sed", "-i", std::to_string(lLine) + "s/^/; /", sFile}));
+        iFound++;
+    }
+    return iFound;
+}
 
 /* Result 0: the file cannot be used, and what follows would look at other places. */
 int iCHECK_CONFIGURATION()
@@ -37,6 +76,7 @@ int iCHECK_CONFIGURATION()
                 sTYPED({"mv", sFile, sFile + ".old"}) + " && vk_setup server");
         return 0;
     }
+    const std::string sWords = sCONFIG_WORDS();
     if (const int iLine = iINI_BAD_LINE(sText); iLine > 0 || !iCONFIG_VALID()) {
         v_WRONG(sWhat, "line " + std::to_string(iLine) + " is neither a section nor key = value",
                 sTYPED({"sed", "-i", std::to_string(iLine) + "s/^/; /", sFile}));
@@ -44,7 +84,7 @@ int iCHECK_CONFIGURATION()
     }
     if ((sctStat.st_mode & 0027U) != 0)
         v_WRONG(sWhat, "others may read it, or a group change it", sTYPED({"chmod", "640", sFile}));
-    else
+    else if (iCHECK_WORDS(sFile, sWords) == 0)
         v_GOOD(sWhat);
     return 1;
 }

@@ -98,6 +98,9 @@ void CHECK_TABLES(PGconn* pConn)
          gaps.sError.empty() ? "missing: " + sLIST(gaps.asTable) : gaps.sError);
     line(asColumn.empty(), "columns", "missing: " + sLIST(asColumn));
     line(gaps.asIndex.empty(), "indexes", "missing: " + sLIST(gaps.asIndex));
+    std::vector<std::string> asKey;
+    for (const SCHEMA_KEY& key : gaps.keys) asKey.push_back(key.sTable + "." + key.sColumn);
+    line(asKey.empty(), "keys", "missing: " + sLIST(asKey));
     line(gaps.asForbidden.empty(), "rights on the tables", "not all on " + sLIST(gaps.asForbidden));
     line(gaps.lSystems == 0, "operating systems",
          std::to_string(gaps.lSystems) + " of the product's are missing in oper_systems");

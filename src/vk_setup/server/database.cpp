@@ -174,6 +174,20 @@ void INDEX_GAPS(PGconn* pConn, const SCHEMA& schema, DB_GAPS& gaps)
     }
 }
 
+/* Columns of tables that are there, whose reference to another table is not kept. */
+void KEY_GAPS(PGconn* pConn, const SCHEMA& schema, DB_GAPS& gaps)
+{
+    char szSql[1024];
+    for (const SCHEMA_KEY& key : schema.keys) {
+        iSQL(szSql,
+             "select 1 from pg_attribute a left join pg_constraint c on c.conrelid=a.attrelid and "
+             "c.contype='f' and c.conkey=array[a.attnum] where a.attrelid=to_regclass('%s') and "
+             "a.attname='%s' and c.oid is null",
+             std::string_view(key.sTable), std::string_view(key.sColumn));
+        if (!sVALUE(pConn, szSql).empty()) gaps.keys.push_back(key);
+    }
+}
+
 }  // namespace
 
 DB_GAPS sctGAPS(PGconn* pConn, const SCHEMA& schema)
@@ -183,6 +197,7 @@ DB_GAPS sctGAPS(PGconn* pConn, const SCHEMA& schema)
     for (const SCHEMA_TABLE& table : schema.tables)
         if (!iTABLE_GAPS(pConn, table, gaps)) return gaps;
     INDEX_GAPS(pConn, schema, gaps);
+    KEY_GAPS(pConn, schema, gaps);
     if (bLISTED(gaps.asTable, "oper_systems") || bLISTED(gaps.asForbidden, "oper_systems"))
         return gaps;
     const std::string sMissing =

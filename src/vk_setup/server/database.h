@@ -45,6 +45,12 @@ struct SCHEMA_COLUMN {
     std::string sDefinition;  // name, type and constraints
 };
 
+/* A column that refers to another table. */
+struct SCHEMA_KEY {
+    std::string sTable, sColumn;
+    std::string sReferences;  // "references OTHER ..."
+};
+
 struct SCHEMA_TABLE {
     std::string                sName;
     std::vector<SCHEMA_COLUMN> columns;
@@ -60,6 +66,7 @@ struct SCHEMA_STATEMENT {
 struct SCHEMA {
     std::vector<SCHEMA_TABLE>     tables;
     std::vector<SCHEMA_STATEMENT> statements;
+    std::vector<SCHEMA_KEY>       keys;
     std::string                   sSystems;  // rows of oper_systems: "('A', 'B'), ..."
 };
 
@@ -71,13 +78,14 @@ struct DB_GAPS {
     std::vector<std::string>                           asTable;
     std::vector<std::pair<std::string, SCHEMA_COLUMN>> columns;  // of tables that are there
     std::vector<std::string>                           asIndex;
+    std::vector<SCHEMA_KEY>                            keys;          // of columns that are there
     std::vector<std::string>                           asForbidden;   // tables with rights missing
     long                                               lSystems = 0;  // rows of oper_systems
     std::string                                        sError;  // the database could not be asked
     bool                                               bNone() const
     {
-        return asTable.empty() && columns.empty() && asIndex.empty() && asForbidden.empty() &&
-               lSystems == 0 && sError.empty();
+        return asTable.empty() && columns.empty() && asIndex.empty() && keys.empty() &&
+               asForbidden.empty() && lSystems == 0 && sError.empty();
     }
 };
 

@@ -76,8 +76,10 @@ void TAKE_TABLE(const SCHEMA_STATEMENT& statement, SCHEMA& schema)
     for (const std::string& s :
          asSPLIT(std::string_view(sSql).substr(uOpen + 1, uClose - uOpen - 1), ',')) {
         const std::vector<std::string> asWord = asWORDS(s);
-        if (!asWord.empty() && !bTABLE_CONSTRAINT(asWord[0]))
-            table.columns.push_back({asWord[0], s});
+        if (asWord.empty() || bTABLE_CONSTRAINT(asWord[0])) continue;
+        table.columns.push_back({asWord[0], s});
+        if (const size_t uRefers = s.find(" references "); uRefers != s.npos)
+            schema.keys.push_back({statement.sTable, asWord[0], s.substr(uRefers + 1)});
     }
     schema.tables.push_back(std::move(table));
 }

@@ -280,7 +280,24 @@ bool bHAS(const std::vector<std::string>& asText, const std::string& s)
     return std::find(asText.begin(), asText.end(), s) != asText.end();
 }
 
-/* Missing tables with their indexes, columns, indexes. */
+/* A reference that rows of the table break cannot be kept; whose rows those are is for
+   the administrator to say. */
+int iMAKE_KEY(PGconn* pMaker, const SCHEMA_KEY& key)
+{
+    const std::string sColumn = sIDENTIFIER(key.sColumn);
+    const std::string sOther = key.sReferences.substr(0, key.sReferences.find(' ', 11));
+    if (iMAKE(pMaker,
+              "alter table " + sIDENTIFIER(key.sTable) + " add foreign key (" + sColumn + ") " +
+                  key.sReferences,
+              "key " + key.sTable + "." + key.sColumn + " " + key.sReferences))
+        return 1;
+    v_STEP_MORE("rows that belong to nobody stand in the way: select * from " + key.sTable +
+                " t where not exists (select from " + sOther.substr(11) + " o where o." +
+                key.sColumn + "=t." + key.sColumn + ")");
+    return 0;
+}
+
+/* Missing tables with their indexes, columns, indexes, keys. */
 int iMAKE_TABLES(PGconn* pMaker, const SCHEMA& schema, const DB_GAPS& gaps)
 {
     const bool bFresh = gaps.asTable.size() == schema.tables.size();
@@ -299,6 +316,7 @@ int iMAKE_TABLES(PGconn* pMaker, const SCHEMA& schema, const DB_GAPS& gaps)
         iDone &= iMAKE(pMaker,
                        "alter table " + sIDENTIFIER(sTable) + " add column " + column.sDefinition,
                        "column " + sTable + "." + column.sName);
+    for (const SCHEMA_KEY& key : gaps.keys) iDone &= iMAKE_KEY(pMaker, key);
     return iDone;
 }
 
