@@ -260,29 +260,42 @@ CONNECTION pTRY(DB_ERROR& error)
     return pTRY_HOSTS(plan, error);
 }
 
-/* Half to one and a half times the pause, which grows by half each time. */
-int iPAUSE_MS(int& iPause)
+/* What passes by itself has not passed in retry_time. */
+bool& IN_VAIN()
 {
-    static std::minstd_rand         random{std::random_device{}()};
-    std::uniform_int_distribution<> spread(iPause / 2, iPause * 3 / 2);
-    iPause = std::min(iPause * 3 / 2, iLONGEST_PAUSE);
-    return spread(random);
+    static bool bInVain = false;
+    return bInVain;
 }
 
 }  // namespace
 
+DB_PATIENCE::DB_PATIENCE()
+    : m_lUntil(lNOW_MS() + (IN_VAIN() ? 0 : iCONFIG_RETRY_TIME() * 1000L)), m_iPause(iFIRST_PAUSE)
+{
+}
+
+/* Half to one and a half times the pause, which grows by half each time. */
+int DB_PATIENCE::iAnother()
+{
+    static std::minstd_rand         random{std::random_device{}()};
+    std::uniform_int_distribution<> spread(m_iPause / 2, m_iPause * 3 / 2);
+    const long                      lLeft = m_lUntil - lNOW_MS();
+    m_iPause = std::min(m_iPause * 3 / 2, iLONGEST_PAUSE);
+    IN_VAIN() = lLeft <= 0;
+    return !IN_VAIN() && iSLEEP_MS(std::min<long>(spread(random), lLeft));
+}
+
+void DB_PATIENCE::Restore()
+{
+    IN_VAIN() = false;
+}
+
 CONNECTION pDB_CONNECT(DB_ERROR& error)
 {
-    static bool bInVain = false;
-    const long  lUntil = lNOW_MS() + (bInVain ? 0 : iCONFIG_RETRY_TIME() * 1000L);
-    int         iPause = iFIRST_PAUSE;
+    DB_PATIENCE patience;
     while (true) {
         CONNECTION pConn = pTRY(error);
-        bInVain = !pConn && bDB_PASSES(error.eKind);
-        if (!bInVain) return pConn;
-        const long lLeft = lUntil - lNOW_MS();
-        if (lLeft <= 0) return nullptr;
-        if (!iSLEEP_MS(std::min<long>(iPAUSE_MS(iPause), lLeft))) return nullptr;
+        if (pConn || !bDB_PASSES(error.eKind) || !patience.iAnother()) return pConn;
     }
 }
 

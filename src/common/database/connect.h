@@ -12,6 +12,21 @@
 
 using CONNECTION = std::unique_ptr<PGconn, FREE_BY<PQfinish>>;
 
+/* The time for which something that passes by itself is tried again: retry_time from
+   now, or none where it has passed in vain and nothing has worked since. */
+class DB_PATIENCE {
+public:
+    DB_PATIENCE();
+    /* Pauses before another try. Result 0: the time is over, or a signal came. */
+    int iAnother();
+    /* A server has answered a statement. */
+    static void Restore();
+
+private:
+    long m_lUntil;
+    int  m_iPause;
+};
+
 /* Connects by the connection text of vk.ini, to the first of its hosts that serves.
    A server that is busy, starts, stops or refuses its socket is tried again for
    retry_time seconds; once they have passed in vain, the next calls ask it only

@@ -156,7 +156,7 @@ void v_DROP(STEP eStep, int iLimit, DB_OUTCOME& outcome)
                     ? "no answer from the database within " + std::to_string(iLimit) + " seconds"
                     : sDB_LINE(PQerrorMessage(HERE().pConn.get()));
     if (eStep != STEP_UNFIT) outcome.error = sctDB_FAILURE("", sText);
-    if (eStep == STEP_BROKEN) outcome.error.eKind = DB_LOST;
+    if (eStep == STEP_BROKEN && outcome.error.eKind != DB_STARTING) outcome.error.eKind = DB_LOST;
     HERE().pConn.reset();
 }
 
@@ -257,13 +257,17 @@ int iREADY(DB_OUTCOME& outcome)
     return 0;
 }
 
-/* Whether a statement that failed is to be sent again, on a new connection. */
-int iAGAIN(const char* cpSql, STEP eStep, const DB_OUTCOME& outcome)
+/* Whether a statement that failed is to be sent again, on a new connection: once, and
+   for as long as there is patience where it never reached a server. */
+int iAGAIN(const char* cpSql, STEP eStep, const DB_OUTCOME& outcome, int iTry,
+           DB_PATIENCE& patience)
 {
-    if (HERE().bInTransaction) return 0;
-    if (eStep == STEP_BROKEN) return iREPEATABLE(cpSql);
+    if (outcome.bOk || HERE().bInTransaction) return 0;
+    const DB_KIND eKind = outcome.error.eKind;
+    if (eStep == STEP_BROKEN && eKind == DB_STARTING) return patience.iAnother();
+    if (eStep == STEP_BROKEN) return iTry == 1 && iREPEATABLE(cpSql);
     // Refused, so it has not run: another host has become the one that takes changes.
-    return eStep == STEP_READY && outcome.error.eKind == DB_READ_ONLY && bDB_SEVERAL_HOSTS();
+    return iTry == 1 && eStep == STEP_READY && eKind == DB_READ_ONLY && bDB_SEVERAL_HOSTS();
 }
 
 }  // namespace
@@ -285,19 +289,20 @@ DB_OUTCOME sctDB_RUN(const char* cpSql, const DB_ROW& pRow)
         outcome.error = {DB_OTHER, "", "the statement does not fit its buffer"};
         return outcome;
     }
-    if (!iREADY(outcome)) return outcome;
-    const std::string sNote = outcome.sNote;
-    STEP              eStep = STEP_READY;
-    outcome = sctRUN(cpSql, pRow, eStep);
-    outcome.sNote = sNote;
-    if (!outcome.bOk && iAGAIN(cpSql, eStep, outcome)) {
-        const DB_ERROR first = outcome.error;
+    STEP        eStep = STEP_READY;
+    DB_PATIENCE patience;
+    std::string sFirst;  // why it was sent again
+    for (int iTry = 1;; iTry++) {
+        if (!iREADY(outcome)) return outcome;
+        const std::string sNote = sFirst.empty() ? outcome.sNote : "sent again after: " + sFirst;
+        outcome = sctRUN(cpSql, pRow, eStep);
+        outcome.sNote = sNote;
+        if (eStep == STEP_READY) DB_PATIENCE::Restore();
+        if (!iAGAIN(cpSql, eStep, outcome, iTry, patience)) break;
+        if (sFirst.empty()) sFirst = outcome.error.sText;
         HERE().pConn.reset();
         pRow(nullptr);
         outcome = {};
-        if (!iREADY(outcome)) return outcome;
-        outcome = sctRUN(cpSql, pRow, eStep);
-        outcome.sNote = "sent again after: " + first.sText;
     }
     if (!outcome.bOk && (eStep == STEP_BROKEN || eStep == STEP_LATE))
         TELL_LOST(outcome.error.sText);

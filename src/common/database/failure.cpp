@@ -28,7 +28,7 @@ constexpr struct {
     {"", "no more connections allowed", DB_BUSY},
     {"", "too many clients", DB_BUSY},
     {"", "cannot connect to server", DB_STARTING},
-    {"", "server login failed", DB_STARTING},
+    {"", "server login ", DB_STARTING},  // a pooler's, whose server is away
     {"", "the database system is ", DB_STARTING},
     {"", "failed: Connection refused", DB_REFUSED},
     {"", "failed: No such file or directory", DB_REFUSED},
