@@ -50,7 +50,8 @@ TEST_F(BACKUP, the_command_follows_platform_and_version)
         {"winbox", "1.9", cpWin4}, {"winbox", "4.4R7", cpWin4}, {"xen1", "4.5", "qtc -h"},
     };
     // clang-format on
-    SQL("insert into interfaces values (0,'srv2',2),(0,'srv1',1),(0,'http://srv0:11000',0)");
+    SQL("insert into interfaces values (0,'http://srv0:11000',0),(0,'a_srv',2),(0,'srv1',1)");
+    SQL("drop index interfaces_client");  // which would put them in order by itself
     ADD_CLIENT("alpha");
     ADD_CLIENT("aix", "VKSSH", "AIX");
     ADD_CLIENT("xen1", "VKSSH", "Citrix XenServer");

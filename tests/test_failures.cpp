@@ -225,6 +225,18 @@ TEST_F(FAILURES, a_database_that_goes_away_under_a_run_keeps_its_verdict)
               "not exist at character 23)");
     SQL("alter table clients rename dm to data_mover");
 
+    // A connection that the server has closed meanwhile costs nothing.
+    STARTED_RUN blinked = START_AT_GATE();
+    SQL("select pg_terminate_backend(pid) from pg_stat_activity where "
+        "application_name='vk_config_client' and datname=current_database()");
+    {
+        const FD  fdOpen = OPEN_GATE("alpha");
+        const RUN well = WAIT(blinked, 15000);
+        EXPECT_EQ(well.iExit, 0);
+        EXPECT_EQ(well.sErr, "");
+    }
+    EXPECT_THAT(COLUMN("alpha", "qtc_version||msg"), StartsWith("9.9I005"));
+
     STARTED_RUN run = START_AT_GATE();
     DATABASE_GONE();
     const FD  fdGate = OPEN_GATE("alpha");

@@ -284,6 +284,20 @@ TEST_F(REGISTRATION, what_cannot_be_stored_is_told)
     EXPECT_THAT(run.sErr, ContainsRegex(": alpha not removed: ERROR: .*" + sRefused));
     EXPECT_EQ(SQL("select count(*) from clients"), "2");
 
+    // The interfaces come all, or not at all and with the next run.
+    SQL("create function no() returns trigger language plpgsql as "
+        "$$begin raise exception 'no room'; end$$");
+    SQL("create trigger no before insert on interfaces for each row when (new.i_order=2) execute "
+        "function no()");
+    for (const char* cpLeft : {"0", "3"}) {
+        run = CONFIG_CLIENT(asRegister);
+        EXPECT_EQ(run.sOut, sI012("alpha"));
+        EXPECT_EQ(SQL("select count(*) from interfaces"), cpLeft);
+        EXPECT_EQ(run.sErr.find(": interfaces of alpha not stored: ERROR: no room") < 1000,
+                  *cpLeft == '0');
+        SQL("drop trigger if exists no on interfaces");
+    }
+
     SQL("update clients set os='gone' where client_id=0");
     run = CONFIG_CLIENT(asRegister);
     EXPECT_THAT(run.sOut, HasSubstr("E004-HOSTS   Error during access to database  ()"));
