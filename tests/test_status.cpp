@@ -470,6 +470,26 @@ TEST_F(STATUS, state_of_the_last_update)
     }
 }
 
+TEST_F(STATUS, run_that_could_not_be_stored_counts_by_its_line)
+{
+    const char* cpColumns = "access_state, access_time, access_success";
+    for (const char* cpName : {"'away'", "'back'", "'late'"})
+        ROW(cpName, cpColumns, "0, '2026-05-19 03:00:00', '2026-05-19 03:00:00'");
+    ROW("'sick'", cpColumns, "1, '2026-05-19 03:00:00', null");
+    const std::string sNot = R"("stored":false,"cause":"program-missing")";
+    LOG("20260520", LINE("2026-05-20T03:00:00Z", "away", "1", sNot) +
+                        LINE("2026-05-20T03:00:00Z", "back", "1", sNot) +
+                        LINE("2026-05-20T04:00:00Z", "back", "0", R"("stored":true)") +
+                        LINE("2026-05-20T03:00:00Z", "sick", "0", R"("stored":false)"));
+    const FLEET fleet = READ();
+    TEXTS       asSeen;
+    for (const CLIENT& client : fleet.clients)
+        asSeen.push_back(client.sName + " " + std::string(svSTATE(client.eState)) + " " +
+                         client.sCause + sTIME_TEXT(client.lSince));
+    EXPECT_THAT(asSeen, ElementsAre("away failed program-missing2026-05-20 03:00:00", "back well ",
+                                    "late well ", "sick well "));
+}
+
 TEST_F(STATUS, lines_of_the_log_that_are_none_are_passed_over_and_the_others_read_in_any_form)
 {
     ROW("'a'", "access_state, access_time", "1, '2026-05-20 11:00:00'");
@@ -500,6 +520,8 @@ TEST_F(STATUS_FLEET, program_answers_from_the_logs_when_the_database_is_gone)
     EXPECT_EQ(CONFIG_CLIENT({"--names", "--failed", "--output", sFile, "b*"}).iExit, 0);
     EXPECT_EQ(sREAD_FILE(sFile), "beta\n");
 
+    LOG("20260520", LINE("2026-05-20T09:00:00Z", "gone", "0", "", "remove") +
+                        LINE("2026-05-20T09:00:00Z", "alhpa", "2", R"("id":"E006-HOSTS")"));
     INI("database", "conninfo", "host=" + sDIR() + "/none dbname=velka user=velka");
     INI("database", "retry_time", "0");
     const RUN down = CONFIG_CLIENT({"--nagios", "--days", "36000"});
@@ -510,6 +532,7 @@ TEST_F(STATUS_FLEET, program_answers_from_the_logs_when_the_database_is_gone)
     EXPECT_EQ(names.sOut, "=<b>\"x\",|&\\\nbeta\n");
     EXPECT_EQ(names.iExit, 0);
     EXPECT_THAT(names.sErr, HasSubstr("what follows is from the outcome logs alone\n"));
+    EXPECT_EQ(CONFIG_CLIENT({"--names", "--days", "36000"}).sOut, "=<b>\"x\",|&\\\nalpha\nbeta\n");
     EXPECT_THAT(CONFIG_CLIENT({"--json", "--days", "36000", "beta"}).sOut,
                 HasSubstr(R"("cause":"key-not-accepted")"));
 

@@ -130,6 +130,19 @@ void v_TAKE_CAUSE(CLIENT& client, const LOG_RECORD& record, LOGS& logs)
     client.asWords = std::move(outcome.asWords);
 }
 
+/* A run whose outcome could not be stored is known by its line alone. */
+void v_TAKE_UNSTORED(CLIENT& client, const LOG_RECORD& record, LOGS& logs)
+{
+    OUTCOME outcome;
+    if (record.bStored || record.lLast <= client.lChecked ||
+        !iREAD_OUTCOME(logs, record.last, outcome))
+        return;
+    client.iAccessState = outcome.iExit;
+    client.sMessage = outcome.sMessage;
+    client.lChecked = record.lLast;
+    client.lSucceeded = std::max(client.lSucceeded, record.lWell);
+}
+
 void v_JUDGE(CLIENT& client, LOGS& logs, const FLEET& fleet, bool bLocks)
 {
     const auto        known = logs.clients.find(client.sName);
@@ -137,6 +150,7 @@ void v_JUDGE(CLIENT& client, LOGS& logs, const FLEET& fleet, bool bLocks)
     if (pLog != nullptr) {
         client.aeDay = pLog->aeDay;
         client.sHostKey = pLog->sHostKey;
+        v_TAKE_UNSTORED(client, *pLog, logs);
     }
     client.sMessageId = svMESSAGE_ID(client.sMessage);
     v_JUDGE_UPDATE(client, pLog, bLocks);
@@ -165,6 +179,7 @@ void v_COMPARE_KEYS(std::vector<CLIENT>& clients)
 void v_CLIENTS_OF_LOGS(LOGS& logs, std::vector<CLIENT>& clients)
 {
     for (const auto& [sName, record] : logs.clients) {
+        if (record.bRemoved || (!record.bReal && record.lLast != 0)) continue;
         OUTCOME outcome;
         CLIENT  client;
         client.sName = sName;

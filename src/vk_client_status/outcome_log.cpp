@@ -120,7 +120,7 @@ void v_LINES(const std::string& sPath, int iFile, F pLine)
 
 /* Slices of what the walk looks at. */
 struct SLICES {
-    std::string_view svEnd, svClient, svTask, svExit, svId, svMessage, svHostKey;
+    std::string_view svEnd, svClient, svTask, svExit, svId, svMessage, svHostKey, svStored;
 };
 
 struct SLICE_KEY {
@@ -130,7 +130,7 @@ struct SLICE_KEY {
 constexpr SLICE_KEY asctKey[] = {
     {"end", &SLICES::svEnd},          {"client", &SLICES::svClient}, {"task", &SLICES::svTask},
     {"exit", &SLICES::svExit},        {"id", &SLICES::svId},         {"msg", &SLICES::svMessage},
-    {"host_key", &SLICES::svHostKey},
+    {"host_key", &SLICES::svHostKey}, {"stored", &SLICES::svStored},
 };
 
 bool bSLICES(std::string_view svLine, SLICES& slices)
@@ -202,6 +202,9 @@ void v_TAKE_RUN(LOG_RECORD& record, const SLICES& slices, VERDICT eVerdict, long
     if (record.lFirst == 0) record.lFirst = lEnd;
     record.last = place;
     record.lLast = lEnd;
+    record.bStored = slices.svStored != "false";
+    record.bRemoved = svTask == "remove" && eVerdict == VERDICT_WELL;
+    record.bReal = record.bReal || !svINSIDE_QUOTES(slices.svId).starts_with("E006");
     if (const std::string_view svKey = svINSIDE_QUOTES(slices.svHostKey);
         !svKey.empty() && svKey != record.sHostKey)
         record.sHostKey = svKey;

@@ -33,6 +33,9 @@ struct LOG_RECORD {
     long         lWell = 0;    // the last run that was well
     long         lUpdate = 0;  // end of the last update or service pack
     UPDATE_STATE eUpdate = UPDATE_NONE;
+    bool         bStored = true;    // the newest run's outcome stands in the row
+    bool         bRemoved = false;  // the newest run removed the client
+    bool         bReal = false;     // some run got further than "missing parameters"
     std::string  sHostKey;
     std::array<DAY_STATE, iSTRIP_DAYS> aeDay{};
 };
