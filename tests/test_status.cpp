@@ -95,8 +95,9 @@ protected:
             "5000020000000001, 0, '0', 'Update finished successfully', "
             "'2026-05-01 20:00:00', ";
         const std::string sOld = "'VKSSH', '2', '5.1.0-3', 5000010000000003, 12, '0', '', null, ";
+        // An update has stored its version as a number; the text is that of the last report.
         ROW("'alpha'", cpColumns,
-            "'Linux', 'VKSSH', '1', '5.2.0-1', " + sDone +
+            "'Linux', 'VKSSH', '1', '5.1.0-3', " + sDone +
                 "0, '2026-05-20 03:00:00', '2026-05-20 03:00:00', 'I005-HOSTS   well', '1'");
         ROW("'beta'", cpColumns,
             "'Linux', " + sOld +

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "common/cm_db_access.h"
+#include "common/common.h"
 #include "moment.h"
 
 namespace {
@@ -64,6 +65,18 @@ constexpr LABEL asctDetail[] = {
      "i.client_id=clients.client_id)"},
 };
 
+/* An update stores the version as a number only; its text follows with the client's
+   next report. */
+void v_AGREE_ON_VERSION(CLIENT& client)
+{
+    constexpr long lPART = 100'000;
+    const long     l = client.lVersion;
+    if (l <= 0 || l_cli_version(client.sVersion.c_str()) == l) return;
+    client.sVersion = std::to_string(l / lPART / lPART / lPART) + "." +
+                      std::to_string(l / lPART / lPART % lPART) + "." +
+                      std::to_string(l / lPART % lPART) + "-" + std::to_string(l % lPART);
+}
+
 template<class ROWS>
 std::string sCOLUMNS(const ROWS& rows)
 {
@@ -96,6 +109,7 @@ int iREAD_ROWS(std::vector<CLIENT>& clients, std::string& sError)
         CLIENT& client = clients.emplace_back();
         v_VALUES(*p, std::size(asctColumn),
                  [&](size_t u, const char* cpValue) { asctColumn[u].pTake(client, cpValue); });
+        v_AGREE_ON_VERSION(client);
     }
     return 1;
 }
