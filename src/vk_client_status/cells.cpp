@@ -32,6 +32,8 @@ size_t uWIDTH_OF(wchar_t c)
 
 size_t uCOLUMNS(std::string_view svText)
 {
+    if (std::all_of(svText.begin(), svText.end(), [](char c) { return c >= ' ' && c < 127; }))
+        return svText.size();
     size_t uColumns = 0;
     for (size_t uBytes = 0; !svText.empty(); svText.remove_prefix(uBytes))
         uColumns += uWIDTH_OF(cFRONT(svText, uBytes));

@@ -99,7 +99,8 @@ int iREAD_ROWS(std::vector<CLIENT>& clients, std::string& sError)
 {
     DB_REC_LIS        list{"CLIENT_STATUS", 0, 0, nullptr, nullptr};
     char              szReply[1024];
-    const std::string sSql = "select " + sCOLUMNS(asctColumn) + " from clients where client_id<>0";
+    const std::string sSql = "select " + sCOLUMNS(asctColumn) +
+                             " from clients where client_id<>0 order by name collate \"C\"";
     if (!iDB_ACCESS(sSql.c_str(), szReply, &list, str_log{})) {
         sError = szReply;
         return 0;

@@ -230,7 +230,8 @@ int iREAD_FLEET(const READ_WISH& wish, FLEET& fleet, std::vector<OUTCOME>& runs)
     fleet.lBadLines = logs.lBad;
     fleet.bDatabase = iREAD_ROWS(fleet.clients, fleet.sDatabaseError) == 1;
     if (!fleet.bDatabase) v_CLIENTS_OF_LOGS(logs, fleet.clients);
-    std::sort(fleet.clients.begin(), fleet.clients.end(), bBY_NAME);
+    if (!std::is_sorted(fleet.clients.begin(), fleet.clients.end(), bBY_NAME))
+        std::sort(fleet.clients.begin(), fleet.clients.end(), bBY_NAME);
     const bool bLocks = bUPDATE_LOCKS();
     for (CLIENT& client : fleet.clients) v_JUDGE(client, logs, fleet, bLocks);
     v_COMPARE_KEYS(fleet.clients);
