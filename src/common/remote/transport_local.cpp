@@ -19,8 +19,9 @@ struct LOCAL : TRANSPORT {
     {
         std::string sPrograms;
         iCONFIG_VARIABLE("gv_ro_bin", sPrograms);
-        sctSpec.asArgument = {"/bin/sh", "-c", sPOSIX_SCRIPT(svCommand, sPrograms)};
+        sctSpec.asArgument = {"/bin/sh", "-c", cpPOSIX_READER};
         sctSpec.bPipeIn = true;
+        sctSpec.sFirstInput = sPOSIX_SCRIPT(svCommand, sPrograms);
         sctSpec.bOutlives = iLEFT_TO_FINISH(svCommand) != 0;
         return 1;
     }

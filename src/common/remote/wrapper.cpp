@@ -33,6 +33,16 @@ std::string_view svWITHOUT_SEPARATOR(std::string_view svDirectory)
     return svDirectory;
 }
 
+/* A word of a script that is read as one line: a line feed stands as a variable,
+   between the quotes that surround it. */
+std::string sON_ONE_LINE(std::string_view svWord)
+{
+    std::string sLine;
+    for (const char c : sSHELL_WORD(SHELL_POSIX, svWord))
+        c == '\n' ? sLine.append("'\"$vk_lf\"'") : sLine.append(1, c);
+    return sLine;
+}
+
 }  // namespace
 
 const std::string& sRUN_MARK()
@@ -48,30 +58,32 @@ int iLEFT_TO_FINISH(std::string_view svCommand)
     return std::find(names.begin(), names.end(), svProgram) != names.end();
 }
 
-/* One line without "!" before a word, so that any login shell hands it on to
-   /bin/sh as it is. The group is the session's own: sshd and iCHILD_START both
-   start a new session. */
+/* Shells read byte by byte here, as what follows the line is not theirs. */
+const char* const cpPOSIX_READER = "IFS= read -r vk; eval \"$vk\"";
+
+/* The group is the session's own: sshd and iCHILD_START both start a new session. */
 std::string sPOSIX_SCRIPT(std::string_view svCommand, const std::string& sDirectory)
 {
     const std::string& sMark = sRUN_MARK();
-    const std::string  sPath = sSHELL_WORD(SHELL_POSIX, svWITHOUT_SEPARATOR(sDirectory));
-    const std::string  sEval = "( eval " + sSHELL_WORD(SHELL_POSIX, svCommand) + " ) ";
+    const std::string  sPath = sON_ONE_LINE(svWITHOUT_SEPARATOR(sDirectory));
+    const std::string  sEval = "eval " + sON_ONE_LINE(svCommand);
     const std::string  sEnd = "s=$?; printf \"\\n%s %d\\n\" " + sMark + " $s";
 
     std::string sScript = "PATH=" + sPath + ":$PATH; export PATH; echo " + sMark + " begin; ";
+    if ((sPath + sEval).find("$vk_lf") != std::string::npos)
+        sScript.insert(0, "vk_lf=$(printf '\\n_'); vk_lf=${vk_lf%_}; ");
     if (iLEFT_TO_FINISH(svCommand)) {
         // Its output goes on through cat until nobody listens any more, and is
         // thrown away from then on: a broken pipe must not end it.
-        return sScript + "trap \"\" HUP; { " + sEval + "</dev/null 2>&1; " + sEnd +
-               "; } | { trap \"\" PIPE HUP; cat 2>/dev/null; cat >/dev/null; }";
+        return sScript + "trap \"\" HUP; { ( " + sEval + " ) </dev/null 2>&1; " + sEnd +
+               "; } | { trap \"\" PIPE HUP; cat 2>/dev/null; cat >/dev/null; }\n";
     }
     sScript += "exec 3<&0 </dev/null; ";
     sScript +=
         "( trap \"\" TERM HUP; read -r x <&3; kill -TERM 0; sleep 3; kill -KILL 0 ) "
         ">/dev/null 2>&1 & w=$! ; ";
-    sScript += "( exec 3<&-; eval " + sSHELL_WORD(SHELL_POSIX, svCommand) + " ) 2>&1; s=$?; ";
-    sScript += "exec 2>/dev/null; kill -KILL $w; printf \"\\n%s %d\\n\" " + sMark + " $s";
-    return sScript;
+    sScript += "( exec 3<&-; " + sEval + " ) 2>&1; s=$?; ";
+    return sScript + "exec 2>/dev/null; kill -KILL $w; printf \"\\n%s %d\\n\" " + sMark + " $s\n";
 }
 
 /* %^ERRORLEVEL% is read only when "call" reads its line again, after the command

@@ -9,7 +9,7 @@
    eight bits of it, and says 255 for its own failures too), and an output
    without the second mark is one whose connection failed or broke.
 
-   The command's lifeline is the standard input of the shell: when that ends,
+   The command's lifeline is the rest of the shell's standard input: when that ends,
    because the limit passed or this process died, the shell ends the command's
    process group. A command that is left to finish has none. */
 #pragma once
@@ -26,8 +26,12 @@ const std::string& sRUN_MARK();
    worse than one that nobody waits for. */
 int iLEFT_TO_FINISH(std::string_view svCommand);
 
-/* The script for /bin/sh that runs svCommand with sDirectory first in the search
-   path. */
+/* What a POSIX shell is started with: it reads one line of its standard input and
+   carries it out, so that no argument vector shows what the line holds. */
+extern const char* const cpPOSIX_READER;
+
+/* The line that it then gets, line feed included: runs svCommand with sDirectory
+   first in the search path. */
 std::string sPOSIX_SCRIPT(std::string_view svCommand, const std::string& sDirectory);
 
 /* The line for the Windows command interpreter that does the same; its programs

@@ -177,11 +177,23 @@ struct CHILD_PIPES {
     PIPE sctFailure;
 };
 
+/* Puts the first input into the pipe, which is made to hold it: nobody waits. */
+bool bFIRST_INPUT(const std::string& sInput, const PIPE& sctIn)
+{
+    constexpr size_t uPIPE = 65536;
+    const int        iFd = sctIn.fdWrite.iGet();
+    if (sInput.empty()) return true;
+    if (sInput.size() > uPIPE && fcntl(iFd, F_SETPIPE_SZ, static_cast<int>(sInput.size())) < 0)
+        return false;
+    return write(iFd, sInput.data(), sInput.size()) == static_cast<ssize_t>(sInput.size());
+}
+
 bool bMAKE_PIPES(const CHILD_SPEC& sctSpec, CHILD_PIPES& pipes)
 {
     pipes.fdNull = FD(open("/dev/null", O_RDWR | O_CLOEXEC));
     return pipes.fdNull.bOpen() && bMAKE_PIPE(pipes.sctFailure) &&
-           (!sctSpec.bPipeIn || bMAKE_PIPE(pipes.sctIn)) &&
+           (!sctSpec.bPipeIn ||
+            (bMAKE_PIPE(pipes.sctIn) && bFIRST_INPUT(sctSpec.sFirstInput, pipes.sctIn))) &&
            (!sctSpec.bPipeOut || bMAKE_PIPE(pipes.sctOut)) &&
            (!sctSpec.bPipeErr || bMAKE_PIPE(pipes.sctErr));
 }

@@ -71,10 +71,11 @@ struct CHILD_SPEC {
     std::vector<std::string>                         asArgument;       // the program first
     std::vector<std::pair<std::string, std::string>> asEnvironment;    // added to ours
     bool                                             bPipeIn = false;  // false: /dev/null
-    bool bPipeOut = true;    // false: our own standard output
-    bool bErrToOut = true;   // standard error joins standard output
-    bool bPipeErr = false;   // standard error on a pipe of its own (bErrToOut false)
-    bool bOutlives = false;  // it is left to finish when it is let go or this process ends
+    std::string sFirstInput = {};   // written to that pipe at once; at most 1 MiB
+    bool        bPipeOut = true;    // false: our own standard output
+    bool        bErrToOut = true;   // standard error joins standard output
+    bool        bPipeErr = false;   // standard error on a pipe of its own (bErrToOut false)
+    bool        bOutlives = false;  // it is left to finish when it is let go or this process ends
 };
 
 /* Starts a child.

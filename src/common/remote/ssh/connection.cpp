@@ -158,7 +158,8 @@ void END_CONNECTIONS()
     DIRECTORY() = {};
 }
 
-/* Makes the run's private directory; without one there is no sharing. */
+}  // namespace
+
 const std::string& sPRIVATE_DIRECTORY()
 {
     PRIVATE_DIRECTORY& directory = DIRECTORY();
@@ -177,8 +178,6 @@ const std::string& sPRIVATE_DIRECTORY()
     v_AT_END(END_CONNECTIONS);
     return directory.sPath;
 }
-
-}  // namespace
 
 CONNECTION& sctCONNECTION(const HOST& host)
 {

@@ -24,6 +24,10 @@ struct CONNECTION {
 /* The connection of a host, made known on first use. */
 CONNECTION& sctCONNECTION(const HOST& host);
 
+/* The run's private directory, made on first use; empty where none can be made (told
+   once on standard error). */
+const std::string& sPRIVATE_DIRECTORY();
+
 /* The words of ssh since the last call of v_LOG_MARK, one line each. */
 std::string sLOG_SINCE(const CONNECTION& connection);
 void        v_LOG_MARK(CONNECTION& connection);

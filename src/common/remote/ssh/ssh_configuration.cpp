@@ -1,0 +1,106 @@
+/* The configuration that ssh, sftp and the ssh of a jump host are given. */
+#include "ssh_configuration.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <map>
+
+#include "../../text/holder.h"
+#include "../../text/immortal.h"
+#include "../../text/standard_error.h"
+#include "../../unix/read_now.h"
+#include "connection.h"
+
+namespace {
+
+// Nothing of the administrator's goes to a client. Of several SetEnv the first counts.
+constexpr char szFIRST[] =
+    "Host *\n"
+    "    ForwardAgent no\n"
+    "    ForwardX11 no\n"
+    "    PermitLocalCommand no\n"
+    "    Tunnel no\n"
+    "    RemoteCommand none\n"
+    "    StdinNull no\n"
+    "    ForkAfterAuthentication no\n"
+    "    SetEnv VK_CONFIG_CLIENT=1\n";
+// A new host key is kept, a changed one refused. What SendEnv gathered is let go.
+constexpr char szLAST[] =
+    "Host *\n"
+    "    StrictHostKeyChecking accept-new\n"
+    "    SendEnv -*\n";
+constexpr char szOWN[] = "Include ~/.ssh/config\nInclude /etc/ssh/ssh_config\n";
+
+/* ssh includes only files that nobody else can have written. */
+bool bCAN_BE_INCLUDED(int iFd, const std::string& sConfig)
+{
+    struct stat sctStat {};
+    return fstat(iFd, &sctStat) == 0 && (sctStat.st_uid == 0 || sctStat.st_uid == geteuid()) &&
+           (sctStat.st_mode & 022U) == 0 && sConfig[0] == '/' &&
+           sConfig.find_first_of("\"\\*?[%$~\n") == std::string::npos;
+}
+
+/* The access mode's own settings, by name so that ssh tells file and line of what is
+   wrong in them, else as text. */
+int iSETTINGS(const std::string& sConfig, std::string& sText, std::string& sReason)
+{
+    if (sConfig.empty()) {
+        sText += szOWN;
+        return 1;
+    }
+    FD fd(open(sConfig.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    if (!fd.bOpen()) {
+        sReason = "Can't open user config file " + sConfig + ": " + std::strerror(errno);
+        return 0;
+    }
+    if (bCAN_BE_INCLUDED(fd.iGet(), sConfig)) {
+        sText += "Include \"" + sConfig + "\"\n";
+        return 1;
+    }
+    constexpr size_t uMOST = size_t{1} << 20;
+    uREAD_NOW(fd, sText, uMOST);
+    sText += "\n";
+    return 1;
+}
+
+/* Writes the file of an access mode once per run. Result  its path, "" where there is
+   no place for it. */
+std::string sWRITTEN(const std::string& sConfig, const std::string& sText)
+{
+    static IMMORTAL<std::map<std::string, std::string>> written;
+    std::string&                                        sFile = written.Get()[sConfig];
+    if (!sFile.empty()) return sFile;
+    const std::string& sDirectory = sPRIVATE_DIRECTORY();
+    if (sDirectory.empty()) return {};
+    const std::string sPath = sDirectory + "/config" + std::to_string(written.Get().size());
+    const FD          fd(open(sPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    if (fd.bOpen() && iWRITE_WHOLE(fd.iGet(), sText)) sFile = sPath;
+    return sFile;
+}
+
+/* The same on the command line alone, for a run that has no place for a file. */
+std::vector<std::string> asWITHOUT_FILE(const std::string& sConfig)
+{
+    std::vector<std::string> asWord = {"-o", "ForwardAgent=no",          "-o", "ForwardX11=no",
+                                       "-o", "PermitLocalCommand=no",    "-o", "Tunnel=no",
+                                       "-o", "SetEnv=VK_CONFIG_CLIENT=1"};
+    if (!sConfig.empty())
+        asWord.insert(asWord.end(), {"-F", sConfig, "-o", "StrictHostKeyChecking=accept-new"});
+    return asWord;
+}
+
+}  // namespace
+
+int iSSH_CONFIGURATION(const std::string& sConfig, std::vector<std::string>& asWord,
+                       std::string& sReason)
+{
+    std::string sText = szFIRST;
+    if (!iSETTINGS(sConfig, sText, sReason)) return 0;
+    const std::string sFile = sWRITTEN(sConfig, sText + szLAST);
+    asWord = sFile.empty() ? asWITHOUT_FILE(sConfig) : std::vector<std::string>{"-F", sFile};
+    return 1;
+}
