@@ -2,7 +2,6 @@
    format or a terminal would read as its own: they stay text. */
 #include <filesystem>
 
-#include "common/remote/output.h"
 #include "sandbox_fixture.h"
 
 using testing::Contains;
@@ -80,7 +79,7 @@ TEST_F(HOSTILE, reports_and_error_lines_reach_the_database_as_text)
 TEST_F(HOSTILE, control_characters_and_broken_text_break_no_line)
 {
     const std::pair<std::string, std::string> asRow[] = {
-        {"a\x1b[2Jb\tc\x07\x7f", "a[2Jbc"},
+        {"a\x1b[2Jb\tc\x07\x7f", "a[2Jb c"},
         {"broken \xff\xc3( \xe2\x82 end",
          "broken \xEF\xBF\xBD\xEF\xBF\xBD( \xEF\xBF\xBD\xEF\xBF\xBD end"},
         {"carriage\rreturn\r", "carriagereturn"},
@@ -160,19 +159,6 @@ TEST_F(HOSTILE, settings_of_a_client_stay_words)
     }
     EXPECT_THAT(asPWNED(), IsEmpty());
     EXPECT_EQ(SQL("select count(*) from clients"), "5");
-}
-
-TEST(OUTPUT_OF_A_COMMAND, an_endless_run_of_empty_lines_stays_small_and_keeps_the_last_line)
-{
-    const t_LL LL_Output = ConsLL();
-    OUTPUT     output;
-    output.LL_Lines = LL_Output;
-    OUTPUT_SINK sink(output);
-    for (int i = 0; i < 20; ++i) sink.Take(std::string(1 << 20, '\n'));
-    sink.Take("last");
-    sink.Finish();
-    EXPECT_LT(SizeLL(LL_Output), uOUTPUT_MAX / 50);
-    EXPECT_STREQ(static_cast<const char*>(LastElmLL(LL_Output)), "last");
 }
 
 }  // namespace

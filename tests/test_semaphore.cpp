@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include "common/text/appending.h"
 #include "common/text/text.h"
 #include "common/unix/cm_hal_semaphor.h"
 #include "scratch.h"
@@ -49,13 +50,23 @@ public:
     }
 
 private:
+    /* A program that goes on when its starter has gone. Result  its process id */
+    static int iSTART_SLEEPER()
+    {
+        CHILD       child;
+        std::string sReason;
+        CHILD_SPEC  sctSpec;
+        sctSpec.asArgument = {"sleep", "60"};
+        sctSpec.bOutlives = true;
+        return iCHILD_START(child, sctSpec, sReason) ? child.iPid : -1;
+    }
     [[noreturn]] static void SERVE(int iAsk, int iAnswer, const char* cpName)
     {
         alarm(60);
         sct_semaphore sema = sctSEMA(cpName);
         char          cOperation = 0;
         while (read(iAsk, &cOperation, 1) == 1) {
-            const int iResult = i_SEMA(cOperation, &sema);
+            const int iResult = cOperation == 'c' ? iSTART_SLEEPER() : i_SEMA(cOperation, &sema);
             if (write(iAnswer, &iResult, sizeof iResult) < 0) break;
         }
         _exit(0);
@@ -89,18 +100,31 @@ TEST_F(SEMAPHORE, ends_with_its_process_and_is_taken_over)
 {
     sct_semaphore sema = sctSEMA("job");
     OTHER         other("job");
-    OTHER         later("job");
     ASSERT_EQ(other.iDo('+'), 1);
+    /* A program started meanwhile does not hold it on. */
+    const pid_t iSleeper = other.iDo('c');
+    ASSERT_GT(iSleeper, 0);
     other.Kill();
+    EXPECT_EQ(kill(iSleeper, 0), 0);
     EXPECT_TRUE(std::filesystem::exists(sPATH("gv_rw/sema/job")));
     EXPECT_EQ(i_SEMA('?', &sema), 0);
     EXPECT_EQ(i_SEMA('+', &sema), 1);
-    /* A program started meanwhile does not hold it on. */
-    CHILD       child;
-    std::string sReason;
-    ASSERT_TRUE(iCHILD_START(child, {.asArgument = {"sleep", "60"}, .asEnvironment = {}}, sReason));
     EXPECT_EQ(i_SEMA('-', &sema), 1);
-    EXPECT_EQ(later.iDo('+'), 1);
+    kill(iSleeper, SIGKILL);
+}
+
+TEST_F(SEMAPHORE, names_that_differ_only_in_their_middle_are_two)
+{
+    const std::string sLong = std::string(120, 'a') + "1" + std::string(130, 'b');
+    std::string       sOther = sLong;
+    sOther[120] = '2';
+    for (const size_t uMax : {size_t{127}, size_t{40}}) {
+        EXPECT_LE(sSHORT_NAME(sLong, uMax).size(), uMax);
+        EXPECT_NE(sSHORT_NAME(sLong, uMax), sSHORT_NAME(sOther, uMax));
+        EXPECT_EQ(sSHORT_NAME("short", uMax), "short");
+    }
+    EXPECT_NE(szFILE_NAME(sLong), szFILE_NAME(sOther));
+    EXPECT_LE(szFILE_NAME(sLong).size(), 200U);
 }
 
 /* "-" removes the file that another may just have opened: no two may ever hold

@@ -73,6 +73,7 @@ void ZFINISH(const char* cpTxt, int iExit, char cDelFlg, SCT_ARGS* pArg)
     FPROT(0, szSummary);
     info('S', 0, szSummary);
     info('M', 0, cpTxt);
+    v_REMOTE_DONE();  // connections end while the outcome is stored
     v_STORE_OUTCOME(cpTxt, iExit, pArg);
     TRACE("--- ZFINISH exit %d, %s", iExit, cpTxt);
     v_CHAIN_SERVICEPACK(iExit, pArg, szSummary);

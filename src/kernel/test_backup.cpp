@@ -128,7 +128,7 @@ OUTPUT_FILE::OUTPUT_FILE(const char* cpHost) : szPath(), sctLock()
 {
     const std::string sName = "rsh_" + szFILE_NAME(cpHost) + ".tmp";
     iTEXT_SET(szPath, gszRw + sName);
-    iTEXT_SET(sctLock.szSema, sName);
+    iTEXT_SET(sctLock.szSema, sSHORT_NAME(sName, sizeof sctLock.szSema - 1));
     iTEXT_SET(sctLock.szCaller, "vk_config_client");
 }
 

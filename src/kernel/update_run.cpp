@@ -55,7 +55,8 @@ void v_MESSAGE(UPDATE_RUN* pRun, MESSAGE_ID ePackage, MESSAGE_ID eServicepack, c
 
 void v_NAME_SEMAPHORE(const SCT_ARGS* pArg, sct_semaphore* pSema)
 {
-    x_Snprintf(pSema->szSema, sizeof pSema->szSema, "update_client_%s", pArg->szNodeName);
+    iTEXT_SET(pSema->szSema, sSHORT_NAME(std::string("update_client_") + pArg->szNodeName,
+                                         sizeof pSema->szSema - 1));
     iTEXT_SET(pSema->szCaller, "vk_config_client");
 }
 

@@ -91,8 +91,10 @@ int i_RCMD_LL(const char* cpHost, const char* cpAccessMode, const char* cpComman
 int iClientDir(const char* cpHost, char* cpBuf, int iZero, const char* cpNone1, const char* cpNone2,
                const char* cpNone3, t_LL LL_Output, str_log sctLog);
 
-/* Runs a command, waiting as long as a connection test at most, and returns the last
-   line that it printed, or "" when it failed.
+/* Runs a command, waiting as long as a connection test at most, and returns what it
+   printed, whatever its status: of a command that asks for "KEY=^" the last line that
+   begins with KEY=, else the last line unless that is a status line; "" when there is
+   none.
    Result  as i_RCMD_LL */
 int i_RCMD_EXEC(const char* cpHost, const char* cpCommand, char* cpAnswer, size_t uAnswer,
                 str_log sctLog);
@@ -158,6 +160,10 @@ int i_search_client_info(t_LL LL_Output, char* cpVersion, char* cpVelkaVersion, 
    first line with that key. Result 1 it is there and not empty, 0 not: cpValue is
    empty. */
 int iREPORT_FIELD(t_LL LL_Output, const char* cpKey, char* cpValue, size_t uValue);
+
+/* Says that this run needs no host any more: the shared connections end while it does
+   its last work. A later command would connect anew. */
+void v_REMOTE_DONE();
 
 /* The shell that reads command lines on a host, by its platform class. */
 SHELL eHOST_SHELL(const char* cpHost);

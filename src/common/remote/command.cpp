@@ -18,6 +18,7 @@ constexpr int    iEND_GRACE_MS = 2000;
 constexpr size_t uREAD_AT_ONCE = size_t{256} * 1024;  // then the limits are looked at
 // ssh ends at once after the command, unless something was left behind there.
 constexpr int iLET_GO_MS = 300;
+constexpr int iSTEP_MS = 250;  // how often a child is asked whether it moves
 
 struct RUNNING {
     CHILD       child;
@@ -45,15 +46,16 @@ void TAKE_OUTPUT(RUNNING& running, OUTPUT_SINK& sink, int iIdle)
 enum LISTENED { LISTENED_ENDED, LISTENED_LATE, LISTENED_FAILED };
 
 /* Reads until the second mark, the end of the child, or a limit. */
-LISTENED eLISTEN(RUNNING& running, OUTPUT_SINK& sink, int iIdle)
+LISTENED eLISTEN(RUNNING& running, OUTPUT_SINK& sink, int iIdle,
+                 const std::function<bool(pid_t)>& bMOVES)
 {
     while (running.marks.eState() != MARK_READER::ENDED) {
+        if (bMOVES && bMOVES(running.child.iPid)) running.lIdle = lNOW_MS() + 1000L * iIdle;
         std::vector<WAIT_FD> fds{{running.child.fdExit.iGet()}};
         if (running.child.fdOut.bOpen()) fds.push_back({running.child.fdOut.iGet()});
         if (lNOW_MS() >= lDEADLINE(running)) return LISTENED_LATE;
-        const WAIT_RESULT eWaited = iWAIT(fds, lDEADLINE(running));
-        if (eWaited == WAIT_TIMEOUT) return LISTENED_LATE;
-        if (eWaited == WAIT_FAILED) return LISTENED_FAILED;
+        const long lStep = bMOVES ? lNOW_MS() + iSTEP_MS : lDEADLINE(running);
+        if (iWAIT(fds, std::min(lStep, lDEADLINE(running))) == WAIT_FAILED) return LISTENED_FAILED;
         if (fds.size() > 1 && fds[1].bReady)
             TAKE_OUTPUT(running, sink, iIdle);
         else if (fds[0].bReady)
@@ -93,7 +95,7 @@ std::string sBROKEN(const HOST& host, TRANSPORT& transport, RUNNING& running, FA
 
 /* Says why a command that was heard to eHeard did not end by itself. */
 void JUDGE(const HOST& host, TRANSPORT& transport, const LIMITS& limits, LISTENED eHeard,
-           RUNNING& running, OUTCOME& outcome)
+           RUNNING& running, COMMAND_END& outcome)
 {
     if (eHeard == LISTENED_LATE) {
         outcome.eFailure = FAILURE_TIME_LIMIT;
@@ -108,38 +110,27 @@ void JUDGE(const HOST& host, TRANSPORT& transport, const LIMITS& limits, LISTENE
 }
 
 /* A refused key is not tried again (lockout), and a silent host has used its time. */
-bool bWORTH_ANOTHER_TRY(const OUTCOME& outcome)
+bool bWORTH_ANOTHER_TRY(const COMMAND_END& outcome)
 {
     return outcome.eFailure == FAILURE_OTHER;
 }
 
-OUTCOME sctTRY(const HOST& host, TRANSPORT& transport, const CHILD_SPEC& sctSpec,
-               const LIMITS& limits, OUTPUT& output, bool& bConnected)
+/* A command line that could not be formed is empty. */
+int iSOUND(const HOST& host, const char* cpCommand, std::string& sReason)
 {
-    OUTCOME     outcome;
-    OUTPUT_SINK sink(output);
-    RUNNING     running;
-    const long  lStart = lNOW_MS();
-    running.lConnect = lStart + 1000L * (limits.iConnect + iCONNECT_GRACE_S);
-    running.lIdle = lStart + 1000L * limits.iIdle;
-    running.lTotal = lStart + 1000L * limits.iTotal;
-    if (!iCHILD_START(running.child, sctSpec, outcome.sReason)) return outcome;
-
-    const LISTENED eHeard = eLISTEN(running, sink, limits.iIdle);
-    bConnected = running.marks.eState() != MARK_READER::BEFORE;
-    if (running.marks.eState() == MARK_READER::ENDED) {
-        outcome.eFailure = FAILURE_NONE;
-        outcome.lStatus = running.marks.lStatus();
-    } else {
-        JUDGE(host, transport, limits, eHeard, running, outcome);
-        if (bConnected) sink.Take(running.marks.sRest());
+    if (!host.sUnread.empty()) {
+        sReason = "cannot read what the database knows of " + host.sName + ": " + host.sUnread;
+        return 0;
     }
-    sink.Finish();
-    if (outcome.bRan())
-        v_CHILD_LET_GO(running.child, iLET_GO_MS);
+    if (*cpCommand != '\0') return 1;
+    const size_t uLimit = uCMD_TOO_LONG();
+    if (uLimit > 0)
+        sReason = "the command line for " + host.sName + " is longer than " +
+                  std::to_string(uLimit) + " bytes";
     else
-        v_CHILD_END(running.child, iEND_GRACE_MS);
-    return outcome;
+        sReason = "the command line for " + host.sName +
+                  " is empty, or holds a character that its shell cannot take";
+    return 0;
 }
 
 }  // namespace
@@ -150,36 +141,64 @@ LIMITS sctLIMITS(int iTimeout, int iRetries)
     return {iCONFIG_CONNECT_TIMEOUT(), iCONFIG_IDLE_TIMEOUT(), iCONFIG_TOTAL_TIMEOUT(), iRetries};
 }
 
-OUTCOME sctRUN_COMMAND(const HOST& host, const std::string& sPort, const char* cpCommand,
-                       const LIMITS& limits, OUTPUT& output, const str_log& sctLog)
+COMMAND_END sctRUN_CHILD(const HOST& host, TRANSPORT& transport, const CHILD_SPEC& sctSpec,
+                         const LIMITS& limits, OUTPUT& output,
+                         const std::function<bool(pid_t)>& bMOVES)
 {
-    OUTCOME    outcome;
-    TRANSPORT& transport = TRANSPORT_OF(host);
-    if (*cpCommand == '\0') {
-        outcome.sReason =
-            "the command line is empty, too long, or holds a character that the "
-            "shell of " +
-            host.sName + " cannot take";
-        return outcome;
+    COMMAND_END outcome;
+    OUTPUT_SINK sink(output);
+    RUNNING     running;
+    const long  lStart = lNOW_MS();
+    running.lConnect = lStart + 1000L * (limits.iConnect + iCONNECT_GRACE_S);
+    running.lIdle = lStart + 1000L * limits.iIdle;
+    running.lTotal = lStart + 1000L * limits.iTotal;
+    if (!iCHILD_START(running.child, sctSpec, outcome.sReason)) return outcome;
+
+    const LISTENED eHeard = eLISTEN(running, sink, limits.iIdle, bMOVES);
+    outcome.bBegan = running.marks.eState() != MARK_READER::BEFORE;
+    if (running.marks.eState() == MARK_READER::ENDED) {
+        outcome.eFailure = FAILURE_NONE;
+        outcome.lStatus = running.marks.lStatus();
+    } else {
+        JUDGE(host, transport, limits, eHeard, running, outcome);
+        if (outcome.bBegan) sink.Take(running.marks.sRest());
     }
+    sink.Finish();
+    if (outcome.bRan())
+        v_CHILD_LET_GO(running.child, iLET_GO_MS);
+    else
+        v_CHILD_END(running.child, iEND_GRACE_MS);
+    outcome.iChild = running.child.iStatus;
+    return outcome;
+}
+
+COMMAND_END sctRUN_COMMAND(const HOST& host, const std::string& sPort, const char* cpCommand,
+                           const LIMITS& limits, OUTPUT& output, const str_log& sctLog)
+{
+    COMMAND_END outcome;
+    TRANSPORT&  transport = TRANSPORT_OF(host);
+    if (!iSOUND(host, cpCommand, outcome.sReason)) return outcome;
     // A shared connection that broke meanwhile earns one more try; what was refused
     // does not, unless the caller asked for it.
     int iTriesLeft = 1 + limits.iRetries + (transport.bESTABLISHED(host) ? 1 : 0);
     while (iTriesLeft-- > 0) {
         CHILD_SPEC sctSpec;
-        bool       bConnected = false;
         if (!transport.iFORM(host, sPort, cpCommand, limits.iConnect, sctSpec, outcome.sReason)) {
             return outcome;
         }
-        outcome = sctTRY(host, transport, sctSpec, limits, output, bConnected);
+        outcome = sctRUN_CHILD(host, transport, sctSpec, limits, output);
         if (sctLog.iLogLevel > 0) {
             WRITE_TRACE(&sctLog, "host %s, mode %s: %s %ld %s", host.sName.c_str(),
                         host.bLocal ? "local" : host.sAccessMode.c_str(),
                         outcome.bRan() ? "status" : "not run", outcome.lStatus,
                         outcome.sReason.c_str());
         }
-        if (outcome.bRan() || bConnected || !bWORTH_ANOTHER_TRY(outcome)) return outcome;
-        if (iTriesLeft > 0) iSLEEP_MS(100);
+        if (outcome.bRan()) transport.TIDY(host);
+        if (outcome.bRan() || outcome.bBegan || !bWORTH_ANOTHER_TRY(outcome)) return outcome;
+        if (transport.bLEARNT(host, outcome.iChild))
+            ++iTriesLeft;
+        else if (iTriesLeft > 0)
+            iSLEEP_MS(100);
     }
     return outcome;
 }

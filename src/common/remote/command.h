@@ -6,6 +6,9 @@
    uOUTPUT_MAX bytes are kept, the first part and always the last line. */
 #pragma once
 
+#include <sys/types.h>
+
+#include <functional>
 #include <string>
 
 #include "../cm_trace.h"
@@ -24,13 +27,22 @@ struct LIMITS {
    three times that in all; 0: as configured. */
 LIMITS sctLIMITS(int iTimeout, int iRetries);
 
-struct OUTCOME {
+struct COMMAND_END {
     FAILURE     eFailure = FAILURE_OTHER;
-    long        lStatus = 255;  // exit status of a command that ran to its end
-    std::string sReason;        // why it did not
+    long        lStatus = 255;   // exit status of a command that ran to its end
+    std::string sReason;         // why it did not
+    bool        bBegan = false;  // its first mark came
+    int         iChild = -1;     // exit status of the transport's own process
 
     bool bRan() const { return eFailure == FAILURE_NONE; }
 };
 
-OUTCOME sctRUN_COMMAND(const HOST& host, const std::string& sPort, const char* cpCommand,
-                       const LIMITS& limits, OUTPUT& output, const str_log& sctLog);
+/* Runs one child that a transport has formed, once. bMOVES, where given, is asked
+   several times a second about the child's process: true is a sign of life, as
+   output is. */
+COMMAND_END sctRUN_CHILD(const HOST& host, TRANSPORT& transport, const CHILD_SPEC& sctSpec,
+                         const LIMITS& limits, OUTPUT& output,
+                         const std::function<bool(pid_t)>& bMOVES = {});
+
+COMMAND_END sctRUN_COMMAND(const HOST& host, const std::string& sPort, const char* cpCommand,
+                           const LIMITS& limits, OUTPUT& output, const str_log& sctLog);

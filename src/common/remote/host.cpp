@@ -9,11 +9,18 @@
 
 #include "../cm_db_access.h"
 #include "../config/variables.h"
+#include "../text/immortal.h"
 #include "../text/secret.h"
 #include "../text/text.h"
 #include "cm_remote.h"
 
 namespace {
+
+std::map<std::string, HOST>& HOSTS()
+{
+    static IMMORTAL<std::map<std::string, HOST>> hosts;
+    return hosts.Get();
+}
 
 bool bNAME_OF_THIS_MACHINE(const std::string& sName)
 {
@@ -22,6 +29,11 @@ bool bNAME_OF_THIS_MACHINE(const std::string& sName)
     const std::string sOwn = szOwn;
     return strcasecmp(sName.c_str(), szOwn) == 0 ||
            strcasecmp(sName.c_str(), sOwn.substr(0, sOwn.find('.')).c_str()) == 0;
+}
+
+bool bNUMBER(std::string_view sv)
+{
+    return !sv.empty() && sv.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
 HOST sctREAD_HOST(const std::string& sName, const str_log& sctLog)
@@ -42,6 +54,8 @@ HOST sctREAD_HOST(const std::string& sName, const str_log& sctLog)
            "d");
     HOST host;
     host.sName = sName;
+    // The reply of a statement that ran is a number of rows.
+    if (!bNUMBER(szReply)) host.sUnread = szReply;
     host.sStoredMode = szMode;
     host.sUser = szUser;
     host.sDataMover = szMover;
@@ -54,14 +68,18 @@ HOST sctREAD_HOST(const std::string& sName, const str_log& sctLog)
 
 HOST& sctHOST(const char* cpName, const char* cpAccessMode, const str_log& sctLog)
 {
-    static auto& hosts = *new std::map<std::string, HOST>;
-    auto         found = hosts.find(cpName);
-    if (found == hosts.end()) found = hosts.emplace(cpName, sctREAD_HOST(cpName, sctLog)).first;
-    HOST& host = found->second;
+    const auto [entry, bNew] = HOSTS().try_emplace(cpName);
+    HOST& host = entry->second;
+    if (bNew || !host.sUnread.empty()) host = sctREAD_HOST(cpName, sctLog);
     if (cpAccessMode != nullptr && *cpAccessMode != '\0') host.sAccessMode = cpAccessMode;
     if (host.sAccessMode.empty()) host.sAccessMode = host.sStoredMode;
     if (host.sAccessMode.empty()) host.sAccessMode = "VKSSH";
     return host;
+}
+
+void v_HOST_PLATFORM(const HOST& host, const char* cpPlatform)
+{
+    HOSTS()[host.sName].sPlatform = cpPlatform;
 }
 
 SHELL eSHELL_OF(const HOST& host)

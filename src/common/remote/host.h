@@ -14,13 +14,17 @@ struct HOST {
     std::string sPlatform;    // platform class, empty when unknown
     std::string sUser;        // os_user, empty: as configured for ssh
     std::string sDataMover;
+    std::string sUnread;         // why the database did not tell it; such a host is not reached
     bool        bLocal = false;  // the backup server itself
 };
 
 /* The host, with its access mode chosen: cpAccessMode when it is not empty, else
    the mode already used for it, else its own, else VKSSH. The record lives until
-   the process ends. */
+   the process ends. One that could not be read (sUnread) is read again next time. */
 HOST& sctHOST(const char* cpName, const char* cpAccessMode, const str_log& sctLog);
+
+/* From now on the host counts as one of that platform class in this run. */
+void v_HOST_PLATFORM(const HOST& host, const char* cpPlatform);
 
 /* The shell that reads command lines on the host. */
 SHELL eSHELL_OF(const HOST& host);

@@ -39,8 +39,8 @@ int iPOSITIVE(long lStatus)
 int iRUN(const char* cpHost, const char* cpMode, const char* cpCommand, const LIMITS& limits,
          OUTPUT& output, std::string& sReason, const str_log& sctLog)
 {
-    const HOST&   host = sctHOST(cpHost, cpMode, sctLog);
-    const OUTCOME outcome = sctRUN_COMMAND(host, "", cpCommand, limits, output, sctLog);
+    const HOST&       host = sctHOST(cpHost, cpMode, sctLog);
+    const COMMAND_END outcome = sctRUN_COMMAND(host, "", cpCommand, limits, output, sctLog);
     sReason = sMASKED(outcome.sReason);
     return outcome.bRan() ? iPOSITIVE(outcome.lStatus) : -1;
 }
@@ -65,15 +65,12 @@ int iSTATUS_LINE(std::string_view svLine, RCMD* pCmd)
     return 1;
 }
 
-void STATUS_AND_MESSAGE(RCMD* pCmd, const OUTPUT& output, const OUTCOME& outcome)
+void STATUS_AND_MESSAGE(RCMD* pCmd, const OUTPUT& output, const COMMAND_END& outcome)
 {
     pCmd->szSts[0] = pCmd->szMsg[0] = '\0';
-    if (!outcome.bRan()) {
-        iTEXT_SET(pCmd->szMsg, sMASKED(outcome.sReason));
-        return;
-    }
+    // What the command has said of itself holds even when its connection broke then.
     if (!output.sStatusLine.empty() && iSTATUS_LINE(output.sStatusLine, pCmd)) return;
-    iTEXT_SET(pCmd->szMsg, output.sLastLine);
+    iTEXT_SET(pCmd->szMsg, outcome.bRan() ? output.sLastLine : sMASKED(outcome.sReason));
 }
 
 /* The output file of a command. Where it cannot be opened the command still runs:
@@ -122,13 +119,14 @@ int iPATH_ON_HOST(const HOST& host, const char* cpPath, std::string& sPath, std:
 int i_RCMD(RCMD* pCmd, str_log sctLog)
 {
     const HOST& known = sctHOST(pCmd->szClient, pCmd->szAccessMode, sctLog);
-    HOST        host = known;
-    if (pCmd->szUser[0] != '\0') host.sUser = pCmd->szUser;
-    const FD fdFile = fdOUTPUT_FILE(*pCmd);
-    OUTPUT   output;
+    HOST        other = known;
+    if (pCmd->szUser[0] != '\0') other.sUser = pCmd->szUser;
+    const HOST& host = pCmd->szUser[0] != '\0' ? other : known;
+    const FD    fdFile = fdOUTPUT_FILE(*pCmd);
+    OUTPUT      output;
     output.LL_Lines = pCmd->LL_Stdout;
     output.iFile = fdFile.iGet();
-    const OUTCOME outcome = sctRUN_COMMAND(
+    const COMMAND_END outcome = sctRUN_COMMAND(
         host, pCmd->szPort, pCmd->szCmd, sctLIMITS(pCmd->iTimeout, pCmd->iRetries), output, sctLog);
     STATUS_AND_MESSAGE(pCmd, output, outcome);
     return outcome.bRan() ? static_cast<int>(outcome.lStatus) : 255;
@@ -157,14 +155,29 @@ int iClientDir(const char* cpHost, char*, int, const char*, const char*, const c
                 sctQUESTION_LIMITS(), output, sReason, sctLog);
 }
 
+/* "KEY=" of the key that a query of a configuration file asks for ("KEY=^"), or "". */
+std::string sASKED_FOR(std::string_view svCommand)
+{
+    const size_t uEnd = svCommand.find("=^");
+    if (uEnd == std::string_view::npos) return {};
+    const size_t uBefore = svCommand.find_last_of(" \"'", uEnd);
+    const size_t uBegin = uBefore == std::string_view::npos ? 0 : uBefore + 1;
+    return std::string(svCommand.substr(uBegin, uEnd + 1 - uBegin));
+}
+
 int i_RCMD_EXEC(const char* cpHost, const char* cpCommand, char* cpAnswer, size_t uAnswer,
                 str_log sctLog)
 {
     OUTPUT      output;
     std::string sReason;
-    const int   iRet = iRUN(cpHost, "", cpCommand, sctQUESTION_LIMITS(), output, sReason, sctLog);
-    // What a failed command said is no answer.
-    iTEXT_COPY(cpAnswer, uAnswer, iRet == 0 ? output.sLastLine : "");
+    output.sWantedStart = sASKED_FOR(cpCommand);
+    const int iRet = iRUN(cpHost, "", cpCommand, sctQUESTION_LIMITS(), output, sReason, sctLog);
+    // A status line says how it went; it is no answer.
+    const bool bStatusOnly = output.sLastLine == output.sStatusLine;
+    iTEXT_COPY(cpAnswer, uAnswer,
+               !output.sWantedLine.empty() ? output.sWantedLine
+               : bStatusOnly               ? ""
+                                           : output.sLastLine);
     return iRet;
 }
 
@@ -192,6 +205,8 @@ int REMOTE_COPY_CLIENT(char cMode, const char* cpHost, const char* cpSource, con
     int         iRet = 0;
     if (cMode != 'p') {
         sReason = "only copies from the server to a client are made";
+    } else if (!host.sUnread.empty()) {
+        sReason = "cannot read what the database knows of " + host.sName + ": " + host.sUnread;
     } else if (iCONFIG_SERVER_PATH(cpSource, sSource, sReason) &&
                iPATH_ON_HOST(host, cpTarget, sTarget, sReason)) {
         iRet = TRANSPORT_OF(host).iPUT(host, sSource, sTarget, cpMode, sReason);

@@ -2,7 +2,8 @@
 
 #include <unistd.h>
 
-#include "../text/secret.h"
+#include <algorithm>
+
 #include "../text/text.h"
 
 namespace {
@@ -11,26 +12,36 @@ constexpr size_t uLAST_LINE_MAX = 65536;
 // Of a list's element beside its text: an endless run of empty lines costs, too.
 constexpr size_t uPLACE_IN_LIST = 64;
 
-/* What a person and a pattern see of a line: no control characters, valid UTF-8,
-   no password. */
-std::string sCLEAN(std::string_view svRaw)
+bool bC1_CONTROL(const std::string& sText, size_t u)
 {
-    std::string sText;
-    sText.reserve(svRaw.size());
-    for (const char c : svRaw) {
-        if (static_cast<unsigned char>(c) >= 0x20 && c != 0x7f) sText += c;
-    }
-    sText = sMASKED(sVALID_UTF8(sText));
-    // Control characters beyond ASCII: C2 80 to C2 9F.
-    for (size_t u = sText.find('\xC2'); u != std::string::npos; u = sText.find('\xC2', u)) {
-        const bool bControl =
-            u + 1 < sText.size() && static_cast<unsigned char>(sText[u + 1]) < 0xA0;
-        if (bControl)
-            sText.erase(u, 2);
-        else
+    return sText[u] == '\xC2' && u + 1 < sText.size() &&
+           static_cast<unsigned char>(sText[u + 1]) < 0xA0;
+}
+
+/* Control characters beyond ASCII, C2 80 to C2 9F, in valid UTF-8. */
+void DROP_C1(std::string& sText)
+{
+    size_t uTo = sText.find('\xC2');
+    if (uTo == std::string::npos) return;
+    for (size_t u = uTo; u < sText.size(); ++u) {
+        if (bC1_CONTROL(sText, u))
             ++u;
+        else
+            sText[uTo++] = sText[u];
     }
-    return sText;
+    sText.resize(uTo);
+}
+
+bool bASCII(std::string_view svText)
+{
+    return std::all_of(svText.begin(), svText.end(),
+                       [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+bool bSTATUS_LINE(std::string_view svText)
+{
+    const size_t uBegin = svText.find_first_not_of(' ');
+    return uBegin != std::string_view::npos && svText.substr(uBegin).starts_with("STATUS=");
 }
 
 }  // namespace
@@ -41,12 +52,26 @@ void OUTPUT_SINK::Take(std::string_view svBytes)
     while (!svBytes.empty()) {
         const size_t           uEnd = svBytes.find('\n');
         const std::string_view svPiece = svBytes.substr(0, uEnd);
-        if (m_uLines < uOUTPUT_MAX || m_sLine.size() < uLAST_LINE_MAX) m_sLine += svPiece;
+        if (m_uLines < uOUTPUT_MAX || m_sLine.size() < uLAST_LINE_MAX) AddToLine(svPiece);
         m_uLines += svPiece.size();
         if (uEnd == std::string_view::npos) return;
         svBytes.remove_prefix(uEnd + 1);
         Line();
     }
+}
+
+void OUTPUT_SINK::AddToLine(std::string_view svBytes)
+{
+    const size_t uOld = m_sLine.size();
+    m_sLine.resize(uOld + svBytes.size());
+    char* cpTo = m_sLine.data() + uOld;
+    for (const char c : svBytes) {
+        if (static_cast<unsigned char>(c) >= 0x20 && c != 0x7f)
+            *cpTo++ = c;
+        else if (c == '\t')
+            *cpTo++ = ' ';
+    }
+    m_sLine.resize(static_cast<size_t>(cpTo - m_sLine.data()));
 }
 
 void OUTPUT_SINK::Finish()
@@ -61,20 +86,31 @@ void OUTPUT_SINK::Finish()
     ToFile("\n" + m_output.sLastLine + "\n");
 }
 
+/* Invalid bytes become three each: what no list can take is cut before that. */
 void OUTPUT_SINK::Line()
 {
-    const std::string sText = sCLEAN(m_sLine);
-    m_sLine.clear();
-    if (sText.find_first_not_of(' ') != std::string::npos) m_output.sLastLine = sText;
-    if (sText.substr(0, sText.find_first_not_of(' ') + 7).ends_with("STATUS=")) {
-        m_output.sStatusLine = sText;
+    if (m_bDropped && m_sLine.empty()) return;
+    const bool bKeep = m_output.LL_Lines != nullptr && m_uLines + uPLACE_IN_LIST <= uOUTPUT_MAX;
+    if (!bKeep && m_sLine.size() > uLAST_LINE_MAX) m_sLine.resize(uLAST_LINE_MAX);
+    if (!bASCII(m_sLine)) {
+        m_sLine = sVALID_UTF8(m_sLine);
+        DROP_C1(m_sLine);
     }
+    const std::string_view svStart = svTEXT_CUT(m_sLine, uLAST_LINE_MAX);
+    if (svStart.find_first_not_of(' ') != std::string_view::npos) m_output.sLastLine = svStart;
+    if (bSTATUS_LINE(svStart)) m_output.sStatusLine = svStart;
+    if (!m_output.sWantedStart.empty() && svStart.starts_with(m_output.sWantedStart))
+        m_output.sWantedLine = svStart;
     m_uLines += uPLACE_IN_LIST;
-    if (m_uLines > uOUTPUT_MAX) {
+    if (m_uLines > uOUTPUT_MAX)
         m_bDropped = true;
-    } else if (m_output.LL_Lines != nullptr) {
-        InsLastLLf(m_output.LL_Lines, sText.size() + 1, sText.c_str());
-    }
+    else if (m_output.LL_Lines != nullptr)
+        InsLastLLf(m_output.LL_Lines, m_sLine.size() + 1, m_sLine.c_str());
+    // A long line gives its memory back.
+    if (m_sLine.capacity() > uLAST_LINE_MAX)
+        std::string().swap(m_sLine);
+    else
+        m_sLine.clear();
 }
 
 void OUTPUT_SINK::ToFile(std::string_view svBytes)

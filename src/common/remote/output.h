@@ -9,12 +9,15 @@
 
 constexpr size_t uOUTPUT_MAX = size_t{16} * 1024 * 1024;
 
-/* Where the output goes. */
+/* Where the output goes. Lines are valid UTF-8 without control characters: tabs are
+   blanks, others are dropped. */
 struct OUTPUT {
     t_LL        LL_Lines = nullptr;  // receives each line, or null
     int         iFile = -1;          // receives the bytes as they came, or -1
-    std::string sLastLine;           // last line that is not empty
+    std::string sWantedStart;        // "KEY=" of an answer that is looked for, or empty
+    std::string sLastLine;           // last line that is not blank; these three are cut
     std::string sStatusLine;         // last line of the form STATUS=...
+    std::string sWantedLine;         // last line that begins with sWantedStart
 };
 
 class OUTPUT_SINK {
@@ -25,11 +28,12 @@ public:
     void Finish();
 
 private:
+    void AddToLine(std::string_view svBytes);
     void Line();
     void ToFile(std::string_view svBytes);
 
     OUTPUT&     m_output;
-    std::string m_sLine;             // the line being read
+    std::string m_sLine;             // the line being read, control characters dropped
     size_t      m_uLines = 0;        // what the lines cost so far, their places in a list included
     size_t      m_uFile = 0;         // bytes that came for the file
     bool        m_bDropped = false;  // of the lines, the last ones are missing

@@ -34,6 +34,14 @@ struct TRANSPORT {
     /* A connection that is shared stands already, and may turn out to be broken. */
     virtual bool bESTABLISHED(const HOST& host) = 0;
 
+    /* What the command that was formed last has taught of the host, when it could not
+       be run and its child ended with iExit: true when it is worth another try. */
+    virtual bool bLEARNT(const HOST& /*host*/, int /*iExit*/) { return false; }
+
+    /* Takes away what a run that was killed has left on the host. Called when a command
+       has just shown that it is there. */
+    virtual void TIDY(const HOST& /*host*/) {}
+
     /* Copies sSource (a file on this server) to sTarget (an absolute path on the
        host), whole or not at all, missing folders made.
        cpMode  octal permissions or null

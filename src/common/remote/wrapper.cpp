@@ -87,15 +87,18 @@ std::string sPOSIX_SCRIPT(std::string_view svCommand, const std::string& sDirect
 }
 
 /* %^ERRORLEVEL% is read only when "call" reads its line again, after the command
-   has ended. */
+   has ended. A POSIX shell that gets this line would show the "^" of the first mark, and
+   has no file NUL to begin the command with. */
 std::string sWINDOWS_LINE(std::string_view svCommand, const std::string& sDirectory)
 {
     const std::string& sMark = sRUN_MARK();
-    return "echo " + sMark + " begin& set \"PATH=" + std::string(svWITHOUT_SEPARATOR(sDirectory)) +
+    return "echo " + sMark + " ^begin& set \"PATH=" + std::string(svWITHOUT_SEPARATOR(sDirectory)) +
            ";%PATH%\"& " + std::string(svCommand) + " <NUL 2>&1& echo.& call echo " + sMark +
            " %^ERRORLEVEL%";
 }
 
+/* Bytes are looked at once, however they are cut: what cannot belong to a mark any
+   more is handed out or forgotten. */
 std::string MARK_READER::sFeed(std::string_view svBytes)
 {
     std::string sOutput;
@@ -109,7 +112,7 @@ std::string MARK_READER::sFeed(std::string_view svBytes)
     size_t uKeep = m_sHeld.find('\n', m_sHeld.size() - uMark);
     if (uKeep == std::string::npos) uKeep = m_sHeld.size();
     if (uKeep > 0 && m_sHeld[uKeep - 1] == '\r') --uKeep;
-    sOutput += m_sHeld.substr(0, uKeep);
+    sOutput.append(m_sHeld, 0, uKeep);
     m_sHeld.erase(0, uKeep);
     return sOutput;
 }
@@ -126,10 +129,12 @@ std::string MARK_READER::sRest()
 bool MARK_READER::bTakeBegin()
 {
     const std::string sBegin = sRUN_MARK() + " begin";
-    const size_t      uAt = m_sHeld.find(sBegin);
+    const size_t      uAt = m_sHeld.find(sBegin, m_uSeen);
     const size_t      uEnd = uAt == std::string::npos ? uAt : m_sHeld.find('\n', uAt);
     if (uEnd == std::string::npos) {
-        if (m_sHeld.size() > uNOISE_MAX) m_sHeld.erase(0, m_sHeld.size() - uNOISE_MAX);
+        if (m_sHeld.size() > 2 * uNOISE_MAX) m_sHeld.erase(0, m_sHeld.size() - uNOISE_MAX);
+        const size_t uTail = std::min(m_sHeld.size(), sBegin.size());
+        m_uSeen = uAt == std::string::npos ? m_sHeld.size() - uTail : 0;
         return false;
     }
     m_sNoise = m_sHeld.substr(0, uAt);
@@ -145,7 +150,7 @@ bool MARK_READER::bTakeEnd(std::string& sOutput)
     const size_t      uEnd = uAt == std::string::npos ? uAt : m_sHeld.find('\n', uAt + 1);
     if (uEnd == std::string::npos) return false;
     std::from_chars(m_sHeld.data() + uAt + sMark.size(), m_sHeld.data() + uEnd, m_lStatus);
-    sOutput += m_sHeld.substr(0, uAt > 0 && m_sHeld[uAt - 1] == '\r' ? uAt - 1 : uAt);
+    sOutput.append(m_sHeld, 0, uAt > 0 && m_sHeld[uAt - 1] == '\r' ? uAt - 1 : uAt);
     m_sHeld.clear();
     m_eState = ENDED;
     return true;

@@ -60,6 +60,7 @@ private:
 
     STATE       m_eState = BEFORE;
     long        m_lStatus = -1;
+    size_t      m_uSeen = 0;  // bytes of m_sHeld in which no first mark begins
     std::string m_sHeld;
     std::string m_sNoise;
 };

@@ -6,14 +6,45 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 
 #include "holder.h"
 #include "standard_error.h"
+#include "text.h"
+
+namespace {
+
+// Leaves room for what stands around a name in the names of files.
+constexpr size_t uFILE_NAME_MAX = 200;
+
+std::string sHASH(std::string_view svText)  // FNV-1a, 16 digits
+{
+    uint64_t uHash = 0xcbf29ce484222325U;
+    for (const char c : svText) uHash = (uHash ^ static_cast<unsigned char>(c)) * 0x100000001b3U;
+    std::string sHex;
+    for (int iShift = 60; iShift >= 0; iShift -= 4)
+        sHex += "0123456789abcdef"[uHash >> static_cast<unsigned>(iShift) & 15U];
+    return sHex;
+}
+
+}  // namespace
+
+std::string sSHORT_NAME(std::string_view svName, size_t uMax)
+{
+    if (svName.size() <= uMax) return std::string(svName);
+    const std::string      sMiddle = "~" + sHASH(svName) + "~";
+    const size_t           uSide = (uMax - sMiddle.size()) / 2;
+    const std::string_view svBegin = svTEXT_CUT(svName, uSide);
+    size_t                 uEnd = svName.size() - uSide;
+    while (uEnd < svName.size() && (static_cast<unsigned char>(svName[uEnd]) & 0xC0U) == 0x80U)
+        uEnd++;
+    return std::string(svBegin).append(sMiddle).append(svName.substr(uEnd));
+}
 
 std::string szFILE_NAME(std::string_view svName)
 {
-    std::string s(svName);
+    std::string s = sSHORT_NAME(svName, uFILE_NAME_MAX);
     for (char& c : s)
         if (c == '/' || static_cast<unsigned char>(c) < 0x20U || c == 0x7F) c = '_';
     if (!s.empty() && s[0] == '.') s[0] = '_';

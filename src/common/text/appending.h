@@ -5,8 +5,12 @@
 #include <string_view>
 
 /* svName as a piece of a file name: "/", control characters and a leading "."
-   replaced by "_". */
+   replaced by "_"; at most 200 bytes (sSHORT_NAME). */
 std::string szFILE_NAME(std::string_view svName);
+
+/* svName in at most uMax bytes (40 or more): a longer one has a hash of the whole in
+   place of its middle, so that two that differ anywhere stay apart. */
+std::string sSHORT_NAME(std::string_view svName, size_t uMax);
 
 /* Makes sDirectory and its parents (mode 0750). Result 0: errno says why. */
 int iMAKE_DIRECTORY(const std::string& sDirectory);

@@ -149,7 +149,14 @@ int iJOIN(SHELL eShell, const std::vector<FORMAT_PIECE>& pieces, std::string& sC
     return 1;
 }
 
+size_t uTooLong = 0;
+
 }  // namespace
+
+size_t uCMD_TOO_LONG()
+{
+    return uTooLong;
+}
 
 std::string sSHELL_WORD(SHELL eShell, std::string_view svWord)
 {
@@ -174,7 +181,9 @@ int iCMD_FORM(char* szCmd, size_t uSize, SHELL eShell, const char* cpFormat,
     szCmd[0] = '\0';
     std::vector<FORMAT_PIECE> pieces;
     std::string               sCmd;
+    uTooLong = 0;
     if (!iFORMAT_SPLIT(cpFormat, values, pieces) || !iJOIN(eShell, pieces, sCmd)) return 0;
-    if (sCmd.size() >= uSize || sCmd.find('\0') != std::string::npos) return 0;
+    uTooLong = sCmd.size() >= uSize ? uSize - 1 : 0;
+    if (uTooLong > 0 || sCmd.find('\0') != std::string::npos) return 0;
     return iTEXT_COPY(szCmd, uSize, sCmd);
 }

@@ -30,6 +30,10 @@ std::string sSHELL_INSIDE_QUOTES(SHELL eShell, std::string_view svWord);
 int iCMD_FORM(char* szCmd, size_t uSize, SHELL eShell, const char* cpFormat,
               std::span<const FORMAT_VALUE> values);
 
+/* The limit in bytes that the last command line which was not formed was too long for;
+   0 when it failed for a character. */
+size_t uCMD_TOO_LONG();
+
 template<size_t N, class... V>
 int iCMD(char (&szCmd)[N], SHELL eShell, const char* cpFormat, const V&... values)
 {

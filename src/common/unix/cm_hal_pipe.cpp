@@ -19,18 +19,21 @@ extern "C" {  // the header of some C libraries does not say it
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <memory>
+#include <new>
 
 #include "../text/immortal.h"
 #include "../text/standard_error.h"
 
 namespace {
 
-constexpr int  iGRACE_MS = 2000;
-constexpr int  iGROUP_STEP_MS = 5;  // a group has no descriptor to wait for
-constexpr int  iNO_MEMORY_TRIES = 50;
-constexpr long lNO_MEMORY_PAUSE_NS = 20000000;
-constexpr int  iOUTPUT_LOST = 2;  // exit code when standard output could not be written
-constexpr int  aiSignal[] = {SIGINT, SIGTERM, SIGHUP};
+constexpr int    iGRACE_MS = 2000;
+constexpr int    iGROUP_STEP_MS = 5;  // a group has no descriptor to wait for
+constexpr int    iNO_MEMORY_TRIES = 50;
+constexpr long   lNO_MEMORY_PAUSE_NS = 20000000;
+constexpr int    iOUTPUT_LOST = 2;  // exit code when standard output could not be written
+constexpr size_t uRESERVE = size_t{256} * 1024;
+constexpr int    aiSignal[] = {SIGINT, SIGTERM, SIGHUP};
 
 volatile sig_atomic_t iPendingSignal = 0;
 volatile sig_atomic_t bUnreported = 0;  // a signal came that no wait has told yet
@@ -301,6 +304,22 @@ int iTAKE_SIGNAL()
     return 1;
 }
 
+/* What this process still holds when memory runs out, so that it can end in order. */
+std::unique_ptr<char[]>& RESERVE()
+{
+    static IMMORTAL<std::unique_ptr<char[]>> reserve;
+    return reserve.Get();
+}
+
+[[noreturn]] void NO_MEMORY()
+{
+    constexpr int iEXIT = 2;
+    RESERVE().reset();
+    std::set_new_handler([] { _exit(iEXIT); });
+    v_STDERR("no memory left; the run ends here");
+    v_END_PROCESS(iEXIT);
+}
+
 timespec sctLEFT(long lDeadline)
 {
     const long lLeft = lDeadline == 0 ? 3600000 : std::max(0L, lDeadline - lNOW_MS());
@@ -442,6 +461,8 @@ void v_SIGNALS_SETUP()
     }
     sigprocmask(SIG_SETMASK, &setBlocked, nullptr);
     signal(SIGPIPE, SIG_IGN);
+    RESERVE() = std::make_unique<char[]>(uRESERVE);
+    std::set_new_handler(NO_MEMORY);
     signal(SIGCHLD, SIG_DFL);  // where it is ignored, a child's status is lost
     bSignalsSetUp = true;
 }

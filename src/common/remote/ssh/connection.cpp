@@ -18,10 +18,14 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <utility>
 
+#include "../../config/variables.h"
+#include "../../text/command_line.h"
 #include "../../text/standard_error.h"
 #include "../../text/text.h"
 #include "../../unix/cm_hal_pipe.h"
+#include "../cm_remote.h"
 
 namespace fs = std::filesystem;
 
@@ -29,6 +33,7 @@ namespace {
 
 // ssh adds a blank, a dot and 16 characters of its own to the name of a new socket.
 constexpr size_t uSOCKET_MAX = sizeof(sockaddr_un::sun_path) - 20;
+constexpr size_t uPARENT_MAX = 50;
 constexpr int    iEND_MS = 1000;
 constexpr int    iREAP_MS = 100;
 
@@ -55,12 +60,53 @@ std::string sBASE_NAME()
     return "vk-" + std::to_string(geteuid()) + "-";
 }
 
-std::string sTEMPORARY_DIRECTORY()
+/* Nobody but us and root can put something else in the place of what lies there. */
+bool bSAFE_FOLDER(const std::string& sPath)
 {
-    const char* cpDirectory = std::getenv("TMPDIR");
-    return cpDirectory != nullptr && *cpDirectory == '/' && std::strlen(cpDirectory) < 50
-               ? cpDirectory
-               : "/tmp";
+    struct stat sctStat {};
+    if (stat(sPath.c_str(), &sctStat) != 0 || !S_ISDIR(sctStat.st_mode)) return false;
+    const bool bOurs = sctStat.st_uid == 0 || sctStat.st_uid == geteuid();
+    return bOurs && ((sctStat.st_mode & 022U) == 0 || (sctStat.st_mode & S_ISVTX) != 0);
+}
+
+/* TMPDIR where it is fit: ssh's own options take the path of a socket apart. */
+std::string sFIT_TMPDIR()
+{
+    const char*       cpDirectory = std::getenv("TMPDIR");
+    const std::string sPath = cpDirectory != nullptr ? cpDirectory : "";
+    if (sPath.empty()) return {};
+    const char* cpWrong = nullptr;
+    if (sPath[0] != '/' || sPath.size() >= uPARENT_MAX)
+        cpWrong = "it is no absolute path, or a long one";
+    else if (sSHELL_WORD(SHELL_POSIX, sPath) != sPath || sPath.find('%') != sPath.npos)
+        cpWrong = "its name holds characters that ssh does not take";
+    else if (!bSAFE_FOLDER(sPath))
+        cpWrong = "it is no folder, or one in which others can write";
+    if (cpWrong == nullptr) return sPath;
+    v_STDERR_ONCE("TMPDIR", "TMPDIR=\"%s\" is not used: %s", sPath.c_str(), cpWrong);
+    return {};
+}
+
+/* A folder of the product's own for the folders of its runs, made where it is
+   missing. */
+bool bPLACE_FOR_RUNS(const std::string& sPath)
+{
+    if (sPath.size() >= uPARENT_MAX || sSHELL_WORD(SHELL_POSIX, sPath) != sPath ||
+        sPath.find('%') != std::string::npos)
+        return false;
+    if (mkdir(sPath.c_str(), 0700) != 0 && errno != EEXIST) return false;
+    return bSAFE_FOLDER(sPath) && access(sPath.c_str(), W_OK) == 0;
+}
+
+std::string sPARENT_DIRECTORY()
+{
+    const std::string sTmpDir = sFIT_TMPDIR();
+    if (!sTmpDir.empty()) return sTmpDir;
+    std::string sRw;
+    iCONFIG_VARIABLE("gv_rw", sRw);
+    for (const std::string& sPath : {std::string("/run/vk_config_client"), sRw + "run"})
+        if (bPLACE_FOR_RUNS(sPath)) return sPath;
+    return "/tmp";
 }
 
 FD fdLOCKED(const std::string& sPath)
@@ -74,21 +120,46 @@ FD fdLOCKED(const std::string& sPath)
     return fd;
 }
 
-/* A directory that nobody has locked belonged to a run that was killed. One that
-   is younger than a minute may just be on its way to be locked. */
+FD fdCONNECTED(const std::string& sSocket)
+{
+    sockaddr_un sctAddress{};
+    sctAddress.sun_family = AF_UNIX;
+    if (!iTEXT_SET(sctAddress.sun_path, sSocket)) return FD();
+    FD            fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const timeval sctLimit{iEND_MS / 1000, 0};
+    setsockopt(fd.iGet(), SOL_SOCKET, SO_RCVTIMEO, &sctLimit, sizeof sctLimit);
+    setsockopt(fd.iGet(), SOL_SOCKET, SO_SNDTIMEO, &sctLimit, sizeof sctLimit);
+    if (connect(fd.iGet(), reinterpret_cast<sockaddr*>(&sctAddress), sizeof sctAddress) != 0)
+        fd.Close();
+    return fd;
+}
+
+/* Nothing can be in it any more that somebody uses. An empty folder that is younger
+   than a minute may just be on its way to be locked; the connections of a killed run
+   end by themselves. */
+bool bLEFT_OVER(const std::string& sPath)
+{
+    struct stat sctStat {};
+    if (lstat(sPath.c_str(), &sctStat) != 0) return false;
+    std::error_code error;
+    size_t          uEntries = 0;
+    for (fs::directory_iterator it(sPath, error), end; !error && it != end; it.increment(error)) {
+        ++uEntries;
+        if (it->is_socket(error) && fdCONNECTED(it->path().string()).bOpen()) return false;
+    }
+    return !error && (uEntries > 0 || time(nullptr) - sctStat.st_ctime >= 60);
+}
+
+/* A directory that nobody has locked belonged to a run that was killed. */
 void REMOVE_LEFTOVERS(const std::string& sParent)
 {
     std::error_code error;
     for (fs::directory_iterator it(sParent, error), end; !error && it != end; it.increment(error)) {
         const std::string sPath = it->path().string();
-        struct stat       sctStat {};
-        if (!it->path().filename().string().starts_with(sBASE_NAME()) ||
-            lstat(sPath.c_str(), &sctStat) != 0 || time(nullptr) - sctStat.st_ctime < 60) {
-            continue;
-        }
+        if (!it->path().filename().string().starts_with(sBASE_NAME())) continue;
         const FD        fdLock = fdLOCKED(sPath);
         std::error_code ignored;
-        if (fdLock.bOpen()) fs::remove_all(sPath, ignored);
+        if (fdLock.bOpen() && bLEFT_OVER(sPath)) fs::remove_all(sPath, ignored);
     }
 }
 
@@ -105,35 +176,29 @@ PACKET acPACKET(uint32_t uType, uint32_t uValue)
 }
 
 /* Asks the background process of a connection to end (ssh's own multiplexing
-   protocol: a greeting, then the request), and waits until it is gone. A process
-   of its own, ssh -O exit, would do the same ten times slower. */
-void END_CONNECTION(const CONNECTION& connection)
+   protocol: a greeting, then the request). A process of its own, ssh -O exit, would do
+   the same ten times slower. */
+void ASK_TO_END(CONNECTION& connection)
 {
     constexpr uint32_t uHELLO = 1, uVERSION = 4, uTERMINATE = 0x10000005;
-
-    sockaddr_un sctAddress{};
-    sctAddress.sun_family = AF_UNIX;
-    if (connection.sSocket.empty() || !iTEXT_SET(sctAddress.sun_path, connection.sSocket)) {
-        return;
-    }
-    const FD      fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const timeval sctLimit{iEND_MS / 1000, 0};
-    setsockopt(fd.iGet(), SOL_SOCKET, SO_RCVTIMEO, &sctLimit, sizeof sctLimit);
-    setsockopt(fd.iGet(), SOL_SOCKET, SO_SNDTIMEO, &sctLimit, sizeof sctLimit);
-    if (connect(fd.iGet(), reinterpret_cast<sockaddr*>(&sctAddress), sizeof sctAddress) != 0)
-        return;
+    if (connection.sSocket.empty() || connection.fdEnding.bOpen()) return;
+    FD           fd = fdCONNECTED(connection.sSocket);
     const PACKET acHello = acPACKET(uHELLO, uVERSION);
     const PACKET acEnd = acPACKET(uTERMINATE, 1);
-    if (send(fd.iGet(), acHello.data(), acHello.size(), MSG_NOSIGNAL) < 0 ||
-        send(fd.iGet(), acEnd.data(), acEnd.size(), MSG_NOSIGNAL) < 0) {
-        return;
-    }
+    if (fd.bOpen() && send(fd.iGet(), acHello.data(), acHello.size(), MSG_NOSIGNAL) > 0 &&
+        send(fd.iGet(), acEnd.data(), acEnd.size(), MSG_NOSIGNAL) > 0)
+        connection.fdEnding = std::move(fd);
+}
+
+/* Waits until it is gone. */
+void AWAIT_END(CONNECTION& connection)
+{
     char       acAnswer[256];
     const long lDeadline = lNOW_MS() + iEND_MS;
     ssize_t    iGot = 1;
-    while ((iGot > 0 || (iGot < 0 && errno == EINTR)) && lNOW_MS() < lDeadline) {
-        iGot = recv(fd.iGet(), acAnswer, sizeof acAnswer, 0);
-    }
+    while ((iGot > 0 || (iGot < 0 && errno == EINTR)) && lNOW_MS() < lDeadline)
+        iGot = recv(connection.fdEnding.iGet(), acAnswer, sizeof acAnswer, 0);
+    connection.fdEnding.Close();
 }
 
 /* Takes leave of the background processes, which became children of this process
@@ -144,13 +209,14 @@ void REAP_BACKGROUND()
     while (lNOW_MS() < lDeadline) {
         const pid_t iReaped = waitpid(-1, nullptr, WNOHANG);
         if (iReaped < 0) return;
-        if (iReaped == 0) usleep(200);
+        if (iReaped == 0) iSLEEP_MS(1);
     }
 }
 
 void END_CONNECTIONS()
 {
-    for (const auto& [sKey, connection] : CONNECTIONS()) END_CONNECTION(connection);
+    v_REMOTE_DONE();
+    for (auto& [sKey, connection] : CONNECTIONS()) AWAIT_END(connection);
     if (!CONNECTIONS().empty()) REAP_BACKGROUND();
     CONNECTIONS().clear();
     std::error_code ignored;
@@ -160,11 +226,16 @@ void END_CONNECTIONS()
 
 }  // namespace
 
+void v_REMOTE_DONE()
+{
+    for (auto& [sKey, connection] : CONNECTIONS()) ASK_TO_END(connection);
+}
+
 const std::string& sPRIVATE_DIRECTORY()
 {
     PRIVATE_DIRECTORY& directory = DIRECTORY();
     if (!directory.sPath.empty()) return directory.sPath;
-    const std::string sParent = sTEMPORARY_DIRECTORY();
+    const std::string sParent = sPARENT_DIRECTORY();
     REMOVE_LEFTOVERS(sParent);
     std::string sTemplate = sParent + "/" + sBASE_NAME() + "XXXXXX";
     if (mkdtemp(sTemplate.data()) == nullptr) {

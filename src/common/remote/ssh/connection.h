@@ -3,7 +3,8 @@
 
    The first ssh makes the connection and, once it is authenticated, leaves it to a
    background process that later ones reach through a socket in a private
-   directory (mode 0700, short path). That process ends when it is told to at the
+   directory (mode 0700, short path; below TMPDIR where that is fit, else below
+   /run/vk_config_client, gv_rw or /tmp). That process ends when it is told to at the
    end of the run, and by itself, iCONNECTION_IDLE_S after its last command, when
    this process was killed. The directory is locked by the run that owns it; the
    next run removes those of killed ones. */
@@ -11,6 +12,7 @@
 
 #include <string>
 
+#include "../../text/holder.h"
 #include "../host.h"
 
 constexpr int iCONNECTION_IDLE_S = 25;
@@ -19,6 +21,7 @@ struct CONNECTION {
     std::string sSocket;       // control socket, empty when there is no directory for it
     std::string sLog;          // ssh's own words
     long        lLogRead = 0;  // bytes of it that belong to earlier commands
+    FD          fdEnding;      // it was asked to end here, and closes this when it has
 };
 
 /* The connection of a host, made known on first use. */

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <utility>
 #include <vector>
 
 #include "../../config/config.h"
@@ -19,12 +20,14 @@
 #include "../../unix/read_now.h"
 #include "copy_progress.h"
 #include "ssh_words.h"
+#include "unfinished_copy.h"
 
 namespace {
 
 constexpr int    iSTEP_MS = 250;  // how often progress is looked at
 constexpr size_t uTEXT_MAX = 65536;
 constexpr int    iEND_GRACE_MS = 500;
+constexpr int    iREMOVE_MS = 5000;  // for taking an unfinished file away
 
 /* A path as sftp's own command line reads it back; inside quotes it takes no
    character for a wildcard. */
@@ -195,6 +198,45 @@ struct TRANSFER {
     std::string sPart;  // its name until it is whole
     std::string sMode;  // octal permissions, empty: as they come
     long        lSize = 0;
+    bool        bLeft = false;  // the unfinished file may still be there
+    COPY_NOTE   note = {};
+};
+
+/* The copy under way, for a run that ends by a signal. */
+TRANSFER*& CURRENT()
+{
+    static TRANSFER* pTransfer = nullptr;
+    return pTransfer;
+}
+
+/* Takes an unfinished file away. Result 1 it is gone, as far as the client says. */
+int iREMOVE_PART(CHILD_SPEC& sctSpec, const std::string& sPart)
+{
+    TALK        talk;
+    std::string sReason;
+    if (!iSTART(talk, sctSpec, sReason)) return 0;
+    talk.lTotal = lNOW_MS() + iREMOVE_MS;
+    return iLAST_WORDS(talk, "-rm " + sQUOTED(sPart) + "\n");
+}
+
+void REMOVE_AT_END()
+{
+    TRANSFER* pTransfer = std::exchange(CURRENT(), nullptr);
+    if (pTransfer != nullptr && iREMOVE_PART(pTransfer->sctSpec, pTransfer->sPart))
+        v_COPY_ENDED(pTransfer->note);
+}
+
+/* A copy stands where a run that ends finds it. */
+struct UNDER_WAY {
+    explicit UNDER_WAY(TRANSFER& transfer)
+    {
+        static const bool bRegistered = (v_AT_END(REMOVE_AT_END), true);
+        static_cast<void>(bRegistered);
+        CURRENT() = &transfer;
+    }
+    UNDER_WAY(const UNDER_WAY&) = delete;
+    UNDER_WAY& operator=(const UNDER_WAY&) = delete;
+    ~UNDER_WAY() { CURRENT() = nullptr; }
 };
 
 std::string sTIMEOUT(const TRANSFER& transfer, const TALK& talk)
@@ -207,14 +249,18 @@ std::string sTIMEOUT(const TRANSFER& transfer, const TALK& talk)
 /* What a failed copy tells the user; takes the unfinished file away. */
 std::string sWHY_FAILED(TRANSFER& transfer, TALK& talk)
 {
-    std::string sOut;
     if (talk.bLate) {
         v_CHILD_END(talk.child, iEND_GRACE_MS);
+        transfer.bLeft = true;
         return sTIMEOUT(transfer, talk);
     }
-    if (talk.sErr.find("Failure") == std::string::npos) return sSFTP_WORDS(talk.sErr);
-    const long lFree = lFREE_BYTES(transfer.sctSpec, transfer.sPart);
-    iBATCH(transfer.sctSpec, "-rm " + sQUOTED(transfer.sPart) + "\n", sOut);
+    // Before its first command sftp had no connection, and nothing was written.
+    const bool bConnected = talk.sOut.find("sftp>") != std::string::npos;
+    if (!bConnected) return sSFTP_WORDS(talk.sErr);
+    const long lFree = talk.sErr.find("Failure") != std::string::npos
+                           ? lFREE_BYTES(transfer.sctSpec, transfer.sPart)
+                           : -1;
+    transfer.bLeft = !iREMOVE_PART(transfer.sctSpec, transfer.sPart);
     if (lFree < 0 || lFree >= transfer.lSize) return sSFTP_WORDS(talk.sErr);
     return "no space left on " + transfer.sHost + ": " + std::to_string(transfer.lSize) +
            " bytes needed, " + std::to_string(lFree) + " free";
@@ -278,14 +324,24 @@ int iSFTP_PUT(CHILD_SPEC sctSpec, const std::string& sHost, const std::string& s
         sReason = "cannot copy \"" + sONE_LINE(sSource) + "\": its name holds a line end";
         return 0;
     }
-    TRANSFER transfer{std::move(sctSpec),
+    TRANSFER        transfer{std::move(sctSpec),
                       sHost,
                       sSource,
                       sPath,
                       sPath + ".part",
                       cpMode != nullptr ? cpMode : "",
                       static_cast<long>(uSize)};
-    TRIED    eTried = eTRY(transfer, "", sReason);
+    const UNDER_WAY underWay(transfer);
+    transfer.note = sctNOTE_COPY(sHost, transfer.sPart);
+    TRIED eTried = eTRY(transfer, "", sReason);
     if (eTried == TRIED_NO_FOLDER) eTried = eTRY(transfer, sFOLDERS(sPath), sReason);
+    if (eTried == TRIED_DONE || !transfer.bLeft) v_COPY_ENDED(transfer.note);
     return eTried == TRIED_DONE;
+}
+
+void v_SFTP_TIDY(CHILD_SPEC sctSpec, const std::string& sHost)
+{
+    COPY_NOTE         note;
+    const std::string sPart = sUNFINISHED(sHost, note);
+    if (!sPart.empty() && iREMOVE_PART(sctSpec, sPart)) v_COPY_ENDED(note);
 }

@@ -12,6 +12,10 @@
    sHost    for messages
    cpMode   octal permissions or null
    Result   1 copied, 0 not: sReason says why, and nothing is left but, where the
-            connection broke, the ".part" file */
+            connection broke, the ".part" file: the next run for the client that can
+            takes it away */
 int iSFTP_PUT(CHILD_SPEC sctSpec, const std::string& sHost, const std::string& sSource,
               const std::string& sTarget, const char* cpMode, std::string& sReason);
+
+/* Takes away what a copy to that client has left when its run was killed. */
+void v_SFTP_TIDY(CHILD_SPEC sctSpec, const std::string& sHost);

@@ -1,18 +1,34 @@
 /* Hosts reached through OpenSSH with a shell at the other end. The reasons are made
    from ssh's own words (-E), which are kept apart from what the client's programs
    wrote. */
+#include <algorithm>
+#include <map>
+
 #include "../../config/variables.h"
 #include "../transport.h"
 #include "../wrapper.h"
 #include "sftp.h"
 #include "ssh_call.h"
+#include "unfinished_copy.h"
 
 namespace {
+
+bool bPLAIN_WORDS(std::string_view svCommand)
+{
+    for (size_t u = 0; u <= svCommand.size();) {
+        const size_t uEnd = std::min(svCommand.find(' ', u), svCommand.size());
+        const auto   svWord = svCommand.substr(u, uEnd - u);
+        if (sSHELL_WORD(SHELL_POSIX, svWord) != svWord) return false;
+        u = uEnd + 1;
+    }
+    return true;
+}
 
 struct SSH : TRANSPORT {
     int iFORM(const HOST& host, const std::string& sPort, std::string_view svCommand,
               int iConnectTimeout, CHILD_SPEC& sctSpec, std::string& sReason) override
     {
+        m_bSameInBoth = bPLAIN_WORDS(svCommand);
         const std::string sRemote = sFOR_SHELL(host, svCommand, sctSpec);
         return iSSH_CALL(host, sPort, sRemote, iConnectTimeout, sctSpec, sReason);
     }
@@ -23,12 +39,34 @@ struct SSH : TRANSPORT {
     }
     bool bESTABLISHED(const HOST& host) override { return bSSH_ESTABLISHED(host); }
 
+    void TIDY(const HOST& host) override
+    {
+        CHILD_SPEC  sctSpec;
+        std::string sReason;
+        if (bCOPY_NOTED(host.sName) && iSFTP_CALL(host, sctSpec, sReason))
+            v_SFTP_TIDY(sctSpec, host.sName);
+    }
+
     int iPUT(const HOST& host, const std::string& sSource, const std::string& sTarget,
              const char* cpMode, std::string& sReason) override
     {
         CHILD_SPEC sctSpec;
         if (!iSFTP_CALL(host, sctSpec, sReason)) return 0;
         return iSFTP_PUT(sctSpec, host.sName, sSource, sTarget, cpMode, sReason);
+    }
+
+    /* A client whose shell ended without the first mark may have the other kind of
+       shell than its row says. The other form is tried once, for a line that both read
+       alike; where it fails, too, the row is believed again. */
+    bool bLEARNT(const HOST& host, int iExit) override
+    {
+        FAILURE eNone = FAILURE_NONE;
+        if (!m_bSameInBoth || iExit <= 0 || iExit >= 128 || !sREASON(host, eNone).empty())
+            return false;
+        const auto [entry, bFirst] = m_stored.try_emplace(host.sName, host.sPlatform);
+        const std::string sOther = eSHELL_OF(host) == SHELL_WINDOWS ? "LINUX" : "WNT";
+        v_HOST_PLATFORM(host, (bFirst ? sOther : entry->second).c_str());
+        return bFirst;
     }
 
 private:
@@ -43,6 +81,9 @@ private:
         sctSpec.sFirstInput = sPOSIX_SCRIPT(svCommand, sDirectory);
         return std::string("exec /bin/sh -c '") + cpPOSIX_READER + "'";
     }
+
+    bool                               m_bSameInBoth = false;  // the command formed last
+    std::map<std::string, std::string> m_stored;  // platform class of hosts tried otherwise
 };
 
 }  // namespace

@@ -1,0 +1,349 @@
+/* Child processes, waiting, and how the service runs one command: what a client's shell
+   is told, how its output is read, when a try is worth another. No server takes part. */
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <ctime>
+
+#include "common/remote/command.h"
+#include "common/remote/ssh/sftp.h"
+#include "common/remote/wrapper.h"
+#include "common/unix/local_command.h"
+#include "common/unix/read_now.h"
+#include "scratch.h"
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+namespace {
+
+/* A child that runs a shell text, its lifeline held. */
+struct SHELL_CHILD {
+    CHILD       child;
+    std::string sOut;
+
+    explicit SHELL_CHILD(const std::string& sText, const std::string& sInput = "")
+    {
+        CHILD_SPEC sctSpec;
+        sctSpec.asArgument = {"/bin/sh", "-c", sText};
+        sctSpec.bPipeIn = true;
+        sctSpec.sFirstInput = sInput;
+        std::string sReason;
+        EXPECT_TRUE(iCHILD_START(child, sctSpec, sReason)) << sReason;
+    }
+    bool bSAYS(const std::string& sText)
+    {
+        return bWAIT_UNTIL(10000, [&] {
+            uREAD_NOW(child.fdOut, sOut, 65536);
+            return sOut.find(sText) != std::string::npos;
+        });
+    }
+    bool bEnds(int iLimitMs)
+    {
+        return bWAIT_UNTIL(iLimitMs, [&] { return iCHILD_ENDED(child) == 1; });
+    }
+};
+
+/* Runs bGood in a process of its own. */
+template<class F>
+bool bALONE(F bGood)
+{
+    const pid_t iPid = fork();
+    if (iPid == 0) {
+        alarm(20);
+        _exit(bGood() ? 0 : 1);
+    }
+    int iStatus = -1;
+    waitpid(iPid, &iStatus, 0);
+    return WIFEXITED(iStatus) && WEXITSTATUS(iStatus) == 0;
+}
+
+TEST(PROCESSES, a_child_is_ended_whatever_it_does_about_it)
+{
+    const struct {
+        const char* cpText;
+        int         iStatus;
+    } asctRow[] = {
+        {"echo ready; sleep 60", 128 + SIGTERM},
+        {"trap '' TERM; echo ready; while :; do sleep 60; done", 128 + SIGKILL},
+        {"trap 'exit 7' TERM; echo ready; while :; do sleep 0.01; done", 7},
+    };
+    for (const auto& row : asctRow) {
+        SCOPED_TRACE(row.cpText);
+        SHELL_CHILD one(row.cpText);
+        ASSERT_TRUE(one.bSAYS("ready"));
+        const pid_t iGroup = one.child.iPid;
+        const long  lBegin = lNOW_MS();
+        v_CHILD_END(one.child, 300);
+        EXPECT_LT(lNOW_MS() - lBegin, 5000);
+        EXPECT_EQ(one.child.iStatus, row.iStatus);
+        EXPECT_TRUE(bWAIT_UNTIL(5000, [&] { return kill(-iGroup, 0) != 0; }));
+    }
+    SHELL_CHILD one("kill -USR1 $$");
+    ASSERT_TRUE(one.bEnds(10000));
+    EXPECT_EQ(one.child.iStatus, 128 + SIGUSR1);
+}
+
+TEST(PROCESSES, a_child_that_cannot_be_started_or_seen_says_why)
+{
+    CHILD       child;
+    std::string sReason;
+    CHILD_SPEC  sctSpec;
+    sctSpec.asArgument = {"/nowhere/program"};
+    EXPECT_FALSE(iCHILD_START(child, sctSpec, sReason));
+    EXPECT_EQ(sReason, "cannot run \"/nowhere/program\": No such file or directory");
+    // Room for the pipes, for what sees its end, or for less: it runs and is seen, or not.
+    sctSpec.asArgument = {"/bin/true"};
+    EXPECT_TRUE(bALONE([&] {
+        const int iFree = FD(open("/dev/null", O_RDONLY)).iGet();
+        int       iStarted = 0;
+        for (int iRoom = 1; iRoom < 9; iRoom++) {
+            const rlimit limit{static_cast<rlim_t>(iFree + iRoom), 4096};
+            setrlimit(RLIMIT_NOFILE, &limit);
+            CHILD one;
+            if (!iCHILD_START(one, sctSpec, sReason)) {
+                if (sReason != "cannot run \"/bin/true\": Too many open files") return false;
+                continue;
+            }
+            iStarted++;
+            std::vector<WAIT_FD> fds{{one.fdExit.iGet()}};
+            if (iWAIT(fds, lNOW_MS() + 5000) != WAIT_READY) return false;
+        }
+        return iStarted > 0;
+    }));
+}
+
+TEST(PROCESSES, a_wait_tells_each_signal_once)
+{
+    EXPECT_TRUE(bALONE([] {
+        v_SIGNALS_SETUP();
+        v_SIGNALS_TO_CALLER();
+        std::vector<WAIT_FD> none;
+        for (const int iSignal : {SIGTERM, SIGINT}) {
+            kill(getpid(), iSignal);
+            if (iWAIT(none, lNOW_MS() + 5000) != WAIT_SIGNAL || iSIGNALLED() != iSignal)
+                return false;
+            const long lBegin = lNOW_MS();
+            if (iWAIT(none, lBegin + 50) != WAIT_TIMEOUT || lNOW_MS() < lBegin + 50) return false;
+        }
+        return true;
+    }));
+}
+
+TEST(PROCESSES, what_the_caller_left_wrong_is_put_right)
+{
+    EXPECT_TRUE(bALONE([] {
+        close(STDIN_FILENO);
+        close(STDERR_FILENO);
+        v_STANDARD_DESCRIPTORS();
+        return fcntl(STDIN_FILENO, F_GETFD) >= 0 && fcntl(STDERR_FILENO, F_GETFD) >= 0 &&
+               FD(open("/dev/null", O_RDONLY)).iGet() > STDERR_FILENO;
+    }));
+    EXPECT_TRUE(bALONE([] {
+        signal(SIGCHLD, SIG_IGN);
+        signal(SIGHUP, SIG_IGN);  // as nohup does
+        sigset_t setAll;
+        sigfillset(&setAll);
+        sigprocmask(SIG_BLOCK, &setAll, nullptr);
+        v_SIGNALS_SETUP();
+        struct sigaction sctHangUp {};
+        sigaction(SIGHUP, nullptr, &sctHangUp);
+        SHELL_CHILD one("exit 3");
+        return one.bEnds(10000) && one.child.iStatus == 3 && sctHangUp.sa_handler == SIG_IGN;
+    }));
+}
+
+/* ---- what a client's shell is told ---- */
+
+std::string sSCRIPT(const std::string& sCommand)
+{
+    return sPOSIX_SCRIPT(sCommand, "/opt/velka/bin/");
+}
+
+TEST(CLIENT_SHELL, carries_out_the_line_and_shows_nothing_of_it)
+{
+    const std::string sShow = "tr '\\0' ' ' </proc/$$/cmdline; ps -ww -o args= $$ | grep -c s3cret";
+    const struct {
+        std::string sCommand, sOutput;
+        long        lStatus;
+    } asctRow[] = {
+        {"echo 'two\nlines' \"it's\"; exit 3", "two\nlines it's\n", 3},
+        {"printf 'no end'; exit 255", "no end", 255},
+        {"cat; read x || echo none", "none\n", 0},
+        {"x=s3cret; " + sShow, "/bin/sh -c IFS= read -r vk; eval \"$vk\" 0\n", 1},
+        {"echo $PATH | cut -d: -f1", "/opt/velka/bin\n", 0},
+    };
+    for (const auto& row : asctRow) {
+        SCOPED_TRACE(row.sCommand);
+        SHELL_CHILD one(cpPOSIX_READER, sSCRIPT(row.sCommand));
+        MARK_READER marks;
+        std::string sOutput;
+        ASSERT_TRUE(bWAIT_UNTIL(10000, [&] {
+            std::string sBytes;
+            uREAD_NOW(one.child.fdOut, sBytes, 1);
+            sOutput += marks.sFeed(sBytes);
+            return marks.eState() == MARK_READER::ENDED;
+        }));
+        EXPECT_EQ(sOutput, row.sOutput);
+        EXPECT_EQ(marks.lStatus(), row.lStatus);
+    }
+}
+
+TEST(CLIENT_SHELL, ends_its_command_when_nobody_holds_the_line_any_more)
+{
+    for (const char* cpCommand :
+         {"echo ready; sleep 60", "trap '' TERM HUP; echo ready; while :; do sleep 60; done"}) {
+        SCOPED_TRACE(cpCommand);
+        SHELL_CHILD one(cpPOSIX_READER, sSCRIPT(cpCommand));
+        ASSERT_TRUE(one.bSAYS("ready"));
+        const pid_t iGroup = one.child.iPid;
+        one.child.fdIn.Close();
+        EXPECT_TRUE(one.bEnds(8000));
+        EXPECT_TRUE(bWAIT_UNTIL(8000, [&] { return kill(-iGroup, 0) != 0; }));
+    }
+}
+
+/* ---- how its output is read ---- */
+
+TEST(OUTPUT_OF_A_COMMAND, is_found_between_the_marks_however_it_is_cut)
+{
+    const std::string sText =
+        "motd\n" + sRUN_MARK() + " begin\nout\r\n\nmore\n" + sRUN_MARK() + " 3010\n";
+    for (size_t uCut = 0; uCut <= sText.size(); uCut++) {
+        MARK_READER marks;
+        std::string sOutput = marks.sFeed(sText.substr(0, uCut));
+        sOutput += marks.sFeed(sText.substr(uCut));
+        ASSERT_EQ(sOutput, "out\r\n\nmore") << uCut;
+        ASSERT_EQ(marks.lStatus(), 3010);
+        ASSERT_EQ(marks.sNoise(), "motd\n");
+    }
+}
+
+TEST(OUTPUT_OF_A_COMMAND, costs_what_it_is_long)
+{
+    constexpr size_t uALL = size_t{4} << 20;
+    for (const std::string sUnit : {"\xC2\x80", "\xFF", "x\n", "\n", "\x01", "\t\xC2", "ab"}) {
+        SCOPED_TRACE(testing::PrintToString(sUnit));
+        OUTPUT output;
+        output.LL_Lines = ConsLL();
+        OUTPUT_SINK sink(output);
+        MARK_READER marks;
+        std::string sPiece;
+        while (sPiece.size() < 65536) sPiece += sUnit;
+        const std::clock_t begin = std::clock();
+        for (size_t u = 0; u < 200000; u += sUnit.size()) marks.sFeed(sUnit);
+        sink.Take(marks.sFeed("\n" + sRUN_MARK() + " begin\n"));
+        for (size_t u = 0; u < uALL; u += sPiece.size()) sink.Take(marks.sFeed(sPiece));
+        sink.Take(marks.sFeed("\nSTATUS=ERROR\nSTATUS=SUCCESS MSG=\"x\"\n \nlast"));
+        sink.Take(marks.sRest());
+        sink.Finish();
+        EXPECT_LT(static_cast<double>(std::clock() - begin) / CLOCKS_PER_SEC, 5);
+        EXPECT_EQ(output.sLastLine, "last");
+        EXPECT_EQ(output.sStatusLine, "STATUS=SUCCESS MSG=\"x\"");
+        EXPECT_STREQ(static_cast<const char*>(LastElmLL(output.LL_Lines)), "last");
+        EXPECT_LT(SizeLL(output.LL_Lines), uOUTPUT_MAX / 50);
+    }
+}
+
+/* ---- when a try is worth another ---- */
+
+class TRIES : public SCRATCH {
+protected:
+    void SetUp() override
+    {
+        SCRATCH::SetUp();
+        WRITE_FILE(sPATH("config"), "");
+        INI("[access VKSSH]\nconfig = " + sPATH("config") + "\n");
+        m_sPath = getenv("PATH");
+        setenv("PATH", (sPATH("") + ":" + m_sPath).c_str(), 1);
+        setenv("TMPDIR", sPATH("").c_str(), 1);
+    }
+    void TearDown() override
+    {
+        setenv("PATH", m_sPath.c_str(), 1);
+        unsetenv("TMPDIR");
+        SCRATCH::TearDown();
+    }
+    /* Runs a command where ssh is that shell text ($log: its own words, $last: the
+       remote command), with two further tries. */
+    COMMAND_END sctRUN(const std::string& sSsh, const char* cpCommand)
+    {
+        WRITE_FILE(sPATH("ssh"), "#!/bin/sh\necho >>" + sPATH("calls") +
+                                     "\nfor last; do [ \"$before\" != -E ] || log=$last; "
+                                     "before=$last; done\n" +
+                                     sSsh + "\n");
+        chmod(sPATH("ssh").c_str(), 0755);
+        WRITE_FILE(sPATH("calls"), "");
+        HOST host;
+        host.sName = "alpha" + std::to_string(m_iHosts++);
+        host.sAccessMode = "VKSSH";
+        OUTPUT output;
+        return sctRUN_COMMAND(host, "", cpCommand, {5, 5, 15, 2}, output, str_log{});
+    }
+    size_t uCALLS() { return asLINES(sREAD_FILE(sPATH("calls"))).size(); }
+
+private:
+    std::string m_sPath;
+    int         m_iHosts = 0;
+};
+
+TEST_F(TRIES, are_made_again_only_where_that_can_do_no_harm)
+{
+    const struct {
+        const char *cpSsh, *cpCommand;
+        size_t      uCalls;
+        FAILURE     eFailure;
+    } asctRow[] = {
+        {"eval \"$last\"", "exit 9", 1, FAILURE_NONE},
+        {"echo 'Connection refused' >>$log; exit 255", "true", 3, FAILURE_OTHER},
+        {"echo 'root@a: Permission denied (publickey).' >>$log; exit 255", "true", 1,
+         FAILURE_REFUSED},
+        // It began, and its connection broke: nobody knows how far it came.
+        {"eval \"${last#exec }\"; exit 255", "kill -KILL $$", 1, FAILURE_OTHER},
+    };
+    EXPECT_TRUE(bALONE([&] {
+        for (const auto& row : asctRow) {
+            SCOPED_TRACE(row.cpSsh);
+            EXPECT_EQ(sctRUN(row.cpSsh, row.cpCommand).eFailure, row.eFailure);
+            EXPECT_EQ(uCALLS(), row.uCalls);
+        }
+        return !HasFailure();
+    }));
+}
+
+/* ---- files ---- */
+
+TEST_F(TRIES, a_copy_arrives_whole_or_not_at_all)
+{
+    const std::string sServer = "/usr/lib/openssh/sftp-server";
+    if (access(sServer.c_str(), X_OK) != 0) GTEST_SKIP() << "no sftp server";
+    CHILD_SPEC sctSpec;
+    sctSpec.asArgument = {"sftp", "-b", "-", "-D", sServer};
+    sctSpec.asEnvironment = {{"LC_ALL", "C"}};
+    const std::string sTarget = sPATH("a/b c/target");
+    std::string       sReason;
+    EXPECT_TRUE(iSFTP_PUT(sctSpec, "alpha", "/bin/sh", sTarget, "751", sReason)) << sReason;
+    struct stat sctStat {};
+    EXPECT_EQ(stat(sTarget.c_str(), &sctStat), 0);
+    EXPECT_EQ(sctStat.st_mode & 07777U, 0751U);
+    EXPECT_EQ(std::filesystem::file_size(sTarget), std::filesystem::file_size("/bin/sh"));
+    // A file that says it is empty and is not.
+    EXPECT_FALSE(iSFTP_PUT(sctSpec, "alpha", "/proc/version", sPATH("version"), nullptr, sReason));
+    EXPECT_THAT(sReason, HasSubstr("of 0 bytes"));
+    EXPECT_FALSE(std::filesystem::exists(sPATH("version")));
+    EXPECT_FALSE(std::filesystem::exists(sPATH("version.part")));
+    EXPECT_TRUE(std::filesystem::is_empty(sPATH("gv_rw/copies")));
+    // What a killed run has left goes, nothing else.
+    WRITE_FILE(sPATH("big.part"), "half");
+    WRITE_FILE(sPATH("gv_rw/copies/alpha"), sPATH("big.part"));
+    v_SFTP_TIDY(sctSpec, "alpha");
+    EXPECT_FALSE(std::filesystem::exists(sPATH("big.part")));
+    EXPECT_FALSE(std::filesystem::exists(sPATH("gv_rw/copies/alpha")));
+    WRITE_FILE(sPATH("gv_rw/copies/alpha"), sTarget);
+    v_SFTP_TIDY(sctSpec, "alpha");
+    EXPECT_TRUE(std::filesystem::exists(sTarget));
+}
+
+}  // namespace
