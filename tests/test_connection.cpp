@@ -1,5 +1,12 @@
 /* A check of one client ("-C r"): where its command runs, what it says and writes,
    and how a failure is told. */
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <filesystem>
+
 #include "sandbox_fixture.h"
 
 using testing::ElementsAre;
@@ -220,6 +227,79 @@ TEST_F(SANDBOX, a_key_that_was_taken_away_fails_the_next_check)
               sSTATUS("ERROR",
                       "E011-HOSTS   Missing permit. Execute [vk_setup set_client velkasrv] "
                       "on client alpha"));
+}
+
+TEST_F(SANDBOX, a_client_with_the_other_kind_of_shell_is_asked_once_more_and_corrected)
+{
+    ADD_CLIENT("alpha", "VKSSH", "Windows Server 2022");
+    ADD_CLIENT("winbox");
+    SWITCH("winbox", "qtc", {"os=Windows Server 2022"});
+    for (const std::string sName : {"alpha", "winbox"}) {
+        SCOPED_TRACE(sName);
+        EXPECT_EQ(CONFIG_CLIENT({"-c", sName, "-C", "r"}).iExit, 0);
+        EXPECT_EQ(COLUMN(sName, "os"), sName == "alpha" ? "Linux" : "Windows Server 2022");
+        EXPECT_EQ(CLIENT_LOG(sName).front(), "qtc -h");
+        EXPECT_EQ(testing::PrintToString(CLIENT_LOG(sName)).find("qtc -h", 10), std::string::npos);
+    }
+}
+
+TEST_F(SANDBOX, the_ssh_configuration_of_a_mode_decides_on_host_keys_and_gives_nothing_away)
+{
+    const std::string sConfig = sRW() + "ini/ssh/config", sKnown = sRW() + "ini/ssh/known_hosts";
+    const std::string sOther = "alpha " + sREAD_FILE(sDIR() + "/keys/client.pub");
+    const std::string sREFUSED =
+        "E002-HOSTS   There is no access to computer alpha: Host key verification failed.";
+    const std::string sSTRICT = "StrictHostKeyChecking yes";
+    const struct {
+        std::string sSetting, sKnown, sMessage;
+    } asctRow[] = {
+        {"", "", "I005"},
+        {"", sOther, sREFUSED},
+        {sSTRICT, "", sREFUSED},
+        {"StrictHostKeyChecking no\nPermitLocalCommand yes\nLocalCommand touch " + sDIR() +
+             "/GIVEN",
+         "", "I005"},
+    };
+    ADD_CLIENT("alpha");
+    std::string  sText = sREAD_FILE(sConfig);
+    const size_t uLine = sText.find("    StrictHostKeyChecking accept-new\n");
+    ASSERT_NE(uLine, std::string::npos);
+    sText.erase(uLine, sText.find('\n', uLine) + 1 - uLine);
+    for (const auto& row : asctRow) {
+        SCOPED_TRACE(row.sSetting);
+        WRITE_FILE(sKnown, row.sKnown);
+        WRITE_FILE(sConfig, sText + "Host *\n" + row.sSetting + "\n");
+        CONFIG_CLIENT({"-c", "alpha", "-C", "r"});
+        EXPECT_THAT(COLUMN("alpha", "msg"), StartsWith(row.sMessage));
+        EXPECT_EQ(sREAD_FILE(sKnown).starts_with("alpha ssh-"), row.sSetting != sSTRICT);
+    }
+    EXPECT_FALSE(std::filesystem::exists(sDIR() + "/GIVEN"));
+}
+
+TEST_F(SANDBOX, private_folders_of_killed_runs_go_when_nobody_uses_them)
+{
+    namespace fs = std::filesystem;
+    const std::string sBase = sDIR() + "/vk-" + std::to_string(geteuid()) + "-";
+    for (const char* cpName : {"LOCKED", "SOCKET", "YOUNG", "KILLED"})
+        fs::create_directory(sBase + cpName);
+    for (const char* cpName : {"LOCKED", "KILLED"}) WRITE_FILE(sBase + cpName + "/0.log", "");
+    const FD fdLock(open((sBase + "LOCKED").c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_EQ(flock(fdLock.iGet(), LOCK_EX), 0);
+    sockaddr_un sctAddress{};
+    sctAddress.sun_family = AF_UNIX;
+    (sBase + "SOCKET/0").copy(sctAddress.sun_path, sizeof sctAddress.sun_path - 1);
+    FD fdSocket(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ASSERT_EQ(bind(fdSocket.iGet(), reinterpret_cast<sockaddr*>(&sctAddress), sizeof sctAddress),
+              0);
+    ASSERT_EQ(listen(fdSocket.iGet(), 8), 0);
+    ADD_CLIENT("alpha");
+    EXPECT_EQ(CONFIG_CLIENT({"-c", "alpha", "-C", "r"}).iExit, 0);
+    for (const char* cpName : {"LOCKED", "SOCKET", "YOUNG"})
+        EXPECT_TRUE(fs::exists(sBase + cpName)) << cpName;
+    EXPECT_FALSE(fs::exists(sBase + "KILLED"));
+    fdSocket.Close();
+    EXPECT_EQ(CONFIG_CLIENT({"-c", "alpha", "-C", "r"}).iExit, 0);
+    EXPECT_FALSE(fs::exists(sBase + "SOCKET"));
 }
 
 }  // namespace
