@@ -477,18 +477,21 @@ TEST_F(STATUS, run_that_could_not_be_stored_counts_by_its_line)
     for (const char* cpName : {"'away'", "'back'", "'late'"})
         ROW(cpName, cpColumns, "0, '2026-05-19 03:00:00', '2026-05-19 03:00:00'");
     ROW("'sick'", cpColumns, "1, '2026-05-19 03:00:00', null");
+    ROW("'unlogged'", cpColumns, "1, '2026-05-20 06:00:00', '2026-05-18 03:00:00'");
     const std::string sNot = R"("stored":false,"cause":"program-missing")";
     LOG("20260520", LINE("2026-05-20T03:00:00Z", "away", "1", sNot) +
                         LINE("2026-05-20T03:00:00Z", "back", "1", sNot) +
                         LINE("2026-05-20T04:00:00Z", "back", "0", R"("stored":true)") +
+                        LINE("2026-05-20T03:00:00Z", "unlogged", "1", R"("cause":"another")") +
                         LINE("2026-05-20T03:00:00Z", "sick", "0", R"("stored":false)"));
     const FLEET fleet = READ();
     TEXTS       asSeen;
     for (const CLIENT& client : fleet.clients)
         asSeen.push_back(client.sName + " " + std::string(svSTATE(client.eState)) + " " +
                          client.sCause + sTIME_TEXT(client.lSince));
-    EXPECT_THAT(asSeen, ElementsAre("away failed program-missing2026-05-20 03:00:00", "back well ",
-                                    "late well ", "sick well "));
+    EXPECT_THAT(asSeen,
+                ElementsAre("away failed program-missing2026-05-20 03:00:00", "back well ",
+                            "late well ", "sick well ", "unlogged failed 2026-05-20 03:00:00"));
 }
 
 TEST_F(STATUS, lines_of_the_log_that_are_none_are_passed_over_and_the_others_read_in_any_form)

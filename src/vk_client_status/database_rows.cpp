@@ -30,7 +30,7 @@ constexpr COLUMN asctColumn[] = {
     {"version_number", [](CLIENT& c, const char* cp) { c.lVersion = std::strtol(cp, nullptr, 10); }},
     {"nullif(servicepack_number,0)", [](CLIENT& c, const char* cp) { c.sServicepack = cp; }},
     {"exec", [](CLIENT& c, const char* cp) { c.bTakesPart = *cp == '1'; }},
-    {"access_state", [](CLIENT& c, const char* cp) { c.iAccessState = std::atoi(cp); }},
+    {"access_state", [](CLIENT& c, const char* cp) { c.iAccessState = static_cast<int>(std::strtol(cp, nullptr, 10)); }},
     {"access_time", [](CLIENT& c, const char* cp) { c.lChecked = lSECONDS_OF(cp); }},
     {"access_success", [](CLIENT& c, const char* cp) { c.lSucceeded = lSECONDS_OF(cp); }},
     {"msg", [](CLIENT& c, const char* cp) { c.sMessage = cp; }},

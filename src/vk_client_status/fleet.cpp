@@ -120,10 +120,14 @@ CLIENT_STATE eSTATE(const CLIENT& client, const FLEET& fleet)
     return fleet.lNow - client.lChecked > fleet.iStaleDays * lDAY ? STATE_STALE : STATE_WELL;
 }
 
+/* A run stores its outcome and then writes its line. When the row tells of a later run
+   than the logs, nothing is known of why that one failed. */
 void v_TAKE_CAUSE(CLIENT& client, const LOG_RECORD& record, LOGS& logs)
 {
-    OUTCOME outcome;
-    if (!iREAD_OUTCOME(logs, record.failure, outcome)) return;
+    constexpr long lBETWEEN = 120;
+    OUTCOME        outcome;
+    if (record.lLast + lBETWEEN < client.lChecked || !iREAD_OUTCOME(logs, record.failure, outcome))
+        return;
     client.sStage = std::move(outcome.sStage);
     client.sCause = std::move(outcome.sCause);
     client.sCure = std::move(outcome.sCure);

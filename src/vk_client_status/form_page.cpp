@@ -194,6 +194,7 @@ void v_FAILING(std::string& s, const FLEET& fleet, const CHOSEN& chosen,
         if (p->eState == STATE_FAILED) groups[sGROUP(*p)].push_back(p);
     if (groups.empty()) return;
     std::vector<const std::pair<const std::string, CHOSEN>*> order;
+    order.reserve(groups.size());
     for (const auto& group : groups) order.push_back(&group);
     std::stable_sort(order.begin(), order.end(), [](const auto* a, const auto* b) {
         return a->second.size() > b->second.size();
@@ -233,6 +234,7 @@ std::vector<VERSION_BAR> VERSIONS(const CHOSEN& chosen)
         bar.iCount++;
     }
     std::vector<VERSION_BAR> bars;
+    bars.reserve(versions.size());
     for (auto& [sVersion, bar] : versions) bars.push_back(std::move(bar));
     std::stable_sort(bars.begin(), bars.end(), [](const VERSION_BAR& a, const VERSION_BAR& b) {
         return a.lVersion > b.lVersion;

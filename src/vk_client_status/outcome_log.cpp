@@ -68,6 +68,7 @@ std::vector<std::string> asLOG_FILES(long lFrom)
     }
     std::sort(files.begin(), files.end());
     std::vector<std::string> asFile;
+    asFile.reserve(files.size());
     for (LOG_FILE& file : files) asFile.push_back(std::move(file.sPath));
     return asFile;
 }

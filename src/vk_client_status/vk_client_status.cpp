@@ -32,10 +32,10 @@ constexpr int iEXIT_TROUBLE = 2;
 constexpr int iEXIT_UNKNOWN = 3;
 constexpr int iUSUAL_WIDTH = 80;
 
-bool bENVIRONMENT(const char* cpName)
+std::string sENVIRONMENT(const char* cpName)
 {
     const char* cp = std::getenv(cpName);
-    return cp != nullptr && *cp != '\0';
+    return cp != nullptr ? cp : "";
 }
 
 /* A terminal gets ages and its own width, anything else whole values. */
@@ -49,8 +49,9 @@ TABLE_LOOK sctLOOK(const OPTIONS& options)
         look.iWidth = bKnown ? sctSize.ws_col : iUSUAL_WIDTH;
     }
     if (options.iWidth >= 0) look.iWidth = options.iWidth;
-    look.bColor = bTerminal && !bENVIRONMENT("NO_COLOR") &&
-                  std::string(bENVIRONMENT("TERM") ? std::getenv("TERM") : "dumb") != "dumb";
+    const std::string sTerm = sENVIRONMENT("TERM");
+    look.bColor =
+        bTerminal && sENVIRONMENT("NO_COLOR").empty() && !sTerm.empty() && sTerm != "dumb";
     if (options.sColor != "auto") look.bColor = options.sColor == "always";
     return look;
 }
