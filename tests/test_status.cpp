@@ -7,6 +7,7 @@
 #include <time.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <regex>
 
 #include "common/cm_db_access.h"
@@ -444,6 +445,12 @@ TEST_F(STATUS, state_of_the_last_update)
         {"ended well, its file left", "0", "", "2026-05-19 20:00:00", "", "", "", "done",
          "2026-05-19 20:00:00", 'f'},
     };
+    ROW("'b'", "update_state", "'a'");
+    std::filesystem::remove_all(sRW() + "sema");
+    WRITE_FILE(sRW() + "sema", "");  // locks that cannot be read
+    EXPECT_EQ(READ().clients[0].eUpdate, UPDATE_RUNNING);
+    std::filesystem::remove(sRW() + "sema");
+    SQL("delete from clients where name = 'b'");
     iMAKE_DIRECTORY(sRW() + "sema");
     std::vector<FD> held;
     int             iNumber = 100;

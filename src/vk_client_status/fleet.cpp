@@ -7,10 +7,12 @@
 #include "fleet.h"
 
 #include <dirent.h>
-#include <sys/stat.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
+#include <cerrno>
+#include <cstring>
 #include <memory>
 #include <unordered_map>
 
@@ -27,17 +29,29 @@ namespace {
 
 constexpr std::string_view svSEMAPHORE = "update_client_";
 
-/* 1 when a lock file of some update lies there, so that asking makes sense. */
-bool bUPDATE_LOCKS()
+/* What can be seen of the locks of updates. */
+enum LOCKS { LOCKS_NONE, LOCKS_SOME, LOCKS_HIDDEN };
+
+LOCKS eLOCKS()
 {
     struct CLOSE {
         void operator()(DIR* p) const { closedir(p); }
     };
-    const std::unique_ptr<DIR, CLOSE> pDir{
-        opendir((std::string(read_glbv("gv_rw")) + "sema").c_str())};
-    while (const dirent* pEntry = pDir ? readdir(pDir.get()) : nullptr)
-        if (std::string_view(pEntry->d_name).starts_with(svSEMAPHORE)) return true;
-    return false;
+    const std::string                 sDirectory = std::string(read_glbv("gv_rw")) + "sema";
+    const std::unique_ptr<DIR, CLOSE> pDir{opendir(sDirectory.c_str())};
+    LOCKS                             eSeen = pDir || errno == ENOENT ? LOCKS_NONE : LOCKS_HIDDEN;
+    while (const dirent* pEntry = pDir ? readdir(pDir.get()) : nullptr) {
+        if (!std::string_view(pEntry->d_name).starts_with(svSEMAPHORE)) continue;
+        eSeen = LOCKS_SOME;
+        if (faccessat(dirfd(pDir.get()), pEntry->d_name, R_OK, AT_EACCESS) == 0) continue;
+        eSeen = errno == ENOENT ? eSeen : LOCKS_HIDDEN;
+        if (eSeen == LOCKS_HIDDEN) break;
+    }
+    if (eSeen == LOCKS_HIDDEN)
+        v_STDERR(
+            "cannot read the locks in \"%s\": %s; an interrupted update looks like one under way",
+            sDirectory.c_str(), std::strerror(errno));
+    return eSeen;
 }
 
 /* How the update's end stands in the row. */
@@ -66,24 +80,24 @@ UPDATE_STATE eRESTART(const CLIENT& client, long lAsked)
 
 /* Begun and not ended: the lock tells whether somebody is at it, and its file when
    that began. */
-void v_JUDGE_BEGUN(CLIENT& client, const LOG_RECORD* pLog, bool bHeld, long lLocked)
+void v_JUDGE_BEGUN(CLIENT& client, const LOG_RECORD* pLog, bool bRuns, long lLocked)
 {
-    client.eUpdate = bHeld ? UPDATE_RUNNING : UPDATE_INTERRUPTED;
+    client.eUpdate = bRuns ? UPDATE_RUNNING : UPDATE_INTERRUPTED;
     client.lUpdate = lLocked;
     if (client.lUpdate == 0 && pLog != nullptr) client.lUpdate = pLog->lUpdate;
 }
 
-void v_JUDGE_UPDATE(CLIENT& client, const LOG_RECORD* pLog, bool bLocks)
+void v_JUDGE_UPDATE(CLIENT& client, const LOG_RECORD* pLog, LOCKS eLocks)
 {
     sct_semaphore sema{};
     bool          bHeld = false;
-    if (bLocks || client.sUpdateColumn == "a") {
+    if (eLocks != LOCKS_NONE || client.sUpdateColumn == "a") {
         x_Snprintf(sema.szSema, sizeof sema.szSema, "%s%s", svSEMAPHORE.data(),
                    client.sName.c_str());
         bHeld = i_SEMA('?', &sema) == 1;
     }
     if (bHeld || client.sUpdateColumn == "a") {
-        v_JUDGE_BEGUN(client, pLog, bHeld, l_SEMA_TIME(&sema));
+        v_JUDGE_BEGUN(client, pLog, bHeld || eLocks == LOCKS_HIDDEN, l_SEMA_TIME(&sema));
         return;
     }
     client.eUpdate = eUPDATE_OF_ROW(client);
@@ -147,7 +161,7 @@ void v_TAKE_UNSTORED(CLIENT& client, const LOG_RECORD& record, LOGS& logs)
     client.lSucceeded = std::max(client.lSucceeded, record.lWell);
 }
 
-void v_JUDGE(CLIENT& client, LOGS& logs, const FLEET& fleet, bool bLocks)
+void v_JUDGE(CLIENT& client, LOGS& logs, const FLEET& fleet, LOCKS eLocks)
 {
     const auto        known = logs.clients.find(client.sName);
     const LOG_RECORD* pLog = known == logs.clients.end() ? nullptr : &known->second;
@@ -157,7 +171,7 @@ void v_JUDGE(CLIENT& client, LOGS& logs, const FLEET& fleet, bool bLocks)
         v_TAKE_UNSTORED(client, *pLog, logs);
     }
     client.sMessageId = svMESSAGE_ID(client.sMessage);
-    v_JUDGE_UPDATE(client, pLog, bLocks);
+    v_JUDGE_UPDATE(client, pLog, eLocks);
     client.eState = eSTATE(client, fleet);
     if (client.eState != STATE_FAILED) return;
     v_JUDGE_SINCE(client, pLog, logs);
@@ -236,8 +250,8 @@ int iREAD_FLEET(const READ_WISH& wish, FLEET& fleet, std::vector<OUTCOME>& runs)
     if (!fleet.bDatabase) v_CLIENTS_OF_LOGS(logs, fleet.clients);
     if (!std::is_sorted(fleet.clients.begin(), fleet.clients.end(), bBY_NAME))
         std::sort(fleet.clients.begin(), fleet.clients.end(), bBY_NAME);
-    const bool bLocks = bUPDATE_LOCKS();
-    for (CLIENT& client : fleet.clients) v_JUDGE(client, logs, fleet, bLocks);
+    const LOCKS eLocks = eLOCKS();
+    for (CLIENT& client : fleet.clients) v_JUDGE(client, logs, fleet, eLocks);
     v_COMPARE_KEYS(fleet.clients);
     v_READ_RUNS(logs, static_cast<size_t>(wish.iRuns), runs);
     return fleet.bDatabase || !fleet.clients.empty();
