@@ -107,6 +107,8 @@ TEST_F(SETUP, each_fault_is_found_alone_and_its_command_mends_it)
         {"psql -qc 'drop table interfaces'", "tables: missing: interfaces"},
         {"psql -qc 'alter table clients drop qtc_version'", "missing: clients.qtc_version"},
         {"psql -qc 'drop index interfaces_name'", "indexes: missing: interfaces_name"},
+        {"psql -qc 'alter table interfaces drop constraint interfaces_client_id_fkey'",
+         "keys: missing: interfaces.client_id"},
         {"psql -qc 'delete from clients'", "clients has no row with client_id 0"},
         {"psql -qc \"update clients set os='OS/2'\"", "\"OS/2\" is not in oper_systems"},
         {"psql -qc \"delete from oper_systems where os='AIX'\"", "1 of the product's are missing"},
