@@ -49,11 +49,14 @@ void CHECK_DIRECTORY(const std::string& sDirectory)
 /* Room for protocols, answers and packages, once for each file system. */
 void CHECK_DISKS()
 {
-    std::set<unsigned long> seen;
+    std::set<dev_t> seen;
     for (const WORK_DIRECTORY& directory : asctWorkDirectory) {
         const std::string sDirectory = sDIRECTORY(directory);
         struct statvfs    sctFs {};
-        if (statvfs(sDirectory.c_str(), &sctFs) != 0 || !seen.insert(sctFs.f_fsid).second) continue;
+        struct stat       sctStat {};
+        if (stat(sDirectory.c_str(), &sctStat) != 0 || !seen.insert(sctStat.st_dev).second ||
+            statvfs(sDirectory.c_str(), &sctFs) != 0)
+            continue;
         const unsigned long uFree = sctFs.f_bavail * sctFs.f_frsize;
         const std::string   sWhat =
             "disk of " + sDirectory + ": " + std::to_string(uFree >> 20U) + " MiB free";

@@ -196,6 +196,17 @@ void TELL_ADMINISTRATOR(const CONNECTION_TEXT& text, const std::string& sError)
     v_STEP_MORE("then run this command again; it makes the tables");
 }
 
+/* The tables by an administrator's hand, where the tool's role may not make them. */
+void TELL_TABLES(const CONNECTION_TEXT& text)
+{
+    const std::string sFolder = sFOLDER(sPRODUCT_FILE("sql/schema.sql"));
+    v_STEP_MORE("where the role may not do that, an administrator of the database does:");
+    v_STEP_MORE("  " + sTYPED({"psql", "-d", text.sDatabase, "-f", sFolder + "schema.sql"}));
+    v_STEP_MORE("  grant select, insert, update, delete on clients, interfaces, oper_systems to " +
+                sIDENTIFIER(text.sUser) + ";");
+    v_STEP_MORE("then run this command again; it fills them");
+}
+
 /* Writes the connection text into vk.ini where that says something else. */
 int iKEEP_CONNINFO(const std::string& sText)
 {
@@ -352,7 +363,10 @@ int iFILL_SCHEMA(const CONNECTION_TEXT& text, PGconn* pConn, const SCHEMA& schem
     }
     PGconn* pMaker = pMAKER(text, pConn, pSuper);
     if (gaps.sError.empty()) {
-        if (!iMAKE_TABLES(pMaker, schema, gaps)) return 0;
+        if (!iMAKE_TABLES(pMaker, schema, gaps)) {
+            if (!text.bLocal) TELL_TABLES(text);
+            return 0;
+        }
         gaps = sctGAPS(pConn, schema);
         if (!iGRANT(pMaker, text, gaps.asForbidden)) return 0;
         gaps = sctGAPS(pConn, schema);
