@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <regex>
+#include <set>
 
 #include "common/cm_db_access.h"
 #include "common/common.h"
@@ -395,6 +396,33 @@ TEST_F(STATUS_FLEET, choices_narrow_and_one_option_takes_any_of_its_values)
         SCOPED_TRACE(testing::PrintToString(row.asArgument));
         EXPECT_EQ(CHOSEN_BY(fleet, row.asArgument), row.asName);
     }
+}
+
+TEST(STATUS_DOCUMENTS, options_are_the_same_in_usage_man_page_and_completion)
+{
+    const auto found = [](const char* cpFile, const char* cpPattern) {
+        const std::string     sText = sREAD_FILE(std::string(VK_SOURCE_DIR) + "/" + cpFile);
+        const std::regex      pattern(cpPattern);
+        std::set<std::string> names;
+        for (std::sregex_iterator it(sText.begin(), sText.end(), pattern), end; it != end; ++it)
+            names.insert((*it)[1]);
+        return names;
+    };
+    const char* cpCode = "src/vk_client_status/options.cpp";
+    auto        options = found(cpCode, "\n    \\{\"([a-z-]+)\",");
+    options.insert({"help", "version"});
+    ASSERT_GE(options.size(), 26U);
+    EXPECT_EQ(found(cpCode, "\n  --([a-z-]+)"), ([&] {
+                  auto usage = options;  // the last line of the usage text has two
+                  usage.erase("version");
+                  return usage;
+              }()));
+    EXPECT_EQ(found("man/vk_client_status.8", "\n\\.It [^\n]*?Fl -([a-z-]+)").size() +
+                  found("man/vk_client_status.8", "\n\\.It [^\n]*, Fl -([a-z-]+)").size(),
+              options.size());
+    for (const std::string& s : found("man/vk_client_status.8", "Fl -([a-z-]+)"))
+        EXPECT_TRUE(options.contains(s)) << s;
+    EXPECT_EQ(found("packaging/vk_client_status.bash-completion", "[ '\n]--([a-z-]+)"), options);
 }
 
 /* What of an update is known: the row, the newest line of the log, the lock. */
