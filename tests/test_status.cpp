@@ -483,7 +483,8 @@ TEST_F(STATUS, state_of_the_last_update)
     std::vector<FD> held;
     int             iNumber = 100;
     for (const ROW_OF& row : asctRow) {
-        const std::string sName = "c" + std::to_string(iNumber++);
+        const std::string sName =
+            "c" + std::to_string(iNumber++) + (row.cLock == 'h' ? std::string(200, 'x') : "");
         const auto date = [](const std::string& s) { return s.empty() ? "null" : "'" + s + "'"; };
         ROW("'" + sName + "'", "update_state, update_message, update_date, access_success",
             "'" + row.sColumn + "', '" + row.sMessage + "', " + date(row.sDate) + ", " +
@@ -491,7 +492,8 @@ TEST_F(STATUS, state_of_the_last_update)
         if (!row.sExit.empty())
             LOG("20260520", LINE(sNight, sName, row.sExit, row.sMore, "update"));
         if (row.cLock == ' ') continue;
-        const std::string sFile = sRW() + "sema/update_client_" + sName;
+        const std::string sFile =
+            sRW() + "sema/" + szFILE_NAME(sSHORT_NAME("update_client_" + sName, 127));
         WRITE_FILE(sFile, "vk_config_client 1\n");
         const timespec asctTime[] = {{lNOW - 7200, 0}, {lNOW - 7200, 0}};
         utimensat(AT_FDCWD, sFile.c_str(), asctTime, 0);

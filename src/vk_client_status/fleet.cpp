@@ -92,8 +92,8 @@ void v_JUDGE_UPDATE(CLIENT& client, const LOG_RECORD* pLog, LOCKS eLocks)
     sct_semaphore sema{};
     bool          bHeld = false;
     if (eLocks != LOCKS_NONE || client.sUpdateColumn == "a") {
-        x_Snprintf(sema.szSema, sizeof sema.szSema, "%s%s", svSEMAPHORE.data(),
-                   client.sName.c_str());
+        iTEXT_SET(sema.szSema,
+                  sSHORT_NAME(std::string(svSEMAPHORE) + client.sName, sizeof sema.szSema - 1));
         bHeld = i_SEMA('?', &sema) == 1;
     }
     if (bHeld || client.sUpdateColumn == "a") {
