@@ -111,6 +111,8 @@ TEST_F(COMMAND_LINE, what_a_run_cannot_take_or_does_not_use_is_told_in_one_line)
          "option -m PROXY: client n1 is not tested and stored with access mode VKSSH; set accessmode"},
         {{"-c", "n2", "-o", "Linux", "-m", "VIRTUAL", "x", "y"}, 0,
          "a registration takes one client by -c; ignored: x y"},
+        {{"-c", "n3.invalid", "-o", "Linux", "-t", "0", "-m", "CTRL"}, 1,
+         "option -m CTRL: client n3.invalid is stored and tested with access mode VKSSH; set"},
         {{"-C", "r", "a", "alhpa", "a", "alhpa"}, 0, "no such client: alhpa"},
         {{"-C", "r", "a", "off"}, 0, "off is left out: exec is not '1'"},
         {{"-C", "r", "ALL_CLIENTS", "a"}, 0, "ALL_CLIENTS is left out: it is no client's name"},
@@ -132,7 +134,7 @@ TEST_F(COMMAND_LINE, what_a_run_cannot_take_or_does_not_use_is_told_in_one_line)
         EXPECT_EQ(uTold, *row.cpTold == '\0' ? 0 : 1) << run.sErr;
         EXPECT_LE(asTold.size(), 2U);  // n2: that it is not tested, too
     }
-    EXPECT_EQ(SQL("select count(*) from clients"), "6");
+    EXPECT_EQ(SQL("select count(*) from clients"), "7");
 }
 
 TEST_F(COMMAND_LINE, identifier_and_sender_name_the_answer_file_of_every_run)

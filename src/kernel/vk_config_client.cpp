@@ -43,15 +43,17 @@ int iREGISTER(SCT_ARGS* pArg, const char* cpAccessMode, char (&szBuf)[N])
 {
     INSERT_INTO_DATABASE(pArg);
     MESSAGE(szBuf, MSG_I012, pArg->szNodeName);
-    if (bIS(cpAccessMode, "PROXY") || bIS(cpAccessMode, "VIRTUAL")) {
+    const bool bTested = !bIS(cpAccessMode, "PROXY") && !bIS(cpAccessMode, "VIRTUAL");
+    if (cpAccessMode[0] != '\0' && !bIS(cpAccessMode, pArg->szAccessMode))
+        v_STDERR(
+            "option -m %s: client %s is %s with access mode %s; set accessmode='%s' in its row of "
+            "the table clients",
+            cpAccessMode, pArg->szNodeName, bTested ? "stored and tested" : "not tested and stored",
+            pArg->szAccessMode, cpAccessMode);
+    if (!bTested) {
         TRACE(
             "Skip iTEST_QTC_CONNECTION for accessmode PROXY and VIRTUAL when configuring a new "
             "client.");
-        if (!bIS(cpAccessMode, pArg->szAccessMode))
-            v_STDERR(
-                "option -m %s: client %s is not tested and stored with access mode %s; set "
-                "accessmode='%s' in its row of the table clients",
-                cpAccessMode, pArg->szNodeName, pArg->szAccessMode, cpAccessMode);
         return 1;
     }
     int iRet = iTEST_QTC_CONNECTION(pArg, szBuf, N);

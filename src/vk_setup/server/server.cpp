@@ -25,7 +25,9 @@ void NEXT_STEPS()
                         bCtrl ? ", for this server's own work only" : "", sLine.c_str());
     }
     std::printf(
-        "then here:\n  vk_config_client -c CLIENT -o Linux            (mode CTRL: and -m CTRL)\n");
+        "then here:\n"
+        "  vk_config_client -c CLIENT -o Linux\n"
+        "A client of mode CTRL also needs accessmode='CTRL' in its row of the table clients.\n");
 }
 
 }  // namespace
