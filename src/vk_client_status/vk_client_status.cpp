@@ -16,12 +16,12 @@
 #include <cstring>
 #include <ctime>
 
+#include "common/cm_db_access.h"
 #include "common/common.h"
 #include "common/config/config.h"
 #include "common/text/program.h"
 #include "common/unix/cm_hal_pipe.h"
 #include "options.h"
-#include "wording.h"
 
 constinit const PROGRAM sctPROGRAM{"vk_client_status", "", '\0', {}};
 
@@ -147,7 +147,10 @@ int iSHOW(const OPTIONS& options)
     FLEET                fleet;
     std::vector<OUTCOME> runs;
     const bool           bRead = iREAD_FLEET(wish, fleet, runs) == 1;
-    if (!fleet.bDatabase && !bNagios) v_STDERR("%s", sNOTICE(fleet).c_str());
+    if (!fleet.bDatabase && !bNagios) {
+        DB_TELL_FAILURE("the clients' rows not read", str_log{});
+        v_STDERR("what follows is from the outcome logs alone");
+    }
     if (fleet.lBadLines != 0)
         v_STDERR("the outcome logs hold %ld lines that are none; passed over", fleet.lBadLines);
     if (!bRead && !bNagios) {
