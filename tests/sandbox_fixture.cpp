@@ -105,11 +105,13 @@ bool bSCRIPT(const TEXTS& asArgument)
     asCommand.insert(asCommand.end(), asArgument.begin(), asArgument.end());
     const char* cpPath = getenv("PATH");
     const char* cpHome = getenv("HOME");
-    const pid_t iPid = iSPAWN(
-        asCommand, {{"PATH", cpPath ? cpPath : "/usr/bin:/bin"}, {"HOME", cpHome ? cpHome : "/"}},
-        sLog, sLog);
-    int        iStatus = -1;
-    const bool bGood = iWAIT_PROCESS(iPid, 60000, &iStatus) && iStatus == 0;
+    const pid_t iPid = iSPAWN(asCommand,
+                              {{"PATH", cpPath ? cpPath : "/usr/bin:/bin"},
+                               {"HOME", cpHome ? cpHome : "/"},
+                               {"VK_BIN", fs::path{VK_PROGRAM}.parent_path().string()}},
+                              sLog, sLog);
+    int         iStatus = -1;
+    const bool  bGood = iWAIT_PROCESS(iPid, 60000, &iStatus) && iStatus == 0;
     if (!bGood) ADD_FAILURE() << "sandbox " << asArgument[0] << ": " << sREAD_FILE(sLog);
     unlink(sLog.c_str());
     return bGood;

@@ -21,15 +21,8 @@ constexpr std::string_view asvProgram[] = {"qtc", "qtc_smdr", "qtc_ndmp", "vk_cl
                                            "vk_execute_update"};
 
 constexpr int    iEND_GRACE_MS = 3000;
-constexpr long   lLOOK_MS = 50;          // where the kernel does not tell the end of a process
 constexpr long   lLISTENER_MS = 60'000;  // a server that takes no output for that long is gone
 constexpr size_t uPIECE = 4096;          // what a descriptor that is ready takes at once
-
-/* When to look again at a child that nobody tells of. */
-long lNEXT_LOOK(const CHILD& child)
-{
-    return child.fdExit.bOpen() ? 0 : lNOW_MS() + lLOOK_MS;
-}
 
 /* Waits for the end of the child; the end of standard input ends it. What else
    comes in is no request. */
@@ -38,7 +31,7 @@ void LIFELINE(CHILD& child)
     char acBuf[uPIECE];
     while (!iCHILD_ENDED(child)) {
         std::vector<WAIT_FD> fds{{child.fdExit.iGet()}, {STDIN_FILENO}};
-        iWAIT(fds, lNEXT_LOOK(child));
+        iWAIT(fds, 0);
         if (!fds[1].bReady || fds[0].bReady) continue;
         const ssize_t iGot = read(STDIN_FILENO, acBuf, sizeof acBuf);
         if (iGot == 0 || (iGot < 0 && errno != EINTR && errno != EAGAIN))
@@ -69,7 +62,7 @@ void HAND_ON_UNTIL_END(CHILD& child)
         if (iGot >= 0 && child.fdOut.bOpen()) continue;
         if (bEnded) return;  // what it left behind may hold its output open
         std::vector<WAIT_FD> fds{{child.fdExit.iGet()}, {child.fdOut.iGet()}};
-        iWAIT(fds, lNEXT_LOOK(child));
+        iWAIT(fds, 0);
     }
 }
 

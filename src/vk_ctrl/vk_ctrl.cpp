@@ -21,7 +21,8 @@
 
 namespace {
 
-constexpr int iEXIT_USAGE = 2;
+constexpr int  iEXIT_USAGE = 2;
+constexpr long lFIRST_LINE_MS = 60'000;
 
 std::string sENVIRONMENT(const char* cpName)
 {
@@ -51,10 +52,26 @@ void CLEAN_ENVIRONMENT(const std::string& sConfig)
     if (chdir(sHome.c_str()) != 0 && chdir("/") != 0) std::perror("vk_ctrl: cannot enter \"/\"");
 }
 
-int iCARRY_OUT(const std::string& sLine)
+/* The line that comes first on standard input. Byte by byte: what follows it is not
+   the gate's to read yet. */
+std::string sFIRST_LINE()
 {
-    REQUEST     request;
-    std::string sReason;
+    std::string sLine;
+    const long  lEnd = lNOW_MS() + lFIRST_LINE_MS;
+    while (sLine.size() <= uREQUEST_MAX) {
+        std::vector<WAIT_FD> fds{{STDIN_FILENO}};
+        char                 c = '\n';
+        if (iWAIT(fds, lEnd) != WAIT_READY || read(STDIN_FILENO, &c, 1) <= 0 || c == '\n') break;
+        sLine += c;
+    }
+    return sLine;
+}
+
+int iCARRY_OUT(const std::string& sSent)
+{
+    const std::string sLine = sSent == svREQUEST_FOLLOWS ? sFIRST_LINE() : sSent;
+    REQUEST           request;
+    std::string       sReason;
     if (!iREQUEST_READ(sLine, request, sReason)) return iREFUSE(sReason);
     switch (request.eVerb) {
         case REQUEST_RUN:
@@ -126,6 +143,7 @@ int iSAY(std::string_view svText)
 
 int main(int argc, char** argv)
 {
+    v_STANDARD_DESCRIPTORS();
     std::string sConfig;
     const bool  bHelp =
         argc == 2 && (std::strcmp(argv[1], "-h") == 0 || std::strcmp(argv[1], "--help") == 0);

@@ -98,20 +98,7 @@ int iPATH_ON_HOST(const HOST& host, const char* cpPath, std::string& sPath, std:
         sReason = "\"" + sONE_LINE(sText) + "\" leaves its folder";
         return 0;
     }
-    if (host.bLocal) return iCONFIG_SERVER_PATH(cpPath, sPath, sReason);
-    const size_t uColon = sText.find(':');
-    if (sText[0] == '/' || uColon == std::string::npos || uColon == 1) {
-        sPath = sText;
-        return 1;
-    }
-    const std::string sKey = sText.substr(0, uColon);
-    if (!iCONFIG_CLIENT_DIRECTORY(host.sPlatform.c_str(), sKey.c_str(), sPath)) {
-        sReason = "unknown directory key \"" + sONE_LINE(sKey) + "\"";
-        return 0;
-    }
-    const size_t uRelative = sText.find_first_not_of('/', uColon + 1);
-    if (uRelative != std::string::npos) sPath += sText.substr(uRelative);
-    return 1;
+    return TRANSPORT_OF(host).iPLACE(host, cpPath, sPath, sReason);
 }
 
 }  // namespace

@@ -9,7 +9,10 @@
    for themselves, every other byte is "%" and two hexadecimal digits, and a "%"
    alone is the empty word. So nothing ever has to be quoted, and a line with any
    other character is no request. PATH is symbolic ("gv_rw_work:x"), MODE octal.
-   The gate answers as a client's shell does in the other modes (wrapper.h). */
+   The gate answers as a client's shell does in the other modes (wrapper.h).
+
+   In place of a request, svREQUEST_FOLLOWS says that its line comes first on standard
+   input: an argument vector, which any user may read, then shows nothing of it. */
 #pragma once
 
 #include <string>
@@ -18,6 +21,8 @@
 
 constexpr size_t uREQUEST_MAX = size_t{96} * 1024;  // bytes of a line
 constexpr size_t uREQUEST_MARK_MAX = 64;
+
+constexpr std::string_view svREQUEST_FOLLOWS = "request";
 
 enum REQUEST_VERB { REQUEST_RUN, REQUEST_LIST, REQUEST_PUT, REQUEST_SIZE };
 

@@ -1,7 +1,7 @@
-/* How commands and files reach a host: one interface, two ways. The local
-   transport starts child processes on this server; the ssh transport goes
-   through OpenSSH. Everything above it (limits, marks, output, verdict) is the
-   same for both. */
+/* How commands and files reach a host: one interface, three ways. The local
+   transport starts child processes on this server; the ssh transport goes through
+   OpenSSH to a shell, the ctrl transport to the gate of a client (vk_ctrl).
+   Everything above it (limits, marks, output, verdict) is the same for all. */
 #pragma once
 
 #include <string>
@@ -42,8 +42,13 @@ struct TRANSPORT {
        has just shown that it is there. */
     virtual void TIDY(const HOST& /*host*/) {}
 
-    /* Copies sSource (a file on this server) to sTarget (an absolute path on the
-       host), whole or not at all, missing folders made.
+    /* Where a symbolic path lies on the host, as iPUT takes it.
+       Result  1 sPath is set; 0 unknown directory key: sReason says which */
+    virtual int iPLACE(const HOST& host, const char* cpPath, std::string& sPath,
+                       std::string& sReason) = 0;
+
+    /* Copies sSource (a file on this server) to sTarget (of iPLACE) on the host, whole
+       or not at all, missing folders made.
        cpMode  octal permissions or null
        Result  1 copied, 0 not: sReason says why */
     virtual int iPUT(const HOST& host, const std::string& sSource, const std::string& sTarget,
@@ -52,6 +57,11 @@ struct TRANSPORT {
 
 TRANSPORT& LOCAL_TRANSPORT();
 TRANSPORT& SSH_TRANSPORT();
+TRANSPORT& CTRL_TRANSPORT();
 
 /* The transport of a host. */
 TRANSPORT& TRANSPORT_OF(const HOST& host);
+
+/* A symbolic path on a client, by what this server's configuration says of clients of
+   its platform class; another path stands as it is. Result as iPLACE. */
+int iCLIENT_PATH(const HOST& host, const char* cpPath, std::string& sPath, std::string& sReason);

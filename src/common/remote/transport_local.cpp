@@ -29,6 +29,11 @@ struct LOCAL : TRANSPORT {
     std::string sREASON(const HOST&, FAILURE&) override { return {}; }
     bool        bESTABLISHED(const HOST&) override { return false; }
 
+    int iPLACE(const HOST&, const char* cpPath, std::string& sPath, std::string& sReason) override
+    {
+        return iCONFIG_SERVER_PATH(cpPath, sPath, sReason);
+    }
+
     int iPUT(const HOST&, const std::string& sSource, const std::string& sTarget,
              const char* cpMode, std::string& sReason) override
     {

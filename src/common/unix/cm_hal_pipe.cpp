@@ -174,6 +174,7 @@ int iSTATUS(int iWaitStatus)
 /* The ends of the child's standard streams and of the report of a failed exec. */
 struct CHILD_PIPES {
     FD   fdNull;
+    FD   fdFile;  // the child's standard input, where it is a file
     PIPE sctIn;
     PIPE sctOut;
     PIPE sctErr;
@@ -226,6 +227,7 @@ pid_t iFORK(const CHILD_SPEC& sctSpec, const CHILD_PIPES& pipes)
                     pipes.sctFailure.fdWrite.iGet(),
                     sctSpec.bOutlives};
     if (sctSpec.bPipeIn) side.iIn = pipes.sctIn.fdRead.iGet();
+    if (pipes.fdFile.bOpen()) side.iIn = pipes.fdFile.iGet();
     if (sctSpec.bPipeOut) side.iOut = pipes.sctOut.fdWrite.iGet();
     if (sctSpec.bErrToOut) side.iErr = side.iOut;
     if (sctSpec.bPipeErr) side.iErr = pipes.sctErr.fdWrite.iGet();
@@ -326,6 +328,12 @@ timespec sctLEFT(long lDeadline)
     return {lLeft / 1000, lLeft % 1000 * 1000000};
 }
 
+int iUNREADABLE(const std::string& sFile, std::string& sReason)
+{
+    sReason = "cannot read \"" + sFile + "\": " + std::strerror(errno);
+    return 0;
+}
+
 }  // namespace
 
 CHILD::~CHILD()
@@ -347,6 +355,10 @@ int iCHILD_START(CHILD& child, const CHILD_SPEC& sctSpec, std::string& sReason)
         return 0;
     };
     CHILD_PIPES pipes;
+    if (!sctSpec.sInFile.empty()) {
+        pipes.fdFile = FD(open(sctSpec.sInFile.c_str(), O_RDONLY | O_CLOEXEC));
+        if (!pipes.fdFile.bOpen()) return iUNREADABLE(sctSpec.sInFile, sReason);
+    }
     if (!bMAKE_PIPES(sctSpec, pipes) || !bEXIT_CAN_BE_SEEN()) return iFAILED(errno);
     GIVE_BACK_AT_EXIT();
     const pid_t iPid = iFORK(sctSpec, pipes);

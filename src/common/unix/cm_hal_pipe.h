@@ -72,6 +72,7 @@ struct CHILD_SPEC {
     std::vector<std::pair<std::string, std::string>> asEnvironment;    // added to ours
     bool                                             bPipeIn = false;  // false: /dev/null
     std::string sFirstInput = {};   // written to that pipe at once; at most 1 MiB
+    std::string sInFile = {};       // a file as standard input, in place of the pipe
     bool        bPipeOut = true;    // false: our own standard output
     bool        bErrToOut = true;   // standard error joins standard output
     bool        bPipeErr = false;   // standard error on a pipe of its own (bErrToOut false)

@@ -47,6 +47,12 @@ struct SSH : TRANSPORT {
             v_SFTP_TIDY(sctSpec, host.sName);
     }
 
+    int iPLACE(const HOST& host, const char* cpPath, std::string& sPath,
+               std::string& sReason) override
+    {
+        return iCLIENT_PATH(host, cpPath, sPath, sReason);
+    }
+
     int iPUT(const HOST& host, const std::string& sSource, const std::string& sTarget,
              const char* cpMode, std::string& sReason) override
     {
