@@ -1,0 +1,68 @@
+/* What a server may send to a client's gate, and the command lines that become
+   requests. Whatever comes: a line that is taken means the same when it is formed
+   again, and holds nothing that a shell would read as more than words. */
+#include <cstdint>
+#include <cstdlib>
+
+#include "common/remote/request.h"
+#include "common/text/command_line.h"
+
+namespace {
+
+void MUST(bool bTrue)
+{
+    if (!bTrue) abort();
+}
+
+bool bSAME(const REQUEST& left, const REQUEST& right)
+{
+    return left.eVerb == right.eVerb && left.sMark == right.sMark && left.asWord == right.asWord &&
+           left.sPath == right.sPath && left.lSize == right.lSize && left.uMode == right.uMode;
+}
+
+void LINE(const std::string& sLine)
+{
+    REQUEST     request;
+    REQUEST     again;
+    std::string sFormed;
+    std::string sReason;
+    if (!iREQUEST_READ(sLine, request, sReason)) return MUST(!sReason.empty());
+    MUST(sLine.find_first_of("|&;<>()$`\\\"'*?[]#~!{}\t\r\n") == std::string::npos);
+    MUST(request.lSize >= 0 && request.uMode <= 0777U);
+    for (const std::string& sWord : request.asWord) MUST(sWord.find('\0') == std::string::npos);
+    if (!iREQUEST_FORM(request, sFormed)) return;  // what was plain may grow too long
+    MUST(iREQUEST_READ(sFormed, again, sReason) && bSAME(request, again));
+}
+
+void COMMAND(const std::string& sLine)
+{
+    std::vector<std::string> asWord;
+    std::string              sReason;
+    if (!iPOSIX_WORDS(sLine, asWord, sReason)) return MUST(!sReason.empty());
+    std::string sQuoted;
+    for (const std::string& sWord : asWord)
+        sQuoted += (sQuoted.empty() ? "" : " ") + sSHELL_WORD(SHELL_POSIX, sWord);
+    std::vector<std::string> asAgain;
+    MUST(sQuoted.find('\0') != std::string::npos || sLine.find('\0') != std::string::npos ||
+         (iPOSIX_WORDS(sQuoted, asAgain, sReason) && asAgain == asWord));
+    REQUEST     request;
+    REQUEST     again;
+    std::string sFormed;
+    request.eVerb = REQUEST_RUN;
+    request.sMark = "m";
+    request.asWord = asWord;
+    if (asWord.empty() || !iREQUEST_FORM(request, sFormed)) return;
+    MUST(iREQUEST_READ(sFormed, again, sReason) && bSAME(request, again));
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t uSize)
+{
+    const std::string s(reinterpret_cast<const char*>(pData), uSize);
+    LINE(s);
+    LINE("run m " + s);
+    LINE("put m " + s);
+    COMMAND(s);
+    return 0;
+}
