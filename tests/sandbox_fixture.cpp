@@ -46,12 +46,13 @@ TEXTS asLINES(const std::string& sText)
     return asLine;
 }
 
-std::string sALL_FILES(const std::string& sFolder)
+std::string sALL_FILES(const std::string& sFolder, std::string_view svEnd)
 {
     std::set<std::string> paths;
     std::error_code       error;
     for (const auto& entry : fs::recursive_directory_iterator{sFolder, error})
-        if (entry.is_regular_file()) paths.insert(entry.path());
+        if (entry.is_regular_file() && entry.path().native().ends_with(svEnd))
+            paths.insert(entry.path());
     std::string sText;
     for (const std::string& sPath : paths) sText += sREAD_FILE(sPath);
     return sText;
@@ -400,7 +401,7 @@ TEXTS SANDBOX::STATEMENTS()
 TEXTS SANDBOX::PROTOCOL()
 {
     TEXTS asText;
-    for (const std::string& sLine : asLINES(sALL_FILES(sRW() + "prot"))) {
+    for (const std::string& sLine : asLINES(sALL_FILES(sRW() + "prot", ".prt"))) {
         size_t uText = 0;  // after date, time and process id
         for (int i = 0; i < 3 && uText != std::string::npos; i++)
             uText = sLine.find(' ', uText + 1);

@@ -58,8 +58,9 @@ bool bWAIT_UNTIL(int iLimitMs, F bDone)
 std::string sREAD_FILE(const std::string& sPath);
 void        WRITE_FILE(const std::string& sPath, std::string_view svBytes);
 TEXTS       asLINES(const std::string& sText);
-std::string sALL_FILES(const std::string& sFolder);  // their bytes, in the order of the names
-bool        bSCRIPT(const TEXTS& asArgument);        // runs sandbox/sandbox
+/* The bytes of its files whose names end so, in the order of the names. */
+std::string sALL_FILES(const std::string& sFolder, std::string_view svEnd = "");
+bool        bSCRIPT(const TEXTS& asArgument);  // runs sandbox/sandbox
 /* Living processes whose environment holds sVariable, after up to iWaitMs. */
 int iCOUNT_PROCESSES(const std::string& sVariable, int iWaitMs);
 
@@ -140,7 +141,9 @@ protected:
     TEXTS       ROWS(const std::string& sStatement);  // values joined by "|"
     void        DATABASE_GONE();                      // dropped under all connections
     TEXTS       STATEMENTS();                         // that the runs sent to the server, in order
-    TEXTS       PROTOCOL();  // texts of the day protocol, without time and process id
+    /* Lines of the outcome log. */
+    TEXTS OUTCOMES() { return asLINES(sALL_FILES(sRW() + "prot", ".jsonl")); }
+    TEXTS PROTOCOL();  // texts of the day protocol, without time and process id
     /* Lines of the info output, "KIND text"; all trace files; the hosts file, which
        starts as "127.0.0.1   localhost". */
     TEXTS       INFO() { return asLINES(sALL_FILES(sRW() + "work/answ")); }

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "run_outcome.h"
 #include "vk_config_client.h"
 
 namespace {
@@ -10,8 +11,8 @@ namespace {
 constexpr size_t uDATE_TIME = 19;  // bytes of "YYYY-MM-DD HH:MM:SS"
 
 /* Stores the outcome in the client's row. A failure is told, and does not change
-   the run's outcome. */
-void v_STORE_OUTCOME(const char* cpTxt, int iExit, const SCT_ARGS* pArg)
+   the run's outcome. Result 1 it stands there. */
+int iSTORE_OUTCOME(const char* cpTxt, int iExit, const SCT_ARGS* pArg)
 {
     char szTime[256] = "";
     time_get(szTime);
@@ -30,6 +31,7 @@ void v_STORE_OUTCOME(const char* cpTxt, int iExit, const SCT_ARGS* pArg)
     const int iRows = iDB_EXECUTE(sNOT_STORED("outcome", pArg), szSql, strLog);
     if (iRows == 0 && pArg->szNodeId[0] != '\0' && pArg->szCheck[0] != 'd')
         TELL("%s: another run has removed the client", sNOT_STORED("outcome", pArg).c_str());
+    return iRows > 0;
 }
 
 /* A package update asked for with -e is followed by the service pack, unless this
@@ -74,7 +76,7 @@ void ZFINISH(const char* cpTxt, int iExit, char cDelFlg, SCT_ARGS* pArg)
     info('S', 0, szSummary);
     info('M', 0, cpTxt);
     v_REMOTE_DONE();  // connections end while the outcome is stored
-    v_STORE_OUTCOME(cpTxt, iExit, pArg);
+    v_RUN_OUTCOME(cpTxt, iExit, pArg, iSTORE_OUTCOME(cpTxt, iExit, pArg));
     TRACE("--- ZFINISH exit %d, %s", iExit, cpTxt);
     v_CHAIN_SERVICEPACK(iExit, pArg, szSummary);
 

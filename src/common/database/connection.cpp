@@ -17,6 +17,7 @@
 #include <cstring>
 
 #include "../config/config.h"
+#include "../log/outcome_log.h"
 #include "../text/immortal.h"
 #include "../text/standard_error.h"
 #include "../unix/cm_hal_pipe.h"
@@ -284,7 +285,8 @@ void v_DB_IN_TRANSACTION(bool bInside)
 
 DB_OUTCOME sctDB_RUN(const char* cpSql, const DB_ROW& pRow)
 {
-    DB_OUTCOME outcome;
+    const STAGE_TIMER timer(TIME_DATABASE);
+    DB_OUTCOME        outcome;
     if (cpSql == nullptr || *cpSql == '\0') {
         outcome.error = {DB_OTHER, "", "the statement does not fit its buffer"};
         return outcome;

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "../config/config.h"
+#include "../log/outcome_log.h"
 #include "../unix/read_now.h"
 #include "output.h"
 #include "transport.h"
@@ -26,6 +27,8 @@ struct RUNNING {
     long        lConnect = 0;  // deadlines, lNOW_MS
     long        lIdle = 0;
     long        lTotal = 0;
+    RUN_TIME    eTime = TIME_COMMAND;  // whose time it is once the command runs
+    STAGE_TIMER timer{TIME_CONNECT};
 };
 
 long lDEADLINE(const RUNNING& running)
@@ -34,13 +37,16 @@ long lDEADLINE(const RUNNING& running)
     return std::min(bBefore ? running.lConnect : running.lIdle, running.lTotal);
 }
 
-/* Takes what there is. */
+/* Takes what there is. From the first mark on the time is the command's. */
 void TAKE_OUTPUT(RUNNING& running, OUTPUT_SINK& sink, int iIdle)
 {
     std::string sBytes;
     if (uREAD_NOW(running.child.fdOut, sBytes, uREAD_AT_ONCE) == 0) return;
     running.lIdle = lNOW_MS() + 1000L * iIdle;
+    const bool bBefore = running.marks.eState() == MARK_READER::BEFORE;
     sink.Take(running.marks.sFeed(sBytes));
+    if (bBefore && running.marks.eState() != MARK_READER::BEFORE)
+        running.timer.Switch(running.eTime);
 }
 
 enum LISTENED { LISTENED_ENDED, LISTENED_LATE, LISTENED_FAILED };
@@ -142,13 +148,14 @@ LIMITS sctLIMITS(int iTimeout, int iRetries)
 }
 
 COMMAND_END sctRUN_CHILD(const HOST& host, TRANSPORT& transport, const CHILD_SPEC& sctSpec,
-                         const LIMITS& limits, OUTPUT& output,
+                         const LIMITS& limits, OUTPUT& output, RUN_TIME eTime,
                          const std::function<bool(pid_t)>& bMOVES)
 {
     COMMAND_END outcome;
     OUTPUT_SINK sink(output);
     RUNNING     running;
-    const long  lStart = lNOW_MS();
+    running.eTime = eTime;
+    const long lStart = lNOW_MS();
     running.lConnect = lStart + 1000L * (limits.iConnect + iCONNECT_GRACE_S);
     running.lIdle = lStart + 1000L * limits.iIdle;
     running.lTotal = lStart + 1000L * limits.iTotal;
@@ -177,6 +184,7 @@ COMMAND_END sctRUN_COMMAND(const HOST& host, const std::string& sPort, const cha
 {
     COMMAND_END outcome;
     TRANSPORT&  transport = TRANSPORT_OF(host);
+    sctRUN_RECORD().sMode = host.bLocal ? "local" : host.sAccessMode;
     if (!iSOUND(host, cpCommand, outcome.sReason)) return outcome;
     // A shared connection that broke meanwhile earns one more try; what was refused
     // does not, unless the caller asked for it.
@@ -186,7 +194,8 @@ COMMAND_END sctRUN_COMMAND(const HOST& host, const std::string& sPort, const cha
         if (!transport.iFORM(host, sPort, cpCommand, limits.iConnect, sctSpec, outcome.sReason)) {
             return outcome;
         }
-        outcome = sctRUN_CHILD(host, transport, sctSpec, limits, output);
+        outcome = sctRUN_CHILD(host, transport, sctSpec, limits, output,
+                               iLEFT_TO_FINISH(cpCommand) ? TIME_SCRIPT : TIME_COMMAND);
         if (sctLog.iLogLevel > 0) {
             WRITE_TRACE(&sctLog, "host %s, mode %s: %s %ld %s", host.sName.c_str(),
                         host.bLocal ? "local" : host.sAccessMode.c_str(),

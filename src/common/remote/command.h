@@ -12,6 +12,7 @@
 #include <string>
 
 #include "../cm_trace.h"
+#include "../log/outcome_log.h"
 #include "host.h"
 #include "output.h"
 #include "transport.h"
@@ -37,11 +38,12 @@ struct COMMAND_END {
     bool bRan() const { return eFailure == FAILURE_NONE; }
 };
 
-/* Runs one child that a transport has formed, once. bMOVES, where given, is asked
+/* Runs one child that a transport has formed, once. eTime: whose time it is once the
+   command runs. bMOVES, where given, is asked
    several times a second about the child's process: true is a sign of life, as
    output is. */
 COMMAND_END sctRUN_CHILD(const HOST& host, TRANSPORT& transport, const CHILD_SPEC& sctSpec,
-                         const LIMITS& limits, OUTPUT& output,
+                         const LIMITS& limits, OUTPUT& output, RUN_TIME eTime,
                          const std::function<bool(pid_t)>& bMOVES = {});
 
 COMMAND_END sctRUN_COMMAND(const HOST& host, const std::string& sPort, const char* cpCommand,

@@ -10,6 +10,7 @@
 
 #include "../common.h"
 #include "../config/config.h"
+#include "../log/outcome_log.h"
 #include "cm_remote.h"
 #include "command.h"
 #include "transport.h"
@@ -196,6 +197,7 @@ int REMOTE_COPY_CLIENT(char cMode, const char* cpHost, const char* cpSource, con
         sReason = "cannot read what the database knows of " + host.sName + ": " + host.sUnread;
     } else if (iCONFIG_SERVER_PATH(cpSource, sSource, sReason) &&
                iPATH_ON_HOST(host, cpTarget, sTarget, sReason)) {
+        const STAGE_TIMER timer(TIME_COPY);
         iRet = TRANSPORT_OF(host).iPUT(host, sSource, sTarget, cpMode, sReason);
     }
     iTEXT_COPY(cpMsg, uMsg, iRet ? "" : sReason);

@@ -137,7 +137,7 @@ private:
         OUTPUT            output;
         COPY_PROGRESS     progress(sSource, request.lSize);
         const COMMAND_END outcome =
-            sctRUN_CHILD(host, *this, sctSpec, limits, output,
+            sctRUN_CHILD(host, *this, sctSpec, limits, output, TIME_COMMAND,
                          [&](pid_t iPid) { return iPROGRESS_SHOW(progress, iPid) != 0; });
         sReason = outcome.bRan() ? output.sLastLine : outcome.sReason;
         return outcome.bRan() && outcome.lStatus == 0;

@@ -1,0 +1,178 @@
+/* Outcome log. The only file that knows the library that forms JSON. */
+#include "outcome_log.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <ctime>
+#include <nlohmann/json.hpp>
+
+#include "../config/variables.h"
+#include "../text/appending.h"
+#include "../text/holder.h"
+#include "../text/immortal.h"
+#include "../text/standard_error.h"
+#include "../text/text.h"
+
+namespace {
+
+using JSON = nlohmann::ordered_json;
+
+constexpr const char* acpTIME[] = {"database", "connect", "command", "copy", "script"};
+static_assert(std::size(acpTIME) == RUN_TIMES);
+
+timespec sctCLOCK(clockid_t iClock)
+{
+    timespec sctNow{};
+    clock_gettime(iClock, &sctNow);
+    return sctNow;
+}
+
+long lMICROSECONDS()
+{
+    const timespec sctNow = sctCLOCK(CLOCK_MONOTONIC);
+    return sctNow.tv_sec * 1'000'000 + sctNow.tv_nsec / 1000;
+}
+
+/* The process began when its static objects came to life. */
+const timespec sctBEGIN = sctCLOCK(CLOCK_REALTIME);
+const long     lBEGIN = lMICROSECONDS();
+
+/* "2026-11-25T03:52:27.123+01:00" */
+std::string sISO(const timespec& sctTime)
+{
+    tm sctTm{};
+    localtime_r(&sctTime.tv_sec, &sctTm);
+    char        szTime[40];
+    std::string s(szTime, std::strftime(szTime, sizeof szTime, "%Y-%m-%dT%H:%M:%S", &sctTm));
+    std::string sMilliseconds = std::to_string(1000 + sctTime.tv_nsec / 1'000'000);
+    sMilliseconds[0] = '.';
+    std::string sZone(szTime, std::strftime(szTime, sizeof szTime, "%z", &sctTm));
+    if (sZone.size() == 5) sZone.insert(3, ":");
+    return s + sMilliseconds + sZone;
+}
+
+/* The identifier in front of a catalogue text ("E004-HOSTS"), or "". */
+std::string sIDENTIFIER(const std::string& sMessage)
+{
+    constexpr std::string_view svShape = "?000-HOSTS   ";
+    if (sMessage.size() < svShape.size()) return "";
+    for (size_t u = 0; u < svShape.size(); u++) {
+        const char c = sMessage[u];
+        const bool bFits = svShape[u] == '?'   ? c == 'I' || c == 'W' || c == 'E'
+                           : svShape[u] == '0' ? c >= '0' && c <= '9'
+                                               : c == svShape[u];
+        if (!bFits) return "";
+    }
+    return sMessage.substr(0, svShape.size() - 3);
+}
+
+void SET(JSON& line, const char* cpKey, const std::string& sText)
+{
+    if (!sText.empty()) line[cpKey] = sSAFE_LINE(sText);
+}
+
+/* An identifier that is a number stands as one. */
+void SET_NUMBER(JSON& line, const char* cpKey, const std::string& sText)
+{
+    long       lNumber = 0;
+    const auto end = std::from_chars(sText.data(), sText.data() + sText.size(), lNumber);
+    if (end.ec == std::errc() && end.ptr == sText.data() + sText.size())
+        line[cpKey] = lNumber;
+    else
+        SET(line, cpKey, sText);
+}
+
+void SET_DIAGNOSIS(JSON& line, const DIAGNOSIS& diagnosis)
+{
+    SET(line, "stage", diagnosis.sStage);
+    SET(line, "cause", diagnosis.sCause);
+    for (const std::string& sWords : diagnosis.asWords) line["words"].push_back(sSAFE_LINE(sWords));
+    SET(line, "cure", diagnosis.sCure);
+}
+
+long lROUNDED(long lMicroseconds)
+{
+    return (lMicroseconds + 500) / 1000;
+}
+
+void SET_TIMES(JSON& line, const RUN_RECORD& record)
+{
+    JSON& times = line["ms"];
+    for (size_t u = 0; u < RUN_TIMES; u++)
+        if (record.alMicroseconds[u] >= 0) times[acpTIME[u]] = lROUNDED(record.alMicroseconds[u]);
+    times["total"] = lROUNDED(lMICROSECONDS() - lBEGIN);
+}
+
+}  // namespace
+
+RUN_RECORD& sctRUN_RECORD()
+{
+    static IMMORTAL<RUN_RECORD> record;
+    return record.Get();
+}
+
+STAGE_TIMER::STAGE_TIMER(RUN_TIME eTime) : m_eTime(eTime), m_lStart(lMICROSECONDS()) {}
+
+STAGE_TIMER::~STAGE_TIMER()
+{
+    Add();
+}
+
+void STAGE_TIMER::Switch(RUN_TIME eTime)
+{
+    Add();
+    m_eTime = eTime;
+    m_lStart = lMICROSECONDS();
+}
+
+void STAGE_TIMER::Add()
+{
+    long& lSum = sctRUN_RECORD().alMicroseconds[m_eTime];
+    lSum = std::max(lSum, 0L) + lMICROSECONDS() - m_lStart;
+}
+
+std::string sOUTCOME_LINE(const RUN_RECORD& record)
+{
+    JSON           line;
+    const timespec sctNow = sctCLOCK(CLOCK_REALTIME);
+    line["begin"] = sISO(record.bStarted ? sctBEGIN : sctNow);
+    line["end"] = sISO(sctNow);
+    SET(line, "run", record.sRun);
+    SET(line, "sender", record.sSender);
+    line["pid"] = getpid();
+    SET(line, "client", record.sClient);
+    SET_NUMBER(line, "client_id", record.sClientId);
+    SET(line, "task", record.sTask);
+    line["exit"] = record.bStarted ? JSON(record.iExit) : JSON();
+    line["id"] = sIDENTIFIER(record.sMessage);
+    line["msg"] = sSAFE_LINE(record.sMessage);
+    SET_DIAGNOSIS(line, record.diagnosis);
+    SET(line, "mode", record.sMode);
+    SET(line, "host", record.sHost);
+    if (record.iPort > 0) line["port"] = record.iPort;
+    SET(line, "host_key", record.sHostKey);
+    if (record.bStarted) SET_TIMES(line, record);
+    SET(line, "version_before", record.sVersionBefore);
+    SET(line, "version_after", record.sVersionAfter);
+    if (record.iStored >= 0) line["stored"] = record.iStored == 1;
+    return line.dump(-1, ' ', false, JSON::error_handler_t::replace);
+}
+
+void v_OUTCOME_LOG(const RUN_RECORD& record)
+{
+    std::string sDirectory;
+    std::string sDay;
+    iCONFIG_VARIABLE("gv_rw_prot", sDirectory);
+    iCONFIG_VARIABLE("gv_daylbl", sDay);
+    const std::string sFile = sDirectory + szFILE_NAME(sDay) + ".jsonl";
+    const FD          fdFile(iOPEN_APPEND(sFile));
+    if (fdFile.bOpen() && iWRITE_WHOLE(fdFile.iGet(), sOUTCOME_LINE(record) + "\n")) return;
+    // It lies beside the day protocol: one trouble, told once.
+    const int iErrno = errno;
+    v_STDERR_ONCE("day protocol", "cannot write the outcome log \"%s\": %s", sFile.c_str(),
+                  std::strerror(iErrno));
+}

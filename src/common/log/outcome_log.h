@@ -1,0 +1,75 @@
+/* Outcome log: one JSON object per run and line, in gv_rw_prot, day label, ".jsonl".
+
+   A run has one record. Its stages fill in what they come to know: the database and
+   the remote service their times, the remote service the host that it reached and why
+   an operation failed, the end of the run its outcome. What has no value is left out
+   of the line; keys are only ever added. Texts are shown as everywhere: one line,
+   passwords masked. */
+#pragma once
+
+#include <array>
+#include <string>
+#include <vector>
+
+/* Where the time of a run goes. The connection to a client counts until its shell
+   answers; the update script has a time of its own beside other commands. */
+enum RUN_TIME { TIME_DATABASE, TIME_CONNECT, TIME_COMMAND, TIME_COPY, TIME_SCRIPT, RUN_TIMES };
+
+/* Why an operation failed, as data. */
+struct DIAGNOSIS {
+    std::string              sStage;  // name route port greeting host-key login shell ...
+    std::string              sCause;  // identifier of a row of the table of causes
+    std::string              sSentence;
+    std::vector<std::string> asWords;  // that show it, the most telling first
+    std::string              sCure;    // what to do, with the command to type; may be empty
+    std::string              sTry;     // a command that shows the same; may be empty
+};
+
+struct RUN_RECORD {
+    std::string sRun;  // identifier of the run
+    std::string sSender;
+    std::string sClient;
+    std::string sClientId;
+    std::string sTask;            // register check test remove update servicepack
+    bool        bStarted = true;  // false: a client that its parent did not start
+    int         iExit = 0;
+    std::string sMessage;   // run message
+    DIAGNOSIS   diagnosis;  // of the operation that decided
+    std::string sMode;      // access mode of the host
+    std::string sHost;      // host and port that were reached
+    int         iPort = 0;
+    std::string sHostKey;  // its fingerprint
+    std::string sVersionBefore;
+    std::string sVersionAfter;
+    int         iStored = -1;  // 1 the outcome stands in the client's row, 0 not, -1 unknown
+
+    std::array<long, RUN_TIMES> alMicroseconds{-1, -1, -1, -1, -1};  // -1: none
+};
+
+/* The record of this run. */
+RUN_RECORD& sctRUN_RECORD();
+
+/* Adds the time from its making to its end, or to its Stop, to the run's. */
+class STAGE_TIMER {
+public:
+    explicit STAGE_TIMER(RUN_TIME eTime);
+    STAGE_TIMER(const STAGE_TIMER&) = delete;
+    STAGE_TIMER& operator=(const STAGE_TIMER&) = delete;
+    ~STAGE_TIMER();
+    /* What follows belongs to another stage. */
+    void Switch(RUN_TIME eTime);
+
+private:
+    void Add();
+
+    RUN_TIME m_eTime;
+    long     m_lStart;
+};
+
+/* Appends the record's line by one write. The begin of the line is that of the
+   process, or for a client that was not started now. What cannot be written is told
+   once on standard error. */
+void v_OUTCOME_LOG(const RUN_RECORD& record);
+
+/* The line, without its end. */
+std::string sOUTCOME_LINE(const RUN_RECORD& record);

@@ -1,0 +1,14 @@
+/* What a run leaves in the outcome log. */
+#pragma once
+
+#include "vk_config_client.h"
+
+/* Completes the run's record and appends it to the outcome log.
+   cpTxt    run message
+   iStored  1 the outcome stands in the client's row */
+void v_RUN_OUTCOME(const char* cpTxt, int iExit, const SCT_ARGS* pArg, int iStored);
+
+/* The line of a client that a run over many did not start.
+   cpClient  its name
+   cpWhy     why not, for "msg" */
+void v_OUTCOME_NOT_STARTED(const SCT_ARGS* pArg, const char* cpClient, const char* cpWhy);
