@@ -31,7 +31,10 @@ TEST_F(CONFIG, variables_come_from_environment_file_and_defaults_in_that_order)
 {
     setenv("VK_INI", sPATH("none.ini").c_str(), 1);
     v_CONFIG_FORGET();
+    CaptureStderr();
     EXPECT_TRUE(iCONFIG_VALID());
+    EXPECT_EQ(GetCapturedStderr(), "vk_config_client: VK_INI names \"" + sPATH("none.ini") +
+                                       "\", which does not exist; the defaults hold\n");
     EXPECT_STREQ(cpCONFIG_FILE(), "");
     EXPECT_EQ(sVARIABLE("gv_rw_work"), "/var/opt/velka/work/");
     EXPECT_EQ(sVARIABLE("gv_hosts_file"), "(unset)");
@@ -76,21 +79,40 @@ TEST_F(CONFIG, a_file_that_cannot_be_used_is_told_with_its_line)
     EXPECT_THAT(GetCapturedStderr(), HasSubstr("Is a directory"));
 }
 
-TEST_F(CONFIG, a_value_without_sense_is_told_once_and_the_default_holds)
+TEST_F(CONFIG, what_makes_no_sense_is_told_with_its_line_and_the_default_holds)
 {
-    INI("gv_update_wait = soon\n[general]\nparallel = 0\nlanguage = xx\ntrace_level = 2\n"
-        "[remote]\nidle_timeout = 12x\n");
+    INI("gv_update_wait = soon\ngv_rw_wrok = /x\ngv_rw_pool = /y\n[general]\nparallel = 0\n"
+        "langauge = de\nlanguage = xx\ntrace_level = 2\nstatement_timeout = 1\nnonsense = 1\n"
+        "\n[remotes]\nidle_timeout = 5\n[remote] ; real\n  idle_timeout = "
+        "12x\n[access]\n[database]\n"
+        "conninfo = " +
+        std::string(5000, 'p') + "\nnext = 1\n");
+    setenv("gv_update_wait", "later", 1);
     str_log sctLog{};
     CaptureStderr();
     EXPECT_EQ(iCONFIG_PARALLEL(), 1);
-    EXPECT_EQ(iCONFIG_PARALLEL(), 1);
     EXPECT_EQ(iCONFIG_IDLE_TIMEOUT(), 1800);
-    EXPECT_EQ(iCONFIG_UPDATE_WAIT(), 15);
+    EXPECT_EQ(iCONFIG_UPDATE_WAIT() + iCONFIG_UPDATE_WAIT(), 30);
     v_set_log_main("x_<PID>.lgc", "X", &sctLog);
-    const TEXTS asLine = asLINES(GetCapturedStderr());
-    ASSERT_EQ(asLine.size(), 4U);
-    EXPECT_THAT(asLine[0], HasSubstr("parallel = \"0\""));
-    EXPECT_THAT(asLine[3], HasSubstr("language = \"xx\""));
+    unsetenv("gv_update_wait");
+    const std::string sIni = "vk_config_client: " + sPATH("vk.ini") + ":";
+    const TEXTS       asWanted{
+        // clang-format off
+        sIni + "8: [variables] gv_update_wait = \"soon\" is no number from 0 to 86400, using 15",
+        sIni + "9: unknown key \"gv_rw_wrok\" in [variables]; did you mean \"gv_rw_work\"?",
+        sIni + "12: [general] parallel = \"0\" is no number from 1 to 1000, using 1",
+        sIni + "13: unknown key \"langauge\" in [general]; did you mean \"language\"?",
+        sIni + "14: [general] language = \"xx\" is unknown; known are en es de by fr hr pt, using en",
+        sIni + "16: unknown key \"statement_timeout\" in [general]; it belongs to [database]",
+        sIni + "17: unknown key \"nonsense\" in [general]; it is not used",
+        sIni + "19: unknown section [remotes]; did you mean [remote]?",
+        sIni + "22: [remote] idle_timeout = \"12x\" is no number from 1 to 86400, using 1800",
+        sIni + "23: section [access] has no name behind its word; it is not used",
+        sIni + "26: unknown key \"next\" in [database]; it is not used",
+        "vk_config_client: environment: gv_update_wait = \"later\" is no number from 0 to 86400, using 15",
+        // clang-format on
+    };
+    EXPECT_EQ(asLINES(GetCapturedStderr()), asWanted);
     EXPECT_EQ(sctLog.iLogLevel, 2);
     EXPECT_EQ(eLang, LANG_EN);
 }

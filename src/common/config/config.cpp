@@ -5,24 +5,29 @@
 #include <ini.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <map>
-#include <memory>
-#include <set>
+#include <vector>
 
 #include "../text/holder.h"
 #include "../text/immortal.h"
+#include "../text/likeness.h"
 #include "../text/standard_error.h"
+#include "keys.h"
 
 namespace {
 
 constexpr int iLINE_MAX = 1 << 20;  // a connection text may be long
 
-using SECTION = std::map<std::string, std::string, std::less<>>;
+struct SETTING {
+    std::string sValue;
+    int         iLine = 0;
+};
+using SECTION = std::map<std::string, SETTING, std::less<>>;
 
 struct CONFIG {
     bool                                        bRead = false;
@@ -31,17 +36,154 @@ struct CONFIG {
     std::map<std::string, SECTION, std::less<>> sections;
 };
 
+/* The file while it is read: the parser tells no line numbers, so they are counted
+   here. */
+struct READING {
+    FILE*   pFile;
+    CONFIG* pConfig;
+    int     iLine = 0;
+    bool    bLineBegins = true;
+};
+
 CONFIG& STORE()
 {
     static IMMORTAL<CONFIG> config;
     return config.Get();
 }
 
-/* The last of two equal keys counts, as in most programs' files. */
-int iTAKE_VALUE(void* pConfig, const char* cpSection, const char* cpKey, const char* cpValue)
+bool bNUMBER(const std::string& sText, int iMin, int iMax, int& iValue)
 {
-    static_cast<CONFIG*>(pConfig)->sections[cpSection][cpKey] = cpValue;
+    const char* cpEnd = sText.data() + sText.size();
+    const auto [cpStop, eError] = std::from_chars(sText.data(), cpEnd, iValue);
+    return eError == std::errc() && cpStop == cpEnd && iValue >= iMin && iValue <= iMax;
+}
+
+bool bLANGUAGE(const std::string& sText)
+{
+    return std::find(std::begin(asvLANGUAGE), std::end(asvLANGUAGE), sText) !=
+           std::end(asvLANGUAGE);
+}
+
+/* A run for several clients has told what its file holds; its children need not. */
+bool bTOLD_BY_PARENT()
+{
+    return std::getenv(cpCONFIG_TOLD) != nullptr;
+}
+
+/* One line on a place of the file. */
+void TELL(const READING& reading, const std::string& sText)
+{
+    if (!bTOLD_BY_PARENT())
+        v_STDERR("%s:%d: %s", reading.pConfig->sFile.c_str(), reading.iLine, sText.c_str());
+}
+
+std::string sMEANT(std::string_view svWord, const std::vector<std::string_view>& known,
+                   const char* cpQuote, const char* cpElse)
+{
+    const std::string_view svNearest = svNEAREST(svWord, known);
+    if (svNearest.empty()) return cpElse;
+    return std::string("; did you mean ").append(cpQuote).append(svNearest) +
+           (*cpQuote == '[' ? "]?" : "\"?");
+}
+
+/* Directories that only the configuration knows may be named there, unless the name
+   looks like one that is mistyped. */
+bool bOWN_DIRECTORY(std::string_view svSection, std::string_view svKey)
+{
+    if (svSection != "variables" && !svSection.starts_with("directories ")) return false;
+    if (!svKey.starts_with("gv_ro_") && !svKey.starts_with("gv_rw_")) return false;
+    return std::all_of(std::begin(asctCONFIG_KEY), std::end(asctCONFIG_KEY),
+                       [&](const CONFIG_KEY& key) { return uDISTANCE(svKey, key.svKey) > 1; });
+}
+
+void TELL_UNKNOWN_KEY(const READING& reading, std::string_view svSection, std::string_view svKey)
+{
+    std::vector<std::string_view> known;
+    std::string                   sElse = "; it is not used";
+    for (const CONFIG_KEY& key : asctCONFIG_KEY) {
+        if (key.svSection == svSection.substr(0, svSection.find(' ')))
+            known.push_back(key.svKey);
+        else if (key.svKey == svKey)
+            sElse = std::string("; it belongs to [").append(key.svSection) + "]";
+    }
+    TELL(reading, std::string("unknown key \"").append(svKey).append("\" in [").append(svSection) +
+                      "]" + sMEANT(svKey, known, "\"", sElse.c_str()));
+}
+
+bool bSECTION_KNOWN(std::string_view svSection)
+{
+    const size_t uWord = svSection.find(' ');
+    const bool   bWord = uWord != svSection.npos;
+    for (const CONFIG_KEY& key : asctCONFIG_KEY)
+        if (key.svSection == svSection.substr(0, uWord))
+            return bWord == (key.svSection == "access" || key.svSection == "directories");
+    return false;
+}
+
+void TELL_UNKNOWN_SECTION(const READING& reading, std::string_view svSection)
+{
+    std::vector<std::string_view> known;
+    if (svSection == "access" || svSection == "directories")
+        return TELL(reading, std::string("section [").append(svSection) +
+                                 "] has no name behind its word; it is not used");
+    for (const CONFIG_KEY& key : asctCONFIG_KEY) known.push_back(key.svSection);
+    TELL(reading, std::string("unknown section [").append(svSection) + "]" +
+                      sMEANT(svSection.substr(0, svSection.find(' ')), known, "[",
+                             "; what stands in it is not used"));
+}
+
+/* A value that makes no sense is told; it counts as not set. */
+bool bSENSE(const READING& reading, const CONFIG_KEY& key, const std::string& sValue)
+{
+    if (sValue.empty()) return true;
+    int               iValue = 0;
+    const std::string sIs = std::string("[").append(key.svSection).append("] ").append(key.svKey) +
+                            " = \"" + sValue + "\" is ";
+    const std::string sUsing = ", using " + std::string(key.svDefault);
+    if (key.eKind == CONFIG_NUMBER && !bNUMBER(sValue, key.iMin, key.iMax, iValue))
+        TELL(reading, sIs + "no number from " + std::to_string(key.iMin) + " to " +
+                          std::to_string(key.iMax) + sUsing);
+    else if (key.eKind == CONFIG_LANGUAGE && !bLANGUAGE(sValue))
+        TELL(reading, sIs + "unknown; known are en es de by fr hr pt" + sUsing);
+    else
+        return true;
+    return false;
+}
+
+/* The last of two equal keys counts, as in most programs' files. */
+int iTAKE_VALUE(void* pReading, const char* cpSection, const char* cpKey, const char* cpValue)
+{
+    const READING& reading = *static_cast<READING*>(pReading);
+    if (*cpSection == '\0')
+        TELL(reading,
+             std::string("key \"") + cpKey + "\" stands before every section; it is not used");
+    if (!bSECTION_KNOWN(cpSection)) return 1;  // told where it begins
+    const CONFIG_KEY* pKey = pCONFIG_KEY(cpSection, cpKey);
+    if (pKey == nullptr && !bOWN_DIRECTORY(cpSection, cpKey))
+        TELL_UNKNOWN_KEY(reading, cpSection, cpKey);
+    if (pKey != nullptr && !bSENSE(reading, *pKey, cpValue)) return 1;
+    reading.pConfig->sections[cpSection][cpKey] = {cpValue, reading.iLine};
     return 1;
+}
+
+/* A line as fgets gives it, counted; the parser asks again for the rest of one that is
+   longer than its buffer. */
+char* cpREAD_LINE(char* cpLine, int iSize, void* pReading)
+{
+    READING& reading = *static_cast<READING*>(pReading);
+    if (std::fgets(cpLine, iSize, reading.pFile) == nullptr) return nullptr;
+    const std::string_view svLine = cpLine;
+    if (reading.bLineBegins) {
+        reading.iLine++;
+        const size_t uBegin = std::min(svLine.find_first_not_of(" \t"), svLine.size());
+        const size_t uEnd = svLine.find(']');
+        if (svLine.substr(uBegin).starts_with('[') && uEnd != svLine.npos) {
+            const std::string_view svSection = svLine.substr(uBegin + 1, uEnd - uBegin - 1);
+            if (!bSECTION_KNOWN(svSection)) TELL_UNKNOWN_SECTION(reading, svSection);
+        }
+    }
+    reading.bLineBegins = svLine.ends_with('\n');
+    return cpLine;
 }
 
 /* Long lines need the parser's buffer off the stack; an indented line is a line
@@ -52,7 +194,15 @@ int iPARSE(FILE* pFile, CONFIG& config)
     ini_allow_realloc = true;
     ini_max_line = iLINE_MAX;
     ini_allow_multiline = false;
-    return ini_parse_file(pFile, iTAKE_VALUE, &config);
+    READING reading{pFile, &config};
+    return ini_parse_stream(cpREAD_LINE, &reading, iTAKE_VALUE, &reading);
+}
+
+void UNUSABLE(CONFIG& config, const std::string& sReason)
+{
+    config.bValid = false;
+    config.sections.clear();
+    v_STDERR("%s", sReason.c_str());
 }
 
 void READ_FILE(const std::string& sFile, CONFIG& config)
@@ -60,19 +210,16 @@ void READ_FILE(const std::string& sFile, CONFIG& config)
     const STREAM pFile{std::fopen(sFile.c_str(), "re")};
     if (!pFile && errno == ENOENT) return;
     config.sFile = sFile;
-    int iBadLine = 0;
+    const std::string sCannot = "\"" + sFile + "\": ";
+    if (!pFile) return UNUSABLE(config, "cannot read " + sCannot + std::strerror(errno));
     errno = 0;
-    const bool bDone =
-        pFile && ((iBadLine = iPARSE(pFile.get(), config)) >= 0) && std::ferror(pFile.get()) == 0;
-    if (bDone && iBadLine == 0) return;
-    config.bValid = false;
-    config.sections.clear();
-    if (!bDone)
-        v_STDERR("cannot read \"%s\": %s", sFile.c_str(),
-                 errno != 0 ? std::strerror(errno) : "no memory");
-    else
-        v_STDERR("cannot parse \"%s\": line %d is neither a section nor key = value", sFile.c_str(),
-                 iBadLine);
+    const int iBadLine = iPARSE(pFile.get(), config);
+    if (iBadLine < 0 || std::ferror(pFile.get()) != 0)
+        return UNUSABLE(config,
+                        "cannot read " + sCannot + std::strerror(errno != 0 ? errno : ENOMEM));
+    if (iBadLine > 0)
+        UNUSABLE(config, "cannot parse " + sCannot + "line " + std::to_string(iBadLine) +
+                             " is neither a section nor key = value");
 }
 
 CONFIG& LOADED()
@@ -81,18 +228,21 @@ CONFIG& LOADED()
     if (config.bRead) return config;
     config.bRead = true;
     const char* cpIni = std::getenv("VK_INI");
-    READ_FILE(cpIni != nullptr && *cpIni != '\0' ? cpIni : "/etc/velka/vk.ini", config);
+    const bool  bNamed = cpIni != nullptr && *cpIni != '\0';
+    READ_FILE(bNamed ? cpIni : "/etc/velka/vk.ini", config);
+    if (bNamed && config.sFile.empty() && !bTOLD_BY_PARENT())
+        v_STDERR("VK_INI names \"%s\", which does not exist; the defaults hold", cpIni);
     return config;
 }
 
-int iFILE_NUMBER(const char* cpSection, const char* cpKey, int iDefault, int iMin, int iMax)
+const SETTING* pSETTING(std::string_view svSection, std::string_view svKey)
 {
-    return iCONFIG_NUMBER(cpSection, cpKey, sCONFIG_TEXT(cpSection, cpKey, ""), iDefault, iMin,
-                          iMax);
+    const auto& sections = LOADED().sections;
+    const auto  section = sections.find(svSection);
+    if (section == sections.end()) return nullptr;
+    const auto value = section->second.find(svKey);
+    return value == section->second.end() ? nullptr : &value->second;
 }
-
-constexpr int iDAY = 86'400;  // seconds
-constexpr int iTHOUSAND = 1'000;
 
 }  // namespace
 
@@ -113,11 +263,8 @@ const char* cpCONFIG_FILE()
 
 std::string sCONFIG_TEXT(const char* cpSection, const char* cpKey, const char* cpDefault)
 {
-    const auto& sections = LOADED().sections;
-    const auto  section = sections.find(cpSection);
-    if (section == sections.end()) return cpDefault;
-    const auto value = section->second.find(cpKey);
-    return value == section->second.end() ? cpDefault : value->second;
+    const SETTING* pSetting = pSETTING(cpSection, cpKey);
+    return pSetting != nullptr ? pSetting->sValue : cpDefault;
 }
 
 int iCONFIG_SECTION(const std::string& sSection)
@@ -125,19 +272,30 @@ int iCONFIG_SECTION(const std::string& sSection)
     return LOADED().sections.contains(sSection);
 }
 
+int iCONFIG_NUMBER(std::string_view svSection, std::string_view svKey)
+{
+    const CONFIG_KEY* pKey = pCONFIG_KEY(svSection, svKey);
+    const SETTING*    pSetting = pSETTING(svSection, svKey);
+    int               iValue = 0;
+    if (pKey == nullptr) return 0;
+    if (pSetting == nullptr || !bNUMBER(pSetting->sValue, pKey->iMin, pKey->iMax, iValue))
+        bNUMBER(std::string(pKey->svDefault), pKey->iMin, pKey->iMax, iValue);
+    return iValue;
+}
+
 int iCONFIG_TRACE_LEVEL()
 {
-    return iFILE_NUMBER("general", "trace_level", 0, 0, iTHOUSAND);
+    return iCONFIG_NUMBER("general", "trace_level");
 }
 
 int iCONFIG_PARALLEL()
 {
-    return iFILE_NUMBER("general", "parallel", 1, 1, iTHOUSAND);
+    return iCONFIG_NUMBER("general", "parallel");
 }
 
 int iCONFIG_STATEMENT_TIMEOUT()
 {
-    return iFILE_NUMBER("database", "statement_timeout", 60, 0, iDAY);
+    return iCONFIG_NUMBER("database", "statement_timeout");
 }
 
 int iCONFIG_RETRY_TIME()
@@ -147,30 +305,29 @@ int iCONFIG_RETRY_TIME()
 
 int iCONFIG_CONNECT_TIMEOUT()
 {
-    return iFILE_NUMBER("remote", "connect_timeout", 15, 1, iDAY);
+    return iCONFIG_NUMBER("remote", "connect_timeout");
 }
 
 int iCONFIG_IDLE_TIMEOUT()
 {
-    return iFILE_NUMBER("remote", "idle_timeout", 1800, 1, iDAY);
+    return iCONFIG_NUMBER("remote", "idle_timeout");
 }
 
 int iCONFIG_TOTAL_TIMEOUT()
 {
-    return iFILE_NUMBER("remote", "total_timeout", 14400, 1, 7 * iDAY);
+    return iCONFIG_NUMBER("remote", "total_timeout");
 }
 
-int iCONFIG_NUMBER(const char* cpSection, const char* cpKey, const std::string& sText, int iDefault,
-                   int iMin, int iMax)
+int iCONFIG_NUMBER_OF(const char* cpVariable, const std::string& sText)
 {
-    if (sText.empty()) return iDefault;
-    int iValue = 0;
-    const auto [cpEnd, eError] = std::from_chars(sText.data(), sText.data() + sText.size(), iValue);
-    if (eError == std::errc() && cpEnd == sText.data() + sText.size() && iValue >= iMin &&
-        iValue <= iMax)
-        return iValue;
-    v_STDERR_ONCE((std::string(cpKey) + " " + sText).c_str(),
-                  "[%s] %s = \"%s\" is no number from %d to %d, using %d", cpSection, cpKey,
-                  sText.c_str(), iMin, iMax, iDefault);
-    return iDefault;
+    const CONFIG_KEY* pKey = pCONFIG_KEY("variables", cpVariable);
+    int               iValue = 0;
+    if (pKey == nullptr) return 0;
+    if (sText.empty()) return iCONFIG_NUMBER("variables", cpVariable);
+    if (bNUMBER(sText, pKey->iMin, pKey->iMax, iValue)) return iValue;
+    const int iHolds = iCONFIG_NUMBER("variables", cpVariable);
+    if (!bTOLD_BY_PARENT())
+        v_STDERR_ONCE(cpVariable, "environment: %s = \"%s\" is no number from %d to %d, using %d",
+                      cpVariable, sText.c_str(), pKey->iMin, pKey->iMax, iHolds);
+    return iHolds;
 }

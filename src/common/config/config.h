@@ -1,11 +1,16 @@
 /* The configuration of the installation: vk.ini, named by the environment
-   variable VK_INI, else /etc/velka/vk.ini. A missing file means defaults only.
-   A value that makes no sense is told once on standard error with key and
-   value, and its default holds. Read once, by v_set_log_main or by the first
+   variable VK_INI, else /etc/velka/vk.ini. A missing file means defaults only; one
+   that VK_INI names is told. A value that makes no sense, an unknown key and an
+   unknown section (keys.h) are told in one line each on standard error, with file
+   and line number, when the file is read; the default holds. Read once, by v_set_log_main or by the first
    question. */
 #pragma once
 
 #include <string>
+#include <string_view>
+
+/* In the environment of a child run: its parent has told what is wrong with the file. */
+inline constexpr const char* cpCONFIG_TOLD = "VK_INI_TOLD";
 
 /* 1 the configuration is usable; 0 the file cannot be read or parsed (told on
    standard error with file and line number). */
@@ -33,7 +38,9 @@ int iCONFIG_TOTAL_TIMEOUT();
 /* 1 when vk.ini has the section. */
 int iCONFIG_SECTION(const std::string& sSection);
 
-/* A number from iMin to iMax out of sText, which stands under [section] key;
-   iDefault when it is empty, and, told once on standard error, when it is none. */
-int iCONFIG_NUMBER(const char* cpSection, const char* cpKey, const std::string& sText, int iDefault,
-                   int iMin, int iMax);
+/* The number under a key of keys.h, its default when it is not set or makes no sense. */
+int iCONFIG_NUMBER(std::string_view svSection, std::string_view svKey);
+
+/* The number of a variable of keys.h, of which the environment has sText (empty: it
+   has none); one that makes no sense is told once. */
+int iCONFIG_NUMBER_OF(const char* cpVariable, const std::string& sText);

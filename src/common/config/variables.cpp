@@ -13,24 +13,11 @@
 #include "../text/standard_error.h"
 #include "../text/text.h"
 #include "config.h"
+#include "keys.h"
 
 namespace {
 
-struct DIRECTORY {
-    const char* cpKey;
-    const char* cpPosix;
-    const char* cpWindows;
-};
-
-constexpr DIRECTORY asctDirectory[] = {
-    {"gv_ro", "/opt/velka/", "C:\\Program Files\\velka\\"},
-    {"gv_ro_bin", "/opt/velka/bin/", "C:\\Program Files\\velka\\bin\\"},
-    {"gv_rw", "/var/opt/velka/", "C:\\Program Files\\velka\\var\\"},
-    {"gv_rw_ini", "/etc/velka/", "C:\\Program Files\\velka\\ini\\"},
-    {"gv_rw_work", "/var/opt/velka/work/", "C:\\Program Files\\velka\\work\\"},
-    {"gv_rw_lgc", "/var/opt/velka/lgc/", "C:\\Program Files\\velka\\lgc\\"},
-    {"gv_rw_prot", "/var/opt/velka/prot/", "C:\\Program Files\\velka\\prot\\"},
-};
+constexpr std::string_view svWINDOWS_ROOT = "C:\\Program Files\\velka\\";
 
 struct ACCESS {
     const char* cpMode;
@@ -43,11 +30,12 @@ constexpr ACCESS asctAccess[] = {
     {"SSH", ""},
 };
 
-const DIRECTORY* pDIRECTORY(std::string_view svKey)
+/* Where a directory lies on Windows clients without a section of their own. */
+std::string sWINDOWS_DEFAULT(std::string_view svKey)
 {
-    for (const DIRECTORY& directory : asctDirectory)
-        if (svKey == directory.cpKey) return &directory;
-    return nullptr;
+    if (svKey == "gv_ro") return std::string(svWINDOWS_ROOT);
+    if (svKey == "gv_rw") return std::string(svWINDOWS_ROOT) + "var\\";
+    return std::string(svWINDOWS_ROOT).append(svKey.substr(6)) + "\\";
 }
 
 /* Keys of directories, those that only a configuration knows included. */
@@ -77,11 +65,9 @@ std::string sTODAY()
 
 std::string sVARIABLE_DEFAULT(const char* cpName)
 {
-    const std::string_view svName = cpName;
-    if (const DIRECTORY* pDirectory = pDIRECTORY(svName)) return pDirectory->cpPosix;
-    if (svName == "gv_daylbl") return sTODAY();
-    if (svName == "gv_update_wait") return "15";
-    return "";
+    if (std::string_view(cpName) == "gv_daylbl") return sTODAY();
+    const CONFIG_KEY* pKey = pCONFIG_KEY("variables", cpName);
+    return pKey != nullptr ? std::string(pKey->svDefault) : "";
 }
 
 /* Length of the key of a symbolic path, 0 when it has none: "gv_" and letters,
@@ -135,9 +121,9 @@ int iCONFIG_CLIENT_DIRECTORY(const char* cpPlatform, const char* cpKey, std::str
     if (!bWindows && !iCONFIG_SECTION(sSection)) sSection = "directories LINUX";
     std::string sValue = sCONFIG_TEXT(sSection.c_str(), cpKey, "");
     if (sValue.empty()) {
-        const DIRECTORY* pDirectory = pDIRECTORY(cpKey);
-        if (pDirectory == nullptr) return 0;
-        sValue = bWindows ? pDirectory->cpWindows : pDirectory->cpPosix;
+        const CONFIG_KEY* pKey = pCONFIG_KEY("directories", cpKey);
+        if (pKey == nullptr) return 0;
+        sValue = bWindows ? sWINDOWS_DEFAULT(cpKey) : std::string(pKey->svDefault);
     }
     sDirectory = sENDED(sValue, bWindows);
     return 1;
@@ -192,9 +178,23 @@ int i_get_default2_N(const char* cpKey, const char* cpVariable, char* szBuf, siz
     return 1;
 }
 
+int iCONFIG_VARIABLE_NUMBER(const char* cpName)
+{
+    const char* cpEnvironment = std::getenv(cpName);
+    return iCONFIG_NUMBER_OF(cpName, cpEnvironment != nullptr ? cpEnvironment : "");
+}
+
 int iCONFIG_UPDATE_WAIT()
 {
-    std::string sWait;
-    iCONFIG_VARIABLE("gv_update_wait", sWait);
-    return iCONFIG_NUMBER("variables", "gv_update_wait", sWait, 15, 0, 86'400);
+    return iCONFIG_VARIABLE_NUMBER("gv_update_wait");
+}
+
+int iCONFIG_UPDATE_PILOT()
+{
+    return iCONFIG_VARIABLE_NUMBER("gv_update_pilot");
+}
+
+int iCONFIG_UPDATE_STOP_AFTER()
+{
+    return iCONFIG_VARIABLE_NUMBER("gv_update_stop_after");
 }

@@ -12,6 +12,7 @@
 #include "../cm_lang.h"
 #include "../cm_trace.h"
 #include "../config/config.h"
+#include "../config/keys.h"
 #include "../config/variables.h"
 #include "../text/appending.h"
 #include "../text/holder.h"
@@ -25,8 +26,7 @@ LANGUAGES eLang = LANG_EN;
 
 namespace {
 
-constexpr const char* acpLanguage[] = {"en", "es", "de", "by", "fr", "hr", "pt"};
-static_assert(std::size(acpLanguage) == LANG_PT + 1);
+static_assert(std::size(asvLANGUAGE) == LANG_PT + 1);
 
 struct TRACE_FILE {
     std::string sName;  // as in the record that opened it
@@ -39,14 +39,12 @@ TRACE_FILE& OPEN_FILE()
     return file.Get();
 }
 
+/* An unknown one was told when the file was read. */
 LANGUAGES eCONFIGURED_LANGUAGE()
 {
     const std::string sLanguage = sCONFIG_TEXT("general", "language", "en");
-    for (size_t u = 0; u < std::size(acpLanguage); u++)
-        if (sLanguage == acpLanguage[u]) return static_cast<LANGUAGES>(u);
-    v_STDERR_ONCE(("language " + sLanguage).c_str(),
-                  "%s: language = \"%s\" is unknown; known are en es de by fr hr pt, using en",
-                  cpCONFIG_FILE(), sLanguage.c_str());
+    for (size_t u = 0; u < std::size(asvLANGUAGE); u++)
+        if (sLanguage == asvLANGUAGE[u]) return static_cast<LANGUAGES>(u);
     return LANG_EN;
 }
 

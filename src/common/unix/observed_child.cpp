@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include "../config/config.h"
 #include "local_command.h"
 #include "read_now.h"
 
@@ -42,7 +43,7 @@ int iCLIENT_START(CLIENT_CHILD* pChild, const std::vector<std::string>& asWord,
     const std::string sBeside = sPath.substr(0, sPath.find(':')) + "/" + asWord[0];
     sctSpec.asArgument = asWord;
     if (access(sBeside.c_str(), X_OK) == 0) sctSpec.asArgument[0] = sBeside;
-    sctSpec.asEnvironment = {{"PATH", sPath}};
+    sctSpec.asEnvironment = {{"PATH", sPath}, {cpCONFIG_TOLD, "1"}};
     sctSpec.bErrToOut = false;
     sctSpec.bPipeErr = true;
     return iCHILD_START(pChild->child, sctSpec, sReason);
