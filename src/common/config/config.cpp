@@ -300,7 +300,7 @@ int iCONFIG_STATEMENT_TIMEOUT()
 
 int iCONFIG_RETRY_TIME()
 {
-    return iFILE_NUMBER("database", "retry_time", 10, 0, iDAY);
+    return iCONFIG_NUMBER("database", "retry_time");
 }
 
 int iCONFIG_CONNECT_TIMEOUT()

@@ -21,7 +21,6 @@ struct CONFIG_KEY {
 };
 
 inline constexpr int iCONFIG_DAY = 86'400;  // seconds
-inline constexpr int iCONFIG_MANY = 1'000'000;
 
 /* The value of each is its place in LANGUAGES. */
 inline constexpr std::string_view asvLANGUAGE[] = {"en", "es", "de", "by", "fr", "hr", "pt"};
@@ -42,11 +41,10 @@ inline constexpr CONFIG_KEY asctCONFIG_KEY[] = {
     {"variables",   "gv_default_interface_prefix",      CONFIG_TEXT,      ""},
     {"variables",   "gv_hosts_file",                    CONFIG_TEXT,      ""},
     {"variables",   "gv_update_wait",                   CONFIG_NUMBER,    "15", 0, iCONFIG_DAY},
-    {"variables",   "gv_update_pilot",                  CONFIG_NUMBER,    "0", 0, iCONFIG_MANY},
-    {"variables",   "gv_update_stop_after",             CONFIG_NUMBER,    "0", 0, iCONFIG_MANY},
     {"defaults",    "vk_conf_default_interface_prefix", CONFIG_TEXT,      ""},
     {"database",    "conninfo",                         CONFIG_TEXT,      "host=/run/postgresql dbname=velka user=velka"},
     {"database",    "statement_timeout",                CONFIG_NUMBER,    "60", 0, iCONFIG_DAY},
+    {"database",    "retry_time",                       CONFIG_NUMBER,    "10", 0, iCONFIG_DAY},
     {"remote",      "connect_timeout",                  CONFIG_NUMBER,    "15", 1, iCONFIG_DAY},
     {"remote",      "idle_timeout",                     CONFIG_NUMBER,    "1800", 1, iCONFIG_DAY},
     {"remote",      "total_timeout",                    CONFIG_NUMBER,    "14400", 1, 7 * iCONFIG_DAY},

@@ -35,11 +35,8 @@ int i_get_default2(const char* cpKey, const char* cpVariable, char (&szBuf)[N],
     return i_get_default2_N(cpKey, cpVariable, szBuf, N);
 }
 
-/* The variables that are numbers: seconds before the update script; how many clients a
-   rollout updates first, one at a time; after how many failures it stops (0: never). */
+/* gv_update_wait, seconds. */
 int iCONFIG_UPDATE_WAIT();
-int iCONFIG_UPDATE_PILOT();
-int iCONFIG_UPDATE_STOP_AFTER();
 
 /* The ssh configuration file of an access mode, its symbolic path resolved on
    the server; empty: the administrator's own configuration.
