@@ -12,6 +12,15 @@ char cSMALL(char c)
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
+/* Bytes that both begin with, letter case included. */
+size_t uSAME_BEGINNING(std::string_view svOne, std::string_view svOther)
+{
+    const size_t uMost = std::min(svOne.size(), svOther.size());
+    size_t       u = 0;
+    while (u < uMost && svOne[u] == svOther[u]) u++;
+    return u;
+}
+
 }  // namespace
 
 size_t uDISTANCE(std::string_view svOne, std::string_view svOther)
@@ -45,7 +54,9 @@ std::string_view svNEAREST(std::string_view svWord, const std::vector<std::strin
     if (svWord.size() > 256) return svBest;
     for (const std::string_view svKnown : known) {
         const size_t uAway = uDISTANCE(svWord, svKnown);
-        if (uAway >= uBest) continue;
+        const bool   bNearer = uAway == uBest && !svBest.empty() &&
+                             uSAME_BEGINNING(svWord, svKnown) > uSAME_BEGINNING(svWord, svBest);
+        if (uAway >= uBest && !bNearer) continue;
         uBest = uAway;
         svBest = svKnown;
     }

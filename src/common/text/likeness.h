@@ -9,5 +9,6 @@
 size_t uDISTANCE(std::string_view svOne, std::string_view svOther);
 
 /* The word of known that svWord comes nearest to, "" when none is near: at most two
-   letters away, and less than half of the word. */
+   letters away, and less than half of the word. Of two that are as near, the one that
+   begins with more of its letters, their case included. */
 std::string_view svNEAREST(std::string_view svWord, const std::vector<std::string_view>& known);
