@@ -58,7 +58,10 @@ protected:
     static void TearDownTestSuite()
     {
         SHELL_LINE("gpgconf --homedir " + pathKeys.string() + " --kill all");
-        fs::remove_all(pathKeys);
+        // The agent takes its sockets away while it ends, at the same moment.
+        std::error_code error;
+        for (int iTry = 0; iTry < 100 && fs::exists(pathKeys); iTry++)
+            fs::remove_all(pathKeys, error);
     }
     static std::string sGPG()
     {
