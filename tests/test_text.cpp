@@ -171,6 +171,7 @@ TEST(COMMAND, on_windows_and_what_is_refused)
         {"two words", "\"two words\"", "\"two words\""},
         {"C:\\dir x\\", "\"C:\\dir x\\\\\"", "\"C:\\dir x\\\\\""},
         {"a\"&b", "\"a\"\"&b\"", "\"a\"\"&b\""},
+        {"%OS%", "\"\"%\"OS\"%\"\"", "\"\"%\"OS\"%\"\""},
         {"a\\\"b", "\"a\\\\\"\"b\"", "\"a\\\\\"\"b\""},
         // clang-format on
     };

@@ -4,8 +4,10 @@
 #include <sys/wait.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 
+#include "common/text/command_line.h"
 #include "sandbox_fixture.h"
 
 namespace {
@@ -154,7 +156,7 @@ TEST_F(UPDATE_SCRIPT, a_package_that_cannot_be_trusted_reaches_no_installer)
     EXPECT_REFUSED(RUN(), "cannot be checked");
 
     // gpgv alone calls the signature of an expired key good.
-    const std::string sThen = "--faked-system-time 20200101T000000 ";
+    const std::string sThen = "--faked-system-time 20200101T000000! ";
     ASSERT_EQ(SHELL_LINE(sGPG() + sThen +
                          "--quick-generate-key \"old <old@sandbox.invalid>\" ed25519 sign 1y && " +
                          sGPG() + "--export old >" + (pathWork / "qir-gpg.key").string())
@@ -278,6 +280,42 @@ TEST_F(UPDATE_SCRIPT, a_killed_run_does_not_hinder_the_next)
     EXPECT_EQ(RUN().iExit, 0);
     EXPECT_TRUE(bInstalled());
     EXPECT_FALSE(fs::exists(pathWork / "vk_execute_update.tmp"));
+}
+
+/* Lines as the server forms them, read by the Windows interpreter. */
+TEST_F(UPDATE_SCRIPT, on_Windows_no_character_of_a_value_means_anything)
+{
+    if (!fs::exists("/usr/bin/wine")) GTEST_SKIP() << "the package wine is not installed";
+    const auto WINE = [this](const char* cpFormat, const std::string& sValue) {
+        char szLine[1024];
+        EXPECT_TRUE(iCMD(szLine, SHELL_WINDOWS, cpFormat, sValue));
+        fs::remove(pathWork / "arguments");
+        WRITE_FILE(pathWork / "line", std::string(szLine) + "\r\n");
+        const std::string sWork = "Z:" + pathWork.string();
+        const std::string sRun = "cd " + pathWork.string() +
+                                 " && WINEDEBUG=-all WINEPREFIX=" + (pathWork / "wine").string() +
+                                 " VELKA_WORK=" + sWork + " VELKA_INSTALLER=" + sWork +
+                                 "/show.exe timeout -k 1 100 wine cmd /d /q <line >output 2>&1";
+        EXPECT_EQ(std::system(sRun.c_str()), 0);
+        EXPECT_TRUE(bWAIT_UNTIL(10000, [&] { return fs::exists(pathWork / "arguments"); }))
+            << sREAD_FILE(pathWork / "output");
+        return sREAD_FILE(pathWork / "arguments");
+    };
+    WRITE_FILE(pathWork / "show.exe", "#!/bin/sh\ncd " + pathWork.string() +
+                                          "\nprintf '[%s]' \"$@\" >part\nmv part arguments\n");
+    fs::permissions(pathWork / "show.exe", fs::perms::owner_all);
+    fs::copy_file(VK_SOURCE_DIR "/skel/vk_execute_update.cmd", pathWork / "update.cmd");
+    WRITE_FILE(pathWork / "x_5.1.0-3.exe", "the package\n");
+
+    EXPECT_EQ(WINE("show.exe %s", "A=%OS%&echo x>PWNED \"!^|"), "[A=%OS%&echo x>PWNED \"!^|]");
+    const char* cpUpdate = "update.cmd x_5.1.0-3.exe -v 1 -o \"%s\"";
+    EXPECT_THAT(WINE(cpUpdate, "A=1&echo x>PWNED&rem "), EndsWith("exe][A=1&echo][x>PWNED&rem]"));
+    EXPECT_THAT(WINE(cpUpdate, "P=\"a b\" X=1^2|<>"), EndsWith("exe][P=a b][X=1^2|<>]"));
+    EXPECT_THAT(sREAD_FILE(pathWork / "output"),
+                HasSubstr("MSG=\"package x_5.1.0-3.exe installed"));
+    EXPECT_FALSE(fs::exists(pathWork / "PWNED"));
+    EXPECT_FALSE(fs::exists(pathWork / "vk_execute_update.tmp"));
+    SHELL_LINE("WINEPREFIX=" + (pathWork / "wine").string() + " wineserver -k");
 }
 
 }  // namespace

@@ -16,10 +16,11 @@ bool bPLAIN(char c)
            std::strchr("._-/:=,+@%", c) != nullptr;
 }
 
-bool bPLAIN_WORD(std::string_view svWord)
+/* The Windows interpreter reads %NAME%. */
+bool bPLAIN_WORD(SHELL eShell, std::string_view svWord)
 {
     for (const char c : svWord)
-        if (c == '\0' || !bPLAIN(c)) return false;
+        if (c == '\0' || !bPLAIN(c) || (eShell == SHELL_WINDOWS && c == '%')) return false;
     return true;
 }
 
@@ -36,16 +37,25 @@ bool bTAKEN_BY_SHELL(SHELL eShell, std::string_view svWord)
 
 /* The body of a double-quoted Windows word. Programs there read a run of
    backslashes before a quote as half as many, and "" inside quotes as one;
-   the command interpreter sees an even number of quotes. */
+   the command interpreter sees an even number of quotes. It replaces %NAME% inside
+   quotes too, but knows no variable whose name holds a quote: per-cent signs stand
+   outside, between two quotes that belong to no one. */
 std::string sWINDOWS_BODY(std::string_view svWord, bool bQuoteFollows)
 {
     std::string s;
     size_t      uBackslashes = 0;
+    bool        bOutside = false;
     for (const char c : svWord) {
+        if ((c == '%') != bOutside) {
+            s.append(uBackslashes, '\\').push_back('"');
+            uBackslashes = 0;
+            bOutside = !bOutside;
+        }
         if (c == '"') s.append(uBackslashes, '\\').push_back('"');
         s.push_back(c);
         uBackslashes = c == '\\' ? uBackslashes + 1 : 0;
     }
+    if (bOutside) s.push_back('"');
     if (bQuoteFollows) s.append(uBackslashes, '\\');
     return s;
 }
@@ -95,7 +105,7 @@ PLACE ePLACE_AFTER(SHELL eShell, PLACE ePlace, std::string_view svLiteral)
 
 std::string sVALUE_AT(SHELL eShell, PLACE ePlace, std::string_view svWord, bool bQuoteFollows)
 {
-    if (bPLAIN_WORD(svWord)) return std::string(svWord);
+    if (bPLAIN_WORD(eShell, svWord)) return std::string(svWord);
     if (ePlace == PLACE_BARE) return sSHELL_WORD(eShell, svWord);
     if (eShell == SHELL_WINDOWS) return sWINDOWS_BODY(svWord, bQuoteFollows);
     return ePlace == PLACE_DOUBLE ? sPOSIX_DOUBLE_BODY(svWord) : sPOSIX_SINGLE_BODY(svWord);
@@ -160,7 +170,7 @@ size_t uCMD_TOO_LONG()
 
 std::string sSHELL_WORD(SHELL eShell, std::string_view svWord)
 {
-    if (!svWord.empty() && bPLAIN_WORD(svWord)) return std::string(svWord);
+    if (!svWord.empty() && bPLAIN_WORD(eShell, svWord)) return std::string(svWord);
     /* What the shell cannot take becomes a blank: a word never ends early. */
     std::string sWord(svWord);
     for (char& c : sWord)

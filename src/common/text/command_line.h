@@ -13,7 +13,7 @@ enum SHELL {
 };
 
 /* A word as the shell reads it back: plain words (letters, digits and
-   . _ - / : = , + @ %) stand as they are, others are quoted. */
+   . _ - / : = , + @, for POSIX also %) stand as they are, others are quoted. */
 std::string sSHELL_WORD(SHELL eShell, std::string_view svWord);
 
 /* The same text as it stands between double quotes, without them. */
