@@ -122,6 +122,11 @@ TEST_F(UPDATE, a_package_is_copied_run_cleaned_up_and_recorded_in_that_order)
     EXPECT_EQ(CLIENT_UPDATE("alpha", {"-U", "-P", sPath}).iExit, 0);
     EXPECT_EQ(CLIENT_LOG("alpha")[5], sSCRIPT + " " + sPath);
 
+    // The script starts after a pause.
+    EXPECT_GE(CONFIG_CLIENT({"-c", "alpha", "-U", "-F", "-P", sDEB}, {{"gv_update_wait", "2"}})
+                  .iMilliseconds,
+              2000);
+
     // The server itself is not asked before.
     RESET("velkasrv");
     OUTPUT("velkasrv", sSCRIPT, "STATUS=SUCCESS\n");
@@ -238,9 +243,10 @@ TEST_F(UPDATE, what_may_not_be_updated_is_refused_before_anything_is_copied)
     const std::string sNew = "velka_cli-4.4.1-14.exe", sSame = "velka-cli_4.2.2-99_all.deb";
     const std::string sOld = " with QIR velka version 4.4.1.0 is not supported";
     // clang-format off
-    const struct {
+    struct ROW {
         const char* cpOs; TEXTS asOption; std::string sMessage; /* none: passes, no such package */
-    } aRow[] = {
+    };
+    std::vector<ROW> rows{
         {"Linux", {"-U"}, sE006}, {"Linux", {"-S", "-F"}, sE006},
         {"Linux", {"-S", "-P", sSP_EXE}, sNone + sSP_EXE},
         {"Linux", {"-U", "-P", "it's none"}, sNone + "it's none"},
@@ -250,15 +256,19 @@ TEST_F(UPDATE, what_may_not_be_updated_is_refused_before_anything_is_copied)
         {"Linux", {"-S", "-P", "velka_sp-17_1_4.2.2-99.deb"}, ""},
         {"Windows 7", {"-U", "-F", "-P", "velka_cli-4.2.2-99.exe"}, ""},
         {"Windows Server 2012", {"-U", "-P", sNew}, ""},
-        {"Windows 7", {"-U", "-F", "-P", sNew}, "Update of Windows 7" + sOld},
-        {"Home Server", {"-U", "-P", sNew}, "Update of Home Server" + sOld},
         {"Linux", {"-U", "-P", sDEB}, "Error from alive test: No version in the report of qtc -h"},
     };
     // clang-format on
+    for (const char* cpOs :
+         {"Windows Server 2008", "Windows Server 2008 R2", "Windows 7", "Windows NT", "Windows XP",
+          "Windows 2000", "Windows Server 2003", "Windows Server 2003 R2", "Storage Server 2003",
+          "Home Server", "Windows Vista"})
+        rows.insert(rows.begin(),
+                    {cpOs, {"-U", "-F", "-P", sNew}, "Update of " + std::string(cpOs) + sOld});
     ADD_CLIENT("alpha");
     // Its interpreter is POSIX, whatever the system's name.
     SQL("update oper_systems set platform='LINUX'");
-    for (const auto& row : aRow) {
+    for (const ROW& row : rows) {
         SCOPED_TRACE(row.cpOs + PrintToString(row.asOption));
         RESET("alpha");
         SQL(std::string{"update clients set os='"} + row.cpOs +
@@ -339,6 +349,7 @@ TEST_F(UPDATE, a_script_goes_on_by_itself_when_its_run_is_ended_or_its_connectio
         WRITE_FILE(sGo, "");
         EXPECT_TRUE(
             bWAIT_UNTIL(20000, [&] { return sREAD_FILE(sIni).starts_with("version=5.2.0-4\n"); }));
+        EXPECT_THAT(CLIENT_LOG("alpha"), Contains(StartsWith(sSCRIPT)).Times(1));
     }
 }
 

@@ -117,6 +117,12 @@ int i_RCMD(RCMD* pCmd, str_log sctLog)
     const COMMAND_END outcome = sctRUN_COMMAND(
         host, pCmd->szPort, pCmd->szCmd, sctLIMITS(pCmd->iTimeout, pCmd->iRetries), output, sctLog);
     STATUS_AND_MESSAGE(pCmd, output, outcome);
+    if (output.iFileErrno != 0) {
+        const char* cpCause = std::strerror(output.iFileErrno);
+        v_STDERR("cannot write \"%s\": %s", pCmd->szOutFile, cpCause);
+        if (sctLog.iLogLevel > 0)
+            WRITE_TRACE(&sctLog, "cannot write \"%s\": %s", pCmd->szOutFile, cpCause);
+    }
     return outcome.bRan() ? static_cast<int>(outcome.lStatus) : 255;
 }
 

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 
 #include "../text/text.h"
 
@@ -119,7 +120,10 @@ void OUTPUT_SINK::ToFile(std::string_view svBytes)
     if (m_output.iFile < 0 || m_uFile > uOUTPUT_MAX) return;
     while (!svBytes.empty()) {
         const ssize_t iWritten = write(m_output.iFile, svBytes.data(), svBytes.size());
-        if (iWritten <= 0) return;
+        if (iWritten <= 0) {
+            if (m_output.iFileErrno == 0) m_output.iFileErrno = iWritten < 0 ? errno : ENOSPC;
+            return;
+        }
         svBytes.remove_prefix(static_cast<size_t>(iWritten));
     }
 }

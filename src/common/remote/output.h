@@ -14,6 +14,7 @@ constexpr size_t uOUTPUT_MAX = size_t{16} * 1024 * 1024;
 struct OUTPUT {
     t_LL        LL_Lines = nullptr;  // receives each line, or null
     int         iFile = -1;          // receives the bytes as they came, or -1
+    int         iFileErrno = 0;      // why the file lacks some of them
     std::string sWantedStart;        // "KEY=" of an answer that is looked for, or empty
     std::string sLastLine;           // last line that is not blank; these three are cut
     std::string sStatusLine;         // last line of the form STATUS=...
