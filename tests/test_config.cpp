@@ -173,11 +173,14 @@ TEST_F(OUTPUT, trace_goes_where_the_record_says_and_makes_no_file_without_a_line
     EXPECT_EQ(sctLog.iLogLevel, 0);
     v_set_log(3, 1, &sctLog);
     v_SECRET("geheim");
-    WRITE_TRACE(&sctLog, "first %d geheim\n\x1B%s", 1, "50%s");
+    const mode_t iMask = umask(0);
+    WRITE_TRACE(&sctLog, "first %d %s%5ld|%zu\n\x1B%-5s", 1, "geheim", 7L, size_t{8}, "50%s");
+    umask(iMask);
     const std::string sMain = sPATH("gv_rw_lgc/tool_") + std::to_string(getpid()) + ".lgc";
-    EXPECT_THAT(sREAD_FILE(sMain), testing::MatchesRegex("[0-9-]{10} [0-9:]{8}\\.[0-9]{3} " +
-                                                         std::to_string(getpid()) +
-                                                         " 3-TOOL first 1 \\*\\*\\*  50%s\n"));
+    EXPECT_THAT(
+        sREAD_FILE(sMain),
+        testing::MatchesRegex("[0-9-]{10} [0-9:]{8}\\.[0-9]{3} " + std::to_string(getpid()) +
+                              " 3-TOOL first 1 \\*\\*\\*    7.8  50%s \n"));
     const str_log sctCopy = sctLog;
     v_set_log_mover(&sctLog, "tool-a/b_1.log");
     WRITE_TRACE(&sctLog, "moved");
@@ -188,6 +191,8 @@ TEST_F(OUTPUT, trace_goes_where_the_record_says_and_makes_no_file_without_a_line
     struct stat sctStat {};
     ASSERT_EQ(stat(sPATH("gv_rw_lgc").c_str(), &sctStat), 0);
     EXPECT_EQ(sctStat.st_mode & 0777U, 0750U);
+    ASSERT_EQ(stat(sMain.c_str(), &sctStat), 0);
+    EXPECT_EQ(sctStat.st_mode & 0777U, 0640U) << "no one else reads or writes it";
 }
 
 TEST_F(OUTPUT, the_command_line_hides_the_value_of_p)

@@ -107,6 +107,32 @@ TEST_F(MESSAGES, longer_texts_are_cut_at_a_character_and_fitted_ones_keep_their_
     EXPECT_STREQ(szText, "E004-HOSTS   Error ");
 }
 
+TEST_F(MESSAGES, passwords_are_masked_in_foreign_values_and_never_in_the_catalogue)
+{
+    const struct {
+        const char *cpMessage, *cpShown;
+    } asctRow[] = {
+        // clang-format off
+        {"E007-HOSTS   There is still no QIR velka client software installed on computer a - please do it now.", nullptr},
+        {"E002-HOSTS   There is no access to computer velka: no velka: here",
+         "E002-HOSTS   There is no access to computer velka: no ***: here"},
+        {"E004-HOSTS   Error during access to database  (user velka)",
+         "E004-HOSTS   Error during access to database  (user ***)"},
+        {"E013-HOSTS   Backup from velka cannot return to velka - please check ( ping, DNS, local KTRD ).", nullptr},
+        {"E999-HOSTS   velka", "E999-HOSTS   ***"},
+        // clang-format on
+    };
+    const SECRETS_HERE secrets{"velka"};
+    for (const auto& row : asctRow)
+        EXPECT_EQ(sMASKED(row.cpMessage), row.cpShown != nullptr ? row.cpShown : row.cpMessage);
+    const SECRETS_HERE shorter{"1"};
+    EXPECT_EQ(sMASKED(asctRow[0].cpMessage), asctRow[0].cpMessage);
+    EXPECT_EQ(sMASKED("E002-HOSTS   There is no access to computer a: 1"),
+              "E002-HOSTS   There is no access to computer a: ***");
+    EXPECT_EQ(sFOREIGN("update clients set a='2'"), "***");
+    EXPECT_EQ(sMASKED("host 127.0.0.1"), "host 127.0.0.1");
+}
+
 TEST(AUTH_DATA, is_what_the_first_two_pairs_of_brackets_hold)
 {
     // clang-format off

@@ -13,4 +13,5 @@ constexpr std::string_view asvLEFT_TO_FINISH[] = {"vk_execute_update", "vk_execu
 
 }  // namespace
 
-extern const PROGRAM sctPROGRAM{"vk_config_client", cpOPTIONS, 'p', asvLEFT_TO_FINISH};
+extern const PROGRAM sctPROGRAM{"vk_config_client", cpOPTIONS, 'p', asvLEFT_TO_FINISH,
+                                iMESSAGE_FOREIGN};

@@ -227,6 +227,26 @@ constexpr bool bMARKS_FIT()
 static_assert(bROWS_ARE_IN_ORDER(), "one row for each identifier, in its order");
 static_assert(bMARKS_FIT(), "no text may want more values than the English one");
 
+/* Messages whose last value comes from another program or a library. */
+bool bENDS_WITH_FOREIGN(MESSAGE_ID eId)
+{
+    switch (eId) {
+        case MSG_E002:
+        case MSG_E003:
+        case MSG_E004:
+        case MSG_E020:
+        case MSG_E021:
+        case MSG_E022:
+        case MSG_W004:
+        case MSG_W005:
+        case MSG_W006:
+        case MSG_W007:
+            return true;
+        default:
+            return false;
+    }
+}
+
 }  // namespace
 
 std::string_view svMESSAGE_TEXT(MESSAGE_ID eId, LANGUAGES eLanguage)
@@ -262,6 +282,30 @@ void MESSAGE_FITTED_N(char* cpDest, size_t uSize, MESSAGE_ID eId, std::string_vi
     const size_t uAround = sMESSAGE(eId, {""}).size();
     const size_t uRoom = uAround < uSize ? uSize - 1 - uAround : 0;
     iTEXT_COPY(cpDest, uSize, sMESSAGE(eId, {svTEXT_CUT(svValue, uRoom)}));
+}
+
+int iMESSAGE_FOREIGN(std::string_view svText, size_t& uBegin, size_t& uEnd)
+{
+    for (const MESSAGE_ROW& row : asctMessage) {
+        std::string_view svForm = svMESSAGE_TEXT(row.eId, eLang);
+        const size_t     uMark = svForm.find(svMARK);
+        if (!svText.starts_with(svForm.substr(0, std::min(uMark, svText.size())))) continue;
+        uBegin = uEnd = svText.size();
+        if (!bENDS_WITH_FOREIGN(row.eId)) return 1;
+        uBegin = uMark;
+        const size_t uLast = svForm.rfind(svMARK);
+        // Between a first value, which may hold anything, and the last one.
+        if (uLast != uMark) {
+            const std::string_view svBetween =
+                svForm.substr(uMark + svMARK.size(), uLast - uMark - svMARK.size());
+            const size_t uFound = svText.find(svBetween, uMark);
+            if (uFound != svText.npos) uBegin = uFound + svBetween.size();
+        }
+        const std::string_view svEnding = svForm.substr(uLast + svMARK.size());
+        if (svText.ends_with(svEnding)) uEnd = std::max(uBegin, svText.size() - svEnding.size());
+        return 1;
+    }
+    return 0;
 }
 
 void PROT_MESSAGE(MESSAGE_ID eId, std::initializer_list<std::string_view> values)

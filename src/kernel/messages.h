@@ -81,6 +81,11 @@ void MESSAGE_FITTED(char (&szDest)[N], MESSAGE_ID eId, std::string_view svValue)
     MESSAGE_FITTED_N(szDest, N, eId, svValue);
 }
 
+/* Where in a message the text of another program or a library stands (a database's, a
+   client's, a script's): from uBegin to uEnd, an empty range when it has none.
+   Result  1 svText is a message of the catalogue in the language of this run, 0 not */
+int iMESSAGE_FOREIGN(std::string_view svText, size_t& uBegin, size_t& uEnd);
+
 /* Writes a message into the day protocol. */
 void PROT_MESSAGE(MESSAGE_ID eId, std::initializer_list<std::string_view> values);
 

@@ -315,13 +315,17 @@ void v_REPORT(MULTI_RUN* pRun)
         char       szComment[512] = "";
         char       szOs[512] = "";
         char       szHw[512] = "";
+        char       szPassword[256] = "";
+        char       szOsPassword[256] = "";
         const char szVersion[] = "";
         iDB_SEL_GET(&pRun->sctList, iRow, szReply, &strLog, "name", szName, "comment", szComment,
-                    "os", szOs, "hw_platform", szHw, "d");
+                    "os", szOs, "hw_platform", szHw, "password", szPassword, "os_password",
+                    szOsPassword, "d");
         if (bNO_CLIENT(szName)) continue;
         iClients++;
+        const SECRETS_HERE secrets{szPassword, szOsPassword};  // the child's message may hold one
         x_Snprintf(pRun->szSql, sizeof pRun->szSql, "Client: %-64s %s %s %s Message: %s", szName,
-                   szOs, szHw, szVersion, szComment);
+                   szOs, szHw, szVersion, sMASKED(szComment).c_str());
         TRACE(": %s", pRun->szSql);
         std::printf("%s\n", sONE_LINE(pRun->szSql).c_str());
     }

@@ -81,7 +81,7 @@ void ZFINISH(const char* cpTxt, int iExit, char cDelFlg, SCT_ARGS* pArg)
     v_CHAIN_SERVICEPACK(iExit, pArg, szSummary);
 
     std::printf("STATUS=%s MSG=\"%s\"\n", iExit == VK_SUCCESS ? "SUCCESS" : "ERROR",
-                sONE_LINE(cpTxt).c_str());
+                sSAFE_LINE(cpTxt).c_str());
     v_END_PROCESS(iExit);
 }
 

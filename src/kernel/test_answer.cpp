@@ -10,7 +10,6 @@ int iFOUND(const char* cpFile, const char* cpPattern, char (&szLine)[1024])
     iTEXT_SET(szLine, cpPattern);
     TRACE("check for %s", szLine);
     if (file_search2(cpFile, szLine, sizeof szLine, 32) == 0) return 0;
-    iTEXT_SET(szLine, sMASKED(szLine));  // a client may repeat its command, password included
     TRACE("test received line %s", szLine);
     return 1;
 }

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "../text/immortal.h"
+#include "../text/secret.h"
 #include "../text/standard_error.h"
 #include "connection.h"
 
@@ -117,7 +118,7 @@ bool bTRACED(const str_log& sctLog)
 DB_OUTCOME sctRUN(const char* cpSql, const str_log& sctLog, size_t uKeep, RECORDS& records)
 {
     const bool bTrace = bTRACED(sctLog);
-    if (bTrace) WRITE_TRACE(&sctLog, "statement: %s", cpSql);
+    if (bTrace) WRITE_TRACE(&sctLog, "statement: %s", sFOREIGN(cpSql).c_str());
     DB_OUTCOME outcome = sctDB_RUN(cpSql, [&](const PGresult* pRow) {
         if (pRow == nullptr)
             records = {};
@@ -130,7 +131,7 @@ DB_OUTCOME sctRUN(const char* cpSql, const str_log& sctLog, size_t uKeep, RECORD
     if (outcome.bOk)
         WRITE_TRACE(&sctLog, "statement done, rows: %ld", outcome.lRows);
     else
-        WRITE_TRACE(&sctLog, "statement failed: %s", outcome.error.sText.c_str());
+        WRITE_TRACE(&sctLog, "statement failed: %s", sFOREIGN(outcome.error.sText).c_str());
     return outcome;
 }
 

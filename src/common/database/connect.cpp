@@ -120,7 +120,7 @@ PLAN sctPLAN()
     const CONNINFO          pInfo{PQconninfoParse(sText.c_str(), nullptr)};
     const PQconninfoOption* pOption = pInfo.get();
     PLAN                    plan;
-    v_SECRET(sSET_IN(pOption, "password", "PGPASSWORD"));
+    v_SECRET(sSET_IN(pOption, "password", "PGPASSWORD"), SECRET_OF_DATABASE);
     v_READ_HOSTS(pOption, plan);
     plan.sOwnOptions = sSET_IN(pOption, "options", "PGOPTIONS");
     const std::string sTimeout = sSET_IN(pOption, "connect_timeout", "PGCONNECT_TIMEOUT");

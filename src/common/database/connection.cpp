@@ -19,6 +19,7 @@
 #include "../config/config.h"
 #include "../log/outcome_log.h"
 #include "../text/immortal.h"
+#include "../text/secret.h"
 #include "../text/standard_error.h"
 #include "../unix/cm_hal_pipe.h"
 #include "connect.h"
@@ -52,7 +53,8 @@ void CLOSE_AT_END()
 
 void TELL_LOST(const std::string& sError)
 {
-    v_STDERR_ONCE("database", "cannot use the database: %s", sError.c_str());
+    v_STDERR_ONCE("database", "cannot use the database: %s",
+                  sFOREIGN(sError, SECRET_OF_DATABASE).c_str());
 }
 
 /* Notices are of no interest, but for the server's last words. */

@@ -14,6 +14,7 @@
 #include "../text/appending.h"
 #include "../text/holder.h"
 #include "../text/immortal.h"
+#include "../text/secret.h"
 #include "../text/standard_error.h"
 #include "../text/text.h"
 
@@ -90,7 +91,8 @@ void SET_DIAGNOSIS(JSON& line, const DIAGNOSIS& diagnosis)
 {
     SET(line, "stage", diagnosis.sStage);
     SET(line, "cause", diagnosis.sCause);
-    for (const std::string& sWords : diagnosis.asWords) line["words"].push_back(sSAFE_LINE(sWords));
+    for (const std::string& sWords : diagnosis.asWords)
+        line["words"].push_back(sONE_LINE(sFOREIGN(sWords)));
     SET(line, "cure", diagnosis.sCure);
 }
 

@@ -10,6 +10,7 @@
 #include "../config/variables.h"
 #include "../text/appending.h"
 #include "../text/immortal.h"
+#include "../text/secret.h"
 #include "../text/standard_error.h"
 #include "../text/text.h"
 #include "../text/time_text.h"
@@ -48,21 +49,21 @@ void PROTOCOL_LINE(const std::string& sText)
     iCONFIG_VARIABLE("gv_rw_prot", sDirectory);
     iCONFIG_VARIABLE("gv_daylbl", sDay);
     APPEND_LINE("day protocol", sDirectory + szFILE_NAME(sDay) + ".prt",
-                sLOCAL_TIME(false) + " " + std::to_string(getpid()) + " " + sSAFE_LINE(sText));
+                sLOCAL_TIME(false) + " " + std::to_string(getpid()) + " " + sONE_LINE(sText));
 }
 
 }  // namespace
 
 void FPROT(int /*iZero*/, const char* cpText)
 {
-    PROTOCOL_LINE(cpText);
+    PROTOCOL_LINE(sMASKED(cpText));
 }
 
 void FPROT_FORMAT(int /*iZero*/, const char* cpFormat, ...)
 {
     va_list args;
     va_start(args, cpFormat);
-    const std::string sText = sFORMATTED(cpFormat, args);
+    const std::string sText = sFORMATTED_MASKED(cpFormat, args);
     va_end(args);
     PROTOCOL_LINE(sText);
 }
@@ -74,7 +75,7 @@ void info(char cKind, int /*iZero*/, const char* cpText)
         char szFile[1024];
         make_answ_file_name((std::string("vk_") + time_get(szStamp)).c_str(), "velka", szFile);
     }
-    const std::string sLine = sSAFE_LINE(std::string(1, cKind) + " " + cpText);
+    const std::string sLine = std::string(1, cKind) + " " + sSAFE_LINE(cpText);
     APPEND_LINE("info output", sANSWER_FILE(), sLine);
     if (isatty(STDERR_FILENO)) iWRITE_WHOLE(STDERR_FILENO, sLine + "\n");
 }

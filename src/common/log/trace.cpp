@@ -125,11 +125,11 @@ void WRITE_TRACE(const str_log* pLog, const char* cpFormat, ...)
 {
     va_list args;
     va_start(args, cpFormat);
-    const std::string sText = sFORMATTED(cpFormat, args);
+    const std::string sText = sFORMATTED_MASKED(cpFormat, args);
     va_end(args);
     std::string sLine = sLOCAL_TIME(true) + " " + std::to_string(pLog->iProcessId) + " ";
     if (pLog->iNoIdent == 0) sLine += std::to_string(pLog->iLogLevel) + "-" + pLog->szIns + " ";
-    sLine += sSAFE_LINE(sText) + "\n";
+    sLine += sONE_LINE(sText) + "\n";
     const int iFd = iTRACE_FD(*pLog);
     if (iFd >= 0 && iWRITE_WHOLE(iFd, sLine)) return;
     const int iErrno = errno;

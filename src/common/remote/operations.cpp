@@ -42,7 +42,7 @@ int iRUN(const char* cpHost, const char* cpMode, const char* cpCommand, const LI
 {
     const HOST&       host = sctHOST(cpHost, cpMode, sctLog);
     const COMMAND_END outcome = sctRUN_COMMAND(host, "", cpCommand, limits, output, sctLog);
-    sReason = sMASKED(outcome.sReason);
+    sReason = outcome.sReason;
     return outcome.bRan() ? iPOSITIVE(outcome.lStatus) : -1;
 }
 
@@ -71,7 +71,7 @@ void STATUS_AND_MESSAGE(RCMD* pCmd, const OUTPUT& output, const COMMAND_END& out
     pCmd->szSts[0] = pCmd->szMsg[0] = '\0';
     // What the command has said of itself holds even when its connection broke then.
     if (!output.sStatusLine.empty() && iSTATUS_LINE(output.sStatusLine, pCmd)) return;
-    iTEXT_SET(pCmd->szMsg, outcome.bRan() ? output.sLastLine : sMASKED(outcome.sReason));
+    iTEXT_SET(pCmd->szMsg, outcome.bRan() ? output.sLastLine : outcome.sReason);
 }
 
 /* The output file of a command. Where it cannot be opened the command still runs:
@@ -183,8 +183,8 @@ int i_RCMD_EXEC_LOG(const char* cpHost, const char* cpCommand, int, char* cpMsg,
     const int   iRet = iRUN(cpHost, "", cpCommand, sctLIMITS(0, 0), output, sReason, sctLog);
     iTEXT_COPY(cpMsg, uMsg, iRet < 0 ? sReason : output.sLastLine);
     if (sctLog.iLogLevel > 0) {
-        WRITE_TRACE(&sctLog, "%s: %s returned %d, %s", cpHost, sMASKED(cpCommand).c_str(), iRet,
-                    cpMsg);
+        WRITE_TRACE(&sctLog, "%s: %s returned %d, %s", cpHost, sFOREIGN(cpCommand).c_str(), iRet,
+                    sFOREIGN(cpMsg).c_str());
     }
     return iRet;
 }

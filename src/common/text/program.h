@@ -11,6 +11,9 @@ struct PROGRAM {
     /* Programs on clients that are left to finish once they run: half an installation
        is worse than one that nobody waits for. */
     std::span<const std::string_view> leftToFinish;
+    /* Null, or: 1 when svText is a message of the program's catalogue, and then where the
+       value in it that comes from another program or a library begins and ends. */
+    int (*pForeign)(std::string_view svText, size_t& uBegin, size_t& uEnd) = nullptr;
 };
 
 /* Each program defines its own; the library's serves those that define none. */

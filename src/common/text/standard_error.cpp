@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <set>
 
 #include "immortal.h"
@@ -16,7 +17,40 @@ namespace {
 
 void STDERR_LINE(const std::string& sText)
 {
-    iWRITE_WHOLE(STDERR_FILENO, std::string(cpPROGRAM_NAME()) + ": " + sSAFE_LINE(sText) + "\n");
+    iWRITE_WHOLE(STDERR_FILENO, std::string(cpPROGRAM_NAME()) + ": " + sONE_LINE(sText) + "\n");
+}
+
+std::string sPRINTED(const char* cpPlace, ...)
+{
+    va_list args;
+    va_start(args, cpPlace);
+    std::string s = sFORMATTED(cpPlace, args);
+    va_end(args);
+    return s;
+}
+
+/* The text of one place of a format, its value taken off the list. The conversions are
+   those that this system uses. */
+std::string sVALUE(const std::string& sPlace, va_list& args)
+{
+    const bool  bLong = sPlace.find_first_of("lzjt") != std::string::npos;
+    const char* cpPlace = sPlace.c_str();
+    switch (sPlace.back()) {
+        case '%':
+            return "%";
+        case 's': {
+            const char* cpText = va_arg(args, const char*);
+            return sPRINTED(cpPlace, sMASKED(cpText != nullptr ? cpText : "(null)").c_str());
+        }
+        case 'f':
+        case 'g':
+            return sPRINTED(cpPlace, va_arg(args, double));
+        case 'p':
+            return sPRINTED(cpPlace, va_arg(args, void*));
+        default:
+            return bLong ? sPRINTED(cpPlace, va_arg(args, long))
+                         : sPRINTED(cpPlace, va_arg(args, int));
+    }
 }
 
 }  // namespace
@@ -30,6 +64,25 @@ std::string sFORMATTED(const char* cpFormat, va_list args)
     if (iLength > 0) std::vsnprintf(s.data(), s.size() + 1, cpFormat, again);
     va_end(again);
     return s;
+}
+
+std::string sFORMATTED_MASKED(const char* cpFormat, va_list args)
+{
+    va_list rest;
+    va_copy(rest, args);
+    std::string sText;
+    for (const char* cp = cpFormat; *cp != '\0';) {
+        const size_t uLiteral = std::strcspn(cp, "%");
+        sText.append(cp, uLiteral);
+        cp += uLiteral;
+        if (*cp == '\0') break;
+        const size_t      uPlace = std::strspn(cp + 1, "0123456789.-+ #hlzjt") + 2;
+        const std::string sPlace(cp, cp[uPlace - 1] == '\0' ? uPlace - 1 : uPlace);
+        cp += sPlace.size();
+        sText += sVALUE(sPlace, rest);
+    }
+    va_end(rest);
+    return sText;
 }
 
 std::string sSAFE_LINE(const std::string& sText)
@@ -48,7 +101,7 @@ void v_STDERR(const char* cpFormat, ...)
 {
     va_list args;
     va_start(args, cpFormat);
-    const std::string sText = sFORMATTED(cpFormat, args);
+    const std::string sText = sFORMATTED_MASKED(cpFormat, args);
     va_end(args);
     STDERR_LINE(sText);
 }
@@ -59,7 +112,7 @@ void v_STDERR_ONCE(const char* cpKey, const char* cpFormat, ...)
     if (!told.Get().insert(cpKey).second) return;
     va_list args;
     va_start(args, cpFormat);
-    const std::string sText = sFORMATTED(cpFormat, args);
+    const std::string sText = sFORMATTED_MASKED(cpFormat, args);
     va_end(args);
     STDERR_LINE(sText);
 }

@@ -14,6 +14,10 @@ void v_STDERR_ONCE(const char* cpKey, const char* cpFormat, ...)
 /* Formats like vprintf. */
 std::string sFORMATTED(const char* cpFormat, va_list args) __attribute__((format(printf, 1, 0)));
 
+/* The same; passwords are masked in the values of %s, never in the format's own words. */
+std::string sFORMATTED_MASKED(const char* cpFormat, va_list args)
+    __attribute__((format(printf, 1, 0)));
+
 /* Passwords masked, control characters and invalid UTF-8 replaced. */
 std::string sSAFE_LINE(const std::string& sText);
 

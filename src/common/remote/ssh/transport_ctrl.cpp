@@ -73,7 +73,7 @@ struct CTRL : TRANSPORT {
         }
         sctSpec.bPipeIn = true;
         // Whoever is on this machine may read an argument vector.
-        if (sMASKED(svCommand) != svCommand) {
+        if (sFOREIGN(svCommand) != svCommand) {
             sctSpec.sFirstInput = sLine + "\n";
             sLine = svREQUEST_FOLLOWS;
         }
