@@ -4,8 +4,11 @@
 #include <unistd.h>
 
 #include <nlohmann/json.hpp>
+#include <regex>
 
 #include "common/log/outcome_log.h"
+#include "common/remote/cause.h"
+#include "common/remote/ssh/ssh_words.h"
 #include "common/text/secret.h"
 #include "sandbox_fixture.h"
 #include "scratch.h"
@@ -70,6 +73,94 @@ TEST_F(OUTCOME_FILE, lines_of_eight_processes_stay_whole)
     EXPECT_EQ(sctStat.st_mode & 0777U, 0640U);
 }
 
+TEST(CAUSE_TABLE, is_the_man_pages)
+{
+    std::string sMan = sREAD_FILE(std::string(VK_SOURCE_DIR) + "/man/vk_config_client.8");
+    sMan = sMan.substr(sMan.find(".Sh CAUSES"));
+    sMan = std::regex_replace(sMan.substr(0, sMan.find(".El")), std::regex("\\s+"), " ");
+    size_t uRows = 0;
+    for (size_t u = sMan.find(".It Cm "); u != sMan.npos; u = sMan.find(".It Cm ", u + 1)) uRows++;
+    EXPECT_EQ(uRows, actCAUSES().size());
+    for (const CAUSE& cause : actCAUSES()) {
+        std::string sRow = std::string(".It Cm ") + cause.cpId;
+        if (cause.eStage != STAGE_NONE) sRow += std::string(" Pq ") + cpSTAGE(cause.eStage);
+        sRow += std::string(" ") + cause.cpSentence + ".";
+        if (cause.cpCure[0] != '\0') sRow += std::string(" Cure: ") + cause.cpCure + ".";
+        EXPECT_NE(sMan.find(sRow), sMan.npos) << sRow;
+    }
+}
+
+constexpr const char* cpWAY =
+    "debug1: Connecting to beta [192.0.2.7] port 22.\ndebug1: Connection established.\n";
+constexpr const char* cpGREETED = "debug1: Remote protocol version 2.0, remote software x\n";
+constexpr const char* cpLOGIN =
+    "debug1: Authentications that can continue: publickey\n"
+    "debug1: Offering public key: /k ED25519 SHA256:x explicit\n";
+constexpr const char* cpACCEPTED = "debug1: Server accepts key: /k ED25519 SHA256:x explicit\n";
+constexpr const char* cpDENIED = "root@beta: Permission denied (publickey).\n";
+constexpr const char* cpPROXY = "debug1: Executing proxy command: exec ssh -W '[b]:22' hop\n";
+
+TEST(SSH_WORDS, the_way_and_the_words_show_the_cause)
+{
+    struct ROW {
+        std::string sLog;
+        std::string sJump;
+        const char* cpCause;
+        std::string sReason;
+    };
+    const std::string sWay = cpWAY;
+    const std::string sLogin = sWay + cpGREETED + cpLOGIN;
+    const std::string sNo = "root@beta: Permission denied (publickey).";
+    const std::string sFailed = "Error: Authentication failed: ";
+    const std::string sChanged =
+        "Host key for beta has changed and you have requested strict checking.";
+    const ROW asctRow[] = {
+        {"ssh: Could not resolve hostname beta: Name or service not known\n", "", "host-unknown",
+         "Host is unknown: ssh: Could not resolve hostname beta: Name or service not known"},
+        {"Can't open user config file /c: Permission denied\n", "", "config-unreadable",
+         "Can't open user config file /c: Permission denied"},
+        {"debug1: Connecting to beta [192.0.2.7] port 22.\n"
+         "ssh: connect to host beta port 22: Connection refused\n",
+         "", "port-closed", "ssh: connect to host beta port 22: Connection refused"},
+        {sWay + "debug1: kex_exchange_identification: banner line 0: HTTP/1.1 400\n"
+                "kex_exchange_identification: Connection closed by remote host\n",
+         "", "other-service", "kex_exchange_identification: Connection closed by remote host"},
+        {sWay + "Connection timed out during banner exchange\n", "", "sshd-silent",
+         "Connection timed out during banner exchange"},
+        {sWay + cpGREETED + "@ WARNING: REMOTE HOST IDENTIFICATION HAS CHANGED! @\n" + sChanged +
+             "\r\nHost key verification failed.\r\n",
+         "", "host-key-changed", "Host key verification failed.; " + sChanged},
+        {sLogin + cpDENIED, "", "key-not-accepted", sFailed + sNo},
+        {sLogin + cpACCEPTED + cpDENIED, "", "key-encrypted-no-agent", sFailed + sNo},
+        {sLogin + cpACCEPTED + "debug1: Authentications that can continue: publickey\n" + cpDENIED,
+         "", "login-forbidden", sFailed + sNo},
+        {sLogin +
+             "Permissions 0644 for '/k' are too open.\nThis private key will be ignored.\n"
+             "Load key \"/k\": bad permissions\n" +
+             cpDENIED,
+         "", "key-too-open", sFailed + "Load key \"/k\": bad permissions; " + sNo},
+        // What the host in between says of itself never looks like the client's failure.
+        {cpPROXY, "ssh: connect to host hop port 22: Connection refused\n", "jump-port-closed",
+         "jump host hop: ssh: connect to host hop port 22: connection refused"},
+        {cpPROXY, cpDENIED, "jump-key-not-accepted", "jump host hop: " + sNo},
+        {cpPROXY, "channel 0: open failed: connect failed: Connection refused\n",
+         "behind-jump-port-closed",
+         "jump host hop: channel 0: open failed: connect failed: Connection refused"},
+        // What a client says behind its greeting is not taken for the words of a jump host.
+        {std::string(cpPROXY) + cpGREETED + cpLOGIN + cpDENIED,
+         "ssh: connect to host hop port 22: Connection refused\n", "key-not-accepted",
+         sFailed + sNo},
+        {sLogin + "Authenticated to beta ([192.0.2.7]:22) using \"publickey\".\n", "", "", ""},
+    };
+    for (const ROW& row : asctRow) {
+        SCOPED_TRACE(row.sLog + row.sJump);
+        PLACES    places{{"host", "beta"}};
+        DIAGNOSIS diagnosis;
+        EXPECT_EQ(sWHY(sctSSH_STORY(row.sLog), row.sJump, places, diagnosis), row.sReason);
+        EXPECT_EQ(diagnosis.sCause, row.cpCause);
+    }
+}
+
 class CAUSES : public SANDBOX {
 protected:
     JSON LAST() { return JSON::parse(OUTCOMES().back()); }
@@ -97,12 +188,51 @@ TEST_F(CAUSES, each_run_leaves_a_line_also_without_a_database)
     EXPECT_FALSE(line["ms"].contains("copy"));
     EXPECT_FALSE(line.contains("cause"));
 
+    EXPECT_TRUE(line["host_key"].get<std::string>().starts_with("SHA256:"));
+    EXPECT_GT(line.value("port", 0), 0);
+
     DATABASE_GONE();
     CONFIG_CLIENT({"-c", "alpha", "-C", "r"});
     line = LAST();
+    EXPECT_EQ(line.value("cause", ""), "database-missing");
     EXPECT_EQ(OUTCOMES().size(), 2U);
     EXPECT_EQ(line.value("id", ""), "E006-HOSTS");
     EXPECT_FALSE(line.value("stored", true));
+}
+
+TEST_F(CAUSES, failed_checks_name_stage_cause_and_words)
+{
+    INI("general", "trace_level", "1");
+    const std::pair<TEXTS, std::array<const char*, 3>> asRow[] = {
+        {{"mode=fail", "exit=3", "text=no licence\033[31m"},
+         {"answer", "program-failed", "no licence"}},
+        {{"mode=exit255"}, {"answer", "program-failed-silently", ""}},
+        {{"mode=noversion"}, {"answer", "no-version", "MODULE_VERSIONS"}},
+        {{"mode=cut"}, {"answer", "connection-lost", ""}},
+    };
+    ADD_CLIENT("alpha");
+    for (const auto& [asSwitch, acpWanted] : asRow) {
+        SCOPED_TRACE(acpWanted[1]);
+        SWITCH("alpha", "qtc", asSwitch);
+        const RUN  run = CONFIG_CLIENT({"-c", "alpha", "-C", "r"});
+        const JSON line = LAST();
+        EXPECT_EQ(line.value("stage", ""), acpWanted[0]);
+        EXPECT_EQ(line.value("cause", ""), acpWanted[1]);
+        const std::string sWords = line.contains("words") ? line["words"].dump() : "";
+        EXPECT_THAT(sWords, testing::HasSubstr(acpWanted[2]));
+        EXPECT_EQ(sWords.find("\\u001b"), sWords.npos);
+        EXPECT_THAT(run.sErr, testing::Not(testing::HasSubstr(acpWanted[1])));
+        EXPECT_THAT(TRACE_TEXT(), testing::HasSubstr(std::string(", ") + acpWanted[1] + "]"));
+    }
+    std::filesystem::remove(CLIENT_PATH("alpha", "velka/bin/qtc"));
+    CONFIG_CLIENT({"-c", "alpha", "-C", "r"});
+    EXPECT_EQ(LAST().value("cause", ""), "program-missing");
+    EXPECT_THAT(TRACE_TEXT(), testing::HasSubstr("command line: ssh -T"));
+    EXPECT_THAT(TRACE_TEXT(), testing::HasSubstr("try: ssh -F "));
+    // A later success leaves nothing of it.
+    ADD_CLIENT("beta");
+    CONFIG_CLIENT({"-c", "beta", "-C", "r"});
+    EXPECT_FALSE(LAST().contains("cause"));
 }
 
 }  // namespace

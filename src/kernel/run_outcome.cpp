@@ -1,8 +1,12 @@
 /* What a run leaves in the outcome log: its record, filled by the stages of the run,
-   completed by what the run was asked for and how it ended. */
+   completed by what the run was asked for and how it ended. A failed run shows the same
+   on a terminal. */
 #include "run_outcome.h"
 
+#include <unistd.h>
+
 #include "../common/log/outcome_log.h"
+#include "../common/remote/cause.h"
 
 namespace {
 
@@ -38,7 +42,120 @@ std::string sRUN_IDENTIFIER(const SCT_ARGS* pArg)
     return std::string("config_client_") + time_get(szTime);
 }
 
+/* Messages whose cause no operation on a client has shown. */
+struct MESSAGE_CAUSE {
+    const char* cpBegin;  // of the run message
+    const char* cpCause;
+    bool        bAlways;  // whatever an operation met before
+};
+constexpr MESSAGE_CAUSE asctMessageCause[] = {
+    {"E020", "session-broken", true},     {"E013", "backup-cannot-return", true},
+    {"W004", "restart-needed", true},     {"W005", "restart-needed", true},
+    {"E005", "hosts-file", true},         {"W003", "not-registered", true},
+    {"E006", "parameters-missing", true}, {"E012", "backup-failed", false},
+};
+
+/* The database's own words, where a statement failed. */
+int iDATABASE_CAUSE(const std::string& sMessage, const PLACES& places, DIAGNOSIS& diagnosis)
+{
+    const std::string& sText = sctDB_ERROR().sText;
+    const bool         bMessage = sMessage.starts_with("E004") || sMessage.starts_with("E006") ||
+                          sMessage == "Error in DB access";
+    if (!bMessage || (sText.empty() && !sMessage.starts_with("E004"))) return 0;
+    const CAUSE* pCause = pCAUSE_SHOWN(DATABASE_SAYS, sText);
+    const char*  cpOther = sText.empty() ? "server-row-missing" : "database-failed";
+    diagnosis = sctDIAGNOSIS(pCause != nullptr ? *pCause : sctCAUSE(cpOther), places);
+    if (!sText.empty()) diagnosis.asWords = {sText};
+    return 1;
+}
+
+/* Why the run failed: what the operation that decided has shown, else what follows from
+   the message. */
+void v_COMPLETE_DIAGNOSIS(const char* cpTxt, const SCT_ARGS* pArg, DIAGNOSIS& diagnosis)
+{
+    const std::string sMessage = cpTxt;
+    const bool        bAsked = pArg->iCheck != 0 || pArg->eUpdate != notdefined;
+    const PLACES      places{{"host", pArg->szNodeName},
+                        {"server", pArg->szVelkaNode},
+                        {"program", "qtc"},
+                        {"user", "the user"}};
+    if (!iDATABASE_CAUSE(sMessage, places, diagnosis)) {
+        for (const MESSAGE_CAUSE& row : asctMessageCause) {
+            if (!sMessage.starts_with(row.cpBegin)) continue;
+            const bool  bUnknown = sMessage.starts_with("E006") && bAsked && pArg->szNodeName[0];
+            const char* cpId = bUnknown ? "not-registered" : row.cpCause;
+            if (row.bAlways || diagnosis.sCause.empty())
+                diagnosis = sctDIAGNOSIS(sctCAUSE(cpId), places);
+        }
+    }
+    diagnosis.sSentence = sFILLED(diagnosis.sSentence, places);
+    diagnosis.sCure = sFILLED(diagnosis.sCure, places);
+}
+
+/* The fixed words in front of the lines, in the languages of the catalogue. */
+struct LINE_WORDS {
+    const char* cpWords;
+    const char* cpCure;
+    const char* cpTry;
+    const char* cpProtocol;
+};
+LINE_WORDS sctWORDS()
+{
+    switch (eLang) {
+        case LANG_DE:
+        case LANG_BY:
+            return {"Wortlaut: ", "Abhilfe: ", "selbst sehen: ", "Protokoll: "};
+        case LANG_FR:
+            return {"dit: ", "remède: ", "essayer: ", "protocole: "};
+        default:
+            return {"words: ", "cure: ", "try: ", "protocol: "};
+    }
+}
+
+std::string sJOINED(const std::vector<std::string>& asText)
+{
+    std::string s;
+    for (const std::string& sText : asText) s += (s.empty() ? "" : "; ") + sText;
+    return s;
+}
+
+/* What failed and where, the words, the cure, how to see it, where the protocol stands:
+   at most five lines. */
+std::vector<std::string> asFAILURE_LINES(const RUN_RECORD& record)
+{
+    const DIAGNOSIS&         diagnosis = record.diagnosis;
+    const LINE_WORDS         words = sctWORDS();
+    std::vector<std::string> asLine{record.sClient + ": " + diagnosis.sSentence + " [" +
+                                    (diagnosis.sStage.empty() ? "" : diagnosis.sStage + ", ") +
+                                    diagnosis.sCause + "]"};
+    const std::string        sWords = sJOINED(diagnosis.asWords);
+    if (!sWords.empty()) asLine.push_back(words.cpWords + sWords);
+    if (!diagnosis.sCure.empty()) asLine.push_back(words.cpCure + diagnosis.sCure);
+    if (!diagnosis.sTry.empty()) asLine.push_back(words.cpTry + diagnosis.sTry);
+    std::string sDirectory;
+    std::string sDay;
+    iCONFIG_VARIABLE("gv_rw_prot", sDirectory);
+    iCONFIG_VARIABLE("gv_daylbl", sDay);
+    asLine.push_back(words.cpProtocol + sDirectory + szFILE_NAME(sDay) + ".prt");
+    return asLine;
+}
+
+void v_SHOW_FAILURE(const RUN_RECORD& record)
+{
+    if (record.diagnosis.sCause.empty()) return;
+    const bool bTerminal = isatty(STDERR_FILENO) != 0;
+    for (const std::string& sLine : asFAILURE_LINES(record)) {
+        TRACE("%s", sLine.c_str());
+        if (bTerminal) v_STDERR("%s", sLine.c_str());
+    }
+}
+
 }  // namespace
+
+void v_RUN_FAILED(const char* cpTxt, const SCT_ARGS* pArg)
+{
+    v_COMPLETE_DIAGNOSIS(cpTxt, pArg, sctRUN_RECORD().diagnosis);
+}
 
 void v_RUN_OUTCOME(const char* cpTxt, int iExit, const SCT_ARGS* pArg, int iStored)
 {
@@ -53,6 +170,7 @@ void v_RUN_OUTCOME(const char* cpTxt, int iExit, const SCT_ARGS* pArg, int iStor
     record.iStored = iStored;
     if (record.sMode.empty()) record.sMode = pArg->szAccessMode;
     if (iExit == VK_SUCCESS) record.diagnosis = {};
+    v_SHOW_FAILURE(record);
     v_OUTCOME_LOG(record);
 }
 

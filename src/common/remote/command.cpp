@@ -6,7 +6,9 @@
 
 #include "../config/config.h"
 #include "../log/outcome_log.h"
+#include "../text/secret.h"
 #include "../unix/read_now.h"
+#include "diagnose.h"
 #include "output.h"
 #include "transport.h"
 #include "wrapper.h"
@@ -82,17 +84,17 @@ std::string sTIMEOUT(const HOST& host, const LIMITS& limits, const RUNNING& runn
 }
 
 /* Why there was no second mark though no limit has passed. */
-std::string sBROKEN(const HOST& host, TRANSPORT& transport, RUNNING& running, FAILURE& eFailure)
+std::string sBROKEN(const HOST& host, TRANSPORT& transport, const RUNNING& running, const WAY& way,
+                    const std::string& sBefore, FAILURE& eFailure)
 {
     std::string sReason = transport.sREASON(host, eFailure);
+    if (!way.sReason.empty()) return way.sReason;
     if (!sReason.empty()) return sReason;
-    if (running.marks.eState() == MARK_READER::RUNNING) {
+    if (running.marks.eState() == MARK_READER::RUNNING)
         return "Connection to " + host.sName + " was lost before the command ended";
-    }
     OUTPUT      noise;
     OUTPUT_SINK sink(noise);
-    running.marks.sRest();
-    sink.Take(running.marks.sNoise());
+    sink.Take(sBefore);
     sink.Finish();
     if (!noise.sLastLine.empty()) return noise.sLastLine;
     return "Connection to " + host.sName +
@@ -103,6 +105,17 @@ std::string sBROKEN(const HOST& host, TRANSPORT& transport, RUNNING& running, FA
 void JUDGE(const HOST& host, TRANSPORT& transport, const LIMITS& limits, LISTENED eHeard,
            RUNNING& running, COMMAND_END& outcome)
 {
+    ATTEMPT attempt;
+    if (running.marks.eState() == MARK_READER::BEFORE) {
+        running.marks.sRest();
+        attempt.sBefore = running.marks.sNoise();
+    }
+    attempt.way = transport.sctWAY(host, attempt.sBefore);
+    attempt.bBegan = running.marks.eState() != MARK_READER::BEFORE;
+    attempt.bLate = eHeard == LISTENED_LATE;
+    attempt.bTotal = lNOW_MS() >= running.lTotal;
+    if (eHeard == LISTENED_ENDED && iCHILD_ENDED(running.child))
+        attempt.iChild = running.child.iStatus;
     if (eHeard == LISTENED_LATE) {
         outcome.eFailure = FAILURE_TIME_LIMIT;
         outcome.sReason = sTIMEOUT(host, limits, running);
@@ -111,14 +124,34 @@ void JUDGE(const HOST& host, TRANSPORT& transport, const LIMITS& limits, LISTENE
         outcome.sReason = std::string("cannot wait for the command: ") + std::strerror(errno);
     } else {
         outcome.eFailure = FAILURE_OTHER;
-        outcome.sReason = sBROKEN(host, transport, running, outcome.eFailure);
+        outcome.sReason =
+            sBROKEN(host, transport, running, attempt.way, attempt.sBefore, outcome.eFailure);
     }
+    outcome.diagnosis = sctATTEMPT_DIAGNOSIS(attempt);
 }
 
 /* A refused key is not tried again (lockout), and a silent host has used its time. */
 bool bWORTH_ANOTHER_TRY(const COMMAND_END& outcome)
 {
     return outcome.eFailure == FAILURE_OTHER;
+}
+
+void TRACE_COMMAND_LINE(const CHILD_SPEC& sctSpec, const str_log& sctLog)
+{
+    if (sctLog.iLogLevel <= 0) return;
+    std::string sLine;
+    for (const std::string& s : sctSpec.asArgument)
+        sLine += " " + sSHELL_WORD(SHELL_POSIX, sFOREIGN(s));
+    WRITE_TRACE(&sctLog, "command line:%s", sLine.c_str());
+}
+
+void TRACE_LOG(const std::string& sText, const str_log& sctLog)
+{
+    for (size_t u = 0; u < sText.size();) {
+        const size_t uEnd = std::min(sText.find('\n', u), sText.size());
+        WRITE_TRACE(&sctLog, "ssh: %s", sText.substr(u, uEnd - u).c_str());
+        u = uEnd + 1;
+    }
 }
 
 /* A command line that could not be formed is empty. */
@@ -192,10 +225,14 @@ COMMAND_END sctRUN_COMMAND(const HOST& host, const std::string& sPort, const cha
     while (iTriesLeft-- > 0) {
         CHILD_SPEC sctSpec;
         if (!transport.iFORM(host, sPort, cpCommand, limits.iConnect, sctSpec, outcome.sReason)) {
+            outcome.diagnosis = sctREASON_DIAGNOSIS(host, outcome.sReason);
             return outcome;
         }
+        TRACE_COMMAND_LINE(sctSpec, sctLog);
         outcome = sctRUN_CHILD(host, transport, sctSpec, limits, output,
                                iLEFT_TO_FINISH(cpCommand) ? TIME_SCRIPT : TIME_COMMAND);
+        if (outcome.bRan()) transport.sctWAY(host, "");
+        if (sctLog.iLogLevel > 2) TRACE_LOG(transport.sLOG(host), sctLog);
         if (sctLog.iLogLevel > 0) {
             WRITE_TRACE(&sctLog, "host %s, mode %s: %s %ld %s", host.sName.c_str(),
                         host.bLocal ? "local" : host.sAccessMode.c_str(),

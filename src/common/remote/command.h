@@ -32,6 +32,7 @@ struct COMMAND_END {
     FAILURE     eFailure = FAILURE_OTHER;
     long        lStatus = 255;   // exit status of a command that ran to its end
     std::string sReason;         // why it did not
+    DIAGNOSIS   diagnosis;       // the cause of that
     bool        bBegan = false;  // its first mark came
     int         iChild = -1;     // exit status of the transport's own process
 

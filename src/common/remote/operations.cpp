@@ -13,6 +13,7 @@
 #include "../log/outcome_log.h"
 #include "cm_remote.h"
 #include "command.h"
+#include "diagnose.h"
 #include "transport.h"
 
 namespace {
@@ -36,12 +37,33 @@ int iPOSITIVE(long lStatus)
     return lStatus == 0 ? 0 : lStatus < 0 || lStatus > INT32_MAX ? 255 : static_cast<int>(lStatus);
 }
 
+/* What became of an operation that the run's verdict may rest on. A later one replaces
+   it, also by its success. */
+void COUNTS(const HOST& host, const char* cpCommand, const COMMAND_END& outcome,
+            const OUTPUT& output, const str_log& sctLog)
+{
+    DIAGNOSIS told = outcome.diagnosis;
+    if (outcome.bRan() && outcome.lStatus != 0)
+        told = sctSTATUS_DIAGNOSIS(host, cpCommand, outcome.lStatus, output, sctLog);
+    if (!told.sCause.empty()) {
+        const std::string sCommand = cpCommand;
+        const PLACES      places{{"program", sCommand.substr(0, sCommand.find(' '))}};
+        told.sSentence = sFILLED(told.sSentence, places);
+        told.sCure = sFILLED(told.sCure, places);
+        const bool bBegan = outcome.bRan() || outcome.bBegan;
+        told.sTry = TRANSPORT_OF(host).sBY_HAND(host, sFOREIGN(cpCommand).c_str(), bBegan);
+        if (told.asWords.empty() && !outcome.sReason.empty()) told.asWords = {outcome.sReason};
+    }
+    sctRUN_RECORD().diagnosis = told;
+}
+
 /* Runs a command with the result of i_RCMD_LL; sReason is empty when it ran. */
 int iRUN(const char* cpHost, const char* cpMode, const char* cpCommand, const LIMITS& limits,
-         OUTPUT& output, std::string& sReason, const str_log& sctLog)
+         OUTPUT& output, std::string& sReason, const str_log& sctLog, bool bCounts = false)
 {
     const HOST&       host = sctHOST(cpHost, cpMode, sctLog);
     const COMMAND_END outcome = sctRUN_COMMAND(host, "", cpCommand, limits, output, sctLog);
+    if (bCounts) COUNTS(host, cpCommand, outcome, output, sctLog);
     sReason = outcome.sReason;
     return outcome.bRan() ? iPOSITIVE(outcome.lStatus) : -1;
 }
@@ -116,6 +138,7 @@ int i_RCMD(RCMD* pCmd, str_log sctLog)
     output.iFile = fdFile.iGet();
     const COMMAND_END outcome = sctRUN_COMMAND(
         host, pCmd->szPort, pCmd->szCmd, sctLIMITS(pCmd->iTimeout, pCmd->iRetries), output, sctLog);
+    COUNTS(host, pCmd->szCmd, outcome, output, sctLog);
     STATUS_AND_MESSAGE(pCmd, output, outcome);
     if (output.iFileErrno != 0) {
         const char* cpCause = std::strerror(output.iFileErrno);
@@ -133,7 +156,7 @@ int i_RCMD_LL(const char* cpHost, const char* cpAccessMode, const char* cpComman
     std::string sReason;
     output.LL_Lines = LL_Output;
     const int iRet = iRUN(cpHost, cpAccessMode, cpCommand, sctLIMITS(iTimeout, iRetries), output,
-                          sReason, sctLog);
+                          sReason, sctLog, true);
     iTEXT_COPY(cpMsg, uMsg, sReason);
     return iRet;
 }
@@ -146,7 +169,7 @@ int iClientDir(const char* cpHost, char*, int, const char*, const char*, const c
     std::string sReason;
     output.LL_Lines = LL_Output;
     return iRUN(cpHost, "", eSHELL_OF(host) == SHELL_WINDOWS ? "dir \\" : "ls -a /",
-                sctQUESTION_LIMITS(), output, sReason, sctLog);
+                sctQUESTION_LIMITS(), output, sReason, sctLog, true);
 }
 
 /* "KEY=" of the key that a query of a configuration file asks for ("KEY=^"), or "". */
@@ -206,6 +229,7 @@ int REMOTE_COPY_CLIENT(char cMode, const char* cpHost, const char* cpSource, con
         const STAGE_TIMER timer(TIME_COPY);
         iRet = TRANSPORT_OF(host).iPUT(host, sSource, sTarget, cpMode, sReason);
     }
+    sctRUN_RECORD().diagnosis = iRet ? DIAGNOSIS{} : sctCOPY_DIAGNOSIS(host, sSource, sReason);
     iTEXT_COPY(cpMsg, uMsg, iRet ? "" : sReason);
     if (sctLog.iLogLevel > 0) {
         WRITE_TRACE(&sctLog, "copy \"%s\" to %s as \"%s\": %s", sSource.c_str(), cpHost,

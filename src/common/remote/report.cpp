@@ -5,7 +5,9 @@
 #include <string>
 #include <string_view>
 
+#include "../log/outcome_log.h"
 #include "../text/text.h"
+#include "cause.h"
 #include "cm_remote.h"
 
 namespace {
@@ -51,6 +53,21 @@ int iTAKE(t_LL LL_Output, std::span<FIELD> fields)
     return fields[0].cpValue[0] != '\0';
 }
 
+/* The run's record has what the client had at first, and has now. A report without a
+   version is a failure of its own. */
+void NOTE_VERSION(t_LL LL_Output, const char* cpVersion, const char* cpVelkaVersion)
+{
+    RUN_RECORD& record = sctRUN_RECORD();
+    if (*cpVersion != '\0') {
+        record.sVersionAfter = *cpVelkaVersion != '\0' ? cpVelkaVersion : cpVersion;
+        if (record.sVersionBefore.empty()) record.sVersionBefore = record.sVersionAfter;
+        return;
+    }
+    const void* pLast = LastElmLL(LL_Output);
+    record.diagnosis = sctDIAGNOSIS(sctCAUSE("no-version"), {{"program", "qtc"}});
+    if (pLast != nullptr) record.diagnosis.asWords = {static_cast<const char*>(pLast)};
+}
+
 }  // namespace
 
 int i_search_client_info(t_LL LL_Output, char* cpVersion, char* cpVelkaVersion, char* cpCores,
@@ -77,7 +94,9 @@ int i_search_client_info(t_LL LL_Output, char* cpVersion, char* cpVelkaVersion, 
         {"SERVICEPACK_DATE", cpServicepackDate, 256, false},
         {"MODULE_VERSIONS", cpModuleVersions, 256, false},
     };
-    return iTAKE(LL_Output, asctField);
+    const int iFound = iTAKE(LL_Output, asctField);
+    NOTE_VERSION(LL_Output, cpVersion, cpVelkaVersion);
+    return iFound;
 }
 
 int iREPORT_FIELD(t_LL LL_Output, const char* cpKey, char* cpValue, size_t uValue)

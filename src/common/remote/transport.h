@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "../unix/cm_hal_pipe.h"
+#include "cause.h"
 #include "host.h"
 
 /* Why a command did not run to its end. */
@@ -16,6 +17,14 @@ enum FAILURE {
     FAILURE_REFUSED,     // the host admits nobody with what we have
     FAILURE_TIME_LIMIT,  // a limit passed
     FAILURE_OTHER,
+};
+
+/* The way that the command formed last took. */
+struct WAY {
+    STAGE       eReached = STAGE_PROGRAM;  // the stage that it was in at last
+    std::string sReason;                   // what the transport says of a failure
+    DIAGNOSIS   diagnosis;                 // and what shows in that
+    PLACES      places;                    // what is known of the host
 };
 
 struct TRANSPORT {
@@ -31,6 +40,18 @@ struct TRANSPORT {
        transport's own words, for the user; "" when it has none. eFailure becomes
        FAILURE_REFUSED where the words say so, and stays as it is otherwise. */
     virtual std::string sREASON(const HOST& host, FAILURE& eFailure) = 0;
+    /* The way that the command formed last took, and whom it reached (in the run's record).
+       svBefore  what came before the first mark: it counts as the words of a host in
+                 between as long as the host itself has not greeted */
+    virtual WAY sctWAY(const HOST& /*host*/, std::string_view /*svBefore*/) { return {}; }
+    /* The transport's own log of that command, for the trace. */
+    virtual std::string sLOG(const HOST& /*host*/) { return {}; }
+    /* A line for a person's shell that does the same as a command on the host.
+       bPath  with the search path that the command gets */
+    virtual std::string sBY_HAND(const HOST& /*host*/, std::string_view svCommand, bool /*bPath*/)
+    {
+        return std::string(svCommand);
+    }
     /* A connection that is shared stands already, and may turn out to be broken. */
     virtual bool bESTABLISHED(const HOST& host) = 0;
 

@@ -184,8 +184,7 @@ long lFREE_BYTES(CHILD_SPEC& sctSpec, const std::string& sPath)
 
 std::string sSFTP_WORDS(const std::string& sErr)
 {
-    bool        bRefused = false;
-    std::string sReason = sREASON_OF(sErr, &bRefused);
+    const std::string sReason = sWHY_NO_COPY(sErr);
     return sReason.empty() ? "sftp ended without a word" : sReason;
 }
 

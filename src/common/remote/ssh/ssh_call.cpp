@@ -4,12 +4,17 @@
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
+#include <map>
 #include <vector>
 
 #include "../../config/config.h"
 #include "../../config/variables.h"
+#include "../../log/outcome_log.h"
+#include "../../text/immortal.h"
+#include "../../text/secret.h"
 #include "../../text/text.h"
 #include "connection.h"
+#include "known_key.h"
 #include "ssh_configuration.h"
 #include "ssh_words.h"
 
@@ -56,7 +61,7 @@ int iMODE_CONFIG(const HOST& host, std::string& sConfig, std::string& sReason)
 
 /* The command by which ssh reaches a proxied client through its data mover. */
 int iJUMP_COMMAND(const HOST& host, const std::vector<std::string>& asConfig, int iConnectTimeout,
-                  const std::string& sLog, std::string& sCommand, std::string& sReason)
+                  std::string& sCommand, std::string& sReason)
 {
     const std::string& sMover = host.sDataMover;
     if (sMover.empty() || sMover == "NULL") return 1;
@@ -67,7 +72,6 @@ int iJUMP_COMMAND(const HOST& host, const std::vector<std::string>& asConfig, in
                                     "-o",  "BatchMode=yes",
                                     "-o",  "LogLevel=INFO",
                                     "-o",  "ConnectTimeout=" + std::to_string(iConnectTimeout)};
-    if (!sLog.empty()) asWord.insert(asWord.end(), {"-E", sLog});
     asWord.insert(asWord.end(), asConfig.begin(), asConfig.end());
     if (!mover.sUser.empty()) asWord.insert(asWord.end(), {"-l", mover.sUser});
     for (const std::string& s : asWord) {
@@ -80,15 +84,15 @@ int iJUMP_COMMAND(const HOST& host, const std::vector<std::string>& asConfig, in
 int iOPTIONS(const HOST& host, const std::string& sPort, int iConnectTimeout, SSH_OPTIONS& options,
              std::string& sReason)
 {
-    std::string sConfig;
-    std::string sJump;
-    CONNECTION& connection = sctCONNECTION(host);
+    std::string       sConfig;
+    std::string       sJump;
+    const CONNECTION& connection = sctCONNECTION(host);
     if (!bHOST_NAME(host.sName)) return iBAD_NAME(host.sName, sReason);
     if (!iMODE_CONFIG(host, sConfig, sReason) ||
         !iSSH_CONFIGURATION(sConfig, options.asWord, sReason))
         return 0;
     if (host.sAccessMode == "PROXY" &&
-        !iJUMP_COMMAND(host, options.asWord, iConnectTimeout, connection.sLog, sJump, sReason))
+        !iJUMP_COMMAND(host, options.asWord, iConnectTimeout, sJump, sReason))
         return 0;
     options.Add("BatchMode=yes");
     options.Add("ConnectTimeout=" + std::to_string(iConnectTimeout));
@@ -114,6 +118,59 @@ void ADD(std::vector<std::string>& asAll, const std::vector<std::string>& asMore
     asAll.insert(asAll.end(), asMore.begin(), asMore.end());
 }
 
+/* What ssh says when it goes the same way without sharing, which throws much of that
+   away. asFirst: further options. */
+std::string sUNSHARED(const HOST& host, const std::vector<std::string>& asFirst,
+                      const std::string& sRemote)
+{
+    SSH_OPTIONS options;
+    std::string sReason;
+    if (!iOPTIONS(host, "", iCONFIG_CONNECT_TIMEOUT(), options, sReason)) return "";
+    std::vector<std::string> asWord{
+        "ssh", "-T", "-o", "ControlPath=none", "-o", "ControlMaster=no"};
+    ADD(asWord, asFirst);
+    ADD(asWord, options.asWord);
+    if (!host.sUser.empty()) ADD(asWord, {"-l", host.sUser});
+    ADD(asWord, {"--", host.sName, sRemote});
+    return sSAID_BY(asWord, 1000 * iCONFIG_CONNECT_TIMEOUT());
+}
+
+/* What the ssh to a host in between says. */
+std::string sJUMP_WORDS(const HOST& host)
+{
+    return sUNSHARED(host, {"-E", "/dev/null"}, "exit");
+}
+
+/* What is known of a connection from the command that made it. */
+struct KNOWN_WAY {
+    SSH_STORY   story;
+    std::string sLog;   // by which the jump's words were asked for
+    std::string sJump;  // those words
+};
+KNOWN_WAY& sctKNOWN(const HOST& host)
+{
+    static IMMORTAL<std::map<std::string, KNOWN_WAY>> ways;
+    return ways.Get()[host.sAccessMode + "\n" + host.sName];
+}
+
+/* A command over a connection that stands already says nothing of the way. */
+SSH_STORY sctWHOLE_STORY(const std::string& sLog, KNOWN_WAY& known)
+{
+    SSH_STORY story = sctSSH_STORY(sLog);
+    if (story.bShared) {
+        story.sUser = known.story.sUser;
+        story.sKey = known.story.sKey;
+        story.sName = known.story.sName;
+        story.sAddress = known.story.sAddress;
+        story.iPort = known.story.iPort;
+        story.sHostKey = known.story.sHostKey;
+        story.eReached = STAGE_SHELL;
+    } else {
+        known.story = story;
+    }
+    return story;
+}
+
 }  // namespace
 
 int iSSH_CALL(const HOST& host, const std::string& sPort, const std::string& sRemote,
@@ -124,7 +181,9 @@ int iSSH_CALL(const HOST& host, const std::string& sPort, const std::string& sRe
     CONNECTION& connection = sctCONNECTION(host);
     v_LOG_MARK(connection);
     sctSpec.asArgument = {"ssh", "-T"};
-    if (!connection.sLog.empty()) ADD(sctSpec.asArgument, {"-E", connection.sLog});
+    // Its steps tell how far it came; they go to a file that nobody else writes.
+    if (!connection.sLog.empty())
+        ADD(sctSpec.asArgument, {"-E", connection.sLog, "-o", "LogLevel=DEBUG1"});
     ADD(sctSpec.asArgument, options.asWord);
     if (!host.sUser.empty()) ADD(sctSpec.asArgument, {"-l", host.sUser});
     ADD(sctSpec.asArgument, {"--", host.sName, sRemote});
@@ -136,7 +195,8 @@ int iSFTP_CALL(const HOST& host, CHILD_SPEC& sctSpec, std::string& sReason)
 {
     SSH_OPTIONS options;
     if (!iOPTIONS(host, "", iCONFIG_CONNECT_TIMEOUT(), options, sReason)) return 0;
-    sctSpec.asArgument = {"sftp", "-q"};
+    // Quiet, ssh would not even say why there is no sftp.
+    sctSpec.asArgument = {"sftp"};
     ADD(sctSpec.asArgument, options.asWord);
     if (!host.sUser.empty()) ADD(sctSpec.asArgument, {"-o", "User=" + host.sUser});
     // sftp takes what follows a colon for a path.
@@ -146,12 +206,71 @@ int iSFTP_CALL(const HOST& host, CHILD_SPEC& sctSpec, std::string& sReason)
     return 1;
 }
 
+WAY sctSSH_WAY(const HOST& host, std::string_view svBefore)
+{
+    KNOWN_WAY&        known = sctKNOWN(host);
+    const std::string sLog = sLOG_SINCE(sctCONNECTION(host));
+    const SSH_STORY   story = sctWHOLE_STORY(sLog, known);
+    if (svBefore.empty() && story.bProxy && story.eReached < STAGE_HOST_KEY) {
+        if (known.sLog != sLog) known.sJump = sJUMP_WORDS(host);
+        known.sLog = sLog;
+        svBefore = known.sJump;
+    }
+    std::string sConfig;
+    std::string sUnused;
+    WAY         way;
+    iMODE_CONFIG(host, sConfig, sUnused);
+    way.places = {{"host", host.sName},
+                  {"name", host.sName},
+                  {"address", host.sName},
+                  {"port", "22"},
+                  {"user", host.sUser.empty() ? "the user" : host.sUser},
+                  {"key", "of this server"},
+                  {"config", sConfig.empty() ? "~/.ssh/config" : sConfig},
+                  {"mode", host.sAccessMode}};
+    way.sReason = sWHY(story, svBefore, way.places, way.diagnosis);
+    way.eReached = story.eReached;
+    if (story.sName.empty()) return way;
+    sctRUN_RECORD().sHost = story.sName;
+    sctRUN_RECORD().iPort = story.iPort;
+    if (!story.sHostKey.empty()) sctRUN_RECORD().sHostKey = "SHA256:" + story.sHostKey;
+    return way;
+}
+
+std::string sSSH_LOG(const HOST& host)
+{
+    return sLOG_SINCE(sctCONNECTION(host));
+}
+
+std::string sSSH_BY_HAND(const HOST& host, std::string_view svCommand, bool bPath)
+{
+    std::string sConfig;
+    std::string sUnused;
+    std::string sDirectory;
+    if (!iMODE_CONFIG(host, sConfig, sUnused)) return "";
+    std::string sLine = "ssh";
+    if (!sConfig.empty()) sLine += " -F " + sSHELL_WORD(SHELL_POSIX, sConfig);
+    if (!host.sUser.empty()) sLine += " -l " + sSHELL_WORD(SHELL_POSIX, host.sUser);
+    std::string sCommand(svCommand);
+    if (bPath && eSHELL_OF(host) == SHELL_POSIX &&
+        iCONFIG_CLIENT_DIRECTORY(host.sPlatform.c_str(), "gv_ro_bin", sDirectory))
+        sCommand = "PATH=" + sSHELL_WORD(SHELL_POSIX, sDirectory) + ":$PATH; " + sCommand;
+    return sLine + " " + sSHELL_WORD(SHELL_POSIX, host.sName) + " " +
+           sSHELL_WORD(SHELL_POSIX, sMASKED(sCommand));
+}
+
 std::string sSSH_REASON(const HOST& host, FAILURE& eFailure)
 {
-    bool        bRefused = false;
-    std::string sReason = sREASON_OF(sLOG_SINCE(sctCONNECTION(host)), &bRefused);
-    if (bRefused) eFailure = FAILURE_REFUSED;
-    return sReason;
+    const WAY way = sctSSH_WAY(host, "");
+    if (bREFUSED(way.sReason)) eFailure = FAILURE_REFUSED;
+    return way.sReason;
+}
+
+std::string sSSH_NO_SFTP(const HOST& host)
+{
+    const std::string sSaid = sUNSHARED(host, {"-s"}, "sftp");
+    const size_t      u = sSaid.find("subsystem request failed");
+    return u == sSaid.npos ? "" : sSaid.substr(u, sSaid.find_first_of("\r\n", u) - u);
 }
 
 bool bSSH_ESTABLISHED(const HOST& host)

@@ -16,9 +16,19 @@ int iSSH_CALL(const HOST& host, const std::string& sPort, const std::string& sRe
 /* Forms an sftp that reads its commands from standard input. Result as above. */
 int iSFTP_CALL(const HOST& host, CHILD_SPEC& sctSpec, std::string& sReason);
 
+/* The way that it took (TRANSPORT::sctWAY), its whole log, and a line that does the same
+   by hand. */
+WAY         sctSSH_WAY(const HOST& host, std::string_view svBefore);
+std::string sSSH_LOG(const HOST& host);
+std::string sSSH_BY_HAND(const HOST& host, std::string_view svCommand, bool bPath);
+
 /* Why the call of the host that was formed last failed, in ssh's own words; "" when
    it has none. eFailure as for TRANSPORT::sREASON. */
 std::string sSSH_REASON(const HOST& host, FAILURE& eFailure);
+
+/* Asked when an sftp ended without a reason: ssh's words when the host has no sftp, else
+   "". Connects by itself. */
+std::string sSSH_NO_SFTP(const HOST& host);
 
 /* The shared connection of the host stands already. */
 bool bSSH_ESTABLISHED(const HOST& host);

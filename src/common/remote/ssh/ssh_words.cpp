@@ -1,33 +1,17 @@
 #include "ssh_words.h"
 
+#include <algorithm>
+#include <charconv>
+
 #include "../../text/text.h"
+#include "known_key.h"
 
 namespace {
 
-struct SSH_WORDS {
-    std::string_view svText;
-    std::string_view svPrefix;
-    bool             bRefused = false;  // trying again may lock the account
-};
-
-// A line that holds one of these tells most; the first such line counts.
-constexpr SSH_WORDS asctTelling[] = {
-    {"Could not resolve hostname", "Host is unknown: "},
-    {"hostname contains invalid characters", "Host is unknown: "},
-    {"Permission denied", "Error: Authentication failed: ", true},
-    {"Too many authentication failures", "Error: Authentication failed: ", true},
-    {"No supported authentication methods available", "Error: Authentication failed: ", true},
-    {"Connection refused", ""},
-    {"Connection timed out", ""},
-    {"No route to host", ""},
-    {"Network is unreachable", ""},
-    {"Host key verification failed", ""},
-    {"Operation timed out", ""},
-};
-
 // Lines of these say nothing of a failure, or only that some other line did.
 constexpr std::string_view asvNoise[] = {
-    "Warning: Permanently added",
+    "Warning: ",
+    "WARNING: ",
     "Killed by signal",
     "mux_client",
     "muxclient",
@@ -35,33 +19,293 @@ constexpr std::string_view asvNoise[] = {
     "ControlSocket",
     "Shared connection",
     "Connection closed by UNKNOWN",
+    "Connection to UNKNOWN",
+    "Disconnected from",
+    "Connected to ",
+    "Authenticated to",
+    "Transferred: ",
+    "Bytes per second",
+    "IT IS POSSIBLE THAT",
+    "Someone could be",
+    "It is also possible",
+    "The fingerprint for",
+    "SHA256:",
+    "Please contact your",
+    "Add correct host key",
+    "Offending ",
+    "remove with:",
+    "ssh-keygen -f",
+    "Permissions 0",
+    "It is required that",
+    "This private key will",
+    "stdio forwarding failed",
+    "terminating, ",
 };
+
+bool bSTARTS(std::string_view svLine, std::string_view svText)
+{
+    const size_t u = svLine.find_first_not_of(' ');
+    return u != svLine.npos && svLine.substr(u).starts_with(svText);
+}
 
 bool bNOISE(std::string_view svLine)
 {
-    for (std::string_view svText : asvNoise) {
-        if (svLine.find(svText) != std::string_view::npos) return true;
+    for (std::string_view svText : asvNoise)
+        if (bSTARTS(svLine, svText)) return true;
+    // What another line has said before, with what it was.
+    if (bSTARTS(svLine, "Connection to ") && svLine.ends_with(" timed out")) return true;
+    return svLine.find_first_not_of(" @") == std::string_view::npos || bSTARTS(svLine, "@");
+}
+
+/* "debug1: " and its kin. */
+size_t uLEVEL(std::string_view svLine)
+{
+    return svLine.starts_with("debug") && svLine.size() > 8 && svLine.substr(6, 2) == ": " ? 8 : 0;
+}
+
+/* The text between two others, "" when they are not there. */
+std::string sBETWEEN(std::string_view svLine, std::string_view svBefore, std::string_view svBehind)
+{
+    const size_t uFrom = svLine.find(svBefore);
+    if (uFrom == svLine.npos) return "";
+    svLine.remove_prefix(uFrom + svBefore.size());
+    const size_t uTo = svBehind.empty() ? svLine.npos : svLine.find(svBehind);
+    return std::string(svLine.substr(0, uTo));
+}
+
+/* "Connecting to NAME [ADDRESS] port N." */
+void v_CONNECTING(std::string_view svLine, SSH_STORY& story)
+{
+    story.eReached = STAGE_ROUTE;
+    story.sName = sBETWEEN(svLine, "Connecting to ", " [");
+    story.sAddress = sBETWEEN(svLine, "[", "]");
+    const std::string sPort = sBETWEEN(svLine, "port ", ".");
+    std::from_chars(sPort.data(), sPort.data() + sPort.size(), story.iPort);
+}
+
+/* "Executing proxy command: exec ssh ... -W '[%h]:%p' [--] JUMP" */
+void v_PROXY(std::string_view svLine, SSH_STORY& story)
+{
+    story.bProxy = true;
+    story.eReached = STAGE_PORT;
+    if (svLine.find(" -W ") == svLine.npos) return;
+    story.sJump = svLine.substr(svLine.find_last_of(' ') + 1);
+}
+
+/* What a line of debugging tells of the way so far. */
+void v_STEP(std::string_view svLine, SSH_STORY& story)
+{
+    if (svLine.starts_with("Connecting to "))
+        v_CONNECTING(svLine, story);
+    else if (svLine.starts_with("Executing proxy command"))
+        v_PROXY(svLine, story);
+    else if (svLine.starts_with("mux_client"))
+        story.bShared = story.eReached == STAGE_NAME;
+    else if (svLine.starts_with("Connection established"))
+        story.eReached = STAGE_GREETING;
+    else if (svLine.starts_with("Remote protocol version"))
+        story.eReached = STAGE_HOST_KEY;
+    else if (svLine.starts_with("Authenticating to "))
+        story.sUser = sBETWEEN(svLine, " as '", "'");
+    else if (svLine.starts_with("Server host key: "))
+        story.sHostKey = sBETWEEN(svLine, " SHA256:", "");
+    else if (svLine.starts_with("Authentications that can continue")) {
+        story.eReached = STAGE_LOGIN;
+        story.bRefused = story.bAccepted;
+    } else if (svLine.starts_with("Offering public key: ") ||
+               svLine.starts_with("Trying private key: ")) {
+        story.sKey = sBETWEEN(svLine, " key: ", " ");
+        story.bAccepted = story.bRefused = false;
+    } else if (svLine.starts_with("Server accepts key: "))
+        story.bAccepted = true;
+}
+
+std::vector<std::string> asLINES_OF(std::string_view svText)
+{
+    std::vector<std::string> asLine;
+    while (!svText.empty()) {
+        const size_t uEnd = svText.find('\n');
+        std::string  sLine = sONE_LINE(svText.substr(0, std::min(uEnd, svText.find('\r'))));
+        if (!sLine.empty()) asLine.push_back(std::move(sLine));
+        svText.remove_prefix(uEnd == svText.npos ? svText.size() : uEnd + 1);
     }
-    return svLine.find_first_not_of(" \t\r@") == std::string_view::npos;
+    return asLine;
+}
+
+std::vector<std::string> asTELLING(const std::vector<std::string>& asLine)
+{
+    std::vector<std::string> asTold;
+    for (const std::string& sLine : asLine)
+        if (!bNOISE(sLine) && uLEVEL(sLine) == 0) asTold.push_back(sLine);
+    return asTold;
+}
+
+std::string sJOINED(const std::vector<std::string>& asLine, const char* cpBetween)
+{
+    std::string s;
+    for (const std::string& sLine : asLine) s += (s.empty() ? "" : cpBetween) + sLine;
+    return s;
+}
+
+/* The verdict on a host key first, as ssh says it of every kind; then why. */
+std::vector<std::string> asVERDICT_FIRST(std::vector<std::string> asLine)
+{
+    const auto verdict = std::find(asLine.begin(), asLine.end(), "Host key verification failed.");
+    if (verdict != asLine.end()) std::rotate(asLine.begin(), verdict, verdict + 1);
+    return asLine;
+}
+
+/* The lines from the first that the cause is shown by, those that say nothing left out. */
+std::vector<std::string> asBELONGING(const std::vector<std::string>& asTold, const CAUSE& cause)
+{
+    for (size_t u = 0; u < asTold.size(); u++)
+        if (pCAUSE_SHOWN(cause.eSpeaker, asTold[u], cause.eStage) == &cause)
+            return asVERDICT_FIRST({asTold.begin() + static_cast<long>(u), asTold.end()});
+    return asTold;
+}
+
+/* File and line, key and command that the words name. */
+void v_PLACES_IN(const std::vector<std::string>& asLine, PLACES& places)
+{
+    for (const std::string& sLine : asLine) {
+        if (bSTARTS(sLine, "Offending ")) {
+            const std::string sWhere = sBETWEEN(sLine, " key in ", "");
+            places["file"] = sWhere.substr(0, sWhere.rfind(':'));
+            places["line"] = sWhere.substr(sWhere.rfind(':') + 1);
+        } else if (bSTARTS(sLine, "ssh-keygen -f")) {
+            places["remove"] = sLine.substr(sLine.find("ssh-keygen"));
+        } else if (bSTARTS(sLine, "Bad owner or permissions on ")) {
+            places["file"] = sBETWEEN(sLine, "permissions on ", "");
+        } else if (const size_t uLine = sLine.find(": line "); uLine != sLine.npos) {
+            places["file"] = sLine.substr(0, uLine);
+            places["line"] = sBETWEEN(sLine, ": line ", ":");
+        } else if (bSTARTS(sLine, "no such identity: ")) {
+            places["key"] = sBETWEEN(sLine, "identity: ", ": No such");
+        } else if (bSTARTS(sLine, "Load key \"")) {
+            places["key"] = sBETWEEN(sLine, "Load key \"", "\"");
+        }
+    }
+}
+
+/* The cause by all lines that were told, in the order of the rows. */
+const CAUSE* pCAUSE_OF(SPEAKER eSpeaker, const std::vector<std::string>& asLine, STAGE eFrom)
+{
+    return pCAUSE_SHOWN(eSpeaker, sJOINED(asLine, "\n"), eFrom);
+}
+
+/* Of a login that was refused the words are the same for many causes; the way that it
+   took tells more. */
+const CAUSE* pLOGIN_CAUSE(const SSH_STORY& story, const CAUSE* pCause, PLACES& places)
+{
+    if (std::string_view(pCause->cpId) != "key-not-accepted") return pCause;
+    if (story.bAccepted)
+        return &sctCAUSE(story.bRefused ? "login-forbidden" : "key-encrypted-no-agent");
+    if (iCERTIFICATE_INVALID(story.sKey, places["valid"])) return &sctCAUSE("certificate-expired");
+    return pCause;
+}
+
+const CAUSE* pHOST_KEY_CAUSE(const SSH_STORY& story, const CAUSE* pCause, PLACES& places)
+{
+    if (std::string_view(pCause->cpId) != "host-key-changed") return pCause;
+    const KNOWN_KEY known = sctKNOWN_KEY(places["file"], places["line"], story.sHostKey);
+    if (!known.sKept.empty()) places["kept"] = known.sKept;
+    if (known.sOther.empty() || known.sOther == places["host"]) return pCause;
+    places["other"] = known.sOther;
+    return &sctCAUSE("host-key-of-another");
+}
+
+const char* cpPREFIX(const CAUSE& cause)
+{
+    const std::string_view svId = cause.cpId;
+    if (svId == "host-unknown" || svId == "name-service-down") return "Host is unknown: ";
+    const bool bKeys = cause.eStage == STAGE_LOGIN && svId != "connection-closed";
+    return bKeys ? "Error: Authentication failed: " : "";
+}
+
+/* The host in between refuses: nothing that is said of the client's own port or login. */
+std::string sJUMP_REASON(const std::string& sJump, std::string sWords)
+{
+    constexpr std::string_view svPort = "Connection refused";
+    const bool                 bBehind = sWords.find("open failed: connect failed") != sWords.npos;
+    for (size_t u = bBehind ? sWords.npos : sWords.find(svPort); u != sWords.npos;
+         u = sWords.find(svPort, u))
+        sWords[u] = 'c';
+    return "jump host " + sJump + ": " + sWords;
+}
+
+/* What the ssh to a host in between said counts as long as the other side has not
+   greeted: until then nobody else can have said anything. */
+std::string sWHY_JUMP(const SSH_STORY& story, std::string_view svJump, PLACES& places,
+                      DIAGNOSIS& diagnosis)
+{
+    const std::vector<std::string> asLine = asLINES_OF(svJump);
+    std::vector<std::string>       asTold = asTELLING(asLine);
+    const std::string              sJump = story.sJump.empty() ? "in between" : story.sJump;
+    places["jump"] = sJump;
+    v_PLACES_IN(asLine, places);
+    const CAUSE* pCause = pCAUSE_OF(JUMP_SAYS, asLine, STAGE_NONE);
+    if (pCause == nullptr) pCause = &sctCAUSE("jump-host-failed");
+    if (asTold.empty()) asTold = asTELLING(story.asOwn);
+    diagnosis = sctDIAGNOSIS(*pCause, places);
+    diagnosis.asWords = asBELONGING(asTold, *pCause);
+    return sJUMP_REASON(sJump, sJOINED(diagnosis.asWords, "; "));
 }
 
 }  // namespace
 
-std::string sREASON_OF(std::string_view svWords, bool* pbRefused)
+SSH_STORY sctSSH_STORY(std::string_view svLog)
 {
-    *pbRefused = false;
-    std::string_view svLast;
-    while (!svWords.empty()) {
-        const size_t           uEnd = svWords.find('\n');
-        const std::string_view svLine = svWords.substr(0, uEnd);
-        svWords.remove_prefix(uEnd == std::string_view::npos ? svWords.size() : uEnd + 1);
-        if (bNOISE(svLine)) continue;
-        svLast = svLine;
-        for (const SSH_WORDS& words : asctTelling) {
-            if (svLine.find(words.svText) == std::string_view::npos) continue;
-            *pbRefused = words.bRefused;
-            return std::string(words.svPrefix) + sONE_LINE(svLine.substr(0, svLine.find('\r')));
+    SSH_STORY story;
+    for (std::string& sLine : asLINES_OF(svLog)) {
+        const size_t uLevel = uLEVEL(sLine);
+        if (uLevel > 0) {
+            sLine.erase(0, uLevel);
+            v_STEP(sLine, story);
+        } else {
+            if (sLine.starts_with("Authenticated to ")) story.eReached = STAGE_SHELL;
+            story.asOwn.push_back(sLine);
         }
+        story.asAll.push_back(std::move(sLine));
     }
-    return sONE_LINE(svLast.substr(0, svLast.find('\r')));
+    return story;
+}
+
+std::string sWHY(const SSH_STORY& story, std::string_view svJump, PLACES& places,
+                 DIAGNOSIS& diagnosis)
+{
+    if (!story.sName.empty()) places["name"] = story.sName;
+    if (!story.sAddress.empty()) places["address"] = story.sAddress;
+    if (story.iPort > 0) places["port"] = std::to_string(story.iPort);
+    if (!story.sUser.empty()) places["user"] = story.sUser;
+    if (!story.sKey.empty()) places["key"] = story.sKey;
+    if (!story.sHostKey.empty()) places["offered"] = "SHA256:" + story.sHostKey;
+    if (story.bProxy && story.eReached < STAGE_HOST_KEY)
+        return sWHY_JUMP(story, svJump, places, diagnosis);
+
+    const std::vector<std::string> asTold = asTELLING(story.asOwn);
+    if (asTold.empty()) return "";
+    v_PLACES_IN(story.asOwn, places);
+    const CAUSE* pCause = pCAUSE_OF(SSH_SAYS, story.asOwn, story.eReached);
+    if (const CAUSE* pGreeting = pCAUSE_OF(SSH_SAYS, story.asAll, story.eReached);
+        story.eReached == STAGE_GREETING && pGreeting != nullptr)
+        pCause = pGreeting;
+    if (pCause == nullptr) return asTold.back();
+    pCause = pLOGIN_CAUSE(story, pHOST_KEY_CAUSE(story, pCause, places), places);
+    diagnosis = sctDIAGNOSIS(*pCause, places);
+    diagnosis.asWords = asBELONGING(asTold, *pCause);
+    return cpPREFIX(*pCause) + sJOINED(diagnosis.asWords, "; ");
+}
+
+std::string sWHY_NO_COPY(std::string_view svWords)
+{
+    const std::vector<std::string> asTold = asTELLING(asLINES_OF(svWords));
+    const CAUSE*                   pCause = pCAUSE_OF(SSH_SAYS, asTold, STAGE_NONE);
+    if (pCause == nullptr) pCause = pCAUSE_OF(SFTP_SAYS, asTold, STAGE_NONE);
+    if (pCause == nullptr) return sJOINED(asTold, "; ");
+    return cpPREFIX(*pCause) + sJOINED(asBELONGING(asTold, *pCause), "; ");
+}
+
+bool bREFUSED(std::string_view svReason)
+{
+    return svReason.starts_with("Error: Authentication failed: ");
 }

@@ -84,6 +84,22 @@ struct CTRL : TRANSPORT {
     {
         return sSSH_REASON(host, eFailure);
     }
+    WAY sctWAY(const HOST& host, std::string_view svBefore) override
+    {
+        return sctSSH_WAY(host, svBefore);
+    }
+    std::string sLOG(const HOST& host) override { return sSSH_LOG(host); }
+    std::string sBY_HAND(const HOST& host, std::string_view svCommand, bool bPath) override
+    {
+        REQUEST     request;
+        std::string sLine;
+        std::string sReason;
+        if (!bGATE(host)) return SSH_TRANSPORT().sBY_HAND(host, svCommand, bPath);
+        if (!iREQUEST_OF(host, svCommand, request, sReason) ||
+            !iLINE(host, request, sLine, sReason))
+            return "";
+        return sSSH_BY_HAND(host, sLine, false);
+    }
     bool bESTABLISHED(const HOST& host) override { return bSSH_ESTABLISHED(host); }
 
     bool bLEARNT(const HOST& host, int iExit) override

@@ -37,6 +37,15 @@ struct SSH : TRANSPORT {
     {
         return sSSH_REASON(host, eFailure);
     }
+    WAY sctWAY(const HOST& host, std::string_view svBefore) override
+    {
+        return sctSSH_WAY(host, svBefore);
+    }
+    std::string sLOG(const HOST& host) override { return sSSH_LOG(host); }
+    std::string sBY_HAND(const HOST& host, std::string_view svCommand, bool bPath) override
+    {
+        return sSSH_BY_HAND(host, svCommand, bPath);
+    }
     bool bESTABLISHED(const HOST& host) override { return bSSH_ESTABLISHED(host); }
 
     void TIDY(const HOST& host) override
@@ -58,7 +67,11 @@ struct SSH : TRANSPORT {
     {
         CHILD_SPEC sctSpec;
         if (!iSFTP_CALL(host, sctSpec, sReason)) return 0;
-        return iSFTP_PUT(sctSpec, host.sName, sSource, sTarget, cpMode, sReason);
+        const int iRet = iSFTP_PUT(sctSpec, host.sName, sSource, sTarget, cpMode, sReason);
+        if (iRet || sReason != "Connection closed") return iRet;
+        const std::string sWords = sSSH_NO_SFTP(host);
+        if (!sWords.empty()) sReason = sWords;
+        return iRet;
     }
 
     /* A client whose shell ended without the first mark may have the other kind of

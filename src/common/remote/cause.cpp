@@ -1,0 +1,292 @@
+#include "cause.h"
+
+#include <cstdlib>
+#include <iterator>
+
+namespace {
+
+constexpr const char* acpSTAGE[] = {"",         "name",   "route", "port",    "greeting",
+                                    "host-key", "login",  "shell", "program", "answer",
+                                    "copy",     "script", "end"};
+static_assert(std::size(acpSTAGE) == STAGES);
+
+constexpr const char* cpADMIT =
+    "on {host}, type the line that \"vk_setup permit\" prints here; where {user} is the wrong "
+    "user, "
+    "correct os_user of the client or User in {config}";
+
+// clang-format off
+constexpr CAUSE asctCause[] = {
+    // ---- ssh on this server
+    {"config-unreadable", STAGE_NAME, SSH_SAYS, "Can't open user config file",
+     "ssh cannot read its configuration {config}", "see [access {mode}] in vk.ini; ls -l {config}"},
+    {"config-not-ours", STAGE_NAME, SSH_SAYS, "Bad owner or permissions on",
+     "others may write to ssh's configuration, so ssh refuses it", "chown root {file} && chmod go-w {file}"},
+    {"config-bad-option", STAGE_NAME, SSH_SAYS, "Bad configuration option|bad configuration options|Unsupported option|missing argument|no argument after keyword|extra arguments at end of line",
+     "ssh does not understand a line of its configuration", "sed -i '{line}s/^/#/' {file}"},
+    {"mode-not-configured", STAGE_NAME, WE_SAY, "is not configured; add a section",
+     "the access mode of {host} has no section in vk.ini", "add [access MODE] to vk.ini, or give {host} another access mode"},
+    {"name-service-down", STAGE_NAME, SSH_SAYS, "Temporary failure in name resolution",
+     "the name service does not answer", "getent hosts {name}"},
+    {"host-unknown", STAGE_NAME, SSH_SAYS, "Could not resolve hostname|hostname contains invalid characters|is not a host name",
+     "no name service here knows {name}", "enter its address into the name service or the hosts file; to try: getent hosts {name}"},
+    {"network-unreachable", STAGE_ROUTE, SSH_SAYS, "Network is unreachable",
+     "this server has no way into the network of {name}", "ip route get {address}"},
+    {"no-route", STAGE_ROUTE, SSH_SAYS, "No route to host",
+     "nobody on the way knows where {name} is, or a firewall rejects it", "ping -c 3 {address}"},
+    {"no-answer-from-port", STAGE_PORT, SSH_SAYS, "Connection timed out|Operation timed out|timed out",
+     "{name} does not answer on port {port}: it is off, or a firewall drops what is sent", "ping -c 3 {address}"},
+    {"port-closed", STAGE_PORT, SSH_SAYS, "Connection refused",
+     "{name} is up, but nothing listens on port {port}", "on {host}: systemctl start ssh"},
+    {"other-service", STAGE_GREETING, SSH_SAYS, "banner line|Bad remote protocol version|invalid protocol identifier|Protocol major versions differ",
+     "what listens on port {port} of {name} is no ssh", "set Port for {host} in {config}"},
+    {"closed-at-once", STAGE_GREETING, SSH_SAYS, "kex_exchange_identification: Connection closed|kex_exchange_identification: read: Connection reset|Connection reset by peer",
+     "{name} closes the connection before it says who it is", "on {host}: journalctl -u ssh -n 20"},
+    {"sshd-silent", STAGE_GREETING, SSH_SAYS, "timed out during banner exchange",
+     "{name} accepts the connection on port {port} and says nothing", "on {host}: systemctl restart ssh"},
+    {"host-key-of-another", STAGE_HOST_KEY, NOBODY, "",
+     "{host} shows the host key of {other}; one machine under two names, or a clone", "see where the name leads: getent hosts {name}; a clone: on it, rm /etc/ssh/ssh_host_*; dpkg-reconfigure openssh-server"},
+    {"host-key-changed", STAGE_HOST_KEY, SSH_SAYS, "REMOTE HOST IDENTIFICATION HAS CHANGED|Host key for",
+     "the host key of {host} has changed: the machine was reinstalled, or another one answers; kept {kept} ({file}:{line}), offered {offered}", "{remove}"},
+    {"host-key-revoked", STAGE_HOST_KEY, SSH_SAYS, "REVOKED HOST KEY",
+     "the host key of {host} is revoked", ""},
+    {"host-key-unknown", STAGE_HOST_KEY, SSH_SAYS, "host key is known for|Host key verification failed",
+     "the host key of {host} is not known, and {config} lets none be added; offered {offered}", "ssh -F {config} -o StrictHostKeyChecking=accept-new {host} true"},
+    {"no-common-algorithm", STAGE_HOST_KEY, SSH_SAYS, "no matching|Unable to negotiate",
+     "{host} and this server have no algorithm in common", "bring the older of the two up to date"},
+    {"key-too-open", STAGE_LOGIN, SSH_SAYS, "bad permissions",
+     "others may read the key {key}, so ssh does not use it", "chmod 600 {key}"},
+    {"key-missing", STAGE_LOGIN, SSH_SAYS, "no such identity",
+     "the key {key} that {config} names does not exist", "put it back, or: ssh-keygen -q -t ed25519 -N '' -f {key}, and vk_setup permit"},
+    {"key-unreadable", STAGE_LOGIN, SSH_SAYS, "Load key",
+     "ssh cannot read the key {key}", "ssh-keygen -y -f {key}"},
+    {"too-many-keys", STAGE_LOGIN, SSH_SAYS, "Too many authentication failures",
+     "ssh offered so many keys that {host} ended the talk before the right one", "sed -i '1i IdentitiesOnly yes' {config}"},
+    {"no-key-login", STAGE_LOGIN, SSH_SAYS, "No supported authentication methods available",
+     "{host} admits nobody by a key", "on {host}: PubkeyAuthentication yes in /etc/ssh/sshd_config, then systemctl reload ssh"},
+    {"key-encrypted-no-agent", STAGE_LOGIN, NOBODY, "",
+     "{host} accepts the key {key}, but it has a passphrase and no agent holds it", "ssh-keygen -p -N '' -f {key}"},
+    {"certificate-expired", STAGE_LOGIN, NOBODY, "",
+     "the certificate of the key {key} is valid no more ({valid})", "have {key}.pub signed again"},
+    {"login-forbidden", STAGE_LOGIN, NOBODY, "",
+     "{host} accepts the key, but no login of {user} with it", "on {host}: PermitRootLogin prohibit-password in /etc/ssh/sshd_config, then systemctl reload ssh"},
+    {"key-not-accepted", STAGE_LOGIN, SSH_SAYS, "Permission denied (",
+     "{host} does not accept the key {key} for {user}", cpADMIT},
+    {"connection-closed", STAGE_LOGIN, SSH_SAYS, "Connection closed by|closed by remote host|Broken pipe",
+     "{host} closed the connection", "on {host}: journalctl -u ssh -n 20"},
+
+    // ---- the host in between
+    {"jump-name-unknown", STAGE_NAME, JUMP_SAYS, "Could not resolve hostname",
+     "no name service here knows the jump host {jump}", "getent hosts {jump}"},
+    {"jump-unreachable", STAGE_ROUTE, JUMP_SAYS, "No route to host|Network is unreachable",
+     "there is no way to the jump host {jump}", "ping -c 3 {jump}"},
+    {"behind-jump-port-closed", STAGE_PORT, JUMP_SAYS, "open failed: connect failed: Connection refused",
+     "the jump host {jump} works, but nothing listens on the port of {host}", "on {host}: systemctl start ssh"},
+    {"behind-jump-name-unknown", STAGE_NAME, JUMP_SAYS, "open failed: connect failed: Name or service not known|open failed: connect failed: Temporary failure",
+     "the jump host {jump} works, but does not know the name of {host}", "on {jump}: getent hosts {host}"},
+    {"behind-jump-no-answer", STAGE_PORT, JUMP_SAYS, "open failed: connect failed",
+     "the jump host {jump} works, but does not reach {host}", "on {jump}: ping -c 3 {host}"},
+    {"jump-forbids-forwarding", STAGE_PORT, JUMP_SAYS, "administratively prohibited|open failed",
+     "the jump host {jump} forbids forwarding", "on {jump}: AllowTcpForwarding yes in /etc/ssh/sshd_config, then systemctl reload ssh"},
+    {"jump-port-closed", STAGE_PORT, JUMP_SAYS, "Connection refused",
+     "the jump host {jump} is up, but nothing listens there", "on {jump}: systemctl start ssh"},
+    {"jump-no-answer", STAGE_PORT, JUMP_SAYS, "timed out",
+     "the jump host {jump} does not answer", "ping -c 3 {jump}"},
+    {"jump-host-key-changed", STAGE_HOST_KEY, JUMP_SAYS, "REMOTE HOST IDENTIFICATION HAS CHANGED|Host key for",
+     "the host key of the jump host {jump} has changed: it was reinstalled, or another one answers ({file}:{line})", "{remove}"},
+    {"jump-host-key-unknown", STAGE_HOST_KEY, JUMP_SAYS, "host key is known for|Host key verification failed",
+     "the host key of the jump host {jump} is not known, and {config} lets none be added", "ssh -F {config} -o StrictHostKeyChecking=accept-new {jump} true"},
+    {"jump-key-not-accepted", STAGE_LOGIN, JUMP_SAYS, "Permission denied (|Too many authentication failures",
+     "the jump host {jump} does not accept the key", "on {jump}, type the line that \"vk_setup permit\" prints here"},
+    {"jump-host-failed", STAGE_PORT, NOBODY, "",
+     "the way over the jump host {jump} failed", "ssh -F {config} {jump} true"},
+
+    // ---- the client's login shell
+    {"connection-timeout", STAGE_PORT, NOBODY, "",
+     "{name} did not answer in time", "ping -c 3 {address}"},
+    {"login-hangs", STAGE_LOGIN, NOBODY, "",
+     "{host} answers, but did not come to the end of the login in time", "on {host}: journalctl -u ssh -n 20"},
+    {"shell-hangs", STAGE_SHELL, NOBODY, "",
+     "the login shell of {user} on {host} starts and does not come to the command", "on {host}: look for what waits in the start-up files, such as ~/.bashrc"},
+    {"account-closed", STAGE_SHELL, SHELL_SAYS, "account is currently not available|This account is not available|account is disabled",
+     "the login shell of {user} on {host} admits nobody", "on {host}: chsh -s /bin/sh {user}"},
+    {"forced-command", STAGE_SHELL, NOBODY, "",
+     "{host} ran something else than what was asked for: a command is forced there, or a start-up file ends", "on {host}: look for command= in authorized_keys, ForceCommand in /etc/ssh/sshd_config, and exit in ~/.bashrc"},
+    {"start-up-exits", STAGE_SHELL, NOBODY, "",
+     "the login shell of {user} on {host} ended with success before the command, as a start-up file with \"exit\" does", "on {host}: take exit out of ~/.bashrc"},
+    {"shell-ends", STAGE_SHELL, NOBODY, "",
+     "the login shell of {user} on {host} ended with status {status} and ran no command, as /bin/false does", "on {host}: chsh -s /bin/sh {user}"},
+
+    // ---- the program
+    {"directory-missing", STAGE_PROGRAM, NOBODY, "",
+     "the directory {dir} of the software is missing on {host}", "install the software on {host}"},
+    {"program-missing", STAGE_PROGRAM, NOBODY, "",
+     "there is no {program} on {host}", "install the software on {host}"},
+    {"program-not-executable", STAGE_PROGRAM, NOBODY, "",
+     "{program} on {host} may not be executed", "on {host}: chmod 755 {dir}{program}"},
+    {"interpreter-missing", STAGE_PROGRAM, NOBODY, "",
+     "what {program} on {host} is run by is missing", "on {host}: head -1 {dir}{program}"},
+    {"program-killed", STAGE_PROGRAM, NOBODY, "",
+     "{program} on {host} was ended by signal {signal}", "on {host}: journalctl -n 20"},
+    {"program-failed", STAGE_ANSWER, NOBODY, "",
+     "{program} on {host} ended with status {status} and says why", ""},
+    {"program-failed-silently", STAGE_ANSWER, NOBODY, "",
+     "{program} on {host} ended with status {status} and without a word", "on {host}: {program} -h"},
+    {"program-hangs", STAGE_ANSWER, NOBODY, "",
+     "{program} on {host} runs and says nothing", "on {host}: {program} -h"},
+    {"program-endless", STAGE_ANSWER, NOBODY, "",
+     "{program} on {host} comes to no end", "on {host}: {program} -h"},
+    {"connection-lost", STAGE_ANSWER, NOBODY, "",
+     "the connection to {host} broke while {program} ran", "on {host}: journalctl -u ssh -n 20"},
+    {"no-version", STAGE_ANSWER, NOBODY, "",
+     "{program} on {host} ended with success, but its report has no version", "install the software on {host}"},
+    {"session-broken", STAGE_ANSWER, NOBODY, "",
+     "the client's own communication reports an error", ""},
+
+    // ---- copies
+    {"package-missing", STAGE_COPY, WE_SAY, "cannot read \"",
+     "the package cannot be read on this server", "ls -l {file}"},
+    {"no-sftp", STAGE_COPY, SFTP_SAYS, "subsystem request failed",
+     "the ssh service of {host} has no sftp", "on {host}: Subsystem sftp internal-sftp in /etc/ssh/sshd_config, then systemctl reload ssh"},
+    {"disk-full", STAGE_COPY, WE_SAY, "no space left on",
+     "the disk of {host} is full", "on {host}: df -h"},
+    {"copy-short", STAGE_COPY, WE_SAY, "arrived with",
+     "the file did not arrive whole", "on {host}: df -h"},
+    {"copy-not-permitted", STAGE_COPY, SFTP_SAYS, "Permission denied",
+     "{user} may not write there on {host}", "on {host}: ls -ld the folder"},
+    {"copy-refused", STAGE_COPY, SFTP_SAYS, "Failure",
+     "{host} cannot write there, and its disk has room: it may be read-only", "on {host}: mount -o remount,rw the file system"},
+    {"copy-failed", STAGE_COPY, NOBODY, "",
+     "the copy to {host} failed", ""},
+
+    // ---- the update script
+    {"installer-locked", STAGE_SCRIPT, SCRIPT_SAYS, "lock",
+     "another installation is under way on {host}", "wait for its end; on {host}: fuser -v /var/lib/dpkg/lock-frontend"},
+    {"update-script-missing", STAGE_SCRIPT, NOBODY, "",
+     "the update script did not reach {host}", "put it into the folder skel of gv_ro on this server"},
+    {"script-failed", STAGE_SCRIPT, NOBODY, "",
+     "the update script on {host} ended with status {status} and says why", ""},
+    {"script-failed-silently", STAGE_SCRIPT, NOBODY, "",
+     "the update script on {host} ended with status {status} and without a word", ""},
+    {"restart-needed", STAGE_END, NOBODY, "",
+     "the update is installed; {host} has to be restarted", "restart {host}"},
+
+    // ---- the database
+    {"database-password-file", STAGE_NONE, DATABASE_SAYS, "no password supplied",
+     "the database wants a password and none is at hand: no password file, or others may read it", "chmod 600 the file that passfile or ~/.pgpass names"},
+    {"database-password", STAGE_NONE, DATABASE_SAYS, "authentication failed",
+     "the database does not accept the user with this password", "correct conninfo in vk.ini or the password file"},
+    {"database-full", STAGE_NONE, DATABASE_SAYS, "too many clients|remaining connection slots|too many connections",
+     "the database has no connection left", "raise max_connections, or end what holds them"},
+    {"database-certificate", STAGE_NONE, DATABASE_SAYS, "certificate|SSL error|does not match host name",
+     "the database's certificate does not prove that it is the right one", "correct sslrootcert, sslmode or host of conninfo in vk.ini"},
+    {"database-conninfo", STAGE_NONE, DATABASE_SAYS, "invalid connection option|missing \"=\" after|invalid URI|invalid integer value|invalid sslmode|unterminated quoted string",
+     "conninfo in vk.ini is mistyped", "correct conninfo in vk.ini"},
+    {"table-missing", STAGE_NONE, DATABASE_SAYS, "relation \"",
+     "a table is missing in the database", "psql -f /usr/share/vk_config_client/sql/schema.sql"},
+    {"column-missing", STAGE_NONE, DATABASE_SAYS, "column ",
+     "a column is missing in the database", "bring the schema up to date with /usr/share/vk_config_client/sql/schema.sql"},
+    {"database-missing", STAGE_NONE, DATABASE_SAYS, "does not exist",
+     "there is no such database or user", "vk_setup server"},
+    {"database-locked", STAGE_NONE, DATABASE_SAYS, "lock timeout|statement timeout|deadlock|no answer from the database",
+     "the database does not come to an answer: something holds a lock", "psql -c \"select pid, query from pg_stat_activity where state <> 'idle'\""},
+    {"database-read-only", STAGE_NONE, DATABASE_SAYS, "read-only transaction",
+     "the database takes no changes", "name the server that does in conninfo of vk.ini"},
+    {"database-permission", STAGE_NONE, DATABASE_SAYS, "permission denied",
+     "the database's user may not do that", "grant it what it needs"},
+    {"database-name-unknown", STAGE_NONE, DATABASE_SAYS, "could not translate host name",
+     "no name service here knows the database's host", "correct host in conninfo of vk.ini"},
+    {"database-down", STAGE_NONE, DATABASE_SAYS, "connection to server|could not connect|server closed the connection|the database system is|terminating connection|timeout expired",
+     "the database does not answer", "systemctl start postgresql"},
+    {"database-failed", STAGE_NONE, NOBODY, "",
+     "the database refused a statement", ""},
+    {"server-row-missing", STAGE_NONE, NOBODY, "",
+     "the database has no row with client_id 0 and a known operating system", "vk_setup server"},
+
+    // ---- the run
+    {"not-registered", STAGE_NONE, NOBODY, "",
+     "{host} is not registered", "vk_config_client -c {host} -o Linux"},
+    {"parameters-missing", STAGE_NONE, NOBODY, "",
+     "the command line lacks something, or the client is not registered", "vk_config_client -h"},
+    {"hosts-file", STAGE_NONE, NOBODY, "",
+     "the hosts file cannot be written", ""},
+    {"backup-failed", STAGE_ANSWER, NOBODY, "",
+     "the test backup of {host} failed", ""},
+    {"backup-cannot-return", STAGE_ANSWER, NOBODY, "",
+     "the data of {host} does not find its way to {server}", "on {host}: getent hosts {server}"},
+};
+// clang-format on
+
+constexpr bool bIDS_DIFFER()
+{
+    for (size_t u = 0; u < std::size(asctCause); u++)
+        for (size_t v = 0; v < u; v++)
+            if (std::string_view(asctCause[u].cpId) == asctCause[v].cpId) return false;
+    return true;
+}
+static_assert(bIDS_DIFFER());
+
+bool bSHOWS(std::string_view svWords, std::string_view svText)
+{
+    while (!svWords.empty()) {
+        const size_t uEnd = svWords.find('|');
+        if (svText.find(svWords.substr(0, uEnd)) != std::string_view::npos) return true;
+        svWords.remove_prefix(uEnd == std::string_view::npos ? svWords.size() : uEnd + 1);
+    }
+    return false;
+}
+
+}  // namespace
+
+std::span<const CAUSE> actCAUSES()
+{
+    return asctCause;
+}
+
+const CAUSE& sctCAUSE(std::string_view svId)
+{
+    for (const CAUSE& cause : asctCause)
+        if (svId == cause.cpId) return cause;
+    std::abort();
+}
+
+const CAUSE* pCAUSE_SHOWN(SPEAKER eSpeaker, std::string_view svText, STAGE eFrom)
+{
+    for (const CAUSE& cause : asctCause)
+        if (cause.eSpeaker == eSpeaker && cause.eStage >= eFrom && bSHOWS(cause.cpWords, svText))
+            return &cause;
+    return nullptr;
+}
+
+const char* cpSTAGE(STAGE eStage)
+{
+    return acpSTAGE[eStage];
+}
+
+std::string sFILLED(std::string_view svText, const PLACES& places)
+{
+    std::string s;
+    while (!svText.empty()) {
+        const size_t uOpen = svText.find('{');
+        const size_t uClose = uOpen == svText.npos ? uOpen : svText.find('}', uOpen);
+        if (uClose == svText.npos) break;
+        s += svText.substr(0, uOpen);
+        const auto place = places.find(std::string(svText.substr(uOpen + 1, uClose - uOpen - 1)));
+        if (place != places.end())
+            s += place->second;
+        else
+            s += svText.substr(uOpen, uClose - uOpen + 1);
+        svText.remove_prefix(uClose + 1);
+    }
+    return s.append(svText);
+}
+
+DIAGNOSIS sctDIAGNOSIS(const CAUSE& cause, const PLACES& places)
+{
+    DIAGNOSIS diagnosis;
+    diagnosis.sStage = cpSTAGE(cause.eStage);
+    diagnosis.sCause = cause.cpId;
+    diagnosis.sSentence = sFILLED(cause.cpSentence, places);
+    diagnosis.sCure = sFILLED(cause.cpCure, places);
+    return diagnosis;
+}

@@ -1,0 +1,173 @@
+#include "diagnose.h"
+
+#include "../config/variables.h"
+#include "../text/command_line.h"
+#include "../text/text.h"
+#include "wrapper.h"
+
+namespace {
+
+constexpr long lNOT_EXECUTABLE = 126;  // as a POSIX shell says it
+constexpr long lNOT_FOUND = 127;
+constexpr long lSIGNAL = 128;
+constexpr long lSIGNAL_LAST = 128 + 64;
+constexpr int  iASK_S = 5;
+
+std::string sPROGRAM(std::string_view svCommand)
+{
+    return std::string(svCommand.substr(0, svCommand.find(' ')));
+}
+
+PLACES sctPLACES(const HOST& host)
+{
+    PLACES places{
+        {"host", host.sName},       {"name", host.sName},
+        {"address", host.sName},    {"user", host.sUser.empty() ? "the user" : host.sUser},
+        {"mode", host.sAccessMode}, {"program", "the program"}};
+    std::string sDirectory;
+    if (iCONFIG_CLIENT_DIRECTORY(host.sPlatform.c_str(), "gv_ro_bin", sDirectory))
+        places["dir"] = sDirectory;
+    return places;
+}
+
+/* The last words in front of the first mark, as a person may see them. */
+std::vector<std::string> asLAST_WORDS(const std::string& sBefore)
+{
+    OUTPUT      noise;
+    OUTPUT_SINK sink(noise);
+    sink.Take(sBefore);
+    sink.Finish();
+    if (noise.sLastLine.empty()) return {};
+    return {noise.sLastLine};
+}
+
+const char* cpLATE(const ATTEMPT& attempt)
+{
+    if (attempt.bBegan) return attempt.bTotal ? "program-endless" : "program-hangs";
+    if (attempt.way.eReached >= STAGE_SHELL) return "shell-hangs";
+    if (attempt.way.eReached >= STAGE_HOST_KEY) return "login-hangs";
+    return attempt.way.eReached == STAGE_GREETING ? "sshd-silent" : "connection-timeout";
+}
+
+/* The connection stood, and the login shell ended without the first mark. */
+const char* cpSHELL(const ATTEMPT& attempt, bool bWords)
+{
+    const CAUSE* pShown = pCAUSE_SHOWN(SHELL_SAYS, attempt.sBefore);
+    if (pShown != nullptr) return pShown->cpId;
+    if (bWords) return "forced-command";
+    return attempt.iChild == 0 ? "start-up-exits" : "shell-ends";
+}
+
+/* What the host answers about a program that it could not run. Each answer is a cause. */
+std::string sASK(const HOST& host, const std::string& sProgram, const std::string& sDirectory,
+                 const str_log& sctLog)
+{
+    if (eSHELL_OF(host) != SHELL_POSIX || sProgram.find('/') != sProgram.npos) return "";
+    const std::string sDir = sSHELL_WORD(SHELL_POSIX, sDirectory);
+    const std::string sName = sSHELL_WORD(SHELL_POSIX, sProgram);
+    const std::string sScript =
+        "d=" + sDir + "; p=" + sName +
+        "; f=$d$p; [ -e \"$f\" ] || f=$(command -v \"$p\"); "
+        "if [ ! -d \"$d\" ]; then echo directory-missing; "
+        "elif [ ! -e \"$f\" ]; then echo program-missing; "
+        "elif [ ! -x \"$f\" ]; then echo program-not-executable; "
+        "else IFS= read -r l <\"$f\"; case $l in \"#!\"*) i=${l#\"#!\"}; i=${i# }; i=${i%% *}; "
+        "[ -x \"$i\" ] || echo interpreter-missing;; esac; fi";
+    OUTPUT            output;
+    const COMMAND_END outcome =
+        sctRUN_COMMAND(host, "", sScript.c_str(), {iASK_S, iASK_S, iASK_S, 0}, output, sctLog);
+    for (const char* cpAnswer :
+         {"directory-missing", "program-missing", "program-not-executable", "interpreter-missing"})
+        if (outcome.bRan() && output.sLastLine == cpAnswer) return cpAnswer;
+    return "";
+}
+
+/* The line that tells an error, else the last one; none of a silent program. */
+std::vector<std::string> asERROR_LINE(const OUTPUT& output)
+{
+    char szLine[2048] = "ssh:|Error:^";
+    if (output.LL_Lines != nullptr && i_LL_search(output.LL_Lines, szLine, sizeof szLine) > 0)
+        return {szLine};
+    if (output.sLastLine.empty()) return {};
+    return {output.sLastLine};
+}
+
+std::string sSTATUS_CAUSE(const HOST& host, const std::string& sProgram, long lStatus,
+                          const std::vector<std::string>& asWords, const PLACES& places,
+                          const str_log& sctLog)
+{
+    const bool bScript = iLEFT_TO_FINISH(sProgram) != 0;
+    if (lStatus == lNOT_FOUND || lStatus == lNOT_EXECUTABLE) {
+        std::string sAnswer = sASK(host, sProgram, places.at("dir"), sctLog);
+        if (bScript && !sAnswer.empty()) return "update-script-missing";
+        if (!sAnswer.empty()) return sAnswer;
+    }
+    if (bScript && !asWords.empty() && pCAUSE_SHOWN(SCRIPT_SAYS, asWords[0]) != nullptr)
+        return pCAUSE_SHOWN(SCRIPT_SAYS, asWords[0])->cpId;
+    if (bScript) return asWords.empty() ? "script-failed-silently" : "script-failed";
+    if (asWords.empty() && lStatus > lSIGNAL && lStatus <= lSIGNAL_LAST) return "program-killed";
+    return asWords.empty() ? "program-failed-silently" : "program-failed";
+}
+
+}  // namespace
+
+DIAGNOSIS sctATTEMPT_DIAGNOSIS(const ATTEMPT& attempt)
+{
+    if (!attempt.way.diagnosis.sCause.empty()) return attempt.way.diagnosis;
+    PLACES places = attempt.way.places;
+    places["status"] = std::to_string(attempt.iChild);
+    std::vector<std::string> asWords;
+    const char*              cpId = "connection-lost";
+    if (!attempt.bBegan) asWords = asLAST_WORDS(attempt.sBefore);
+    if (attempt.bLate)
+        cpId = cpLATE(attempt);
+    else if (!attempt.bBegan && attempt.way.eReached >= STAGE_SHELL && attempt.iChild != 255)
+        cpId = cpSHELL(attempt, !asWords.empty());
+    DIAGNOSIS diagnosis = sctDIAGNOSIS(sctCAUSE(cpId), places);
+    diagnosis.asWords = asWords;
+    return diagnosis;
+}
+
+DIAGNOSIS sctREASON_DIAGNOSIS(const HOST& host, const std::string& sReason)
+{
+    PLACES      places = sctPLACES(host);
+    std::string sConfig;
+    iCONFIG_ACCESS(host.sAccessMode.c_str(), sConfig);
+    places["config"] = sConfig;
+    const CAUSE* pCause = pCAUSE_SHOWN(WE_SAY, sReason);
+    if (pCause == nullptr) pCause = pCAUSE_SHOWN(SSH_SAYS, sReason);
+    if (pCause == nullptr) return {};
+    DIAGNOSIS diagnosis = sctDIAGNOSIS(*pCause, places);
+    diagnosis.asWords = {sReason};
+    return diagnosis;
+}
+
+DIAGNOSIS sctSTATUS_DIAGNOSIS(const HOST& host, const char* cpCommand, long lStatus,
+                              const OUTPUT& output, const str_log& sctLog)
+{
+    PLACES                         places = sctPLACES(host);
+    const std::vector<std::string> asWords = asERROR_LINE(output);
+    const std::string              sProgram = sPROGRAM(cpCommand);
+    places["program"] = sProgram;
+    places["status"] = std::to_string(lStatus);
+    places["signal"] = std::to_string(lStatus - lSIGNAL);
+    DIAGNOSIS diagnosis = sctDIAGNOSIS(
+        sctCAUSE(sSTATUS_CAUSE(host, sProgram, lStatus, asWords, places, sctLog)), places);
+    diagnosis.asWords = asWords;
+    return diagnosis;
+}
+
+DIAGNOSIS sctCOPY_DIAGNOSIS(const HOST& host, const std::string& sSource,
+                            const std::string& sReason)
+{
+    PLACES places = sctPLACES(host);
+    places["file"] = sSource;
+    const CAUSE* pCause = pCAUSE_SHOWN(WE_SAY, sReason);
+    if (pCause == nullptr && sReason.find("remote ") == sReason.npos)
+        pCause = pCAUSE_SHOWN(SSH_SAYS, sReason);
+    if (pCause == nullptr) pCause = pCAUSE_SHOWN(SFTP_SAYS, sReason);
+    if (pCause == nullptr) pCause = &sctCAUSE("copy-failed");
+    DIAGNOSIS diagnosis = sctDIAGNOSIS(*pCause, places);
+    diagnosis.asWords = {sReason};
+    return diagnosis;
+}

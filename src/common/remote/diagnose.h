@@ -1,0 +1,32 @@
+/* From what an operation met to its cause. */
+#pragma once
+
+#include <string>
+
+#include "../cm_trace.h"
+#include "cause.h"
+#include "command.h"
+
+/* One command that brought no status. */
+struct ATTEMPT {
+    WAY         way;
+    std::string sBefore;         // what came before the first mark
+    bool        bBegan = false;  // the first mark came
+    bool        bLate = false;   // a limit passed
+    bool        bTotal = false;  // the one for all of it
+    int         iChild = -1;     // status of the transport's process, -1: it still ran
+    std::string sProgram;        // that was to run
+};
+DIAGNOSIS sctATTEMPT_DIAGNOSIS(const ATTEMPT& attempt);
+
+/* A host that could not be tried at all. */
+DIAGNOSIS sctREASON_DIAGNOSIS(const HOST& host, const std::string& sReason);
+
+/* A command that ended with a status other than 0. Of a program that cannot be found or
+   run the host is asked, once and for a few seconds, what is missing. */
+DIAGNOSIS sctSTATUS_DIAGNOSIS(const HOST& host, const char* cpCommand, long lStatus,
+                              const OUTPUT& output, const str_log& sctLog);
+
+/* A copy that failed with that reason. */
+DIAGNOSIS sctCOPY_DIAGNOSIS(const HOST& host, const std::string& sSource,
+                            const std::string& sReason);

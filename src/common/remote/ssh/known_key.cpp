@@ -1,0 +1,95 @@
+#include "known_key.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <vector>
+
+#include "../../text/text.h"
+#include "../../text/time_text.h"
+#include "../../unix/cm_hal_pipe.h"
+#include "../../unix/read_now.h"
+
+namespace {
+
+constexpr int    iLIMIT_MS = 3000;
+constexpr size_t uMOST = size_t{4} << 20;
+
+/* What ssh-keygen prints, "" when it fails. */
+std::string sKEYGEN(const std::vector<std::string>& asArgument)
+{
+    std::vector<std::string> asWord{"ssh-keygen"};
+    asWord.insert(asWord.end(), asArgument.begin(), asArgument.end());
+    int               iStatus = -1;
+    const std::string sOut = sSAID_BY(asWord, iLIMIT_MS, &iStatus);
+    return iStatus == 0 ? sOut : "";
+}
+
+}  // namespace
+
+std::string sSAID_BY(const std::vector<std::string>& asArgument, int iLimitMs, int* pStatus)
+{
+    CHILD       child;
+    CHILD_SPEC  sctSpec;
+    std::string sOut;
+    std::string sReason;
+    sctSpec.asArgument = asArgument;
+    sctSpec.asEnvironment = {{"LC_ALL", "C"}};
+    if (!iCHILD_START(child, sctSpec, sReason)) return "";
+    const long lDeadline = lNOW_MS() + iLimitMs;
+    while (child.fdOut.bOpen() && lNOW_MS() < lDeadline) {
+        std::vector<WAIT_FD> fds{{child.fdOut.iGet()}};
+        if (iWAIT(fds, lDeadline) != WAIT_READY) break;
+        uREAD_NOW(child.fdOut, sOut, uMOST);
+    }
+    v_CHILD_LET_GO(child, 500);
+    if (pStatus != nullptr) *pStatus = child.iStatus;
+    return sOut;
+}
+
+/* ssh-keygen prints a line per key: "256 SHA256:... NAME (ED25519)". */
+KNOWN_KEY sctKNOWN_KEY(const std::string& sFile, const std::string& sLine,
+                       const std::string& sOffered)
+{
+    KNOWN_KEY known;
+    if (sFile.empty() || sOffered.empty()) return known;
+    // The line itself; ssh-keygen numbers none, and leaves out what is no key.
+    std::ifstream file(sFile);
+    std::string   sText;
+    for (long l = std::strtol(sLine.c_str(), nullptr, 10); l > 0 && std::getline(file, sText);) l--;
+    const std::string sName = sText.substr(0, sText.find(' '));
+    const std::string sAll = sKEYGEN({"-l", "-f", sFile});
+    for (size_t u = 0; u < sAll.size();) {
+        const size_t      uEnd = std::min(sAll.find('\n', u), sAll.size());
+        const std::string sOne = sAll.substr(u, uEnd - u);
+        u = uEnd + 1;
+        const size_t uPrint = sOne.find("SHA256:");
+        const size_t uBehind = sOne.find(' ', uPrint == sOne.npos ? 0 : uPrint);
+        if (uPrint == sOne.npos || uBehind == sOne.npos) continue;
+        const std::string sPrint = sOne.substr(uPrint, uBehind - uPrint);
+        const std::string sHost = sOne.substr(uBehind + 1, sOne.rfind(" (") - uBehind - 1);
+        if (sHost == sName && known.sKept.empty()) known.sKept = sPrint;
+        if (sPrint == "SHA256:" + sOffered && known.sOther.empty()) known.sOther = sONE_LINE(sHost);
+    }
+    if (known.sOther.starts_with("|")) known.sOther.clear();  // hashed
+    return known;
+}
+
+/* "        Valid: from 2020-01-01T00:00:00 to 2020-01-02T00:00:00" */
+int iCERTIFICATE_INVALID(const std::string& sKey, std::string& sValid)
+{
+    const std::string sFile = sKey + "-cert.pub";
+    std::error_code   error;
+    if (sKey.empty() || !std::filesystem::exists(sFile, error)) return 0;
+    const std::string sText = sKEYGEN({"-L", "-f", sFile});
+    const size_t      uFrom = sText.find("Valid: from ");
+    const size_t      uTo = sText.find(" to ", uFrom == sText.npos ? 0 : uFrom);
+    if (uFrom == sText.npos || uTo == sText.npos) return 0;
+    std::string sNow = sLOCAL_TIME(false);
+    std::replace(sNow.begin(), sNow.end(), ' ', 'T');
+    const std::string sFirst = sText.substr(uFrom + 12, 19);
+    const std::string sLast = sText.substr(uTo + 4, 19);
+    if (sNow >= sFirst && sNow <= sLast) return 0;
+    sValid = "from " + sFirst + " to " + sLast;
+    return 1;
+}
