@@ -17,11 +17,11 @@ namespace {
    ends the run when all options have been read, so that -i and -s name its answer file
    wherever they stand. */
 struct COMMAND_LINE {
-    SCT_ARGS* pArg;
+    SCT_ARGS* pArg = nullptr;
     char (&szMode)[11];  // of -m
-    t_LL             LL_ClientList;
+    t_LL             LL_ClientList = nullptr;
     std::bitset<128> given;  // letters of the options
-    bool             bRefused;
+    bool             bRefused = false;
 };
 
 bool bUPDATE(const SCT_ARGS* pArg)

@@ -39,8 +39,8 @@ struct CONFIG {
 /* The file while it is read: the parser tells no line numbers, so they are counted
    here. */
 struct READING {
-    FILE*   pFile;
-    CONFIG* pConfig;
+    FILE*   pFile = nullptr;
+    CONFIG* pConfig = nullptr;
     int     iLine = 0;
     bool    bLineBegins = true;
 };

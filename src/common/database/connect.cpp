@@ -183,8 +183,8 @@ std::string sTAKE_SQLSTATE(std::string& sText)
     const size_t uLocation = sText.find("\nLOCATION:");
     if (uLocation != std::string::npos) sText.erase(uLocation);
     for (size_t u = 0; (u = sText.find(":  ", u)) != std::string::npos; u += 3) {
-        const std::string sState = sText.substr(u + 3, 5);
-        const bool        bState = std::all_of(sState.begin(), sState.end(), [](unsigned char uc) {
+        std::string sState = sText.substr(u + 3, 5);
+        const bool  bState = std::all_of(sState.begin(), sState.end(), [](unsigned char uc) {
             return std::isdigit(uc) || std::isupper(uc);
         });
         if (!bState || sText.compare(u + 8, 2, ": ") != 0) continue;

@@ -33,7 +33,6 @@ std::string sPRINTED(const char* cpPlace, ...)
    those that this system uses. */
 std::string sVALUE(const std::string& sPlace, va_list& args)
 {
-    const bool  bLong = sPlace.find_first_of("lzjt") != std::string::npos;
     const char* cpPlace = sPlace.c_str();
     switch (sPlace.back()) {
         case '%':
@@ -43,14 +42,23 @@ std::string sVALUE(const std::string& sPlace, va_list& args)
             return sPRINTED(cpPlace, sMASKED(cpText != nullptr ? cpText : "(null)").c_str());
         }
         case 'f':
-        case 'g':
-            return sPRINTED(cpPlace, va_arg(args, double));
-        case 'p':
-            return sPRINTED(cpPlace, va_arg(args, void*));
+        case 'g': {
+            const double dValue = va_arg(args, double);
+            return sPRINTED(cpPlace, dValue);
+        }
+        case 'p': {
+            const void* pValue = va_arg(args, void*);
+            return sPRINTED(cpPlace, pValue);
+        }
         default:
-            return bLong ? sPRINTED(cpPlace, va_arg(args, long))
-                         : sPRINTED(cpPlace, va_arg(args, int));
+            break;
     }
+    if (sPlace.find_first_of("lzjt") == std::string::npos) {
+        const int iValue = va_arg(args, int);
+        return sPRINTED(cpPlace, iValue);
+    }
+    const long lValue = va_arg(args, long);
+    return sPRINTED(cpPlace, lValue);
 }
 
 }  // namespace

@@ -61,8 +61,8 @@ std::string sPROGRAM_PATH(const std::string& sName)
     const std::string sPath =
         sSEARCH_PATH_OF_PROGRAM() + ":/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
     for (size_t uStart = 0; uStart < sPath.size();) {
-        const size_t      uEnd = std::min(sPath.find(':', uStart), sPath.size());
-        const std::string sFile = sPath.substr(uStart, uEnd - uStart) + "/" + sName;
+        const size_t uEnd = std::min(sPath.find(':', uStart), sPath.size());
+        std::string  sFile = sPath.substr(uStart, uEnd - uStart) + "/" + sName;
         if (uEnd > uStart && access(sFile.c_str(), X_OK) == 0) return sFile;
         uStart = uEnd + 1;
     }

@@ -72,8 +72,8 @@ bool bSAFE_FOLDER(const std::string& sPath)
 /* TMPDIR where it is fit: ssh's own options take the path of a socket apart. */
 std::string sFIT_TMPDIR()
 {
-    const char*       cpDirectory = std::getenv("TMPDIR");
-    const std::string sPath = cpDirectory != nullptr ? cpDirectory : "";
+    const char* cpDirectory = std::getenv("TMPDIR");
+    std::string sPath = cpDirectory != nullptr ? cpDirectory : "";
     if (sPath.empty()) return {};
     const char* cpWrong = nullptr;
     if (sPath[0] != '/' || sPath.size() >= uPARENT_MAX)
@@ -100,7 +100,7 @@ bool bPLACE_FOR_RUNS(const std::string& sPath)
 
 std::string sPARENT_DIRECTORY()
 {
-    const std::string sTmpDir = sFIT_TMPDIR();
+    std::string sTmpDir = sFIT_TMPDIR();
     if (!sTmpDir.empty()) return sTmpDir;
     std::string sRw;
     iCONFIG_VARIABLE("gv_rw", sRw);
