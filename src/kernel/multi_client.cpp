@@ -1,7 +1,9 @@
 /* A check or an update of many clients. The parent selects them, starts the tool
    once for each as a child with the same task, up to "parallel" of them at a time,
-   counts how they end, and reads back what a check stored. It works on no client
-   itself; the children write day protocol, info output and rows. */
+   counts how they end, and reads back what a check stored. An update is rolled out as
+   rollout.h says. It works on no client itself; the children write day protocol, info
+   output and rows. What a child could not write, since it was not started or was killed,
+   this run writes into the outcome log. */
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
@@ -15,6 +17,8 @@
 #include "../common/config/config.h"
 #include "../common/unix/observed_child.h"
 #include "../common/unix/progress_line.h"
+#include "rollout.h"
+#include "run_outcome.h"
 #include "vk_config_client.h"
 
 namespace {
@@ -22,6 +26,7 @@ namespace {
 constexpr size_t      uLIST_LIMIT = 2048;  // selection with a name list, terminator included
 constexpr long        lREFRESH_MS = 1000;  // progress line
 constexpr int         iGRACE_MS = 10000;   // for children of an interrupted run
+constexpr int         iBY_SIGNAL = 128;    // and the signal: status of a child that was killed
 constexpr const char* cpSEPARATOR = "=========================================";
 
 struct SELECTION {
@@ -43,6 +48,7 @@ struct MULTI_RUN {
     size_t                   uAtOnce;  // most children at a time
     std::list<CLIENT_CHILD>  running;
     PROGRESS                 progress;
+    ROLLOUT                  rollout;
 };
 
 /* "where name in ('a','b') and " */
@@ -172,6 +178,54 @@ void v_FORWARD(MULTI_RUN* pRun, const std::string& sText, FILE* pTo)
     std::fflush(pTo);
 }
 
+/* "2 clients" */
+std::string sCLIENTS(size_t uClients)
+{
+    return std::to_string(uClients) + (uClients == 1 ? " client" : " clients");
+}
+
+/* The names as they would be typed for another run. */
+std::string sNAMES(const std::vector<std::string>& asName)
+{
+    std::string s;
+    for (const std::string& sName : asName)
+        s += (s.empty() ? "" : " ") + sSHELL_WORD(SHELL_POSIX, sName);
+    return s;
+}
+
+/* The clients that were not started are not started any more. Those of an update count
+   as failed; a check counts those that it checked. */
+void v_LEAVE_REST(MULTI_RUN* pRun, const std::string& sWhy)
+{
+    const std::vector<std::string> asRest(
+        pRun->asName.begin() + static_cast<std::ptrdiff_t>(pRun->uNext), pRun->asName.end());
+    pRun->uNext = pRun->asName.size();
+    if (asRest.empty()) return;
+    v_OUTCOME_NONE(pRun->pArg, asRest, "not started, since " + sWhy);
+    if (pRun->pArg->iCheck) return;
+    pRun->iFailed += static_cast<int>(asRest.size());
+    v_PROGRESS_CLEAR(&pRun->progress);
+    TELL("%s not started, since %s: %s", sCLIENTS(asRest.size()).c_str(), sWhy.c_str(),
+         sNAMES(asRest).c_str());
+}
+
+/* The end of a client's run goes into the counts, and decides whether others follow. */
+void v_COUNT(MULTI_RUN* pRun, const std::string& sName, int iStatus, bool bHasVersion)
+{
+    (iStatus == 0 ? pRun->iOk : pRun->iFailed)++;
+    v_ROLLOUT_TAKE(&pRun->rollout, sName, iStatus, bHasVersion);
+    if (!pRun->rollout.sStopped.empty()) v_LEAVE_REST(pRun, pRun->rollout.sStopped);
+}
+
+/* Its status line says that the client has the package's version already. */
+bool bHAS_VERSION(const CLIENT_CHILD& child)
+{
+    const std::string sStatusLine = "STATUS=ERROR MSG=\"" + sSAFE_LINE(sSAME_VERSION(child.sName));
+    const size_t      uLine = child.sOut.rfind("\nSTATUS=");
+    return child.sOut.compare(uLine == child.sOut.npos ? 0 : uLine + 1, sStatusLine.size(),
+                              sStatusLine) == 0;
+}
+
 /* Starts the run of the next client. Where this process has as many children as it can
    have, the client waits for one of them to end, and no more run at a time from then. */
 void v_START_NEXT(MULTI_RUN* pRun)
@@ -191,7 +245,8 @@ void v_START_NEXT(MULTI_RUN* pRun)
     TRACE("%s", cpSEPARATOR);
     if (pRun->running.empty()) {
         v_STDERR("%s: %s", sName.c_str(), sReason.c_str());
-        pRun->iFailed++;
+        v_OUTCOME_NONE(pRun->pArg, {sName}, "not started: " + sReason);
+        v_COUNT(pRun, sName, VK_ERROR, false);
         return;
     }
     pRun->uNext--;
@@ -209,8 +264,21 @@ void v_WRITE_REST(MULTI_RUN* pRun, CLIENT_CHILD* pChild)
     v_FORWARD(pRun, pChild->sOut, stdout);
 }
 
+/* A child has ended. What one that was killed could not write is written for it. */
+void v_TAKE_END(MULTI_RUN* pRun, const CLIENT_CHILD& child, bool bCount)
+{
+    const int iStatus = child.child.iStatus;
+    if (iStatus > iBY_SIGNAL) {
+        const std::string sWhy =
+            "its run was ended by signal " + std::to_string(iStatus - iBY_SIGNAL);
+        v_OUTCOME_NONE(pRun->pArg, {child.sName}, sWhy);
+        if (bCount) TELL("%s: %s", child.sName.c_str(), sWhy.c_str());
+    }
+    if (bCount) v_COUNT(pRun, child.sName, iStatus, bHAS_VERSION(child));
+}
+
 /* Reads from every child, and takes leave of those that have ended. They count
-   unless the run was interrupted. */
+   unless the run is a check that was interrupted. */
 void v_ATTEND_CHILDREN(MULTI_RUN* pRun, bool bCount)
 {
     for (auto it = pRun->running.begin(); it != pRun->running.end();) {
@@ -222,7 +290,7 @@ void v_ATTEND_CHILDREN(MULTI_RUN* pRun, bool bCount)
             continue;
         }
         v_WRITE_REST(pRun, &*it);
-        if (bCount) (it->child.iStatus == 0 ? pRun->iOk : pRun->iFailed)++;
+        v_TAKE_END(pRun, *it, bCount);
         TRACE("%s", cpSEPARATOR);
         it = pRun->running.erase(it);
     }
@@ -241,6 +309,7 @@ void v_SHOW_PROGRESS(MULTI_RUN* pRun)
 {
     std::string sAtWork;
     for (const CLIENT_CHILD& child : pRun->running) sAtWork += child.sName + " ";
+    pRun->progress.sPhase = sROLLOUT_PHASE(&pRun->rollout);
     v_PROGRESS_SHOW(&pRun->progress,
                     static_cast<size_t>(pRun->iOk) + static_cast<size_t>(pRun->iFailed),
                     static_cast<size_t>(pRun->iFailed), sAtWork);
@@ -254,21 +323,30 @@ bool bSUMMARY(MULTI_RUN* pRun, int iCount, bool bComplete)
     TRACE("%s", pRun->szSql);
     const bool bGood = bComplete && pRun->iFailed == 0;
     v_PROGRESS_CLEAR(&pRun->progress);
+    if (const std::vector<std::string>& asHave = pRun->rollout.asHaveVersion; !asHave.empty())
+        TELL("%s with the version already: %s", sCLIENTS(asHave.size()).c_str(),
+             sNAMES(asHave).c_str());
     std::printf("STATUS=%s MSG=%s\n", bGood ? "SUCCESS" : "ERROR", pRun->szSql);
     return bGood;
 }
 
 /* INT, TERM or HUP came: the children are told, and given a moment to give back
-   what they hold. What they were at counts neither as checked nor as failed. */
+   what they hold. What those of a check were at counts neither as checked nor as failed;
+   an update has failed unless it came to its end. */
 [[noreturn]] void v_INTERRUPTED(MULTI_RUN* pRun)
 {
+    const bool bCount = pRun->pArg->iCheck == 0;
     for (const CLIENT_CHILD& child : pRun->running) v_CHILD_SIGNAL(child.child, SIGTERM);
+    v_LEAVE_REST(pRun, "the run was interrupted");
     const long lUntil = lNOW_MS() + iGRACE_MS;
     while (!pRun->running.empty() && lNOW_MS() < lUntil) {
         eWAIT_FOR_CHILDREN(pRun, lUntil);
-        v_ATTEND_CHILDREN(pRun, false);
+        v_ATTEND_CHILDREN(pRun, bCount);
     }
-    for (CLIENT_CHILD& child : pRun->running) v_CHILD_END(child.child, 0);
+    for (CLIENT_CHILD& child : pRun->running) {
+        v_CHILD_END(child.child, 0);
+        v_TAKE_END(pRun, child, bCount);
+    }
     pRun->running.clear();
     bSUMMARY(pRun, pRun->iOk + pRun->iFailed, false);
     std::fflush(stdout);
@@ -290,10 +368,12 @@ void v_FILL_LIST(MULTI_RUN* pRun, const char* cpSelection)
 void v_RUN_CHILDREN(MULTI_RUN* pRun)
 {
     pRun->uAtOnce = static_cast<size_t>(iCONFIG_PARALLEL());
+    pRun->rollout = sctROLLOUT(pRun->pArg);
     v_PROGRESS_START(&pRun->progress, pRun->asName.size());
     while (pRun->uNext < pRun->asName.size() || !pRun->running.empty()) {
         if (iSIGNALLED() != 0) v_INTERRUPTED(pRun);
-        if (pRun->uNext < pRun->asName.size() && pRun->running.size() < pRun->uAtOnce) {
+        const size_t uAtOnce = bPILOT(&pRun->rollout) ? 1 : pRun->uAtOnce;
+        if (pRun->uNext < pRun->asName.size() && pRun->running.size() < uAtOnce) {
             v_START_NEXT(pRun);
             continue;
         }

@@ -174,14 +174,17 @@ void v_RUN_OUTCOME(const char* cpTxt, int iExit, const SCT_ARGS* pArg, int iStor
     v_OUTCOME_LOG(record);
 }
 
-void v_OUTCOME_NOT_STARTED(const SCT_ARGS* pArg, const char* cpClient, const char* cpWhy)
+void v_OUTCOME_NONE(const SCT_ARGS* pArg, const std::vector<std::string>& asClient,
+                    const std::string& sWhy)
 {
     RUN_RECORD record;
     record.sRun = sRUN_IDENTIFIER(pArg);
     record.sSender = pArg->szSender;
-    record.sClient = cpClient;
     record.sTask = cpCHILD_TASK(pArg);
     record.bStarted = false;
-    record.sMessage = cpWhy;
-    v_OUTCOME_LOG(record);
+    record.sMessage = sWhy;
+    for (const std::string& sClient : asClient) {
+        record.sClient = sClient;
+        v_OUTCOME_LOG(record);
+    }
 }

@@ -1,6 +1,9 @@
 /* What a run leaves in the outcome log, and shows on a terminal. */
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "vk_config_client.h"
 
 /* Keeps why the run failed, before the next statement makes it forget the last one's
@@ -13,7 +16,8 @@ void v_RUN_FAILED(const char* cpTxt, const SCT_ARGS* pArg);
    iStored  1 the outcome stands in the client's row */
 void v_RUN_OUTCOME(const char* cpTxt, int iExit, const SCT_ARGS* pArg, int iStored);
 
-/* The line of a client that a run over many did not start.
-   cpClient  its name
-   cpWhy     why not, for "msg" */
-void v_OUTCOME_NOT_STARTED(const SCT_ARGS* pArg, const char* cpClient, const char* cpWhy);
+/* The lines of clients that a run over many did not start, or whose runs ended without
+   an outcome: "exit" is null.
+   sWhy  for "msg" */
+void v_OUTCOME_NONE(const SCT_ARGS* pArg, const std::vector<std::string>& asClient,
+                    const std::string& sWhy);

@@ -107,14 +107,18 @@ void v_COMPARE_INSTALLED(UPDATE_RUN* pRun)
     } else if (pRun->pArg->iForceUpdate != 0) {
         TRACE("Old and new Velka versions are identical, but '-F' switch is set");
     } else {
-        x_Snprintf(pRun->szMsg, sizeof pRun->szMsg,
-                   "Old and new Velka versions on client %s are identical: %s. Do not run update.",
-                   pRun->pArg->szNodeName, pRun->szVersionNumber);
+        x_Snprintf(pRun->szMsg, sizeof pRun->szMsg, "%s%s. Do not run update.",
+                   sSAME_VERSION(pRun->pArg->szNodeName).c_str(), pRun->szVersionNumber);
         v_UPDATE_END(pRun, VK_WARNING);
     }
 }
 
 }  // namespace
+
+std::string sSAME_VERSION(const std::string& sName)
+{
+    return "Old and new Velka versions on client " + sName + " are identical: ";
+}
 
 void v_CHECK_PACKAGE(UPDATE_RUN* pRun)
 {

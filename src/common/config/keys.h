@@ -20,7 +20,8 @@ struct CONFIG_KEY {
     int              iMax = 0;
 };
 
-inline constexpr int iCONFIG_DAY = 86'400;  // seconds
+inline constexpr int iCONFIG_DAY = 86'400;         // seconds
+inline constexpr int iCONFIG_CLIENTS = 9'999'999;  // an identifier has at most 7 digits
 
 /* The value of each is its place in LANGUAGES. */
 inline constexpr std::string_view asvLANGUAGE[] = {"en", "es", "de", "by", "fr", "hr", "pt"};
@@ -41,6 +42,8 @@ inline constexpr CONFIG_KEY asctCONFIG_KEY[] = {
     {"variables",   "gv_default_interface_prefix",      CONFIG_TEXT,      ""},
     {"variables",   "gv_hosts_file",                    CONFIG_TEXT,      ""},
     {"variables",   "gv_update_wait",                   CONFIG_NUMBER,    "15", 0, iCONFIG_DAY},
+    {"variables",   "gv_update_pilot",                  CONFIG_NUMBER,    "0", 0, iCONFIG_CLIENTS},
+    {"variables",   "gv_update_stop_after",             CONFIG_NUMBER,    "0", 0, iCONFIG_CLIENTS},
     {"defaults",    "vk_conf_default_interface_prefix", CONFIG_TEXT,      ""},
     {"database",    "conninfo",                         CONFIG_TEXT,      "host=/run/postgresql dbname=velka user=velka"},
     {"database",    "statement_timeout",                CONFIG_NUMBER,    "60", 0, iCONFIG_DAY},

@@ -188,3 +188,13 @@ int iCONFIG_UPDATE_WAIT()
 {
     return iCONFIG_VARIABLE_NUMBER("gv_update_wait");
 }
+
+int iCONFIG_UPDATE_PILOT()
+{
+    return iCONFIG_VARIABLE_NUMBER("gv_update_pilot");
+}
+
+int iCONFIG_UPDATE_STOP_AFTER()
+{
+    return iCONFIG_VARIABLE_NUMBER("gv_update_stop_after");
+}

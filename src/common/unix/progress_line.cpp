@@ -42,9 +42,11 @@ void v_PROGRESS_START(PROGRESS* pProgress, size_t uTotal)
 void v_PROGRESS_SHOW(PROGRESS* pProgress, size_t uDone, size_t uFailed, const std::string& sAtWork)
 {
     if (!pProgress->bTerminal) return;
-    const std::string sLine = std::to_string(uDone) + "/" + std::to_string(pProgress->uTotal) +
-                              " clients, " + std::to_string(uFailed) + " failed" +
-                              sREMAINING(pProgress, uDone) + ": " + sONE_LINE(sAtWork);
+    const std::string sPhase = pProgress->sPhase.empty() ? "" : pProgress->sPhase + ": ";
+    const std::string sLine = sPhase + std::to_string(uDone) + "/" +
+                              std::to_string(pProgress->uTotal) + " clients, " +
+                              std::to_string(uFailed) + " failed" + sREMAINING(pProgress, uDone) +
+                              ": " + sONE_LINE(sAtWork);
     const std::string sCut(svTEXT_CUT(sLine, uCOLUMNS() - 1));
     if (sCut == pProgress->sShown) return;
     std::fprintf(stderr, "\r\033[K%s", sCut.c_str());

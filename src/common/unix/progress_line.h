@@ -10,6 +10,7 @@ struct PROGRESS {
     std::string sShown;             // the line that stands there now
     long        lStart = 0;         // lNOW_MS at the start
     size_t      uTotal = 0;
+    std::string sPhase;  // stands in front, where the caller names one
 };
 
 /* Starts the progress of uTotal clients. */

@@ -1,0 +1,63 @@
+/* Pilot and limit of failures of an update of many clients. */
+#include "rollout.h"
+
+#include "../common/config/variables.h"
+
+namespace {
+
+void v_STOP(ROLLOUT* pRollout, const char* cpFormat, ...) __attribute__((format(printf, 2, 3)));
+
+/* The first reason holds. */
+void v_STOP(ROLLOUT* pRollout, const char* cpFormat, ...)
+{
+    if (!pRollout->sStopped.empty()) return;
+    va_list args;
+    va_start(args, cpFormat);
+    pRollout->sStopped = sFORMATTED(cpFormat, args);
+    va_end(args);
+}
+
+}  // namespace
+
+ROLLOUT sctROLLOUT(const SCT_ARGS* pArg)
+{
+    ROLLOUT rollout;
+    if (pArg->iCheck) return rollout;
+    rollout.iPilot = iCONFIG_UPDATE_PILOT();
+    rollout.iStopAfter = iCONFIG_UPDATE_STOP_AFTER();
+    return rollout;
+}
+
+bool bPILOT(const ROLLOUT* pRollout)
+{
+    return pRollout->iPiloted < pRollout->iPilot;
+}
+
+void v_ROLLOUT_TAKE(ROLLOUT* pRollout, const std::string& sClient, int iStatus, bool bHasVersion)
+{
+    const bool bOfPilot = bPILOT(pRollout);
+    if (iStatus == VK_SUCCESS) {
+        pRollout->iPiloted += bOfPilot ? 1 : 0;
+        return;
+    }
+    if (bHasVersion) {
+        pRollout->asHaveVersion.push_back(sClient);
+        return;
+    }
+    pRollout->iCounted++;
+    if (bOfPilot)
+        v_STOP(pRollout, "the pilot failed on %s (gv_update_pilot = %d)", sClient.c_str(),
+               pRollout->iPilot);
+    if (pRollout->iStopAfter > 0 && pRollout->iCounted >= pRollout->iStopAfter)
+        v_STOP(pRollout, "%d failed (gv_update_stop_after = %d)", pRollout->iCounted,
+               pRollout->iStopAfter);
+}
+
+std::string sROLLOUT_PHASE(const ROLLOUT* pRollout)
+{
+    if (!pRollout->sStopped.empty()) return "stopped";
+    if (bPILOT(pRollout))
+        return "pilot " + std::to_string(pRollout->iPiloted + 1) + "/" +
+               std::to_string(pRollout->iPilot);
+    return pRollout->iPilot > 0 ? "after the pilot" : "";
+}

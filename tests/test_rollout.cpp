@@ -1,0 +1,206 @@
+/* Updates of many clients that stop themselves: pilot, limit of failures, interruption,
+   and the run that takes up what is left. */
+#include "kernel/rollout.h"
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "sandbox_fixture.h"
+
+using namespace testing;
+
+namespace {
+
+TEST(ROLLOUT_DECISION, pilot_and_limit_decide_after_every_end)
+{
+    /* Each letter is a client's end: s success, f failure, v it has the version. */
+    const struct {
+        int         iPilot, iStopAfter;
+        const char* cpEnds;
+        size_t      uAlone;  // ends after which more than one may run at a time
+        size_t      uStop;   // end after which no further one is started; 0: none
+        const char* cpWhy;
+    } asctRow[] = {
+        // clang-format off
+        {0, 0, "fffffff", 0, 0, ""},
+        {2, 0, "sfs",     9, 2, "the pilot failed on c1 (gv_update_pilot = 2)"},
+        {2, 0, "vsvsff",  4, 0, ""},
+        {1, 2, "f",       9, 1, "the pilot failed on c0 (gv_update_pilot = 1)"},
+        {1, 2, "svfvvf",  1, 6, "2 failed (gv_update_stop_after = 2)"},
+        {0, 1, "vvf",     0, 3, "1 failed (gv_update_stop_after = 1)"},
+        // clang-format on
+    };
+    for (const auto& row : asctRow) {
+        SCOPED_TRACE(row.cpEnds);
+        ROLLOUT rollout;
+        rollout.iPilot = row.iPilot;
+        rollout.iStopAfter = row.iStopAfter;
+        size_t uAlone = bPILOT(&rollout) ? 9 : 0;
+        size_t uStop = 0;
+        for (size_t u = 0; row.cpEnds[u] != '\0' && uStop == 0; u++) {
+            const char c = row.cpEnds[u];
+            v_ROLLOUT_TAKE(&rollout, "c" + std::to_string(u), c != 's', c == 'v');
+            if (uAlone == 9 && !bPILOT(&rollout)) uAlone = u + 1;
+            if (!rollout.sStopped.empty()) uStop = u + 1;
+        }
+        EXPECT_EQ(uAlone, row.uAlone);
+        EXPECT_EQ(uStop, row.uStop);
+        EXPECT_EQ(rollout.sStopped, row.cpWhy);
+    }
+}
+
+/* c01 to c20, all with the same version, and a package of another. */
+class ROLLOUTS : public SANDBOX {
+protected:
+    void SetUp() override
+    {
+        SANDBOX::SetUp();
+        SQL("insert into clients (client_id,name,os,accessmode,location,exec) select g,'c'||"
+            "lpad(g::text,2,'0'),'Linux','VKSSH','0','1' from generate_series(1,20) g");
+        TEXTS asName;
+        for (int i = 1; i <= 20; i++) asName.push_back(sCLIENT(i));
+        START_CLIENTS(asName);
+        WRITE_FILE(sRW() + "work/packages/" + sPACKAGE, "package");
+        INI("general", "parallel", "8");
+    }
+    static std::string sCLIENT(int i) { return (i < 10 ? "c0" : "c") + std::to_string(i); }
+    static TEXTS       asCLIENTS(int iFrom, int iTo)
+    {
+        TEXTS asName;
+        for (int i = iFrom; i <= iTo; i++) asName.push_back(sCLIENT(i));
+        return asName;
+    }
+    static std::string sJOINED(const TEXTS& asName)
+    {
+        std::string s;
+        for (const std::string& sName : asName) s += " " + sName;
+        return s;
+    }
+    static TEXTS UPDATE_OF(const TEXTS& asName)
+    {
+        TEXTS asArgument{"-U", "-P", sPACKAGE};
+        asArgument.insert(asArgument.end(), asName.begin(), asName.end());
+        return asArgument;
+    }
+    RUN STATUS(TEXTS asArgument)
+    {
+        asArgument.insert(asArgument.begin(), VK_STATUS_PROGRAM);
+        STARTED_RUN run = START_COMMAND(asArgument);
+        return WAIT(run);
+    }
+    TEXTS UPDATE_FAILED() { return asLINES(STATUS({"--update-failed", "--names"}).sOut); }
+    /* The summary, and that the clients' rows tell the same of each. */
+    void EXPECT_AGREED(const RUN& run, int iOk, int iFailed, int iHaveVersion)
+    {
+        EXPECT_EQ(asLINES(run.sOut).back(),
+                  std::string("STATUS=") + (iFailed == 0 ? "SUCCESS" : "ERROR") + " MSG=Checked " +
+                      std::to_string(iOk + iFailed) + " clients: " + std::to_string(iOk) +
+                      " OK and " + std::to_string(iFailed) + " failed.");
+        EXPECT_EQ(UPDATE_FAILED().size() + static_cast<size_t>(iHaveVersion),
+                  static_cast<size_t>(iFailed));
+        EXPECT_EQ(run.sErr.find("already") == run.sErr.npos, iHaveVersion == 0);
+    }
+    /* Clients and messages of the lines without an exit status that were added. */
+    TEXTS NOT_STARTED()
+    {
+        TEXTS asLine;
+        TEXTS asAll = OUTCOMES();
+        for (; m_uSeen < asAll.size(); m_uSeen++) {
+            const auto line = nlohmann::json::parse(asAll[m_uSeen]);
+            if (!line.at("exit").is_null()) continue;
+            EXPECT_EQ(line.at("task"), "update");
+            asLine.push_back(line.at("client").get<std::string>() + ": " +
+                             line.at("msg").get<std::string>());
+        }
+        return asLine;
+    }
+    int iSCRIPT_RUNS(int iClient)
+    {
+        int iRuns = 0;
+        for (const std::string& s : CLIENT_LOG(sCLIENT(iClient)))
+            iRuns += s.starts_with("vk_execute_update");
+        return iRuns;
+    }
+
+    static constexpr const char* sPACKAGE = "velka-cli_5.2.0-4_amd64.deb";
+    size_t                       m_uSeen = 0;
+};
+
+TEST_F(ROLLOUTS, twenty_clients_pilot_limit_Ctrl_C_and_a_rerun_that_ends_green)
+{
+    /* A pilot that fails on its second client. */
+    SWITCH("c02", "vk_execute_update", {"exit=1"});
+    RUN run = CONFIG_CLIENT(UPDATE_OF(asCLIENTS(1, 20)), {{"gv_update_pilot", "3"}});
+    EXPECT_EQ(run.iExit, 2);
+    EXPECT_EQ(run.sErr,
+              "vk_config_client: 18 clients not started, since the pilot failed on c02 "
+              "(gv_update_pilot = 3):" +
+                  sJOINED(asCLIENTS(3, 20)) + "\n");
+    EXPECT_AGREED(run, 1, 19, 0);
+    EXPECT_EQ(UPDATE_FAILED(), asCLIENTS(2, 20));
+    TEXTS asLine = NOT_STARTED();
+    ASSERT_EQ(asLine.size(), 18U);
+    EXPECT_EQ(asLine[0], "c03: not started, since the pilot failed on c02 (gv_update_pilot = 3)");
+    EXPECT_EQ(iSCRIPT_RUNS(3), 0);
+    EXPECT_EQ(STATUS({"--names", "--updating"}).sOut, "");
+
+    /* The limit, reached while others are at work: c01 has the version, c02 to c04 fail,
+       the others wait until no further one is started. */
+    const std::string sGo = sDIR() + "/go";
+    const std::string sWait = "before=until [ -e " + sGo + " ]; do sleep 0.02; done";
+    for (const std::string& sName : asCLIENTS(3, 4)) SWITCH(sName, "vk_execute_update", {"exit=3"});
+    for (const std::string& sName : asCLIENTS(5, 20)) SWITCH(sName, "vk_execute_update", {sWait});
+    STARTED_RUN started = START(UPDATE_OF(asCLIENTS(1, 20)),
+                                {{"gv_update_stop_after", "3"}, {"gv_update_wait", "0"}});
+    ASSERT_TRUE(bWAIT_UNTIL(60000, [&] {
+        return sREAD_FILE(started.sErrFile).find("not started") != std::string::npos;
+    }));
+    WRITE_FILE(sGo, "");
+    run = WAIT(started);
+    EXPECT_EQ(run.iExit, 2);
+    EXPECT_EQ(
+        run.sErr,
+        "vk_config_client: 9 clients not started, since 3 failed (gv_update_stop_after = 3):" +
+            sJOINED(asCLIENTS(12, 20)) +
+            "\nvk_config_client: 1 client with the version already: c01\n");
+    EXPECT_AGREED(run, 7, 13, 1);
+    EXPECT_EQ(NOT_STARTED().size(), 9U);
+    EXPECT_EQ(SQL("select string_agg(update_state,'' order by name) from clients"), "02220000000");
+
+    /* Ctrl-C, while c02 to c04 and c12 to c16 are at work. */
+    std::filesystem::remove(sGo);
+    for (const std::string& sName : asCLIENTS(2, 4)) SWITCH(sName, "vk_execute_update", {sWait});
+    const TEXTS asLeft = UPDATE_FAILED();
+    ASSERT_EQ(asLeft.size(), 12U);
+    started = START(UPDATE_OF(asLeft));
+    ASSERT_TRUE(bWAIT_UNTIL(
+        60000, [&] { return SQL("select count(*) from clients where update_state='a'") == "8"; }));
+    EXPECT_EQ(asLINES(STATUS({"--names", "--updating"}).sOut).size(), 8U);
+    KILL_GROUP(started, SIGINT);
+    run = WAIT(started);
+    EXPECT_EQ(run.iSignal, SIGINT);
+    EXPECT_THAT(run.sErr, HasSubstr("4 clients not started, since the run was interrupted: c17 "
+                                    "c18 c19 c20\n"));
+    EXPECT_THAT(run.sErr, HasSubstr("c12: its run was ended by signal 15\n"));
+    EXPECT_AGREED(run, 0, 12, 0);
+    EXPECT_EQ(UPDATE_FAILED(), asLeft);
+    EXPECT_EQ(NOT_STARTED().size(), 12U);
+    EXPECT_EQ(iCHILDREN_LEFT(5000), 0);
+
+    /* What is left, with a pilot again, as a person sees it. */
+    WRITE_FILE(sGo, "");
+    started = START_COMMAND(
+        {"script", "-qec", std::string(VK_PROGRAM) + " -U -P " + sPACKAGE + sJOINED(asLeft),
+         "/dev/null"},
+        {{"gv_update_pilot", "2"}, {"TERM", "xterm"}});
+    run = WAIT(started);
+    EXPECT_EQ(run.iExit, 0);
+    for (const char* cpShown :
+         {"pilot 1/2: 0/12 clients, 0 failed: c02", "pilot 2/2: 1/12 ", "after the pilot: 2/12 "})
+        EXPECT_THAT(run.sOut, HasSubstr(cpShown));
+    EXPECT_THAT(run.sOut, HasSubstr("Checked 12 clients: 12 OK and 0 failed."));
+    EXPECT_THAT(UPDATE_FAILED(), IsEmpty());
+    EXPECT_EQ(NOT_STARTED().size(), 0U);
+}
+
+}  // namespace
