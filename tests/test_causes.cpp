@@ -90,6 +90,12 @@ TEST(CAUSE_TABLE, is_the_man_pages)
     }
 }
 
+TEST(CAUSE_TABLE, a_cure_can_be_pasted_whatever_the_names)
+{
+    EXPECT_EQ(sctDIAGNOSIS(sctCAUSE("not-registered"), {{"host", "a; rm b"}}).sCure,
+              "vk_config_client -c 'a; rm b' -o Linux");
+}
+
 constexpr const char* cpWAY =
     "debug1: Connecting to beta [192.0.2.7] port 22.\ndebug1: Connection established.\n";
 constexpr const char* cpGREETED = "debug1: Remote protocol version 2.0, remote software x\n";

@@ -89,7 +89,7 @@ void v_COMPLETE_DIAGNOSIS(const char* cpTxt, const SCT_ARGS* pArg, DIAGNOSIS& di
         }
     }
     diagnosis.sSentence = sFILLED(diagnosis.sSentence, places);
-    diagnosis.sCure = sFILLED(diagnosis.sCure, places);
+    diagnosis.sCure = sCURE_FILLED(diagnosis.sCure, places);
 }
 
 /* The fixed words in front of the lines, in the languages of the catalogue. */

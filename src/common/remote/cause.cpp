@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <iterator>
 
+#include "../text/command_line.h"
+
 namespace {
 
 constexpr const char* acpSTAGE[] = {"",         "name",   "route", "port",    "greeting",
@@ -236,6 +238,27 @@ bool bSHOWS(std::string_view svWords, std::string_view svText)
     return false;
 }
 
+constexpr std::string_view svWHOLE_COMMAND = "remove";  // the one place that is no word
+
+template<typename VALUE_OF>
+std::string sWITH_VALUES(std::string_view svText, const PLACES& places, VALUE_OF sValueOf)
+{
+    std::string s;
+    while (!svText.empty()) {
+        const size_t uOpen = svText.find('{');
+        const size_t uClose = uOpen == svText.npos ? uOpen : svText.find('}', uOpen);
+        if (uClose == svText.npos) break;
+        s += svText.substr(0, uOpen);
+        const auto place = places.find(std::string(svText.substr(uOpen + 1, uClose - uOpen - 1)));
+        if (place != places.end())
+            s += sValueOf(*place);
+        else
+            s += svText.substr(uOpen, uClose - uOpen + 1);
+        svText.remove_prefix(uClose + 1);
+    }
+    return s.append(svText);
+}
+
 }  // namespace
 
 std::span<const CAUSE> actCAUSES()
@@ -265,20 +288,16 @@ const char* cpSTAGE(STAGE eStage)
 
 std::string sFILLED(std::string_view svText, const PLACES& places)
 {
-    std::string s;
-    while (!svText.empty()) {
-        const size_t uOpen = svText.find('{');
-        const size_t uClose = uOpen == svText.npos ? uOpen : svText.find('}', uOpen);
-        if (uClose == svText.npos) break;
-        s += svText.substr(0, uOpen);
-        const auto place = places.find(std::string(svText.substr(uOpen + 1, uClose - uOpen - 1)));
-        if (place != places.end())
-            s += place->second;
-        else
-            s += svText.substr(uOpen, uClose - uOpen + 1);
-        svText.remove_prefix(uClose + 1);
-    }
-    return s.append(svText);
+    return sWITH_VALUES(svText, places,
+                        [](const PLACES::value_type& place) { return place.second; });
+}
+
+std::string sCURE_FILLED(std::string_view svText, const PLACES& places)
+{
+    return sWITH_VALUES(svText, places, [](const PLACES::value_type& place) {
+        return place.first == svWHOLE_COMMAND ? place.second
+                                              : sSHELL_WORD(SHELL_POSIX, place.second);
+    });
 }
 
 DIAGNOSIS sctDIAGNOSIS(const CAUSE& cause, const PLACES& places)
@@ -287,6 +306,6 @@ DIAGNOSIS sctDIAGNOSIS(const CAUSE& cause, const PLACES& places)
     diagnosis.sStage = cpSTAGE(cause.eStage);
     diagnosis.sCause = cause.cpId;
     diagnosis.sSentence = sFILLED(cause.cpSentence, places);
-    diagnosis.sCure = sFILLED(cause.cpCure, places);
+    diagnosis.sCure = sCURE_FILLED(cause.cpCure, places);
     return diagnosis;
 }

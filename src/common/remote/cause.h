@@ -72,5 +72,8 @@ using PLACES = std::map<std::string, std::string>;
 /* svText with its places filled; one without a value stays as it is. */
 std::string sFILLED(std::string_view svText, const PLACES& places);
 
+/* The same for a cure: it is typed into a shell, so each value is a word there. */
+std::string sCURE_FILLED(std::string_view svText, const PLACES& places);
+
 /* A diagnosis from a row. Words and what to try are the caller's. */
 DIAGNOSIS sctDIAGNOSIS(const CAUSE& cause, const PLACES& places);

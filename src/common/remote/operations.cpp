@@ -49,7 +49,7 @@ void COUNTS(const HOST& host, const char* cpCommand, const COMMAND_END& outcome,
         const std::string sCommand = cpCommand;
         const PLACES      places{{"program", sCommand.substr(0, sCommand.find(' '))}};
         told.sSentence = sFILLED(told.sSentence, places);
-        told.sCure = sFILLED(told.sCure, places);
+        told.sCure = sCURE_FILLED(told.sCure, places);
         const bool bBegan = outcome.bRan() || outcome.bBegan;
         told.sTry = TRANSPORT_OF(host).sBY_HAND(host, sFOREIGN(cpCommand).c_str(), bBegan);
         if (told.asWords.empty() && !outcome.sReason.empty()) told.asWords = {outcome.sReason};
