@@ -15,7 +15,6 @@
 #include "scratch.h"
 
 using testing::HasSubstr;
-using testing::StartsWith;
 
 namespace {
 
