@@ -60,6 +60,17 @@ int iDB_ACCESS(const char* cpSql, char (&szReply)[N], DB_REC_LIS* pList, str_log
     return iDB_ACCESS_N(cpSql, szReply, N, pList, sctLog);
 }
 
+/* The longest waits in seconds, for a program that would rather answer without the
+   database than late. Where the configuration has less, that holds; -1: only that. */
+struct DB_WAITS {
+    int iRetry = -1;      // a server that is full, starts, stops or refuses its socket
+    int iConnect = -1;    // the connection to one host
+    int iStatement = -1;  // a statement
+};
+
+/* Set before the first statement. */
+void v_DB_WAIT_AT_MOST(const DB_WAITS& sctWaits);
+
 /* Why the last statement failed, as data and as text; DB_FINE when it ran. */
 const DB_ERROR& sctDB_ERROR();
 

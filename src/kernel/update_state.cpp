@@ -2,6 +2,8 @@
    progress and end are recorded there. */
 #include "update_run.h"
 
+#include "../common/log/outcome_log.h"
+
 namespace {
 
 /* The words and the column that differ between the two kinds of update. */
@@ -50,11 +52,13 @@ int iREAD_CLIENT(UPDATE_RUN* pRun)
     char szVelkaVersion[256];
     char szSql[2048];
     iSQL(szSql, "select * from clients where name='%s'", pRun->pArg->szNodeName);
-    return iDB_VA(szSql, szReply, sizeof szReply, &strLog, "client_id", pRun->szClientId, "os",
-                  pRun->szOs, "user_name", szUserName, "password", szPassword, "vm_server_type",
-                  szServerType, "package", szPackage, "velka_version", szVelkaVersion,
-                  "version_number", pRun->szVersionNumber, "servicepack_number",
-                  pRun->szServicepackNumber, "d") == 1;
+    const int iRead = iDB_VA(szSql, szReply, sizeof szReply, &strLog, "client_id", pRun->szClientId,
+                             "os", pRun->szOs, "user_name", szUserName, "password", szPassword,
+                             "vm_server_type", szServerType, "package", szPackage, "velka_version",
+                             szVelkaVersion, "version_number", pRun->szVersionNumber,
+                             "servicepack_number", pRun->szServicepackNumber, "d");
+    if (iRead == 1) sctRUN_RECORD().sClientId = pRun->szClientId;
+    return iRead == 1;
 }
 
 void v_STATE_IN_PROGRESS(UPDATE_RUN* pRun)

@@ -204,6 +204,8 @@ void v_CLIENTS_OF_LOGS(LOGS& logs, std::vector<CLIENT>& clients)
         client.lChecked = record.lLast;
         client.lSucceeded = record.lWell;
         if (iREAD_OUTCOME(logs, record.last, outcome)) {
+            if (outcome.sClientId == "0") continue;  // the server itself, as in the database
+            client.sId = outcome.sClientId;
             client.iAccessState = outcome.iExit;
             client.sMessage = outcome.sMessage;
             client.sMode = outcome.sMode;

@@ -38,10 +38,10 @@ enum DAY_STATE : uint8_t { DAY_NONE, DAY_WELL, DAY_MIXED, DAY_FAILED };
 
 /* One run, as its line in the outcome log tells it. */
 struct OUTCOME {
-    long                     lBegin = 0;  // seconds since 1970, 0: not told
-    long                     lEnd = 0;
-    std::string              sTask, sId, sMessage, sStage, sCause, sCure, sMode, sHost, sPort;
-    std::string              sHostKey, sVersionBefore, sVersionAfter, sSender;
+    long        lBegin = 0;  // seconds since 1970, 0: not told
+    long        lEnd = 0;
+    std::string sTask, sClientId, sId, sMessage, sStage, sCause, sCure, sMode, sHost, sPort;
+    std::string sHostKey, sVersionBefore, sVersionAfter, sSender;
     std::vector<std::string> asWords;
     int                      iExit = 0;
     bool                     bStarted = true;  // false: left out by a run over many clients

@@ -250,6 +250,7 @@ void v_FILL(const JSON& line, OUTCOME& outcome)
     };
     constexpr TEXT_KEY asctText[] = {
         {"task", &OUTCOME::sTask},
+        {"client_id", &OUTCOME::sClientId},
         {"id", &OUTCOME::sId},
         {"msg", &OUTCOME::sMessage},
         {"stage", &OUTCOME::sStage},

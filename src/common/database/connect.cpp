@@ -58,6 +58,19 @@ struct PLAN {
     int         iTimeout = iCONNECT_TIMEOUT;
 };
 
+DB_WAITS& WAITS()
+{
+    static DB_WAITS waits;
+    return waits;
+}
+
+/* Seconds as the installation has them, or fewer; 0 is no limit there. */
+int iSHORTER(int iSeconds, int iAtMost)
+{
+    if (iAtMost < 0) return iSeconds;
+    return iSeconds <= 0 ? iAtMost : std::min(iSeconds, iAtMost);
+}
+
 /* A pooler has refused session options. */
 bool& NO_OPTIONS()
 {
@@ -110,7 +123,7 @@ void v_READ_HOSTS(const PQconninfoOption* pOption, PLAN& plan)
 std::string sSESSION_OPTIONS(const std::string& sOwn)
 {
     return sOwn + " -c standard_conforming_strings=on -c DateStyle=ISO -c statement_timeout=" +
-           std::to_string(iCONFIG_STATEMENT_TIMEOUT()) + "s";
+           std::to_string(iDB_STATEMENT_TIMEOUT()) + "s";
 }
 
 PLAN sctPLAN()
@@ -126,6 +139,7 @@ PLAN sctPLAN()
     const std::string sTimeout = sSET_IN(pOption, "connect_timeout", "PGCONNECT_TIMEOUT");
     if (!sTimeout.empty())
         plan.iTimeout = static_cast<int>(std::strtol(sTimeout.c_str(), nullptr, 10));
+    plan.iTimeout = iSHORTER(plan.iTimeout, WAITS().iConnect);
     PARAMETERS& all = plan.parameters;
     all.Add("connect_timeout", std::to_string(plan.iTimeout));
     all.Add("application_name", cpPROGRAM_NAME());
@@ -138,6 +152,7 @@ PLAN sctPLAN()
     for (; pOption != nullptr && pOption->keyword != nullptr; pOption++)
         if (pOption->val != nullptr && std::string_view("options") != pOption->keyword)
             all.Add(pOption->keyword, pOption->val);
+    if (WAITS().iConnect >= 0) all.Add("connect_timeout", std::to_string(plan.iTimeout));
     all.Add("client_encoding", "UTF8");
     if (!NO_OPTIONS()) all.Add("options", sSESSION_OPTIONS(plan.sOwnOptions));
     return plan;
@@ -260,6 +275,12 @@ CONNECTION pTRY(DB_ERROR& error)
     return pTRY_HOSTS(plan, error);
 }
 
+int iRETRY_TIME()
+{
+    const int iAtMost = WAITS().iRetry;
+    return iAtMost < 0 ? iCONFIG_RETRY_TIME() : std::min(iCONFIG_RETRY_TIME(), iAtMost);
+}
+
 /* What passes by itself has not passed in retry_time. */
 bool& IN_VAIN()
 {
@@ -270,7 +291,7 @@ bool& IN_VAIN()
 }  // namespace
 
 DB_PATIENCE::DB_PATIENCE()
-    : m_lUntil(lNOW_MS() + (IN_VAIN() ? 0 : iCONFIG_RETRY_TIME() * 1000L)), m_iPause(iFIRST_PAUSE)
+    : m_lUntil(lNOW_MS() + (IN_VAIN() ? 0 : iRETRY_TIME() * 1000L)), m_iPause(iFIRST_PAUSE)
 {
 }
 
@@ -297,6 +318,16 @@ CONNECTION pDB_CONNECT(DB_ERROR& error)
         CONNECTION pConn = pTRY(error);
         if (pConn || !bDB_PASSES(error.eKind) || !patience.iAnother()) return pConn;
     }
+}
+
+void v_DB_WAIT_AT_MOST(const DB_WAITS& sctWaits)
+{
+    WAITS() = sctWaits;
+}
+
+int iDB_STATEMENT_TIMEOUT()
+{
+    return iSHORTER(iCONFIG_STATEMENT_TIMEOUT(), WAITS().iStatement);
 }
 
 bool bDB_SEVERAL_HOSTS()

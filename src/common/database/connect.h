@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "../text/holder.h"
+#include "../cm_db_access.h"
 #include "failure.h"
 
 using CONNECTION = std::unique_ptr<PGconn, FREE_BY<PQfinish>>;
@@ -33,6 +34,9 @@ private:
    once each, until one succeeds.
    Result  null: error says why; one line of text */
 CONNECTION pDB_CONNECT(DB_ERROR& error);
+
+/* Seconds that a statement may take; 0: no limit. */
+int iDB_STATEMENT_TIMEOUT();
 
 /* true when the connection text names several hosts: of which one takes changes. */
 bool bDB_SEVERAL_HOSTS();

@@ -166,7 +166,7 @@ void v_DROP(STEP eStep, int iLimit, DB_OUTCOME& outcome)
 /* Runs a statement over the connection that there is. */
 DB_OUTCOME sctRUN(const char* cpSql, const DB_ROW& pRow, STEP& eStep)
 {
-    const int  iTimeout = iCONFIG_STATEMENT_TIMEOUT();
+    const int  iTimeout = iDB_STATEMENT_TIMEOUT();
     const int  iLimit = iTimeout + iBEHIND_SERVER;
     const long lDeadline = iTimeout == 0 ? 0 : lNOW_MS() + iLimit * 1000L;
     DB_OUTCOME outcome;
