@@ -8,6 +8,7 @@
 
 #include "common/log/outcome_log.h"
 #include "common/remote/cause.h"
+#include "common/remote/ssh/known_key.h"
 #include "common/remote/ssh/ssh_words.h"
 #include "common/text/secret.h"
 #include "sandbox_fixture.h"
@@ -105,6 +106,31 @@ constexpr const char* cpLOGIN =
 constexpr const char* cpACCEPTED = "debug1: Server accepts key: /k ED25519 SHA256:x explicit\n";
 constexpr const char* cpDENIED = "root@beta: Permission denied (publickey).\n";
 constexpr const char* cpPROXY = "debug1: Executing proxy command: exec ssh -W '[b]:22' hop\n";
+
+using KNOWN_HOSTS = SCRATCH;
+
+TEST_F(KNOWN_HOSTS, kept_key_and_owner_of_the_offered_one_whatever_stands_behind_the_keys)
+{
+    std::string asPrint[2];
+    std::string asKey[2];
+    for (int i = 0; i < 2; i++) {
+        const std::string sKey = sPATH("key" + std::to_string(i));
+        sSAID_BY({"ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-C", "", "-f", sKey}, 9000);
+        const std::string sSaid = sSAID_BY({"ssh-keygen", "-l", "-f", sKey}, 9000);
+        asPrint[i] = sSaid.substr(sSaid.find("SHA256:") + 7, 43);
+        asKey[i] = asLINES(sREAD_FILE(sKey + ".pub"))[0];
+        asKey[i].erase(asKey[i].find_last_not_of(' ') + 1);
+    }
+    for (const char* cpComment : {"", " root@beta of old"}) {
+        SCOPED_TRACE(cpComment);
+        WRITE_FILE(sPATH("known"),
+                   "# by hand\n\nalpha " + asKey[1] + "\nbeta " + asKey[0] + cpComment + "\n");
+        const KNOWN_KEY known = sctKNOWN_KEY(sPATH("known"), "4", asPrint[1]);
+        EXPECT_EQ(known.sKept, "SHA256:" + asPrint[0]);
+        EXPECT_EQ(known.sOther, "alpha");
+        EXPECT_EQ(sctKNOWN_KEY(sPATH("known"), "3", asPrint[0]).sOther, "beta");
+    }
+}
 
 TEST(SSH_WORDS, the_way_and_the_words_show_the_cause)
 {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <sstream>
 #include <vector>
 
 #include "../../text/text.h"
@@ -14,6 +16,19 @@ namespace {
 
 constexpr int    iLIMIT_MS = 3000;
 constexpr size_t uMOST = size_t{4} << 20;
+
+/* What ssh-keygen calls a line of known hosts: the comment behind the key, where there is
+   one, else the name in front. */
+std::string sCALLED(const std::string& sLine, std::string& sName)
+{
+    std::istringstream words(sLine);
+    std::string        sType;
+    std::string        sKey;
+    std::string        sComment;
+    words >> sName >> sType >> sKey;
+    std::getline(words >> std::ws, sComment);
+    return sComment.empty() ? sName : sComment;
+}
 
 /* What ssh-keygen prints, "" when it fails. */
 std::string sKEYGEN(const std::vector<std::string>& asArgument)
@@ -53,11 +68,17 @@ KNOWN_KEY sctKNOWN_KEY(const std::string& sFile, const std::string& sLine,
 {
     KNOWN_KEY known;
     if (sFile.empty() || sOffered.empty()) return known;
-    // The line itself; ssh-keygen numbers none, and leaves out what is no key.
-    std::ifstream file(sFile);
-    std::string   sText;
-    for (long l = std::strtol(sLine.c_str(), nullptr, 10); l > 0 && std::getline(file, sText);) l--;
-    const std::string sName = sText.substr(0, sText.find(' '));
+    // ssh-keygen numbers no line, and leaves out what is no key.
+    std::ifstream                      file(sFile);
+    std::map<std::string, std::string> names;  // by what ssh-keygen calls the line
+    std::string                        sCalled;
+    long                               lLine = std::strtol(sLine.c_str(), nullptr, 10);
+    for (std::string sText; std::getline(file, sText); lLine--) {
+        std::string       sName;
+        const std::string sThis = sCALLED(sText, sName);
+        names.emplace(sThis, sName);
+        if (lLine == 1) sCalled = sThis;
+    }
     const std::string sAll = sKEYGEN({"-l", "-f", sFile});
     for (size_t u = 0; u < sAll.size();) {
         const size_t      uEnd = std::min(sAll.find('\n', u), sAll.size());
@@ -68,8 +89,9 @@ KNOWN_KEY sctKNOWN_KEY(const std::string& sFile, const std::string& sLine,
         if (uPrint == sOne.npos || uBehind == sOne.npos) continue;
         const std::string sPrint = sOne.substr(uPrint, uBehind - uPrint);
         const std::string sHost = sOne.substr(uBehind + 1, sOne.rfind(" (") - uBehind - 1);
-        if (sHost == sName && known.sKept.empty()) known.sKept = sPrint;
-        if (sPrint == "SHA256:" + sOffered && known.sOther.empty()) known.sOther = sONE_LINE(sHost);
+        if (sHost == sCalled && known.sKept.empty()) known.sKept = sPrint;
+        if (sPrint == "SHA256:" + sOffered && known.sOther.empty())
+            known.sOther = sONE_LINE(names[sHost]);
     }
     if (known.sOther.starts_with("|")) known.sOther.clear();  // hashed
     return known;

@@ -208,7 +208,7 @@ const CAUSE* pHOST_KEY_CAUSE(const SSH_STORY& story, const CAUSE* pCause, PLACES
 {
     if (std::string_view(pCause->cpId) != "host-key-changed") return pCause;
     const KNOWN_KEY known = sctKNOWN_KEY(places["file"], places["line"], story.sHostKey);
-    if (!known.sKept.empty()) places["kept"] = known.sKept;
+    places["kept"] = known.sKept.empty() ? "another key" : known.sKept;
     if (known.sOther.empty() || known.sOther == places["host"]) return pCause;
     places["other"] = known.sOther;
     return &sctCAUSE("host-key-of-another");
