@@ -704,6 +704,7 @@ void EXPECT_FILTERED(const std::string& sPage)
     EXPECT_THAT(sBeta, HasSubstr("<div class=\"sick\" id=\"c0\" hidden=\"\">"));
     EXPECT_THAT(sBeta, Not(HasSubstr("CONSOLE")));
     EXPECT_THAT(dom("#state=sn"), HasSubstr("2 of 11 clients</output>"));
+    EXPECT_THAT(dom("#q=alpha"), HasSubstr("<section id=\"failing\" hidden=\"\">"));
 }
 
 TEST_F(STATUS_FLEET, page_filters_in_a_browser_and_checkers_take_page_and_metrics)

@@ -5,6 +5,7 @@
   const rows = [...body.rows].map((tr) => ({tr, classes: [...tr.classList], text: tr.textContent.toLowerCase()}));
   const sick = [...document.querySelectorAll('.sick')].map((el) => ({el, text: el.textContent.toLowerCase()}));
   const groups = [...document.querySelectorAll('#failing details')];
+  const failing = document.querySelector('#failing');
   const box = document.querySelector('#filter');
   const told = document.querySelector('#told');
   const tiles = [];
@@ -21,6 +22,7 @@
     }
     for (const {el, text} of sick) el.hidden = !fits(text);
     for (const group of groups) group.hidden = !group.querySelector('.sick:not([hidden])');
+    if (groups.length) failing.hidden = groups.every((group) => group.hidden);
     told.value = count === rows.length ? `${count} clients` : `${count} of ${rows.length} clients`;
   };
   const keep = () => {
