@@ -195,7 +195,7 @@ void v_RUNS(std::string& s, const std::vector<OUTCOME>& runs, const TABLE_LOOK& 
                             sPADDED(sDURATION(run.lMilliseconds), 9);
         const std::string sCause = run.sCause.empty() ? "" : sONE_LINE(run.sCause) + ": ";
         sLine += sCause + sONE_LINE(run.sMessage);
-        if (!run.bStarted) sLine += " [not started]";
+        if (!run.bStarted && run.sMessage.empty()) sLine += "not started";
         if (!run.bStored) sLine += " [not stored in the row]";
         s += (look.iWidth == 0 ? sLine : sFITTED(sLine, static_cast<size_t>(look.iWidth))) + "\n";
     }
