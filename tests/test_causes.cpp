@@ -260,6 +260,7 @@ TEST_F(CAUSES, failed_checks_name_stage_cause_and_words)
     CONFIG_CLIENT({"-c", "alpha", "-C", "r"});
     EXPECT_EQ(LAST().value("cause", ""), "program-missing");
     EXPECT_THAT(TRACE_TEXT(), testing::HasSubstr("command line: ssh -T"));
+    EXPECT_THAT(TRACE_TEXT(), testing::HasSubstr("command for alpha: qtc -h"));
     EXPECT_THAT(TRACE_TEXT(), testing::HasSubstr("try: ssh -F "));
     // A later success leaves nothing of it.
     ADD_CLIENT("beta");

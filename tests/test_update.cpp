@@ -293,8 +293,9 @@ TEST_F(UPDATE, a_signature_goes_before_the_package_and_what_stays_away_is_told)
     fs::create_directory(sRW() + "work/packages/" + sDEB + ".asc");  // no file
     const std::string sSkel = sDIR() + "/server/velka/skel/";
     fs::remove(sSkel + "qir-gpg.key");
-    const RUN run = CLIENT_UPDATE("alpha");
+    const RUN run = CLIENT_UPDATE("alpha", {"-U", "-v", "1", "-P", sDEB});
     EXPECT_ENDED(run, 0, sI013("alpha"));
+    EXPECT_THAT(TRACE_TEXT(), HasSubstr("command line: sftp -F "));
     EXPECT_THAT(asLINES(sREAD_FILE(CLIENT_PATH("alpha", "log/saw"))),
                 IsSupersetOf({sDEB, sDEB + ".sig"}));
     EXPECT_THAT(WORK_FILES("alpha"), IsEmpty());

@@ -136,15 +136,6 @@ bool bWORTH_ANOTHER_TRY(const COMMAND_END& outcome)
     return outcome.eFailure == FAILURE_OTHER;
 }
 
-void TRACE_COMMAND_LINE(const CHILD_SPEC& sctSpec, const str_log& sctLog)
-{
-    if (sctLog.iLogLevel <= 0) return;
-    std::string sLine;
-    for (const std::string& s : sctSpec.asArgument)
-        sLine += " " + sSHELL_WORD(SHELL_POSIX, sFOREIGN(s));
-    WRITE_TRACE(&sctLog, "command line:%s", sLine.c_str());
-}
-
 void TRACE_LOG(const std::string& sText, const str_log& sctLog)
 {
     for (size_t u = 0; u < sText.size();) {
@@ -173,6 +164,15 @@ int iSOUND(const HOST& host, const char* cpCommand, std::string& sReason)
 }
 
 }  // namespace
+
+void TRACE_COMMAND_LINE(const CHILD_SPEC& sctSpec, const str_log& sctLog)
+{
+    if (sctLog.iLogLevel <= 0) return;
+    std::string sLine;
+    for (const std::string& s : sctSpec.asArgument)
+        sLine += " " + sSHELL_WORD(SHELL_POSIX, sFOREIGN(s));
+    WRITE_TRACE(&sctLog, "command line:%s", sLine.c_str());
+}
 
 LIMITS sctLIMITS(int iTimeout, int iRetries)
 {
@@ -219,6 +219,9 @@ COMMAND_END sctRUN_COMMAND(const HOST& host, const std::string& sPort, const cha
     TRANSPORT&  transport = TRANSPORT_OF(host);
     sctRUN_RECORD().sMode = host.bLocal ? "local" : host.sAccessMode;
     if (!iSOUND(host, cpCommand, outcome.sReason)) return outcome;
+    // The child's own words do not show it: most transports hand it over another way.
+    if (sctLog.iLogLevel > 0)
+        WRITE_TRACE(&sctLog, "command for %s: %s", host.sName.c_str(), sFOREIGN(cpCommand).c_str());
     // A shared connection that broke meanwhile earns one more try; what was refused
     // does not, unless the caller asked for it.
     int iTriesLeft = 1 + limits.iRetries + (transport.bESTABLISHED(host) ? 1 : 0);

@@ -47,5 +47,11 @@ COMMAND_END sctRUN_CHILD(const HOST& host, TRANSPORT& transport, const CHILD_SPE
                          const LIMITS& limits, OUTPUT& output, RUN_TIME eTime,
                          const std::function<bool(pid_t)>& bMOVES = {});
 
+/* Traces the words that a child is started with, passwords masked. */
+void TRACE_COMMAND_LINE(const CHILD_SPEC& sctSpec, const str_log& sctLog);
+
+/* Runs a command line on a host within the limits, and again where that can help.
+   sPort   empty: as configured
+   output  receives what the command wrote */
 COMMAND_END sctRUN_COMMAND(const HOST& host, const std::string& sPort, const char* cpCommand,
                            const LIMITS& limits, OUTPUT& output, const str_log& sctLog);

@@ -227,7 +227,7 @@ int REMOTE_COPY_CLIENT(char cMode, const char* cpHost, const char* cpSource, con
     } else if (iCONFIG_SERVER_PATH(cpSource, sSource, sReason) &&
                iPATH_ON_HOST(host, cpTarget, sTarget, sReason)) {
         const STAGE_TIMER timer(TIME_COPY);
-        iRet = TRANSPORT_OF(host).iPUT(host, sSource, sTarget, cpMode, sReason);
+        iRet = TRANSPORT_OF(host).iPUT(host, sSource, sTarget, cpMode, sReason, sctLog);
     }
     sctRUN_RECORD().diagnosis = iRet ? DIAGNOSIS{} : sctCOPY_DIAGNOSIS(host, sSource, sReason);
     iTEXT_COPY(cpMsg, uMsg, iRet ? "" : sReason);

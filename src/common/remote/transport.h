@@ -73,7 +73,7 @@ struct TRANSPORT {
        cpMode  octal permissions or null
        Result  1 copied, 0 not: sReason says why */
     virtual int iPUT(const HOST& host, const std::string& sSource, const std::string& sTarget,
-                     const char* cpMode, std::string& sReason) = 0;
+                     const char* cpMode, std::string& sReason, const str_log& sctLog) = 0;
 };
 
 TRANSPORT& LOCAL_TRANSPORT();

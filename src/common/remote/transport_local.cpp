@@ -35,7 +35,7 @@ struct LOCAL : TRANSPORT {
     }
 
     int iPUT(const HOST&, const std::string& sSource, const std::string& sTarget,
-             const char* cpMode, std::string& sReason) override
+             const char* cpMode, std::string& sReason, const str_log&) override
     {
         namespace fs = std::filesystem;
         std::error_code error;

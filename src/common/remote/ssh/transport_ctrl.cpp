@@ -118,9 +118,10 @@ struct CTRL : TRANSPORT {
     }
 
     int iPUT(const HOST& host, const std::string& sSource, const std::string& sTarget,
-             const char* cpMode, std::string& sReason) override
+             const char* cpMode, std::string& sReason, const str_log& sctLog) override
     {
-        if (!bGATE(host)) return SSH_TRANSPORT().iPUT(host, sSource, sTarget, cpMode, sReason);
+        if (!bGATE(host))
+            return SSH_TRANSPORT().iPUT(host, sSource, sTarget, cpMode, sReason, sctLog);
         struct stat sctSource {};
         if (stat(sSource.c_str(), &sctSource) == 0 && !S_ISREG(sctSource.st_mode)) errno = EISDIR;
         if (!S_ISREG(sctSource.st_mode)) {
@@ -134,13 +135,13 @@ struct CTRL : TRANSPORT {
         request.lSize = sctSource.st_size;
         request.uMode = cpMode != nullptr ? static_cast<unsigned>(std::strtoul(cpMode, nullptr, 8))
                                           : sctSource.st_mode & uPERMISSIONS;
-        return iSEND(host, sSource, request, sReason);
+        return iSEND(host, sSource, request, sReason, sctLog);
     }
 
 private:
     /* The file itself is ssh's standard input: its end is the end of what travels. */
     int iSEND(const HOST& host, const std::string& sSource, const REQUEST& request,
-              std::string& sReason)
+              std::string& sReason, const str_log& sctLog)
     {
         CHILD_SPEC   sctSpec;
         std::string  sLine;
@@ -149,6 +150,7 @@ private:
             !iSSH_CALL(host, "", sLine, limits.iConnect, sctSpec, sReason)) {
             return 0;
         }
+        TRACE_COMMAND_LINE(sctSpec, sctLog);
         sctSpec.sInFile = sSource;
         OUTPUT            output;
         COPY_PROGRESS     progress(sSource, request.lSize);

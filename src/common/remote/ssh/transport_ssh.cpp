@@ -5,6 +5,7 @@
 #include <map>
 
 #include "../../config/variables.h"
+#include "../command.h"
 #include "../transport.h"
 #include "../wrapper.h"
 #include "sftp.h"
@@ -63,10 +64,11 @@ struct SSH : TRANSPORT {
     }
 
     int iPUT(const HOST& host, const std::string& sSource, const std::string& sTarget,
-             const char* cpMode, std::string& sReason) override
+             const char* cpMode, std::string& sReason, const str_log& sctLog) override
     {
         CHILD_SPEC sctSpec;
         if (!iSFTP_CALL(host, sctSpec, sReason)) return 0;
+        TRACE_COMMAND_LINE(sctSpec, sctLog);
         const int iRet = iSFTP_PUT(sctSpec, host.sName, sSource, sTarget, cpMode, sReason);
         if (iRet || sReason != "Connection closed") return iRet;
         const std::string sWords = sSSH_NO_SFTP(host);
