@@ -116,6 +116,7 @@ TEST_F(COMMAND_LINE, what_a_run_cannot_take_or_does_not_use_is_told_in_one_line)
         {{"-C", "r", "a", "off"}, 0, "off is left out: exec is not '1'"},
         {{"-C", "r", "ALL_CLIENTS", "a"}, 0, "ALL_CLIENTS is left out: it is no client's name"},
         {{"-C", "r", "-c", "b", "a"}, 0, "option -c b is not used: the names after the options count"},
+        {{"-C", "r", "-c", "ALL_CLIENTS", "a"}, 0, "option -c ALL_CLIENTS is not used: the names"},
         {{"-C", "r", "-c", "a", "a"}, 0, ""},
         {{"-C", "r", "-m", "CTRL", "a"}, 0, "option -m is not handed on to the runs of the clients"},
         {{"-C", "r", "-l", "2", "a"}, 0, "option -l is not used: it narrows -c ALL_CLIENTS only"},

@@ -195,9 +195,12 @@ void v_TELL_UNUSED_OF_MANY(const COMMAND_LINE* pLine)
     const bool      bAll = bALL_CLIENTS(pArg);
     const bool      bLocation = bGIVEN(pArg->szLocationId);
     const bool      bSystem = bGIVEN(pArg->szOpersys);
-    if (!bAll && pArg->szNodeName[0] != '\0' && !bNAMED(pLine->LL_ClientList, pArg->szNodeName))
+    const bool      bNames = SizeLL(pLine->LL_ClientList) > 0;
+    const bool      bNamesCount = bNames && !(bAll && (bLocation || bSystem));
+    if (bNamesCount && pArg->szNodeName[0] != '\0' &&
+        !bNAMED(pLine->LL_ClientList, pArg->szNodeName))
         v_STDERR("option -c %s is not used: the names after the options count", pArg->szNodeName);
-    if (bAll && (bLocation || bSystem) && SizeLL(pLine->LL_ClientList) > 0)
+    if (bNames && !bNamesCount)
         v_STDERR("not used beside -c ALL_CLIENTS:%s", sNAMES(pLine->LL_ClientList).c_str());
     if (bLocation && !bAll) v_STDERR("option -l is not used: it narrows -c ALL_CLIENTS only");
     if (bSystem && !bAll) v_STDERR("option -o is not used: it narrows -c ALL_CLIENTS only");
