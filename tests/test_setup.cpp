@@ -21,16 +21,14 @@ TEXTS asBEGINNING(const std::string& sText, const std::string& sWord)
     return asFound;
 }
 
-class SETUP : public SANDBOX {
+class SERVER : public SANDBOX {
 protected:
     void SetUp() override
     {
         SANDBOX::SetUp();
         // The part that runs on the server answers to the name that is typed.
         std::filesystem::create_symlink(VK_SETUP_SERVER, sDIR() + "/server/velka/bin/vk_setup");
-        START_CLIENTS({"alpha"});
-        // Of the two ssh configurations, one is the sandbox's, one the setup's own.
-        SHELL("rm -r $D/server/rw/ini/ctrl");
+        START_CLIENTS({"alpha", "ctrl1"});
     }
 
     /* A command line as it is typed on the server; $D is the sandbox. */
@@ -42,6 +40,16 @@ protected:
     }
 
     std::string sINI() { return sREAD_FILE(sDIR() + "/vk.ini"); }
+};
+
+/* Of the two ssh configurations, one is the sandbox's, one the setup's own. */
+class SETUP : public SERVER {
+protected:
+    void SetUp() override
+    {
+        SERVER::SetUp();
+        SHELL("rm -r $D/server/rw/ini/ctrl");
+    }
 };
 
 TEST_F(SETUP, an_empty_database_is_filled_and_the_first_client_is_green)
@@ -138,12 +146,34 @@ TEST_F(SETUP, each_fault_is_found_alone_and_its_command_mends_it)
     }
 }
 
+TEST_F(SERVER, set_mode_registers_a_client_with_its_mode_and_checks_it)
+{
+    const std::string sMode = "select accessmode from clients where client_id>0";
+    RUN               run = SHELL("vk_setup set_mode ctrl1 CTRL");
+    EXPECT_EQ(run.iExit, 1);
+    EXPECT_THAT(run.sErr, HasSubstr("\"ctrl1\" is not registered; give its operating system"));
+    run = SHELL("vk_setup set_mode \"x' or ''='\" CTRL --os OS/2");
+    EXPECT_EQ(run.iExit, 1);
+    EXPECT_THAT(run.sErr, HasSubstr("OS/2"));
+    EXPECT_THAT(ROWS(sMode), testing::IsEmpty());
+    run = SHELL("vk_setup set_mode ctrl1 CTRL --os Linux");
+    EXPECT_EQ(run.iExit, 0) << run.sOut << run.sErr;
+    EXPECT_THAT(run.sOut, testing::MatchesRegex("made    row of ctrl1\nmade    access mode CTRL of "
+                                                "ctrl1\nSTATUS=SUCCESS MSG=\"I005[^\n]*\n"));
+    EXPECT_EQ(run.sErr, "");
+    EXPECT_THAT(ROWS(sMode), testing::ElementsAre("CTRL"));
+    // The plain key of the other mode is not admitted there.
+    EXPECT_THAT(SHELL("vk_setup set_mode ctrl1 VKSSH").sOut, HasSubstr("E011"));
+    EXPECT_EQ(SHELL("vk_setup set_mode ctrl1 QUIC").iExit, 2);
+    EXPECT_THAT(ROWS(sMode), testing::ElementsAre("VKSSH"));
+}
+
 TEST_F(SETUP, arguments_that_make_no_sense_change_nothing_and_a_database_elsewhere_is_told)
 {
     const std::string sIni = sINI();
-    for (const char* cp :
-         {"server --name", "server --name -x", "server --name 'a b'", "server --name ALL_CLIENTS",
-          "server now", "permit --mode SSH", "check all", "chekc", ""}) {
+    for (const char* cp : {"server --name", "server --name -x", "server --name 'a b'",
+                           "server --name ALL_CLIENTS", "server now", "permit --mode SSH",
+                           "check all", "set_mode a", "set_mode a CTRL x", "chekc", ""}) {
         SCOPED_TRACE(cp);
         const RUN run = SHELL(std::string("vk_setup ") + cp);
         EXPECT_EQ(run.iExit, 2);

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "../common/config/config.h"
+#include "../common/text/command_line.h"
 
 namespace {
 
@@ -46,10 +47,11 @@ int iREGISTER(SCT_ARGS* pArg, const char* cpAccessMode, char (&szBuf)[N])
     const bool bTested = !bIS(cpAccessMode, "PROXY") && !bIS(cpAccessMode, "VIRTUAL");
     if (cpAccessMode[0] != '\0' && !bIS(cpAccessMode, pArg->szAccessMode))
         v_STDERR(
-            "option -m %s: client %s is %s with access mode %s; set accessmode='%s' in its row of "
-            "the table clients",
+            "option -m %s: client %s is %s with access mode %s; to store the other: vk_setup "
+            "set_mode %s %s",
             cpAccessMode, pArg->szNodeName, bTested ? "stored and tested" : "not tested and stored",
-            pArg->szAccessMode, cpAccessMode);
+            pArg->szAccessMode, sSHELL_WORD(SHELL_POSIX, pArg->szNodeName).c_str(),
+            sSHELL_WORD(SHELL_POSIX, cpAccessMode).c_str());
     if (!bTested) {
         TRACE(
             "Skip iTEST_QTC_CONNECTION for accessmode PROXY and VIRTUAL when configuring a new "

@@ -241,12 +241,20 @@ int iADMIT_REMEMBERED(const CALL& call)
     return iExit;
 }
 
+/* What prints the line there. */
+std::string sPERMIT_COMMAND(const CALL& call)
+{
+    const std::string sCommand = "vk_setup permit";
+    return call.permit.sMode.empty() ? sCommand + " (mode CTRL: " + sCommand + " --mode CTRL)"
+                                     : sCommand + " --mode " + call.permit.sMode;
+}
+
 int iADMIT_ASKED(const CALL& call)
 {
     const char* cpServer = call.permit.sServer.c_str();
     if (isatty(STDIN_FILENO) != 0) {
-        std::fprintf(stderr,
-                     "Type on %s: vk_setup permit\nand paste the line that it prints: ", cpServer);
+        std::fprintf(stderr, "Type on %s: %s\nand paste the line that it prints: ", cpServer,
+                     sPERMIT_COMMAND(call).c_str());
     }
     std::string sLine;
     for (int c = std::getchar(); c != EOF && c != '\n' && sLine.size() < uLINE_MAX;
@@ -255,8 +263,8 @@ int iADMIT_ASKED(const CALL& call)
     sLine.erase(0, std::min(sLine.find_first_not_of(" \t\r"), sLine.size()));
     sLine.erase(sLine.find_last_not_of(" \t\r") + 1);
     if (!sLine.empty()) return iADMIT_LINE(call, sLine);
-    iTELL("no key of " + call.permit.sServer +
-          "; \"vk_setup permit\" there prints the line to type");
+    iTELL("no key of " + call.permit.sServer + "; the line to type is printed there by " +
+          sPERMIT_COMMAND(call));
     return iUSAGE;
 }
 

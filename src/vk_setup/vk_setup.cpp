@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "common/text/program.h"
+#include "common/text/text.h"
 #include "common/unix/cm_hal_pipe.h"
 #include "set_client.h"
 
@@ -20,7 +21,7 @@ namespace {
 constexpr int         iUSAGE = 2;
 constexpr const char* cpSERVER_PROGRAM = "vk_setup_server";
 
-constexpr std::string_view asvServer[] = {"server", "check", "permit"};
+constexpr std::string_view asvServer[] = {"server", "check", "permit", "set_mode"};
 
 void USAGE(FILE* pFile)
 {
@@ -28,8 +29,10 @@ void USAGE(FILE* pFile)
         "usage: vk_setup server [--name NAME] [--conninfo TEXT]\n"
         "       vk_setup check\n"
         "       vk_setup permit [--mode CTRL|VKSSH]\n"
+        "       vk_setup set_mode CLIENT MODE [--os SYSTEM]\n"
         "                             on the backup server: sets it up, looks at everything\n"
-        "                             a check needs, prints the line to type on clients\n"
+        "                             a check needs, prints the line to type on clients,\n"
+        "                             stores the access mode of a client and checks it\n"
         "       vk_setup set_client SERVER [--mode CTRL|VKSSH] [--from ADDRESS]\n"
         "                           [--file FILE] [--config FILE] [KEY...]\n"
         "       vk_setup unset_client SERVER [--file FILE] [--config FILE]\n"
@@ -78,6 +81,10 @@ int main(int argc, char** argv)
     v_SIGNALS_SETUP();
     if (svTask == "set_client" && !asArgument.empty()) return iSET_CLIENT(asArgument);
     if (svTask == "unset_client" && !asArgument.empty()) return iUNSET_CLIENT(asArgument);
+    if (svTask == "set_client" || svTask == "unset_client")
+        std::fprintf(stderr, "vk_setup: %s needs the name of the backup server\n", argv[1]);
+    else if (!svTask.empty())
+        std::fprintf(stderr, "vk_setup: unknown subcommand \"%s\"\n", sONE_LINE(svTask).c_str());
     USAGE(stderr);
     return iUSAGE;
 }

@@ -13,7 +13,7 @@ constexpr const char* acpSTAGE[] = {"",         "name",   "route", "port",    "g
 static_assert(std::size(acpSTAGE) == STAGES);
 
 constexpr const char* cpADMIT =
-    "on {host}, type the line that \"vk_setup permit\" prints here; where {user} is the wrong "
+    "on {host}, type the line that \"{permit}\" prints here; where {user} is the wrong "
     "user, "
     "correct os_user of the client or User in {config}";
 
@@ -59,7 +59,7 @@ constexpr CAUSE asctCause[] = {
     {"key-too-open", STAGE_LOGIN, SSH_SAYS, "bad permissions",
      "others may read the key {key}, so ssh does not use it", "chmod 600 {key}"},
     {"key-missing", STAGE_LOGIN, SSH_SAYS, "no such identity",
-     "the key {key} that {config} names does not exist", "put it back, or: ssh-keygen -q -t ed25519 -N '' -f {key}, and vk_setup permit"},
+     "the key {key} that {config} names does not exist", "put it back, or: ssh-keygen -q -t ed25519 -N '' -f {key}, and {permit}"},
     {"key-unreadable", STAGE_LOGIN, SSH_SAYS, "Load key",
      "ssh cannot read the key {key}", "ssh-keygen -y -f {key}"},
     {"too-many-keys", STAGE_LOGIN, SSH_SAYS, "Too many authentication failures",

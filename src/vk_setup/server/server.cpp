@@ -27,7 +27,8 @@ void NEXT_STEPS()
     std::printf(
         "then here:\n"
         "  vk_config_client -c CLIENT -o Linux\n"
-        "A client of mode CTRL also needs accessmode='CTRL' in its row of the table clients.\n");
+        "or, when it is one of mode CTRL:\n"
+        "  vk_setup set_mode CLIENT CTRL --os Linux\n");
 }
 
 }  // namespace

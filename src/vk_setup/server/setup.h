@@ -6,14 +6,17 @@
 
 /* What the command line gave. */
 struct SETUP_ARGS {
-    std::string sName;            // --name: of this server; empty: the machine's
-    std::string sConninfo;        // --conninfo; empty: vk.ini's, else the machine's own
-    std::string sMode = "VKSSH";  // --mode
+    std::string sName;      // --name: of this server; empty: the machine's
+    std::string sConninfo;  // --conninfo; empty: vk.ini's, else the machine's own
+    std::string sMode;      // --mode; of set_mode its second word
+    std::string sClient;    // set_mode: the client
+    std::string sSystem;    // --os: its operating system, for one that is new
 };
 
 int iSERVER(const SETUP_ARGS& args);
 int iCHECK();
 int iPERMIT(const SETUP_ARGS& args);
+int iSET_MODE(const SETUP_ARGS& args);  // becomes the tool, which checks the client
 
 /* ---- pieces of the first setup, each reports its steps -------------------- */
 

@@ -1,5 +1,5 @@
-/* The server half of vk_setup: first setup, check, permits. vk_setup(8) starts it for
-   the subcommands server, check and permit. */
+/* The server half of vk_setup: first setup, check, permits, access modes. vk_setup(8)
+   starts it for the subcommands server, check, permit and set_mode. */
 #include <cstdio>
 #include <cstring>
 #include <string_view>
@@ -17,14 +17,15 @@ namespace {
 constexpr char szUSAGE[] =
     "usage: vk_setup server [--name NAME] [--conninfo TEXT]\n"
     "       vk_setup check\n"
-    "       vk_setup permit [--mode CTRL|VKSSH]\n";
+    "       vk_setup permit [--mode CTRL|VKSSH]\n"
+    "       vk_setup set_mode CLIENT MODE [--os SYSTEM]\n";
 
-enum SUBCOMMAND { SUB_NONE, SUB_SERVER, SUB_CHECK, SUB_PERMIT };
+enum SUBCOMMAND { SUB_NONE, SUB_SERVER, SUB_CHECK, SUB_PERMIT, SUB_MODE };
 
 SUBCOMMAND eSUBCOMMAND(const char* cpWord)
 {
-    constexpr const char* acpWord[] = {"", "server", "check", "permit"};
-    for (int i = SUB_SERVER; i <= SUB_PERMIT; i++)
+    constexpr const char* acpWord[] = {"", "server", "check", "permit", "set_mode"};
+    for (int i = SUB_SERVER; i <= SUB_MODE; i++)
         if (std::strcmp(cpWord, acpWord[i]) == 0) return static_cast<SUBCOMMAND>(i);
     return SUB_NONE;
 }
@@ -39,7 +40,20 @@ constexpr OPTION asctOption[] = {
     {SUB_SERVER, "--name", &SETUP_ARGS::sName},
     {SUB_SERVER, "--conninfo", &SETUP_ARGS::sConninfo},
     {SUB_PERMIT, "--mode", &SETUP_ARGS::sMode},
+    {SUB_MODE, "--os", &SETUP_ARGS::sSystem},
 };
+
+/* Takes a word that is no option. Result 0: there is no place for it. */
+int iTAKE_WORD(SUBCOMMAND eSub, const char* cpWord, SETUP_ARGS& args)
+{
+    if (eSub != SUB_MODE) return 0;
+    for (std::string* pPlace : {&args.sClient, &args.sMode}) {
+        if (!pPlace->empty()) continue;
+        *pPlace = cpWord;
+        return 1;
+    }
+    return 0;
+}
 
 /* Takes the option at *piAt. Result 0: it is none of this subcommand, or has no value. */
 int iTAKE_OPTION(SUBCOMMAND eSub, int argc, char** argv, int* piAt, SETUP_ARGS& args)
@@ -60,6 +74,7 @@ int iTAKE_OPTION(SUBCOMMAND eSub, int argc, char** argv, int* piAt, SETUP_ARGS& 
         args.*option.pValue = argv[++*piAt];
         return 1;
     }
+    if (!svWord.starts_with('-') && iTAKE_WORD(eSub, argv[*piAt], args)) return 1;
     v_STDERR("unknown argument \"%s\"", argv[*piAt]);
     return 0;
 }
@@ -71,12 +86,18 @@ int iREFUSED(const char* cpOption, const char* cpCause)
 }
 
 /* What cannot be the name of a server, or is no mode. */
-int iVALID(const SETUP_ARGS& args)
+int iVALID(SUBCOMMAND eSub, SETUP_ARGS& args)
 {
+    if (eSub == SUB_MODE) {
+        if (!args.sMode.empty()) return 1;
+        v_STDERR("set_mode needs the name of a client and its access mode");
+        return 0;
+    }
     if (args.sName.size() > 255) return iREFUSED("--name", "a name has at most 255 bytes");
     if (args.sName == "ALL_CLIENTS" || args.sName.starts_with('-') ||
         sONE_LINE(args.sName) != args.sName || args.sName.find(' ') != std::string::npos)
         return iREFUSED("--name", "that is no name of a host");
+    if (args.sMode.empty()) args.sMode = acpKeyMode[0];
     for (const char* cpMode : acpKeyMode)
         if (args.sMode == cpMode) return 1;
     return iREFUSED("--mode", "the mode is CTRL or VKSSH");
@@ -96,8 +117,9 @@ int main(int argc, char** argv)
     }
     for (int i = 2; i < argc; i++)
         if (!iTAKE_OPTION(eSub, argc, argv, &i, args)) return 2;
-    if (!iVALID(args)) return 2;
+    if (!iVALID(eSub, args)) return 2;
     if (eSub == SUB_CHECK) return iCHECK();
     if (!iCONFIG_VALID()) return 2;  // told by the library; the check says what mends it
+    if (eSub == SUB_MODE) return iSET_MODE(args);
     return eSub == SUB_SERVER ? iSERVER(args) : iPERMIT(args);
 }
