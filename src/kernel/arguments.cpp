@@ -46,7 +46,7 @@ int iNUMBER(int iOption)
     const long lNumber = std::strtol(optarg, &cpEnd, 10);
     const int  iTaken = static_cast<int>(std::clamp(lNumber, long{INT_MIN}, long{INT_MAX}));
     if (cpEnd == optarg || *cpEnd != '\0' || iTaken != lNumber)
-        v_STDERR("option -%c: \"%s\" is no number, using %d", iOption, optarg, iTaken);
+        TELL("option -%c: \"%s\" is no number, using %d", iOption, optarg, iTaken);
     return iTaken;
 }
 
@@ -61,17 +61,17 @@ void v_TAKE(COMMAND_LINE* pLine, char (&szField)[N], int iOption, const char* cp
     }
     pLine->bRefused = true;
     if (iOption == 'p')
-        v_STDERR("option -p: the password is longer than %zu bytes", N - 1);
+        TELL("option -p: the password is longer than %zu bytes", N - 1);
     else
-        v_STDERR("option -%c: \"%s\" is longer than %zu bytes%s%s", iOption, optarg, N - 1,
-                 cpHint[0] != '\0' ? "; " : "", cpHint);
+        TELL("option -%c: \"%s\" is longer than %zu bytes%s%s", iOption, optarg, N - 1,
+             cpHint[0] != '\0' ? "; " : "", cpHint);
 }
 
 /* A client's name is one line; another could not be told from what surrounds it. */
 void v_REFUSE_CONTROLS(COMMAND_LINE* pLine, const char* cpName)
 {
     if (!bHAS_CONTROLS(cpName)) return;
-    v_STDERR("client name \"%s\" holds a control character", cpName);
+    TELL("client name \"%s\" holds a control character", cpName);
     pLine->bRefused = true;
 }
 
@@ -123,7 +123,7 @@ void v_OPTION(int iOption, COMMAND_LINE* pLine)
         case 'O': v_TAKE_OPTIONS_TEXT(pLine); break;
         case 'p': v_TAKE_PASSWORD(pLine); break;
         case 'C': pArg->iCheck = 1; v_TAKE(pLine, pArg->szCheck, iOption, "give r, s or d"); break;
-        default: v_STDERR("wrong option %c in command line; only %s allowed", optopt, cpOPTIONS); return;
+        default: TELL("wrong option %c in command line; only %s allowed", optopt, cpOPTIONS); return;
     }
     // clang-format on
     pLine->given.set(static_cast<size_t>(iOption));
@@ -135,7 +135,7 @@ void v_COLLECT_CLIENTS(int argc, char** argv, COMMAND_LINE* pLine)
     for (int i = optind; i < argc; ++i) {
         char szName[256] = "";
         if (!iTEXT_SET(szName, argv[i])) {
-            v_STDERR("client name \"%s\" is longer than %zu bytes", argv[i], sizeof szName - 1);
+            TELL("client name \"%s\" is longer than %zu bytes", argv[i], sizeof szName - 1);
             pLine->bRefused = true;
         }
         v_REFUSE_CONTROLS(pLine, szName);
@@ -166,9 +166,9 @@ void v_REFUSE_ALL_CLIENTS(COMMAND_LINE* pLine)
     const SCT_ARGS* pArg = pLine->pArg;
     if (!bALL_CLIENTS(pArg)) return;
     if (!pArg->iCheck && !bUPDATE(pArg))
-        v_STDERR("option -c: ALL_CLIENTS cannot be registered; it stands for all clients");
+        TELL("option -c: ALL_CLIENTS cannot be registered; it stands for all clients");
     else if (pArg->iCheck && pArg->szCheck[0] == 'd')
-        v_STDERR("option -C d does not take ALL_CLIENTS; name the clients that shall be removed");
+        TELL("option -C d does not take ALL_CLIENTS; name the clients that shall be removed");
     else
         return;
     pLine->bRefused = true;
@@ -179,12 +179,11 @@ void v_TELL_UNUSED_OF_ONE(const COMMAND_LINE* pLine)
 {
     const SCT_ARGS* pArg = pLine->pArg;
     if (SizeLL(pLine->LL_ClientList) > 0)
-        v_STDERR("a registration takes one client by -c; ignored:%s",
-                 sNAMES(pLine->LL_ClientList).c_str());
+        TELL("a registration takes one client by -c; ignored:%s",
+             sNAMES(pLine->LL_ClientList).c_str());
     if (pArg->iCheck &&
         std::strchr("rsd", pArg->szCheck[0] != '\0' ? pArg->szCheck[0] : 'n') == nullptr)
-        v_STDERR("option -C: \"%s\" is none of r, s and d; the client is registered",
-                 pArg->szCheck);
+        TELL("option -C: \"%s\" is none of r, s and d; the client is registered", pArg->szCheck);
 }
 
 /* What a run for several clients leaves out: the children get little, and the choice
@@ -199,15 +198,15 @@ void v_TELL_UNUSED_OF_MANY(const COMMAND_LINE* pLine)
     const bool      bNamesCount = bNames && !(bAll && (bLocation || bSystem));
     if (bNamesCount && pArg->szNodeName[0] != '\0' &&
         !bNAMED(pLine->LL_ClientList, pArg->szNodeName))
-        v_STDERR("option -c %s is not used: the names after the options count", pArg->szNodeName);
+        TELL("option -c %s is not used: the names after the options count", pArg->szNodeName);
     if (bNames && !bNamesCount)
-        v_STDERR("not used beside -c ALL_CLIENTS:%s", sNAMES(pLine->LL_ClientList).c_str());
-    if (bLocation && !bAll) v_STDERR("option -l is not used: it narrows -c ALL_CLIENTS only");
-    if (bSystem && !bAll) v_STDERR("option -o is not used: it narrows -c ALL_CLIENTS only");
-    if (bLocation && bSystem && bAll) v_STDERR("option -l is not used: of -l and -o, -o counts");
+        TELL("not used beside -c ALL_CLIENTS:%s", sNAMES(pLine->LL_ClientList).c_str());
+    if (bLocation && !bAll) TELL("option -l is not used: it narrows -c ALL_CLIENTS only");
+    if (bSystem && !bAll) TELL("option -o is not used: it narrows -c ALL_CLIENTS only");
+    if (bLocation && bSystem && bAll) TELL("option -l is not used: of -l and -o, -o counts");
     for (const char cOption : std::string_view(pArg->iCheck ? "USFPOeaimpstu" : "aimpstu"))
         if (pLine->given.test(static_cast<size_t>(cOption)))
-            v_STDERR("option -%c is not handed on to the runs of the clients", cOption);
+            TELL("option -%c is not handed on to the runs of the clients", cOption);
 }
 
 /* What is stored for the client of a check or an update; -m replaces its access
@@ -228,8 +227,8 @@ void v_READ_STORED_SETTINGS(SCT_ARGS* pArg, const char* cpAccessMode)
     }
     if (!bIS(cpAccessMode, "CTRL") && !bIS(cpAccessMode, "VKSSH")) {
         if (cpAccessMode[0] != '\0' && !bIS(cpAccessMode, pArg->szAccessMode))
-            v_STDERR("option -m %s is not used: only CTRL and VKSSH replace a stored access mode",
-                     cpAccessMode);
+            TELL("option -m %s is not used: only CTRL and VKSSH replace a stored access mode",
+                 cpAccessMode);
         return;
     }
     TRACE("Use access mode %s given via command line parameter -m", cpAccessMode);

@@ -164,9 +164,9 @@ void v_TELL_LEFT_OUT(MULTI_RUN* pRun, t_LL LL_ClientList)
         iSQL(szSql, "select count(*) from clients where name='%s'", cpName);
         if (!iDB_ACCESS(szSql, szReply, nullptr, strLog)) return;
         if (szReply[0] == '0')
-            v_STDERR("no such client: %s", cpName);
+            TELL("no such client: %s", cpName);
         else
-            v_STDERR("%s is left out: exec is not '1'", cpName);
+            TELL("%s is left out: exec is not '1'", cpName);
     }
 }
 
@@ -244,14 +244,14 @@ void v_START_NEXT(MULTI_RUN* pRun)
     pRun->running.pop_back();
     TRACE("%s", cpSEPARATOR);
     if (pRun->running.empty()) {
-        v_STDERR("%s: %s", sName.c_str(), sReason.c_str());
+        TELL("%s: %s", sName.c_str(), sReason.c_str());
         v_OUTCOME_NONE(pRun->pArg, {sName}, "not started: " + sReason);
         v_COUNT(pRun, sName, VK_ERROR, false);
         return;
     }
     pRun->uNext--;
     pRun->uAtOnce = pRun->running.size();
-    v_STDERR("%s; going on with %zu clients at a time", sReason.c_str(), pRun->uAtOnce);
+    TELL("%s; going on with %zu clients at a time", sReason.c_str(), pRun->uAtOnce);
 }
 
 /* Writes what the child has left, its status line last. */

@@ -46,7 +46,7 @@ int iREGISTER(SCT_ARGS* pArg, const char* cpAccessMode, char (&szBuf)[N])
     MESSAGE(szBuf, MSG_I012, pArg->szNodeName);
     const bool bTested = !bIS(cpAccessMode, "PROXY") && !bIS(cpAccessMode, "VIRTUAL");
     if (cpAccessMode[0] != '\0' && !bIS(cpAccessMode, pArg->szAccessMode))
-        v_STDERR(
+        TELL(
             "option -m %s: client %s is %s with access mode %s; to store the other: vk_setup "
             "set_mode %s %s",
             cpAccessMode, pArg->szNodeName, bTested ? "stored and tested" : "not tested and stored",

@@ -96,9 +96,17 @@ void STATUS_AND_MESSAGE(RCMD* pCmd, const OUTPUT& output, const COMMAND_END& out
     iTEXT_SET(pCmd->szMsg, outcome.bRan() ? output.sLastLine : outcome.sReason);
 }
 
+void TELL_UNWRITTEN(const RCMD& cmd, int iErrno, const str_log& sctLog)
+{
+    const char* cpCause = std::strerror(iErrno);
+    v_STDERR("cannot write \"%s\": %s", cmd.szOutFile, cpCause);
+    if (sctLog.iLogLevel > 0)
+        WRITE_TRACE(&sctLog, "cannot write \"%s\": %s", cmd.szOutFile, cpCause);
+}
+
 /* The output file of a command. Where it cannot be opened the command still runs:
    whoever reads the file finds nothing in it. */
-FD fdOUTPUT_FILE(const RCMD& cmd)
+FD fdOUTPUT_FILE(const RCMD& cmd, const str_log& sctLog)
 {
     if (cmd.szOutFile[0] == '\0') return FD();
     std::error_code ignored;
@@ -106,9 +114,7 @@ FD fdOUTPUT_FILE(const RCMD& cmd)
     iMAKE_DIRECTORY(folder.string());
     const int iMode = O_WRONLY | O_CREAT | O_CLOEXEC | (cmd.bAppendMode ? O_APPEND : O_TRUNC);
     FD        fd(open(cmd.szOutFile, iMode, 0640));
-    if (!fd.bOpen()) {
-        v_STDERR("cannot write \"%s\": %s", cmd.szOutFile, std::strerror(errno));
-    }
+    if (!fd.bOpen()) TELL_UNWRITTEN(cmd, errno, sctLog);
     return fd;
 }
 
@@ -132,7 +138,7 @@ int i_RCMD(RCMD* pCmd, str_log sctLog)
     HOST        other = known;
     if (pCmd->szUser[0] != '\0') other.sUser = pCmd->szUser;
     const HOST& host = pCmd->szUser[0] != '\0' ? other : known;
-    const FD    fdFile = fdOUTPUT_FILE(*pCmd);
+    const FD    fdFile = fdOUTPUT_FILE(*pCmd, sctLog);
     OUTPUT      output;
     output.LL_Lines = pCmd->LL_Stdout;
     output.iFile = fdFile.iGet();
@@ -140,12 +146,7 @@ int i_RCMD(RCMD* pCmd, str_log sctLog)
         host, pCmd->szPort, pCmd->szCmd, sctLIMITS(pCmd->iTimeout, pCmd->iRetries), output, sctLog);
     COUNTS(host, pCmd->szCmd, outcome, output, sctLog);
     STATUS_AND_MESSAGE(pCmd, output, outcome);
-    if (output.iFileErrno != 0) {
-        const char* cpCause = std::strerror(output.iFileErrno);
-        v_STDERR("cannot write \"%s\": %s", pCmd->szOutFile, cpCause);
-        if (sctLog.iLogLevel > 0)
-            WRITE_TRACE(&sctLog, "cannot write \"%s\": %s", pCmd->szOutFile, cpCause);
-    }
+    if (output.iFileErrno != 0) TELL_UNWRITTEN(*pCmd, output.iFileErrno, sctLog);
     return outcome.bRan() ? static_cast<int>(outcome.lStatus) : 255;
 }
 
@@ -263,8 +264,10 @@ int alive_test_qtc(const char* cpHost, char* cpMsg, char* cpVersion, const char*
     if (cpInstalled != nullptr) *cpInstalled = '\0';
     if (iRet < 0) return 0;
     if (iRet > 0) {
-        if (!iERROR_LINE(LL_Output, cpMsg, uMsg))
-            v_STDERR("%s: \"qtc -h\" ended with status %d and said nothing", cpHost, iRet);
+        if (iERROR_LINE(LL_Output, cpMsg, uMsg)) return 0;
+        constexpr const char* cpSilent = "%s: \"qtc -h\" ended with status %d and said nothing";
+        v_STDERR(cpSilent, cpHost, iRet);
+        if (sctLog.iLogLevel > 0) WRITE_TRACE(&sctLog, cpSilent, cpHost, iRet);
         return 0;
     }
     if (cpInstalled != nullptr) iREPORT_FIELD(LL_Output, "VELKA_VERSION", cpInstalled, uVERSION);
