@@ -152,8 +152,9 @@ int iDB_SEL_GET_DEST(const DB_REC_LIS* pList, int iRow, const str_log& sctLog,
 /* Copies columns of row iRow (from 1) of a filled list: pairs of a column name
    and an array, closed by a one-character text ("d"). Values are cut to the
    arrays. A column that the result lacks leaves its array as it was.
-   szReply  not used
-   Result   1 all copied, 0 no such row or a column missing */
+   szReply  not written
+   Result   1 all copied; 0 no such row, every array stays as it was, or a column
+            missing, its array stays */
 template<size_t N, class... PAIRS>
 int iDB_SEL_GET(const DB_REC_LIS* pList, int iRow, char (&szReply)[N], const str_log* pLog,
                 PAIRS&&... pairs)
@@ -168,7 +169,8 @@ int iDB_VA_DEST(const char* cpSql, char* cpReply, size_t uReply, const str_log& 
                 const std::vector<DB_DEST>& dest);
 
 /* Runs a SELECT and copies columns of its first row, pairs as in iDB_SEL_GET.
-   szReply  out: the error text after a failed statement; iLength is its length
+   szReply  out: the error text after a failed statement, else the number of rows;
+            iLength is its length
    Result   1 a row was found and every column copied; 0 otherwise, and every
             array without a value stays as it was */
 template<size_t N, class... PAIRS>
@@ -182,5 +184,6 @@ int iDB_VA(const char* cpSql, char (&szReply)[N], int iLength, const str_log* pL
                        dest);
 }
 
-/* Traces at most iCount records of the list. */
+/* Traces the first iCount records of the list, by the trace context of the last
+   operation; what a column of passwords holds is shown as ***. */
 void DB_SEL_LOOP_RECORDS(const DB_REC_LIS* pList, int iCount);

@@ -36,11 +36,13 @@ void v_CHECK_PACKAGE(UPDATE_RUN* pRun);
 
 /* ---- the client's row (update_state) ----------------------------------- */
 
-/* Result 1 the row was read */
+/* Reads szClientId, szOs, szVersionNumber and szServicepackNumber.
+   Result  1 the row was read, 0 it is not there or lacks a column */
 int iREAD_CLIENT(UPDATE_RUN* pRun);
 
-/* Record how the update goes in update_state. A failure is only traced. */
-void v_STATE_IN_PROGRESS(UPDATE_RUN* pRun);  // rewrites szMsg
+/* Record how the update goes in update_state. A failure is told, and changes nothing
+   for the run. Warning and error store szMsg. */
+void v_STATE_IN_PROGRESS(const UPDATE_RUN* pRun);
 void v_STATE_WARNING(const UPDATE_RUN* pRun);
 void v_STATE_ERROR(const UPDATE_RUN* pRun);
 void v_STATE_SUCCESS(const UPDATE_RUN* pRun);

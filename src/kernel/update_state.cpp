@@ -61,7 +61,7 @@ int iREAD_CLIENT(UPDATE_RUN* pRun)
     return iRead == 1;
 }
 
-void v_STATE_IN_PROGRESS(UPDATE_RUN* pRun)
+void v_STATE_IN_PROGRESS(const UPDATE_RUN* pRun)
 {
     const KIND_WORDS& words = sctWORDS(pRun);
     TRACE("Insert %s specific information update_state, update_message in database",

@@ -148,23 +148,28 @@ void INSERT_ETC_HOST(SCT_ARGS* pArg);
 /* ---- connection tests -------------------------------------------------- */
 
 /* Asks the backup client for its report, on the client or its data mover, and
-   refreshes the inventory from it. Writes szDataMover and szPlatform.
+   refreshes the inventory from it. Writes szDataMover and szPlatform. I009 goes to the
+   day protocol and the info output, I002 or E003 to the day protocol; the message of a
+   failure goes to msg and comment of the client's row, too.
    cpRet   run message, uSize bytes, always filled
    Result  1 it answered (I005, I014, I015), 0 it did not (E...) */
 int iTEST_QTC_CONNECTION(SCT_ARGS* pArg, char* cpRet, size_t uSize);
 
-/* Makes a small test backup and judges its output.
+/* Makes a small test backup and judges its output, which stays in rsh_NAME.tmp of the
+   work directory unless it succeeded. I010 goes to the day protocol and the info
+   output; what E012 hides is told.
    cpRet   run message, uSize bytes, always filled
    Result  1 it succeeded, or is not possible for this client; 0 it failed */
 int iTEST_BACKUP_CONNECTION(SCT_ARGS* pArg, char* cpRet, size_t uSize);
 
-/* Judges the output file of a test backup; a success deletes it.
+/* Judges the output file of a test backup; a success deletes it. An error line goes to
+   the day protocol as E003.
    cpRet   run message, uSize bytes, always filled
    Result  1 success (I005), 0 not (E...) */
 int iANALYSE_TEST_ANSWER(SCT_ARGS* pArg, const char* cpFile, char* cpRet, size_t uSize);
 
-/* Turns the error line in cpRet (uSize bytes) into the message for the user. The
-   advice for a client that is not started goes to the day protocol. */
+/* Turns the error line in cpRet (uSize bytes) into the message for the user: E009, E010,
+   E011 or E002. E010 and its advice (I006, I007) go to the day protocol. */
 void CREATE_USER_INFO(SCT_ARGS* pArg, char* cpRet, size_t uSize);
 
 /* Reduces an authentication line, in place, to the texts inside its first two
@@ -175,7 +180,7 @@ char* szEXTRACT_AUTH_DATA(char* cpAuthLine);
 /* ---- client software update -------------------------------------------- */
 
 /* Updates the client's package (-U) or service pack (-S) under its semaphore.
-   Never returns. */
+   Never returns: exit code 0, 1 (a warning), 2, or the update script's up to 9. */
 [[noreturn]] void UPDATE_CLIENT(SCT_ARGS* pArg);
 
 /* How the run message begins for a client that has the package's version already. */

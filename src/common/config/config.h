@@ -2,8 +2,8 @@
    variable VK_INI, else /etc/velka/vk.ini. A missing file means defaults only; one
    that VK_INI names is told. A value that makes no sense, an unknown key and an
    unknown section (keys.h) are told in one line each on standard error, with file
-   and line number, when the file is read; the default holds. Read once, by v_set_log_main or by the first
-   question. */
+   and line number, when the file is read; the default holds. Read once, by
+   v_set_log_main or by the first question. */
 #pragma once
 
 #include <string>

@@ -16,8 +16,8 @@ int iCONFIG_VARIABLE(const char* cpName, std::string& sValue);
    process ends. */
 const char* read_glbv(const char* cpName);
 
-/* Copies the variable's value into szBuf, cut to the array; cRead is 'r'.
-   Returns szBuf. */
+/* Copies the variable's value into szBuf, cut to the array, "" when it has none;
+   cRead is 'r'. Returns szBuf. */
 char* glbv_N(char cRead, const char* cpName, char* szBuf, size_t uSize);
 template<size_t N>
 char* glbv(char cRead, const char* cpName, char (&szBuf)[N])

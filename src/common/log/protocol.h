@@ -18,12 +18,16 @@ void FPROT(int iZero, const char* cpFormat, V value, REST... rest)
 
 /* Appends one line "KIND text" to the run's answer file, and shows it on
    standard error when that is a terminal. cKind is 'S' (status) or 'M'
-   (message), iZero is 0. A run that has no answer file yet gets one. */
+   (message), iZero is 0. A run that has no answer file yet gets one. The text is
+   made one line, passwords masked; what cannot be written is told once on standard
+   error. */
 void info(char cKind, int iZero, const char* cpText);
 
 /* Forms the name of the run's answer file: gv_rw_work, "answ/", run
    identifier, "_", sender, ".inf" (szFILE_NAME replaces what a file name cannot
-   hold; a longer name than a file's may be is shortened in its middle). info writes into it from now on. */
+   hold; a longer name than a file's may be is shortened in its middle). info writes
+   into it from now on.
+   szFile  receives the name, cut to the array */
 void make_answ_file_name_N(const char* cpTimeStamp, const char* cpSender, char* szFile,
                            size_t uSize);
 template<size_t N>

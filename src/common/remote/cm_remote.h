@@ -71,7 +71,8 @@ struct RCMD {
    Result  the command's exit status, at full width; 255 when it could not be
            run or its connection broke (szSts is empty, szMsg the reason).
    szOutFile is written even when the command fails and holds its output byte for
-   byte. */
+   byte. Where it cannot be written that is told on standard error, and the command
+   runs all the same. */
 int i_RCMD(RCMD* pCmd, str_log sctLog);
 
 /* Runs a command and appends its output lines to a list.
@@ -86,21 +87,22 @@ int i_RCMD_LL(const char* cpHost, const char* cpAccessMode, const char* cpComman
 /* Lists the root directory of a client, which proves that access works; waits as long
    as a connection test at most. A host whose accessmode is PROXY is reached with its
    data mover as the jump host.
-   cpBuf     256 bytes, not written
+   cpBuf     256 bytes, not written; iZero and the three texts are not used
    Result    as i_RCMD_LL; the reason of a negative result is only traced */
 int iClientDir(const char* cpHost, char* cpBuf, int iZero, const char* cpNone1, const char* cpNone2,
                const char* cpNone3, t_LL LL_Output, str_log sctLog);
 
-/* Runs a command, waiting as long as a connection test at most, and returns what it
-   printed, whatever its status: of a command that asks for "KEY=^" the last line that
+/* Runs a command, waiting as long as a connection test at most, and leaves what it
+   printed in cpAnswer (uAnswer bytes), whatever its status: of a command that asks for "KEY=^" the last line that
    begins with KEY=, else the last line unless that is a status line; "" when there is
    none.
    Result  as i_RCMD_LL */
 int i_RCMD_EXEC(const char* cpHost, const char* cpCommand, char* cpAnswer, size_t uAnswer,
                 str_log sctLog);
 
-/* Runs a command and leaves its last line, or the reason of a failure, in cpMsg;
-   both are traced. iOne is 1. Result as i_RCMD_LL. */
+/* Runs a command with the configured limits and leaves its last line, or the reason of
+   one that could not be run, in cpMsg (uMsg bytes), which is traced with the result.
+   iOne is not used. Result as i_RCMD_LL. */
 int i_RCMD_EXEC_LOG(const char* cpHost, const char* cpCommand, int iOne, char* cpMsg, size_t uMsg,
                     str_log sctLog);
 
@@ -110,7 +112,8 @@ int i_RCMD_EXEC_LOG(const char* cpHost, const char* cpCommand, int iOne, char* c
    cpSource  absolute or symbolic path on the server
    cpTarget  absolute or symbolic path on the client
    cpMode    octal permissions, or null
-   Result    1 copied; 0 not: cpMsg (uMsg bytes) holds the reason, else empty */
+   Result    1 copied; 0 not: cpMsg (uMsg bytes) holds the reason, else empty. The two
+             numbers are not used */
 int REMOTE_COPY_CLIENT(char cMode, const char* cpHost, const char* cpSource, const char* cpTarget,
                        const char* cpMode, char* cpMsg, size_t uMsg, int iZero1, int iZero2,
                        str_log sctLog);
@@ -123,9 +126,11 @@ int iERROR_LINE(t_LL LL_Output, char* cpLine, size_t uLine);
 
 /* Asks the backup client on a host for its report, with the limits of a
    connection test.
-   cpMsg        2048 bytes: alive: the report's version line; else the reason
+   cpMsg        2048 bytes: alive: the report's version line; else the reason, of a
+                command that failed its error line
    cpVersion    256 bytes: the version, "" when there is none
    cpInstalled  256 bytes or null: the version of the installed product, likewise
+   cpN, cpNull  not used
    Result       1 it answered with a version, 0 not */
 int alive_test_qtc(const char* cpHost, char* cpMsg, char* cpVersion, const char* cpN,
                    char* cpInstalled, const char* cpNull, str_log sctLog);
@@ -138,7 +143,8 @@ int i_CHECK_AND_SET_INTERFACE(char* cpInterface, const char* cpServerNode, str_l
 /* User and password stored for a client: user_name and password; os_user and
    os_password when user_name is empty. The password is masked from then on in
    every trace, day protocol line and error line of the run.
-   cpUser 256, cpPassword 2048 bytes; empty when nothing is stored.
+   cpUser 256, cpPassword 2048 bytes; empty when nothing is stored, or it cannot be
+   read. cpTask, cpNull and cpPurpose are not used.
    Result  1 the client was found, 0 not */
 int i_GET_TASK_OR_CLIENT_PASSWORD(const char* cpTask, const char* cpClient, char* cpUser,
                                   const char* cpNull, const char* cpPurpose, char* cpPassword,

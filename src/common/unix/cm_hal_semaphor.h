@@ -17,7 +17,7 @@ struct sct_semaphore {
 /* iOperation  '?'  1 another process holds the semaphore, 0 nobody does
                '+'  1 this process holds it now, 0 another process has it;
                     -1 the lock file cannot be made or locked (szMsg says why)
-               '-'  1 given up, 0 it was not held
+               '-'  1 given up (szMsg: why its file stays), 0 it was not held
    pSema       the same record for all three. */
 int i_SEMA(int iOperation, sct_semaphore* pSema);
 

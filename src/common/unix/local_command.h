@@ -4,9 +4,10 @@
 #include <string>
 
 /* Run a command line through /bin/sh on this server, the program's own
-   directory first in the search path, and wait for it. Output goes where the
-   program's own goes. Result: exit status, 128 + signal of a killed command,
-   -1 when it could not be started. */
+   directory first in the search path, and wait for it, at most
+   lLOCAL_COMMAND_LIMIT_MS; then its process group is ended. Output goes where the
+   program's own goes. Result: exit status, 128 + signal of a killed command, -1 when
+   it could not be started (told on standard error). */
 int start_system(const char* cpCommand);
 int i_cm_exec(const char* cpCommand);
 
