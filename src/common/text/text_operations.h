@@ -11,6 +11,8 @@
    included. Return the length that was wanted. */
 size_t strlcpy(char* cpDest, const char* cpSrc, size_t uSize);
 size_t strlcat(char* cpDest, const char* cpSrc, size_t uSize);
+#else
+#include <string.h>  // has both
 #endif
 
 /* Joins texts into szBuf, up to the empty text that closes the list; iNew 1
