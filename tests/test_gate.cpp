@@ -304,6 +304,9 @@ TEST_F(SANDBOX, set_client_admits_a_server_once_and_unset_takes_it_back)
         WRITE_FILE(sFile, sOthers);
         chmod(sFile.c_str(), 0666);
         EXPECT_THAT(CONFIG_CLIENT({"-c", sName, "-C", "r"}).sOut, HasSubstr("E011"));
+        EXPECT_THAT(OUTCOMES().back(),
+                    HasSubstr(cpMode[0] == 'C' ? "vk_setup permit --mode CTRL\\\" prints"
+                                               : "vk_setup permit\\\" prints"));
 
         const std::string sKey = asLINES(
             sREAD_FILE(sDIR() + "/keys/" + (cpMode[0] == 'C' ? "ctrl" : "client") + ".pub"))[0];

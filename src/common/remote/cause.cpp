@@ -238,7 +238,11 @@ bool bSHOWS(std::string_view svWords, std::string_view svText)
     return false;
 }
 
-constexpr std::string_view svWHOLE_COMMAND = "remove";  // the one place that is no word
+/* Places that are no words of a command line, but a command. */
+bool bWHOLE_COMMAND(std::string_view svPlace)
+{
+    return svPlace == "remove" || svPlace == "permit";
+}
 
 template<typename VALUE_OF>
 std::string sWITH_VALUES(std::string_view svText, const PLACES& places, VALUE_OF sValueOf)
@@ -295,9 +299,13 @@ std::string sFILLED(std::string_view svText, const PLACES& places)
 std::string sCURE_FILLED(std::string_view svText, const PLACES& places)
 {
     return sWITH_VALUES(svText, places, [](const PLACES::value_type& place) {
-        return place.first == svWHOLE_COMMAND ? place.second
-                                              : sSHELL_WORD(SHELL_POSIX, place.second);
+        return bWHOLE_COMMAND(place.first) ? place.second : sSHELL_WORD(SHELL_POSIX, place.second);
     });
+}
+
+const char* cpPERMIT_COMMAND(std::string_view svMode)
+{
+    return svMode == "CTRL" ? "vk_setup permit --mode CTRL" : "vk_setup permit";
 }
 
 DIAGNOSIS sctDIAGNOSIS(const CAUSE& cause, const PLACES& places)

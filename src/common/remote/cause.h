@@ -69,6 +69,9 @@ const char* cpSTAGE(STAGE eStage);
 /* Values of the places in braces, without the braces. */
 using PLACES = std::map<std::string, std::string>;
 
+/* What prints the line that admits this server on a client of an access mode. */
+const char* cpPERMIT_COMMAND(std::string_view svMode);
+
 /* svText with its places filled; one without a value stays as it is. */
 std::string sFILLED(std::string_view svText, const PLACES& places);
 

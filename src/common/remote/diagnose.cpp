@@ -20,14 +20,13 @@ std::string sPROGRAM(std::string_view svCommand)
 
 PLACES sctPLACES(const HOST& host)
 {
-    PLACES places{
-        {"host", host.sName},
-        {"name", host.sName},
-        {"address", host.sName},
-        {"user", host.sUser.empty() ? "the user" : host.sUser},
-        {"mode", host.sAccessMode},
-        {"program", "the program"},
-        {"permit", host.sAccessMode == "CTRL" ? "vk_setup permit --mode CTRL" : "vk_setup permit"}};
+    PLACES      places{{"host", host.sName},
+                  {"name", host.sName},
+                  {"address", host.sName},
+                  {"user", host.sUser.empty() ? "the user" : host.sUser},
+                  {"mode", host.sAccessMode},
+                  {"program", "the program"},
+                  {"permit", cpPERMIT_COMMAND(host.sAccessMode)}};
     std::string sDirectory;
     if (iCONFIG_CLIENT_DIRECTORY(host.sPlatform.c_str(), "gv_ro_bin", sDirectory))
         places["dir"] = sDirectory;

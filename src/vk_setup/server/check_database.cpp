@@ -81,7 +81,7 @@ void CHECK_TABLES(PGconn* pConn)
     SCHEMA      schema;
     std::string sError;
     if (!iREAD_SCHEMA(schema, sError)) {
-        v_WRONG("tables", sError, "apt-get install --reinstall vk-config-client");
+        v_WRONG("tables", sError, "apt-get install --reinstall ./vk-config-client_*.deb");
         return;
     }
     const DB_GAPS            gaps = sctGAPS(pConn, schema);

@@ -137,11 +137,30 @@ long lSSH_VERSION(const std::string& sText)
 void CHECK_PROGRAM(const char* cpName, const char* cpPackage)
 {
     const std::string sPath = sPROGRAM_PATH(cpName);
-    if (sPath.empty())
-        v_WRONG(std::string("program ") + cpName, "is not there",
-                sTYPED({"apt-get", "install", "--reinstall", cpPackage}));
-    else
+    const std::string sUsual = std::string("/usr/bin/") + cpName;
+    if (!sPath.empty())
         v_GOOD("program " + sPath);
+    else if (file_exist(sUsual.c_str()))
+        v_WRONG("program " + sUsual, "may not be run", sCHMOD("755", sUsual));
+    else
+        v_WRONG(std::string("program ") + cpName, "is not there",
+                std::string("apt-get install --reinstall ") + cpPackage);
+}
+
+/* What somebody else may change is not to be trusted with root's keys. Result 0: told. */
+int iCHECK_OWNER(const std::string& sWhat, const std::string& sFile)
+{
+    struct stat sctStat {};
+    if (stat(sFile.c_str(), &sctStat) != 0)
+        v_WRONG(sWhat, std::strerror(errno), "vk_setup server");
+    else if (sctStat.st_uid != geteuid() && sctStat.st_uid != 0)
+        v_WRONG(sWhat, "belongs to another user",
+                sTYPED({"chown", std::to_string(geteuid()), sFile}));
+    else if ((sctStat.st_mode & 0022U) != 0)
+        v_WRONG(sWhat, "others than its owner may change it", sCHMOD("go-w", sFile));
+    else
+        return 1;
+    return 0;
 }
 
 /* The private key of a mode. bOwn: the setup makes it where it is missing. */
@@ -204,7 +223,6 @@ void CHECK_MODE(const std::string& sMode)
 {
     std::string sConfig;
     std::string sError;
-    struct stat sctStat {};
     if (!iCONFIG_ACCESS(sMode.c_str(), sConfig)) {
         v_WRONG("ssh configuration of mode " + sMode, "its path in vk.ini has an unknown key",
                 sTYPED({"sed", "-i", "/^\\[access " + sMode + "\\]/,/^\\[/s/^config/; &/",
@@ -216,14 +234,11 @@ void CHECK_MODE(const std::string& sMode)
         return;
     }
     const std::string sWhat = "ssh configuration " + sConfig;
-    if (stat(sConfig.c_str(), &sctStat) != 0) {
-        v_WRONG(sWhat, std::strerror(errno), "vk_setup server");
+    const std::string sFolder = sFOLDER(sConfig);
+    if (!file_exist(sFolder.c_str())) v_WRONG(sWhat, std::strerror(ENOENT), "vk_setup server");
+    if (!file_exist(sFolder.c_str()) || !iCHECK_OWNER("directory " + sFolder, sFolder) ||
+        !iCHECK_OWNER(sWhat, sConfig))
         return;
-    }
-    if ((sctStat.st_mode & 0022U) != 0) {
-        v_WRONG(sWhat, "others than its owner may change it", sCHMOD("go-w", sConfig));
-        return;
-    }
     const std::vector<std::string> asKey = asIDENTITIES(sConfig, sError);
     if (!sError.empty()) {
         if (sError.starts_with(sConfig + ": ")) sError.erase(0, sConfig.size() + 2);
@@ -257,7 +272,7 @@ void v_CHECK_DIRECTORIES()
 
 void v_CHECK_PROGRAMS()
 {
-    CHECK_PROGRAM("vk_config_client", "vk-config-client");
+    CHECK_PROGRAM("vk_config_client", "./vk-config-client_*.deb");
     for (const char* cpName : {"sftp", "ssh-keygen"}) CHECK_PROGRAM(cpName, "openssh-client");
     if (sPROGRAM_PATH("ssh").empty()) {
         CHECK_PROGRAM("ssh", "openssh-client");

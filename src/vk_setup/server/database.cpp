@@ -174,16 +174,27 @@ void INDEX_GAPS(PGconn* pConn, const SCHEMA& schema, DB_GAPS& gaps)
     }
 }
 
-/* Columns of tables that are there, whose reference to another table is not kept. */
+/* Columns of tables that are there, whose values may repeat, or whose reference to
+   another table is not kept. */
 void KEY_GAPS(PGconn* pConn, const SCHEMA& schema, DB_GAPS& gaps)
 {
     char szSql[1024];
     for (const SCHEMA_KEY& key : schema.keys) {
-        iSQL(szSql,
-             "select 1 from pg_attribute a left join pg_constraint c on c.conrelid=a.attrelid and "
-             "c.contype='f' and c.conkey=array[a.attnum] where a.attrelid=to_regclass('%s') and "
-             "a.attname='%s' and c.oid is null",
-             std::string_view(key.sTable), std::string_view(key.sColumn));
+        if (key.bRefers())
+            iSQL(
+                szSql,
+                "select 1 from pg_attribute a left join pg_constraint c on c.conrelid=a.attrelid "
+                "and "
+                "c.contype='f' and c.conkey=array[a.attnum] where a.attrelid=to_regclass('%s') and "
+                "a.attname='%s' and c.oid is null",
+                std::string_view(key.sTable), std::string_view(key.sColumn));
+        else
+            iSQL(szSql,
+                 "select 1 from pg_attribute a where a.attrelid=to_regclass('%s') and "
+                 "a.attname='%s' and not exists (select from pg_index i where "
+                 "i.indrelid=a.attrelid and i.indisunique and i.indisvalid and i.indpred is null "
+                 "and i.indnkeyatts=1 and i.indkey[0]=a.attnum)",
+                 std::string_view(key.sTable), std::string_view(key.sColumn));
         if (!sVALUE(pConn, szSql).empty()) gaps.keys.push_back(key);
     }
 }

@@ -45,10 +45,11 @@ struct SCHEMA_COLUMN {
     std::string sDefinition;  // name, type and constraints
 };
 
-/* A column that refers to another table. */
+/* A column whose values are unique, or refer to another table. */
 struct SCHEMA_KEY {
     std::string sTable, sColumn;
-    std::string sReferences;  // "references OTHER ..."
+    std::string sKind;  // "primary key", "unique" or "references OTHER ..."
+    bool        bRefers() const { return sKind.starts_with("references "); }
 };
 
 struct SCHEMA_TABLE {

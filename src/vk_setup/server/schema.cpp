@@ -78,8 +78,11 @@ void TAKE_TABLE(const SCHEMA_STATEMENT& statement, SCHEMA& schema)
         const std::vector<std::string> asWord = asWORDS(s);
         if (asWord.empty() || bTABLE_CONSTRAINT(asWord[0])) continue;
         table.columns.push_back({asWord[0], s});
-        if (const size_t uRefers = s.find(" references "); uRefers != s.npos)
-            schema.keys.push_back({statement.sTable, asWord[0], s.substr(uRefers + 1)});
+        for (const char* cpKey : {" primary key", " unique", " references "}) {
+            const size_t uKey = s.find(cpKey);
+            if (uKey != s.npos)
+                schema.keys.push_back({statement.sTable, asWord[0], s.substr(uKey + 1)});
+        }
     }
     schema.tables.push_back(std::move(table));
 }

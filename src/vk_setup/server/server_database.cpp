@@ -272,18 +272,23 @@ CONNECTION pDATABASE(const SETUP_ARGS& args, CONNECTION_TEXT& text)
 }
 
 /* The connection that may make tables: the superuser's on the machine's own server,
-   else the tool's own. Acts as the owner of the database where it may. */
+   else the tool's own. */
 PGconn* pMAKER(const CONNECTION_TEXT& text, PGconn* pConn, CONNECTION& pSuper)
 {
     std::string sIgnored;
     if (text.bLocal) pSuper = pAS_SUPERUSER(text, text.sDatabase, sIgnored);
-    PGconn*           pMaker = pSuper ? pSuper.get() : pConn;
+    return pSuper ? pSuper.get() : pConn;
+}
+
+/* What is made from now on belongs to the owner of the database, where that may be. */
+void ACT_AS_OWNER(PGconn* pMaker)
+{
+    std::string       sIgnored;
     const std::string sOwner = sVALUE(pMaker,
                                       "select pg_get_userbyid(datdba) from pg_database where "
                                       "datname=current_database() and "
                                       "pg_has_role(datdba,'member')");
     if (!sOwner.empty()) iRUN(pMaker, "set role " + sIDENTIFIER(sOwner), nullptr, sIgnored);
-    return pMaker;
 }
 
 bool bHAS(const std::vector<std::string>& asText, const std::string& s)
@@ -291,65 +296,87 @@ bool bHAS(const std::vector<std::string>& asText, const std::string& s)
     return std::find(asText.begin(), asText.end(), s) != asText.end();
 }
 
-/* A reference that rows of the table break cannot be kept; whose rows those are is for
-   the administrator to say. */
+/* A key that rows of the table break cannot be kept; whose rows those are is for the
+   administrator to say. */
 int iMAKE_KEY(PGconn* pMaker, const SCHEMA_KEY& key)
 {
     const std::string sColumn = sIDENTIFIER(key.sColumn);
-    const std::string sOther = key.sReferences.substr(0, key.sReferences.find(' ', 11));
-    if (iMAKE(pMaker,
-              "alter table " + sIDENTIFIER(key.sTable) + " add foreign key (" + sColumn + ") " +
-                  key.sReferences,
-              "key " + key.sTable + "." + key.sColumn + " " + key.sReferences))
+    const std::string sAdd = key.bRefers() ? "foreign key (" + sColumn + ") " + key.sKind
+                                           : key.sKind + " (" + sColumn + ")";
+    if (iMAKE(pMaker, "alter table " + sIDENTIFIER(key.sTable) + " add " + sAdd,
+              "key " + key.sTable + "." + key.sColumn + " " + key.sKind))
         return 1;
-    v_STEP_MORE("rows that belong to nobody stand in the way: select * from " + key.sTable +
-                " t where not exists (select from " + sOther.substr(11) + " o where o." +
-                key.sColumn + "=t." + key.sColumn + ")");
+    if (!key.bRefers()) {
+        v_STEP_MORE("values that stand twice would be in the way: select " + key.sColumn +
+                    " from " + key.sTable + " group by 1 having count(*)>1");
+        return 0;
+    }
+    const std::string sOther = key.sKind.substr(11, key.sKind.find(' ', 11) - 11);
+    v_STEP_MORE("rows that belong to nobody would be in the way: select * from " + key.sTable +
+                " t where not exists (select from " + sOther + " o where o." + key.sColumn + "=t." +
+                key.sColumn + ")");
     return 0;
 }
 
-/* Missing tables with their indexes, columns, indexes, keys. */
+int iMAKE_STATEMENT(PGconn* pMaker, const SCHEMA_STATEMENT& statement)
+{
+    return iMAKE(pMaker, statement.sSql,
+                 !statement.sIndex.empty()   ? "index " + statement.sIndex
+                 : !statement.sTable.empty() ? "table " + statement.sTable
+                                             : "rest of the schema");
+}
+
+/* Missing tables, columns, then what stands on columns: indexes and keys. */
 int iMAKE_TABLES(PGconn* pMaker, const SCHEMA& schema, const DB_GAPS& gaps)
 {
     const bool bFresh = gaps.asTable.size() == schema.tables.size();
     int        iDone = 1;
-    for (const SCHEMA_STATEMENT& statement : schema.statements) {
-        const bool bWanted = bHAS(gaps.asTable, statement.sTable) ||
-                             bHAS(gaps.asIndex, statement.sIndex) ||
-                             (bFresh && statement.sTable.empty());
-        if (!bWanted) continue;
-        const std::string sWhat = !statement.sIndex.empty()   ? "index " + statement.sIndex
-                                  : !statement.sTable.empty() ? "table " + statement.sTable
-                                                              : "rest of the schema";
-        iDone &= iMAKE(pMaker, statement.sSql, sWhat);
-    }
+    for (const SCHEMA_STATEMENT& statement : schema.statements)
+        if (statement.sIndex.empty() &&
+            (bHAS(gaps.asTable, statement.sTable) || (bFresh && statement.sTable.empty())))
+            iDone &= iMAKE_STATEMENT(pMaker, statement);
     for (const auto& [sTable, column] : gaps.columns)
         iDone &= iMAKE(pMaker,
                        "alter table " + sIDENTIFIER(sTable) + " add column " + column.sDefinition,
                        "column " + sTable + "." + column.sName);
+    for (const SCHEMA_STATEMENT& statement : schema.statements)
+        if (!statement.sIndex.empty() &&
+            (bHAS(gaps.asTable, statement.sTable) || bHAS(gaps.asIndex, statement.sIndex)))
+            iDone &= iMAKE_STATEMENT(pMaker, statement);
     for (const SCHEMA_KEY& key : gaps.keys) iDone &= iMAKE_KEY(pMaker, key);
     return iDone;
 }
 
-/* Rights on tables: by the role that owns the database where the setup made it. */
-int iGRANT(PGconn* pMaker, const CONNECTION_TEXT& text, const std::vector<std::string>& asTable)
+/* The database is one that the setup made: the tool's role has its rights as a member
+   of the role that owns it. */
+bool bOWN_DATABASE(PGconn* pMaker, const CONNECTION_TEXT& text)
 {
-    int  iDone = 1;
     char szSql[256];
     iSQL(szSql,
          "select 1 from pg_database where datname=current_database() and "
          "pg_get_userbyid(datdba)='%s'",
          std::string_view(szOWNER));
-    if (!asTable.empty() && text.sUser == sUSER_NAME() && !sVALUE(pMaker, szSql).empty()) {
-        std::string sIgnored;
+    return text.sUser == sUSER_NAME() && !sVALUE(pMaker, szSql).empty();
+}
+
+/* Rights on tables: by membership where that gives them, else on each. */
+int iGRANT(PGconn* pMaker, const CONNECTION_TEXT& text, PGconn* pConn, const SCHEMA& schema)
+{
+    std::vector<std::string> asTable = sctGAPS(pConn, schema).asForbidden;
+    std::string              sRole = text.sUser;
+    std::string              sIgnored;
+    int                      iDone = 1;
+    if (!asTable.empty() && bOWN_DATABASE(pMaker, text)) {
+        sRole = szOWNER;
         iRUN(pMaker, "reset role", nullptr, sIgnored);
-        return iMAKE_MEMBER(pMaker, text.sUser, szOWNER);
+        if (!iMAKE_MEMBER(pMaker, text.sUser, sRole)) return 0;
+        asTable = sctGAPS(pConn, schema).asForbidden;
     }
     for (const std::string& sTable : asTable)
         iDone &= iMAKE(pMaker,
                        "grant select,insert,update,delete on " + sIDENTIFIER(sTable) + " to " +
-                           sIDENTIFIER(text.sUser),
-                       "rights of " + text.sUser + " on table " + sTable);
+                           sIDENTIFIER(sRole),
+                       "rights of " + sRole + " on table " + sTable);
     return iDone;
 }
 
@@ -363,12 +390,13 @@ int iFILL_SCHEMA(const CONNECTION_TEXT& text, PGconn* pConn, const SCHEMA& schem
     }
     PGconn* pMaker = pMAKER(text, pConn, pSuper);
     if (gaps.sError.empty()) {
+        if (!iGRANT(pMaker, text, pConn, schema)) return 0;
+        ACT_AS_OWNER(pMaker);
         if (!iMAKE_TABLES(pMaker, schema, gaps)) {
             if (!text.bLocal) TELL_TABLES(text);
             return 0;
         }
-        gaps = sctGAPS(pConn, schema);
-        if (!iGRANT(pMaker, text, gaps.asForbidden)) return 0;
+        if (!iGRANT(pMaker, text, pConn, schema)) return 0;
         gaps = sctGAPS(pConn, schema);
     }
     if (!gaps.sError.empty()) {

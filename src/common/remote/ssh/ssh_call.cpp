@@ -227,7 +227,8 @@ WAY sctSSH_WAY(const HOST& host, std::string_view svBefore)
                   {"user", host.sUser.empty() ? "the user" : host.sUser},
                   {"key", "of this server"},
                   {"config", sConfig.empty() ? "~/.ssh/config" : sConfig},
-                  {"mode", host.sAccessMode}};
+                  {"mode", host.sAccessMode},
+                  {"permit", cpPERMIT_COMMAND(host.sAccessMode)}};
     way.sReason = sWHY(story, svBefore, way.places, way.diagnosis);
     way.eReached = story.eReached;
     if (story.sName.empty()) return way;
