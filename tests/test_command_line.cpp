@@ -105,6 +105,10 @@ TEST_F(COMMAND_LINE, what_a_run_cannot_take_or_does_not_use_is_told_in_one_line)
         {{"-c", "a", "-C", "R"}, 0, "option -C: \"R\" is none of r, s and d; the client is registered"},
         {{"-c", "a", "-C", "r", "-t", "1x"}, 0, "option -t: \"1x\" is no number, using 1"},
         {{"-c", "a", "-C", "r", "-v", ""}, 0, "option -v: \"\" is no number, using 0"},
+        {{"-c", "a", "-C", "r", "-P", "x"}, 0, "option -P is not used by this run"},
+        {{"-c", "nobody", "-S", "-P", "x", "-e", "1"}, 2, "option -e is not used by this run"},
+        {{"-c", "a", "-o", "Other", "-l", "2", "-u", "text"}, 0,
+         "a is stored already and keeps what it has; not used: -o -l -u"},
         {{"-c", "a", "-C", "r", "-m", "SSH"}, 0, "option -m SSH is not used: only CTRL and VKSSH"},
         {{"-c", "n1", "-o", "Linux", "-m", "PROXY"}, 0,
          "option -m PROXY: client n1 is not tested and stored with access mode VKSSH; "

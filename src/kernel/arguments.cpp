@@ -174,10 +174,24 @@ void v_REFUSE_ALL_CLIENTS(COMMAND_LINE* pLine)
     pLine->bRefused = true;
 }
 
+/* Options that a run of this kind for one client has no use for. */
+const char* cpUNUSED_OPTIONS(const SCT_ARGS* pArg)
+{
+    if (pArg->eUpdate == update) return "alotup";
+    if (pArg->eUpdate == sp_update) return "alotupOe";
+    const bool bOfStored =
+        pArg->iCheck && pArg->szCheck[0] != '\0' && std::strchr("rsd", pArg->szCheck[0]) != nullptr;
+    return bOfStored ? "lotupOPeF" : "PeF";
+}
+
 /* What a run for one client leaves out of what it was given. */
 void v_TELL_UNUSED_OF_ONE(const COMMAND_LINE* pLine)
 {
     const SCT_ARGS* pArg = pLine->pArg;
+    if (pArg->szNodeName[0] == '\0') return;
+    for (const char cOption : std::string_view(cpUNUSED_OPTIONS(pArg)))
+        if (pLine->given.test(static_cast<size_t>(cOption)))
+            TELL("option -%c is not used by this run", cOption);
     if (SizeLL(pLine->LL_ClientList) > 0)
         TELL("a registration takes one client by -c; ignored:%s",
              sNAMES(pLine->LL_ClientList).c_str());

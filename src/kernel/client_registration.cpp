@@ -247,13 +247,29 @@ void v_REPAIR_SYSTEM(SCT_ARGS* pArg)
     v_REFRESH_ROW(pArg);
 }
 
+/* A stored client keeps these, whatever is given. cpSystem: of -o */
+void v_TELL_KEPT(const SCT_ARGS* pArg, const char* cpSystem)
+{
+    std::string sOptions;
+    if (bGIVEN(cpSystem) && !bIS(cpSystem, pArg->szOpersys)) sOptions += " -o";
+    if (!bIS(pArg->szLocationId, "0")) sOptions += " -l";
+    if (pArg->szOptions[0] != '\0') sOptions += " -O";
+    if (pArg->szUserComment[0] != '\0') sOptions += " -u";
+    if (pArg->szPassword[0] != '\0') sOptions += " -p";
+    if (!sOptions.empty())
+        TELL("%s is stored already and keeps what it has; not used:%s", pArg->szNodeName,
+             sOptions.c_str());
+}
+
 }  // namespace
 
 void INSERT_INTO_DATABASE(SCT_ARGS* pArg)
 {
     TRACE("+++ INSERT_INTO_DATABASE");
     v_REQUIRE_ADDRESS(pArg);
+    const std::string sSystem = pArg->szOpersys;
     if (iTEST_IF_ALREADY_IN_DATABASE(pArg, "")) {
+        v_TELL_KEPT(pArg, sSystem.c_str());
         v_REFRESH_ROW(pArg);
     } else {
         const int iStored = iSTORED_WITH_UNKNOWN_SYSTEM(pArg);

@@ -57,7 +57,8 @@ void v_CHAIN_SERVICEPACK(int iExit, const SCT_ARGS* pArg, char (&szCommand)[N])
 
 std::string sNOT_STORED(const char* cpWhat, const SCT_ARGS* pArg)
 {
-    return std::string(cpWhat) + " of " + pArg->szNodeName + " not stored";
+    const char* cpOf = pArg->szNodeName[0] != '\0' ? pArg->szNodeName : "the run";
+    return std::string(cpWhat) + " of " + cpOf + " not stored";
 }
 
 void ZFINISH(const char* cpTxt, int iExit, char cDelFlg, SCT_ARGS* pArg)
