@@ -139,6 +139,9 @@ TEST_F(COMMAND_LINE, what_a_run_cannot_take_or_does_not_use_is_told_in_one_line)
         EXPECT_EQ(uTold, *row.cpTold == '\0' ? 0 : 1) << run.sErr;
         EXPECT_LE(asTold.size(), 2U);  // n2: that it is not tested, too
     }
+    // A forced service pack uses -O; all that is told is that the client is missing.
+    const RUN forced = CONFIG_CLIENT({"-c", "nobody", "-S", "-P", "x", "-O", "force"});
+    EXPECT_EQ(forced.sErr, "vk_config_client: no such client: nobody\n");
     CONFIG_CLIENT({"-v", "1", "-C", "r", "a", "alhpa", "-m", "CTRL"});
     EXPECT_THAT(TRACE_TEXT(), HasSubstr("no such client: alhpa"));
     EXPECT_THAT(TRACE_TEXT(), HasSubstr("option -m is not handed on"));

@@ -174,11 +174,12 @@ void v_REFUSE_ALL_CLIENTS(COMMAND_LINE* pLine)
     pLine->bRefused = true;
 }
 
-/* Options that a run of this kind for one client has no use for. */
+/* Options that a run of this kind for one client has no use for. -O stands for -F where
+   it left no text. */
 const char* cpUNUSED_OPTIONS(const SCT_ARGS* pArg)
 {
     if (pArg->eUpdate == update) return "alotup";
-    if (pArg->eUpdate == sp_update) return "alotupOe";
+    if (pArg->eUpdate == sp_update) return pArg->szOptions[0] != '\0' ? "alotupOe" : "alotupe";
     const bool bOfStored =
         pArg->iCheck && pArg->szCheck[0] != '\0' && std::strchr("rsd", pArg->szCheck[0]) != nullptr;
     return bOfStored ? "lotupOPeF" : "PeF";
