@@ -602,7 +602,9 @@ TEST_F(STATUS, lines_of_the_log_that_are_none_are_passed_over_and_the_others_rea
 {
     ROW("'a'", "access_state, access_time", "1, '2026-05-20 11:00:00'");
     LOG("20260520",
-        "\nnot json\n[1]\n{}\n{\"client\":\"a\"\n" + LINE("never", "a", "0") +
+        "\nnot json\n[1]\n{}\n{\"client\":\"a\"\n"
+        "{\"end\":\"2026-05-20T10:00:00Z\",\"task\":\"register\",\"exit\":2}\n" +
+            LINE("never", "a", "0") +
             R"({"client":"a","exit":"0","end":"2026-05-20T10:00:00Z"})"
             "\n"
             R"( { "words" : [ "}\"" , {"client":"b"} ] , "new" : { "exit" : 0 } , "cause" : "c\\" ,)"

@@ -144,7 +144,8 @@ bool bSLICES(std::string_view svLine, SLICES& slices)
                 slices.*key.pSlice = svValue;
                 break;
             }
-    return keys.bWhole() && !svINSIDE_QUOTES(slices.svClient).empty();
+    const bool bNobody = slices.svClient.empty() && !slices.svEnd.empty();
+    return keys.bWhole() && (bNobody || !svINSIDE_QUOTES(slices.svClient).empty());
 }
 
 /* How a run counts. */
@@ -314,6 +315,7 @@ void v_READ_LOGS(const READ_WISH& wish, const std::array<long, iSTRIP_DAYS + 1>&
             logs.lBad += !svLine.empty();
             return;
         }
+        if (slices.svClient.empty()) return;  // a run that named no client
         const VERDICT eVerdict = eVERDICT(slices);
         const long    lEnd = lSECONDS_OF(svINSIDE_QUOTES(slices.svEnd));
         if (eVerdict == VERDICT_NONE || lEnd < lFrom) return;

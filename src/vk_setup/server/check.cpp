@@ -71,6 +71,11 @@ int iCHECK_CONFIGURATION()
             v_WRONG(sWhat, std::strerror(errno), "vk_setup server");
         return 1;
     }
+    if (access(sFile.c_str(), R_OK) != 0 && errno == EACCES) {
+        v_WRONG_ADVICE(sWhat, std::string("cannot be read: ") + std::strerror(errno),
+                       "run vk_setup check as root");
+        return 0;
+    }
     if (!iREAD_FILE(sFile, sText)) {
         v_WRONG(sWhat, std::string("cannot be read: ") + std::strerror(errno),
                 sTYPED({"mv", sFile, sFile + ".old"}) + " && vk_setup server");
