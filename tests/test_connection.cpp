@@ -232,6 +232,26 @@ TEST_F(SANDBOX, a_key_that_was_taken_away_fails_the_next_check)
                       "on client alpha"));
 }
 
+TEST_F(SANDBOX, a_connection_that_breaks_as_it_is_made_is_made_once_more)
+{
+    ADD_CLIENT("alpha");
+    const std::string sSsh = sDIR() + "/server/velka/bin/ssh", sCuts = sDIR() + "/cuts";
+    WRITE_FILE(sSsh, "#!/bin/sh\nread n <" + sCuts +
+                         "\ncase \"$n $*\" in 0*) ;; *' -E '*)\n"
+                         "echo $((n - 1)) >" +
+                         sCuts +
+                         "\nwhile [ \"$1\" != -E ]; do shift; done\n"
+                         "echo 'Failed to connect to new control master' >>\"$2\"\n"
+                         "exit 255 ;; esac\nexec /usr/bin/ssh \"$@\"\n");
+    std::filesystem::permissions(sSsh, std::filesystem::perms{0755});
+    for (const std::string sTimes : {"1", "2"}) {
+        WRITE_FILE(sCuts, sTimes + "\n");
+        CONFIG_CLIENT({"-c", "alpha", "-C", "r"});
+        EXPECT_THAT(COLUMN("alpha", "msg"), HasSubstr(sTimes == "1" ? "I005-HOSTS" : "was lost"));
+        EXPECT_EQ(sREAD_FILE(sCuts), "0\n");
+    }
+}
+
 TEST_F(SANDBOX, a_client_with_the_other_kind_of_shell_is_asked_once_more_and_corrected)
 {
     ADD_CLIENT("alpha", "VKSSH", "Windows Server 2022");

@@ -218,7 +218,11 @@ TEST_F(REGISTRATION, runs_that_meet_leave_every_client_whole)
             runs.push_back(START({"-c", cpName, "-C", "d"}));
             runs.push_back(START(asRegister));
         }
-        for (STARTED_RUN& run : runs) EXPECT_EQ(WAIT(run).iSignal, 0);
+        for (STARTED_RUN& started : runs) {
+            const RUN run = WAIT(started);
+            EXPECT_EQ(run.iSignal, 0);
+            EXPECT_THAT(run.sOut, Not(HasSubstr("E004")));
+        }
         EXPECT_THAT(ROWS("select client_id from interfaces except select client_id from clients"),
                     ElementsAre());
         for (const std::string& s :
@@ -227,6 +231,13 @@ TEST_F(REGISTRATION, runs_that_meet_leave_every_client_whole)
                   "client_id>0 group by client_id"))
             EXPECT_THAT(s, AnyOf(HasSubstr(":http://N:11000 https://N:11443 N"), EndsWith(":")));
     }
+    // Removed when its system was about to be set.
+    ADD_CLIENT("odd", "VIRTUAL", "Linx");
+    SQL("create function gone() returns trigger language plpgsql as "
+        "$$begin delete from clients where name=old.name; return null; end$$");
+    SQL("create trigger gone before update of os on clients for each row execute function gone()");
+    EXPECT_EQ(CONFIG_CLIENT({"-c", "odd", "-o", "Linux", "-m", "VIRTUAL"}).sOut, sI012("odd"));
+    EXPECT_EQ(COLUMN("odd", "os"), "Linux");
 }
 
 TEST_F(REGISTRATION, what_is_refused_or_not_done_is_told)

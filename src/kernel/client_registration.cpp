@@ -120,16 +120,6 @@ int iINSERT_ROW(SCT_ARGS* pArg, int iNewClientId, char (&szReply)[N])
     return iDB_ACCESS(szSql, szReply, nullptr, sctQuiet);
 }
 
-/* 1 when a row of that name stands in the table, its operating system known or
-   not. */
-int iNAME_IS_TAKEN(const SCT_ARGS* pArg)
-{
-    char szId[256];
-    char szSql[2048];
-    iSQL(szSql, "select client_id from clients where name='%s'", pArg->szNodeName);
-    return iDB_SEL_GETVALUE(szSql, "client_id", szId, strLog);
-}
-
 void v_PAUSE(int iTry)
 {
     static std::minstd_rand         random{std::random_device{}()};
@@ -138,7 +128,7 @@ void v_PAUSE(int iTry)
 }
 
 /* Inserts the new client. When another run has registered it meanwhile, that row
-   is refreshed instead. */
+   is refreshed instead, unless a third one has removed it again. */
 void v_ADD_ROW(SCT_ARGS* pArg)
 {
     char szReply[256] = "";
@@ -147,11 +137,10 @@ void v_ADD_ROW(SCT_ARGS* pArg)
         if (pArg->cPermit != '0' && pArg->cPermit != '1') pArg->cPermit = '1';
         if (iINSERT_ROW(pArg, iNewClientId, szReply)) return;
         if (sctDB_ERROR().eKind != DB_KEY_TAKEN) v_INSERT_FAILED(pArg, szReply);
-        if (iNAME_IS_TAKEN(pArg)) break;
+        if (iTEST_IF_ALREADY_IN_DATABASE(pArg, "")) break;
         if (iTry == iMOST_TRIES) v_INSERT_FAILED(pArg, szReply);
         v_PAUSE(iTry);
     }
-    if (!iTEST_IF_ALREADY_IN_DATABASE(pArg, "")) v_INSERT_FAILED(pArg, szReply);
     v_REFRESH_ROW(pArg);
 }
 
@@ -234,17 +223,19 @@ int iSTORED_WITH_UNKNOWN_SYSTEM(const SCT_ARGS* pArg)
 }
 
 /* Gives a stored client the operating system of -o, which is what it lacks to count as
-   registered. */
-void v_REPAIR_SYSTEM(SCT_ARGS* pArg)
+   registered. Result 0: another run has removed it meanwhile. */
+int iREPAIR_SYSTEM(SCT_ARGS* pArg)
 {
     if (pArg->szPlatform[0] == '\0')
         v_INSERT_FAILED(pArg, "the client is stored with an unknown operating system");
     TRACE("operating system of %s becomes %s", pArg->szNodeName, pArg->szOpersys);
-    if (iDB_RUN_SQL(strLog, "update clients set os='%s' where name='%s'", pArg->szOpersys,
-                    pArg->szNodeName) < 0 ||
-        !iTEST_IF_ALREADY_IN_DATABASE(pArg, ""))
+    const int iRows = iDB_RUN_SQL(strLog, "update clients set os='%s' where name='%s'",
+                                  pArg->szOpersys, pArg->szNodeName);
+    const int iFound = iRows > 0 && iTEST_IF_ALREADY_IN_DATABASE(pArg, "");
+    if (!iFound && sctDB_ERROR().eKind != DB_FINE)
         v_INSERT_FAILED(pArg, sctDB_ERROR().sText.c_str());
-    v_REFRESH_ROW(pArg);
+    if (iFound) v_REFRESH_ROW(pArg);
+    return iFound;
 }
 
 /* A stored client keeps these, whatever is given. cpSystem: of -o */
@@ -280,10 +271,7 @@ void INSERT_INTO_DATABASE(SCT_ARGS* pArg)
                 pArg->szNodeName);
         v_REQUIRE_OPERATING_SYSTEM(pArg);
         v_TELL_UNKNOWN_SYSTEM(pArg);
-        if (iStored)
-            v_REPAIR_SYSTEM(pArg);
-        else
-            v_ADD_ROW(pArg);
+        if (!iStored || !iREPAIR_SYSTEM(pArg)) v_ADD_ROW(pArg);
     }
     v_COMPLETE_INTERFACES(pArg);
     TRACE("--- INSERT_INTO_DATABASE");

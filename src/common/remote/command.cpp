@@ -222,9 +222,10 @@ COMMAND_END sctRUN_COMMAND(const HOST& host, const std::string& sPort, const cha
     // The child's own words do not show it: most transports hand it over another way.
     if (sctLog.iLogLevel > 0)
         WRITE_TRACE(&sctLog, "command for %s: %s", host.sName.c_str(), sFOREIGN(cpCommand).c_str());
-    // A shared connection that broke meanwhile earns one more try; what was refused
-    // does not, unless the caller asked for it.
-    int iTriesLeft = 1 + limits.iRetries + (transport.bESTABLISHED(host) ? 1 : 0);
+    // A shared connection that broke meanwhile, or as it was made, earns one more try;
+    // what was refused does not, unless the caller asked for it.
+    bool bMayBreak = !transport.bESTABLISHED(host);
+    int  iTriesLeft = 1 + limits.iRetries + (bMayBreak ? 0 : 1);
     while (iTriesLeft-- > 0) {
         CHILD_SPEC sctSpec;
         if (!transport.iFORM(host, sPort, cpCommand, limits.iConnect, sctSpec, outcome.sReason)) {
@@ -244,6 +245,10 @@ COMMAND_END sctRUN_COMMAND(const HOST& host, const std::string& sPort, const cha
         }
         if (outcome.bRan()) transport.TIDY(host);
         if (outcome.bRan() || outcome.bBegan || !bWORTH_ANOTHER_TRY(outcome)) return outcome;
+        if (bMayBreak && transport.bSHARING_FAILED(host)) {
+            bMayBreak = false;
+            ++iTriesLeft;
+        }
         if (transport.bLEARNT(host, outcome.iChild))
             ++iTriesLeft;
         else if (iTriesLeft > 0)

@@ -54,6 +54,9 @@ struct TRANSPORT {
     }
     /* A connection that is shared stands already, and may turn out to be broken. */
     virtual bool bESTABLISHED(const HOST& host) = 0;
+    /* The command that was formed last did not begin, only because the connection that
+       it had just made for sharing was gone already. */
+    virtual bool bSHARING_FAILED(const HOST& /*host*/) { return false; }
 
     /* What the command that was formed last has taught of the host, when it could not
        be run and its child ended with iExit: true when it is worth another try. */

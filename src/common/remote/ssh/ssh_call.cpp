@@ -274,6 +274,11 @@ std::string sSSH_NO_SFTP(const HOST& host)
     return u == sSaid.npos ? "" : sSaid.substr(u, sSaid.find_first_of("\r\n", u) - u);
 }
 
+bool bSSH_SHARING_FAILED(const HOST& host)
+{
+    return sSSH_LOG(host).find(cpNO_MASTER) != std::string::npos;
+}
+
 bool bSSH_ESTABLISHED(const HOST& host)
 {
     std::error_code error;

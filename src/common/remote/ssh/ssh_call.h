@@ -30,5 +30,9 @@ std::string sSSH_REASON(const HOST& host, FAILURE& eFailure);
    "". Connects by itself. */
 std::string sSSH_NO_SFTP(const HOST& host);
 
+/* The command formed last did not begin, as the connection that it had made for sharing
+   broke at once. */
+bool bSSH_SHARING_FAILED(const HOST& host);
+
 /* The shared connection of the host stands already. */
 bool bSSH_ESTABLISHED(const HOST& host);

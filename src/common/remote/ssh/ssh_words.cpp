@@ -17,6 +17,7 @@ constexpr std::string_view asvNoise[] = {
     "muxclient",
     "Control socket",
     "ControlSocket",
+    cpNO_MASTER,
     "Shared connection",
     "Connection closed by UNKNOWN",
     "Connection to UNKNOWN",

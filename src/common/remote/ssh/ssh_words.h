@@ -26,6 +26,10 @@ struct SSH_STORY {
     std::vector<std::string> asAll;              // all lines, without the mark of their level
 };
 
+/* What ssh says when the connection that it has just left to a background process broke
+   before its own command could use it. The command has not begun. */
+constexpr const char* cpNO_MASTER = "Failed to connect to new control master";
+
 /* Takes the log apart. */
 SSH_STORY sctSSH_STORY(std::string_view svLog);
 

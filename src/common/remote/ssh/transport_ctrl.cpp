@@ -101,6 +101,7 @@ struct CTRL : TRANSPORT {
         return sSSH_BY_HAND(host, sLine, false);
     }
     bool bESTABLISHED(const HOST& host) override { return bSSH_ESTABLISHED(host); }
+    bool bSHARING_FAILED(const HOST& host) override { return bSSH_SHARING_FAILED(host); }
 
     bool bLEARNT(const HOST& host, int iExit) override
     {

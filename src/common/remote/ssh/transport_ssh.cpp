@@ -48,6 +48,7 @@ struct SSH : TRANSPORT {
         return sSSH_BY_HAND(host, svCommand, bPath);
     }
     bool bESTABLISHED(const HOST& host) override { return bSSH_ESTABLISHED(host); }
+    bool bSHARING_FAILED(const HOST& host) override { return bSSH_SHARING_FAILED(host); }
 
     void TIDY(const HOST& host) override
     {
