@@ -82,6 +82,15 @@ TEST_F(BACKUP, a_NetWare_client_is_backed_up_by_its_data_mover_with_its_password
               "<nw1:nw1.NetWare File System:nw1:admin:s3cr3t$x:0> SYS:etc/hosts");
     EXPECT_THAT(TRACE_TEXT(), Not(HasSubstr("s3cr3t")));
 
+    // No argument vector shows it, so the Windows interpreter reads its line, too.
+    ADD_CLIENT("winbox", "VKSSH", "Windows Server 2022");
+    SQL("update clients set data_mover='winbox' where name='nw1'");
+    EXPECT_CHECK("nw1", 0, sI005("nw1"));
+    EXPECT_EQ(CLIENT_LOG("winbox").back(), CLIENT_LOG("dm1").back());
+    EXPECT_THAT(asLINES(sREAD_FILE(CLIENT_PATH("winbox", "log/lines"))).back(),
+                AllOf(HasSubstr("s3cr3t"), EndsWith("& exit")));
+    SQL("update clients set data_mover='dm1' where name='nw1'");
+
     SWITCH("dm1", "qtc_smdr", {"backup=none"});
     SQL("update clients set user_name='',os_user='root',os_password='rootpw' where name='nw1'");
     EXPECT_CHECK("nw1", 1, "E012-HOSTS   Backup from nw1 not possible.");

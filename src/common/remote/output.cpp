@@ -53,7 +53,8 @@ void OUTPUT_SINK::Take(std::string_view svBytes)
     while (!svBytes.empty()) {
         const size_t           uEnd = svBytes.find('\n');
         const std::string_view svPiece = svBytes.substr(0, uEnd);
-        if (m_uLines < uOUTPUT_MAX || m_sLine.size() < uLAST_LINE_MAX) AddToLine(svPiece);
+        if (!svPiece.empty() && (m_uLines < uOUTPUT_MAX || m_sLine.size() < uLAST_LINE_MAX))
+            AddToLine(svPiece);
         m_uLines += svPiece.size();
         if (uEnd == std::string_view::npos) return;
         svBytes.remove_prefix(uEnd + 1);

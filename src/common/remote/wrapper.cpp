@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <cstring>
 #include <utility>
 
 #include "../text/program.h"
@@ -97,6 +98,16 @@ std::string sWINDOWS_LINE(std::string_view svCommand, const std::string& sDirect
            " %^ERRORLEVEL%";
 }
 
+/* Without echo, so that nothing of the line comes back, without the programs that the
+   registry starts, and without "!" as a character of its own. Standard input is read in
+   the console's code page, arguments are not. */
+std::string sWINDOWS_READER(std::string_view svLine)
+{
+    const bool bASCII =
+        std::none_of(svLine.begin(), svLine.end(), [](char c) { return (c & 0x80) != 0; });
+    return std::string(bASCII ? "" : "chcp 65001 >NUL& ") + "cmd /d /q /v:off";
+}
+
 /* Bytes are looked at once, however they are cut: what cannot belong to a mark any
    more is handed out or forgotten. */
 std::string MARK_READER::sFeed(std::string_view svBytes)
@@ -145,9 +156,13 @@ bool MARK_READER::bTakeBegin()
 
 bool MARK_READER::bTakeEnd(std::string& sOutput)
 {
-    const std::string sMark = "\n" + sRUN_MARK() + " ";
-    const size_t      uAt = m_sHeld.find(sMark);
-    const size_t      uEnd = uAt == std::string::npos ? uAt : m_sHeld.find('\n', uAt + 1);
+    static const auto& sMark = *new std::string("\n" + sRUN_MARK() + " ");
+    // memmem, as std::string stops at every line feed.
+    const void*  pAt = memmem(m_sHeld.data(), m_sHeld.size(), sMark.data(), sMark.size());
+    const size_t uAt = pAt == nullptr
+                           ? std::string::npos
+                           : static_cast<size_t>(static_cast<const char*>(pAt) - m_sHeld.data());
+    const size_t uEnd = uAt == std::string::npos ? uAt : m_sHeld.find('\n', uAt + 1);
     if (uEnd == std::string::npos) return false;
     std::from_chars(m_sHeld.data() + uAt + sMark.size(), m_sHeld.data() + uEnd, m_lStatus);
     sOutput.append(m_sHeld, 0, uAt > 0 && m_sHeld[uAt - 1] == '\r' ? uAt - 1 : uAt);

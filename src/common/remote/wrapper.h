@@ -38,6 +38,10 @@ std::string sPOSIX_SCRIPT(std::string_view svCommand, const std::string& sDirect
    end with the connection. */
 std::string sWINDOWS_LINE(std::string_view svCommand, const std::string& sDirectory);
 
+/* What that interpreter is started with where it is to read the line, "& exit" behind
+   it, from its standard input. What it says of itself comes before the first mark. */
+std::string sWINDOWS_READER(std::string_view svLine);
+
 /* Takes the marks out of a stream. */
 class MARK_READER {
 public:

@@ -5,6 +5,7 @@
 #include <map>
 
 #include "../../config/variables.h"
+#include "../../text/secret.h"
 #include "../command.h"
 #include "../transport.h"
 #include "../wrapper.h"
@@ -93,13 +94,18 @@ struct SSH : TRANSPORT {
 
 private:
     /* Puts the command line where the host's shell reads it. The Windows interpreter
-       has no way to take it from its standard input. */
+       takes as a line of its standard input what no argument vector may show. */
     static std::string sFOR_SHELL(const HOST& host, std::string_view svCommand, CHILD_SPEC& sctSpec)
     {
         std::string sDirectory;
         iCONFIG_CLIENT_DIRECTORY(host.sPlatform.c_str(), "gv_ro_bin", sDirectory);
         sctSpec.bPipeIn = true;
-        if (eSHELL_OF(host) == SHELL_WINDOWS) return sWINDOWS_LINE(svCommand, sDirectory);
+        if (eSHELL_OF(host) == SHELL_WINDOWS) {
+            std::string sLine = sWINDOWS_LINE(svCommand, sDirectory);
+            if (sFOREIGN(svCommand) == svCommand) return sLine;
+            sctSpec.sFirstInput = sLine + "& exit\r\n";
+            return sWINDOWS_READER(sLine);
+        }
         sctSpec.sFirstInput = sPOSIX_SCRIPT(svCommand, sDirectory);
         return std::string("exec /bin/sh -c '") + cpPOSIX_READER + "'";
     }
