@@ -129,6 +129,11 @@ TEST_F(KNOWN_HOSTS, kept_key_and_owner_of_the_offered_one_whatever_stands_behind
         EXPECT_EQ(known.sKept, "SHA256:" + asPrint[0]);
         EXPECT_EQ(known.sOther, "alpha");
         EXPECT_EQ(sctKNOWN_KEY(sPATH("known"), "3", asPrint[0]).sOther, "beta");
+        EXPECT_THAT(asSAME_KEY(sPATH("known") + ":4", ""), testing::IsEmpty());
+        WRITE_FILE(sPATH("known"), sREAD_FILE(sPATH("known")) + "|1|x= " + asKey[0] + "\nx,gamma " +
+                                       asKey[0] + "\n");
+        EXPECT_THAT(asSAME_KEY(sPATH("known") + ":4", ""), testing::ElementsAre("x", "gamma"));
+        EXPECT_THAT(asSAME_KEY(sPATH("known"), "x,gamma"), testing::ElementsAre("beta"));
     }
 }
 
@@ -230,6 +235,24 @@ TEST_F(CAUSES, each_run_leaves_a_line_also_without_a_database)
     EXPECT_EQ(OUTCOMES().size(), 2U);
     EXPECT_EQ(line.value("id", ""), "E006-HOSTS");
     EXPECT_FALSE(line.value("stored", true));
+}
+
+TEST_F(CAUSES, two_clients_with_one_host_key_are_told_at_the_first_check_and_later)
+{
+    ADD_CLIENT("alpha");
+    ADD_CLIENT("beta");
+    EXPECT_EQ(CONFIG_CLIENT({"-c", "alpha", "-C", "r"}).sErr, "");
+    const std::string sConfig = sRW() + "ini/ssh/config";
+    const std::string sText = sREAD_FILE(sConfig);
+    const std::regex  address("Host alpha\n    HostName (.*)\n");
+    std::smatch       found;
+    ASSERT_TRUE(std::regex_search(sText, found, address));
+    WRITE_FILE(sConfig, std::regex_replace(sText, std::regex("Host beta\n    HostName .*\n"),
+                                           "Host beta\n    HostName " + found.str(1) + "\n"));
+    for (int i = 0; i < 2; i++)
+        EXPECT_EQ(CONFIG_CLIENT({"-c", "beta", "-C", "r"}).sErr,
+                  "vk_config_client: beta shows the host key of alpha; one machine under two "
+                  "names, or a clone\n");
 }
 
 TEST_F(CAUSES, failed_checks_name_stage_cause_and_words)

@@ -106,7 +106,7 @@ TEST_F(SETUP, each_fault_is_found_alone_and_its_command_mends_it)
         {": >$D/server/velka/skel/vk_execute_update.cmd", "vk_execute_update.cmd: is empty"},
         {"rm $D/server/hosts", "server/hosts: No such file"},
         {"chmod 644 $D/keys/client", "keys/client: others may read it"},
-        {"cp $D/keys/host.pub $D/keys/client.pub", "its public half"},
+        {"cp $D/keys/ctrl.pub $D/keys/client.pub", "its public half"},
         {"rm $D/server/rw/ini/ctrl/id_ed25519", "ctrl/id_ed25519: No such file"},
         {"echo x >$D/server/rw/ini/ctrl/id_ed25519", "ctrl/id_ed25519: cannot be read: "},
         {"rm $D/server/rw/ini/ctrl/config", "ctrl/config: No such file"},

@@ -74,6 +74,9 @@ void v_DB_WAIT_AT_MOST(const DB_WAITS& sctWaits);
 /* Why the last statement failed, as data and as text; DB_FINE when it ran. */
 const DB_ERROR& sctDB_ERROR();
 
+/* The file that the database's library takes a password from. */
+std::string sDB_PASSWORD_FILE();
+
 /* Tells the last statement's failure in one line on standard error and in the trace,
    "WHAT: REASON", once per sWhat; nothing when it ran. A run that never had a
    connection has told that, and what follows from it is only traced. */

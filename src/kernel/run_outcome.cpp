@@ -3,6 +3,7 @@
    on a terminal. */
 #include "run_outcome.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "../common/log/outcome_log.h"
@@ -55,6 +56,13 @@ constexpr MESSAGE_CAUSE asctMessageCause[] = {
     {"E006", "parameters-missing", true}, {"E012", "backup-failed", false},
 };
 
+/* The database's library takes no password out of such a file. */
+bool bTOO_OPEN(const std::string& sFile)
+{
+    struct stat sctStat {};
+    return stat(sFile.c_str(), &sctStat) == 0 && (sctStat.st_mode & 077U) != 0;
+}
+
 /* The database's own words, where a statement failed. */
 int iDATABASE_CAUSE(const std::string& sMessage, const PLACES& places, DIAGNOSIS& diagnosis)
 {
@@ -63,8 +71,13 @@ int iDATABASE_CAUSE(const std::string& sMessage, const PLACES& places, DIAGNOSIS
                           sMessage == "Error in DB access";
     if (!bMessage || (sText.empty() && !sMessage.starts_with("E004"))) return 0;
     const CAUSE* pCause = pCAUSE_SHOWN(DATABASE_SAYS, sText);
-    const char*  cpOther = sText.empty() ? "server-row-missing" : "database-failed";
-    diagnosis = sctDIAGNOSIS(pCause != nullptr ? *pCause : sctCAUSE(cpOther), places);
+    PLACES       all = places;
+    all["file"] = sDB_PASSWORD_FILE();
+    if (pCause == nullptr)
+        pCause = &sctCAUSE(sText.empty() ? "server-row-missing" : "database-failed");
+    if (std::string_view(pCause->cpId) == "database-password-file" && !bTOO_OPEN(all["file"]))
+        pCause = &sctCAUSE("database-password-missing");
+    diagnosis = sctDIAGNOSIS(*pCause, all);
     if (!sText.empty()) diagnosis.asWords = {sText};
     return 1;
 }

@@ -325,6 +325,14 @@ void v_DB_WAIT_AT_MOST(const DB_WAITS& sctWaits)
     WAITS() = sctWaits;
 }
 
+std::string sDB_PASSWORD_FILE()
+{
+    const std::string sText = sCONFIG_TEXT("database", "conninfo", szDEFAULT);
+    const CONNINFO    pInfo{PQconninfoParse(sText.c_str(), nullptr)};
+    const std::string sFile = sSET_IN(pInfo.get(), "passfile", "PGPASSFILE");
+    return sFile.empty() ? sENVIRONMENT("HOME") + "/.pgpass" : sFile;
+}
+
 int iDB_STATEMENT_TIMEOUT()
 {
     return iSHORTER(iCONFIG_STATEMENT_TIMEOUT(), WAITS().iStatement);

@@ -13,9 +13,8 @@ constexpr const char* acpSTAGE[] = {"",         "name",   "route", "port",    "g
 static_assert(std::size(acpSTAGE) == STAGES);
 
 constexpr const char* cpADMIT =
-    "on {host}, type the line that \"{permit}\" prints here; where {user} is the wrong "
-    "user, "
-    "correct os_user of the client or User in {config}";
+    "on {host}, as {user}, type the line that \"{permit}\" prints here; where {user} is the "
+    "wrong user, correct User in {config}; journalctl -u ssh there says more";
 
 // clang-format off
 constexpr CAUSE asctCause[] = {
@@ -65,13 +64,15 @@ constexpr CAUSE asctCause[] = {
     {"too-many-keys", STAGE_LOGIN, SSH_SAYS, "Too many authentication failures",
      "ssh offered so many keys that {host} ended the talk before the right one", "sed -i '1i IdentitiesOnly yes' {config}"},
     {"no-key-login", STAGE_LOGIN, SSH_SAYS, "No supported authentication methods available",
-     "{host} admits nobody by a key", "on {host}: PubkeyAuthentication yes in /etc/ssh/sshd_config, then systemctl reload ssh"},
+     "{host} admits nobody by a key", "on {host}: sed -i 's/^PubkeyAuthentication .*/PubkeyAuthentication yes/' /etc/ssh/sshd_config && systemctl reload ssh"},
     {"key-encrypted-no-agent", STAGE_LOGIN, NOBODY, "",
      "{host} accepts the key {key}, but it has a passphrase and no agent holds it", "ssh-keygen -p -N '' -f {key}"},
     {"certificate-expired", STAGE_LOGIN, NOBODY, "",
      "the certificate of the key {key} is valid no more ({valid})", "have {key}.pub signed again"},
     {"login-forbidden", STAGE_LOGIN, NOBODY, "",
-     "{host} accepts the key, but no login of {user} with it", "on {host}: PermitRootLogin prohibit-password in /etc/ssh/sshd_config, then systemctl reload ssh"},
+     "{host} accepts the key, but no login of {user} with it", "on {host}: sed -i 's/^PermitRootLogin .*/PermitRootLogin prohibit-password/' /etc/ssh/sshd_config && systemctl reload ssh"},
+    {"os-user-not-accepted", STAGE_LOGIN, NOBODY, "",
+     "{host} does not accept the key {key} for {user}, whom os_user of its row names", "psql -c \"update clients set os_user = null where name = '{host}'\""},
     {"key-not-accepted", STAGE_LOGIN, SSH_SAYS, "Permission denied (",
      "{host} does not accept the key {key} for {user}", cpADMIT},
     {"connection-closed", STAGE_LOGIN, SSH_SAYS, "Connection closed by|closed by remote host|Broken pipe",
@@ -89,7 +90,7 @@ constexpr CAUSE asctCause[] = {
     {"behind-jump-no-answer", STAGE_PORT, JUMP_SAYS, "open failed: connect failed",
      "the jump host {jump} works, but does not reach {host}", "on {jump}: ping -c 3 {host}"},
     {"jump-forbids-forwarding", STAGE_PORT, JUMP_SAYS, "administratively prohibited|open failed",
-     "the jump host {jump} forbids forwarding", "on {jump}: AllowTcpForwarding yes in /etc/ssh/sshd_config, then systemctl reload ssh"},
+     "the jump host {jump} forbids forwarding", "on {jump}: sed -i 's/^AllowTcpForwarding .*/AllowTcpForwarding yes/' /etc/ssh/sshd_config && systemctl reload ssh"},
     {"jump-port-closed", STAGE_PORT, JUMP_SAYS, "Connection refused",
      "the jump host {jump} is up, but nothing listens there", "on {jump}: systemctl start ssh"},
     {"jump-no-answer", STAGE_PORT, JUMP_SAYS, "timed out",
@@ -109,15 +110,15 @@ constexpr CAUSE asctCause[] = {
     {"login-hangs", STAGE_LOGIN, NOBODY, "",
      "{host} answers, but did not come to the end of the login in time", "on {host}: journalctl -u ssh -n 20"},
     {"shell-hangs", STAGE_SHELL, NOBODY, "",
-     "the login shell of {user} on {host} starts and does not come to the command", "on {host}: look for what waits in the start-up files, such as ~/.bashrc"},
+     "the login shell of {user} on {host} starts and does not come to the command", "on {host}: sed -i '1i case $- in *i*) ;; *) return ;; esac' ~/.bashrc"},
     {"account-closed", STAGE_SHELL, SHELL_SAYS, "account is currently not available|This account is not available|account is disabled",
-     "the login shell of {user} on {host} admits nobody", "on {host}: chsh -s /bin/sh {user}"},
+     "the login shell of {user} on {host} admits nobody", "on {host}: usermod -s /bin/sh {user}"},
     {"forced-command", STAGE_SHELL, NOBODY, "",
      "{host} ran something else than what was asked for: a command is forced there, or a start-up file ends", "on {host}: look for command= in authorized_keys, ForceCommand in /etc/ssh/sshd_config, and exit in ~/.bashrc"},
     {"start-up-exits", STAGE_SHELL, NOBODY, "",
-     "the login shell of {user} on {host} ended with success before the command, as a start-up file with \"exit\" does", "on {host}: take exit out of ~/.bashrc"},
+     "the login shell of {user} on {host} ended with success before the command, as a start-up file with \"exit\" does", "on {host}: sed -i '1i case $- in *i*) ;; *) return ;; esac' ~/.bashrc"},
     {"shell-ends", STAGE_SHELL, NOBODY, "",
-     "the login shell of {user} on {host} ended with status {status} and ran no command, as /bin/false does", "on {host}: chsh -s /bin/sh {user}"},
+     "the login shell of {user} on {host} ended with status {status} and ran no command, as /bin/false does", "on {host}: usermod -s /bin/sh {user}"},
 
     // ---- the program
     {"directory-missing", STAGE_PROGRAM, NOBODY, "",
@@ -149,15 +150,19 @@ constexpr CAUSE asctCause[] = {
     {"package-missing", STAGE_COPY, WE_SAY, "cannot read \"",
      "the package cannot be read on this server", "ls -l {file}"},
     {"no-sftp", STAGE_COPY, SFTP_SAYS, "subsystem request failed",
-     "the ssh service of {host} has no sftp", "on {host}: Subsystem sftp internal-sftp in /etc/ssh/sshd_config, then systemctl reload ssh"},
+     "the ssh service of {host} has no sftp", "on {host}: sed -i '1i Subsystem sftp internal-sftp' /etc/ssh/sshd_config && systemctl reload ssh"},
     {"disk-full", STAGE_COPY, WE_SAY, "no space left on",
      "the disk of {host} is full", "on {host}: df -h"},
     {"copy-short", STAGE_COPY, WE_SAY, "arrived with",
      "the file did not arrive whole", "on {host}: df -h"},
+    {"start-up-prints", STAGE_COPY, SFTP_SAYS, "Received message too long|remote shell produces no output",
+     "a start-up file of {user} on {host} prints something, which no copy can pass", "on {host}: sed -i '1i case $- in *i*) ;; *) return ;; esac' ~/.bashrc"},
+    {"disk-read-only", STAGE_COPY, NOBODY, "",
+     "the file system of {folder} on {host} takes no changes", "on {host}: mount -o remount,rw $(df --output=target {folder} | tail -n 1)"},
     {"copy-not-permitted", STAGE_COPY, SFTP_SAYS, "Permission denied",
-     "{user} may not write there on {host}", "on {host}: ls -ld the folder"},
+     "{user} may not write there on {host}", "on {host}: ls -ld {folder}"},
     {"copy-refused", STAGE_COPY, SFTP_SAYS, "Failure",
-     "{host} cannot write there, and its disk has room: it may be read-only", "on {host}: mount -o remount,rw the file system"},
+     "{host} cannot write into {folder}, and its disk has room", "on {host}: ls -ld {folder}"},
     {"copy-failed", STAGE_COPY, NOBODY, "",
      "the copy to {host} failed", ""},
 
@@ -175,19 +180,23 @@ constexpr CAUSE asctCause[] = {
 
     // ---- the database
     {"database-password-file", STAGE_NONE, DATABASE_SAYS, "no password supplied",
-     "the database wants a password and none is at hand: no password file, or others may read it", "chmod 600 the file that passfile or ~/.pgpass names"},
+     "others may read the password file {file}, so it is not used, and the database wants a password", "chmod 600 {file}"},
+    {"database-password-missing", STAGE_NONE, NOBODY, "",
+     "the database wants a password, and {file} has none for it", "enter it there: host:port:database:user:password"},
     {"database-password", STAGE_NONE, DATABASE_SAYS, "authentication failed",
      "the database does not accept the user with this password", "correct conninfo in vk.ini or the password file"},
     {"database-full", STAGE_NONE, DATABASE_SAYS, "too many clients|remaining connection slots|too many connections",
      "the database has no connection left", "raise max_connections, or end what holds them"},
-    {"database-certificate", STAGE_NONE, DATABASE_SAYS, "certificate|SSL error|does not match host name",
+    {"database-tls-name", STAGE_NONE, DATABASE_SAYS, "does not match host name",
+     "the database's certificate is for another name than conninfo in vk.ini uses", "name the host in conninfo as the certificate does"},
+    {"database-certificate", STAGE_NONE, DATABASE_SAYS, "certificate|SSL error",
      "the database's certificate does not prove that it is the right one", "correct sslrootcert, sslmode or host of conninfo in vk.ini"},
     {"database-conninfo", STAGE_NONE, DATABASE_SAYS, "invalid connection option|missing \"=\" after|invalid URI|invalid integer value|invalid sslmode|unterminated quoted string",
      "conninfo in vk.ini is mistyped", "correct conninfo in vk.ini"},
     {"table-missing", STAGE_NONE, DATABASE_SAYS, "relation \"",
-     "a table is missing in the database", "psql -f /usr/share/vk_config_client/sql/schema.sql"},
+     "a table is missing in the database", "vk_setup server"},
     {"column-missing", STAGE_NONE, DATABASE_SAYS, "column ",
-     "a column is missing in the database", "bring the schema up to date with /usr/share/vk_config_client/sql/schema.sql"},
+     "a column is missing in the database", "vk_setup server"},
     {"database-missing", STAGE_NONE, DATABASE_SAYS, "does not exist",
      "there is no such database or user", "vk_setup server"},
     {"database-locked", STAGE_NONE, DATABASE_SAYS, "lock timeout|statement timeout|deadlock|no answer from the database",

@@ -85,6 +85,18 @@ std::string sASK(const HOST& host, const std::string& sProgram, const std::strin
     return "";
 }
 
+/* Nobody may write into a folder that is there, not even root. */
+bool bREAD_ONLY(const HOST& host, const std::string& sFolder, const str_log& sctLog)
+{
+    if (eSHELL_OF(host) != SHELL_POSIX || sFolder.empty()) return false;
+    const std::string sScript = "d=" + sSHELL_WORD(SHELL_POSIX, sFolder) +
+                                "; if [ -d \"$d\" ] && [ ! -w \"$d\" ]; then echo read-only; fi";
+    OUTPUT            output;
+    const COMMAND_END outcome =
+        sctRUN_COMMAND(host, "", sScript.c_str(), {iASK_S, iASK_S, iASK_S, 0}, output, sctLog);
+    return outcome.bRan() && output.sLastLine == "read-only";
+}
+
 /* The line that tells an error, else the last one; none of a silent program. */
 std::vector<std::string> asERROR_LINE(const OUTPUT& output)
 {
@@ -161,15 +173,20 @@ DIAGNOSIS sctSTATUS_DIAGNOSIS(const HOST& host, const char* cpCommand, long lSta
 }
 
 DIAGNOSIS sctCOPY_DIAGNOSIS(const HOST& host, const std::string& sSource,
-                            const std::string& sReason)
+                            const std::string& sTarget, const std::string& sReason,
+                            const str_log& sctLog)
 {
     PLACES places = sctPLACES(host);
     places["file"] = sSource;
+    places["folder"] = sTarget.substr(0, sTarget.find_last_of("/\\") + 1);
     const CAUSE* pCause = pCAUSE_SHOWN(WE_SAY, sReason);
     if (pCause == nullptr && sReason.find("remote ") == sReason.npos)
         pCause = pCAUSE_SHOWN(SSH_SAYS, sReason);
     if (pCause == nullptr) pCause = pCAUSE_SHOWN(SFTP_SAYS, sReason);
     if (pCause == nullptr) pCause = &sctCAUSE("copy-failed");
+    if (std::string_view(pCause->cpId) == "copy-refused" &&
+        bREAD_ONLY(host, places["folder"], sctLog))
+        pCause = &sctCAUSE("disk-read-only");
     DIAGNOSIS diagnosis = sctDIAGNOSIS(*pCause, places);
     diagnosis.asWords = {sReason};
     return diagnosis;

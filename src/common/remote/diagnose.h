@@ -27,6 +27,8 @@ DIAGNOSIS sctREASON_DIAGNOSIS(const HOST& host, const std::string& sReason);
 DIAGNOSIS sctSTATUS_DIAGNOSIS(const HOST& host, const char* cpCommand, long lStatus,
                               const OUTPUT& output, const str_log& sctLog);
 
-/* A copy that failed with that reason. */
+/* A copy that failed with that reason. A host that cannot write is asked, once and for a
+   few seconds, whether its disk takes changes. */
 DIAGNOSIS sctCOPY_DIAGNOSIS(const HOST& host, const std::string& sSource,
-                            const std::string& sReason);
+                            const std::string& sTarget, const std::string& sReason,
+                            const str_log& sctLog);

@@ -60,6 +60,7 @@ HOST sctREAD_HOST(const std::string& sName, const str_log& sctLog)
     host.sUser = szUser;
     host.sDataMover = szMover;
     host.sPlatform = szPlatform;
+    host.bClient = szId[0] != '\0';
     host.bLocal = std::string_view(szId) == "0" || bNAME_OF_THIS_MACHINE(sName);
     return host;
 }

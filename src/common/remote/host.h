@@ -14,8 +14,9 @@ struct HOST {
     std::string sPlatform;    // platform class, empty when unknown
     std::string sUser;        // os_user, empty: as configured for ssh
     std::string sDataMover;
-    std::string sUnread;         // why the database did not tell it; such a host is not reached
-    bool        bLocal = false;  // the backup server itself
+    std::string sUnread;          // why the database did not tell it; such a host is not reached
+    bool        bLocal = false;   // the backup server itself
+    bool        bClient = false;  // it has a row
 };
 
 /* The host, with its access mode chosen: cpAccessMode when it is not empty, else

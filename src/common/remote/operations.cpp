@@ -230,7 +230,8 @@ int REMOTE_COPY_CLIENT(char cMode, const char* cpHost, const char* cpSource, con
         const STAGE_TIMER timer(TIME_COPY);
         iRet = TRANSPORT_OF(host).iPUT(host, sSource, sTarget, cpMode, sReason, sctLog);
     }
-    sctRUN_RECORD().diagnosis = iRet ? DIAGNOSIS{} : sctCOPY_DIAGNOSIS(host, sSource, sReason);
+    sctRUN_RECORD().diagnosis =
+        iRet ? DIAGNOSIS{} : sctCOPY_DIAGNOSIS(host, sSource, sTarget, sReason, sctLog);
     iTEXT_COPY(cpMsg, uMsg, iRet ? "" : sReason);
     if (sctLog.iLogLevel > 0) {
         WRITE_TRACE(&sctLog, "copy \"%s\" to %s as \"%s\": %s", sSource.c_str(), cpHost,

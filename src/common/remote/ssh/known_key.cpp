@@ -97,6 +97,36 @@ KNOWN_KEY sctKNOWN_KEY(const std::string& sFile, const std::string& sLine,
     return known;
 }
 
+std::vector<std::string> asSAME_KEY(const std::string& sWhere, const std::string& sNew)
+{
+    struct ENTRY {
+        std::string sNames;
+        std::string sKey;
+    };
+    const size_t       uColon = sNew.empty() ? sWhere.rfind(':') : sWhere.npos;
+    std::ifstream      file(sWhere.substr(0, uColon));
+    std::vector<ENTRY> entries;
+    size_t             uOwn = sNew.empty() && uColon != sWhere.npos
+                                  ? std::strtoul(sWhere.c_str() + uColon + 1, nullptr, 10) - 1
+                                  : sWhere.npos;
+    for (std::string sText; std::getline(file, sText);) {
+        std::istringstream words(sText);
+        ENTRY              entry;
+        words >> entry.sNames >> entry.sKey >> entry.sKey;
+        if (!sNew.empty() && entry.sNames == sNew) uOwn = entries.size();
+        entries.push_back(std::move(entry));
+    }
+    std::vector<std::string> asName;
+    for (size_t u = 0; u < entries.size() && uOwn < entries.size(); u++) {
+        if (u == uOwn || entries[u].sKey.empty() || entries[u].sKey != entries[uOwn].sKey) continue;
+        std::istringstream names(entries[u].sNames);
+        for (std::string sName; std::getline(names, sName, ',');)
+            if (sName != entries[uOwn].sNames && !sName.starts_with('|') && !sName.starts_with('@'))
+                asName.push_back(sName);
+    }
+    return asName;
+}
+
 /* "        Valid: from 2020-01-01T00:00:00 to 2020-01-02T00:00:00" */
 int iCERTIFICATE_INVALID(const std::string& sKey, std::string& sValid)
 {

@@ -12,6 +12,7 @@
 #include "../../log/outcome_log.h"
 #include "../../text/immortal.h"
 #include "../../text/secret.h"
+#include "../../text/standard_error.h"
 #include "../../text/text.h"
 #include "connection.h"
 #include "known_key.h"
@@ -171,6 +172,43 @@ SSH_STORY sctWHOLE_STORY(const std::string& sLog, KNOWN_WAY& known)
     return story;
 }
 
+/* The file into which ssh writes a new host key. */
+std::string sKNOWN_HOSTS(const HOST& host)
+{
+    SSH_OPTIONS options;
+    std::string sReason;
+    if (!iOPTIONS(host, "", iCONFIG_CONNECT_TIMEOUT(), options, sReason)) return "";
+    std::vector<std::string> asWord{"ssh", "-G"};
+    ADD(asWord, options.asWord);
+    ADD(asWord, {"--", host.sName});
+    constexpr std::string_view svKey = "\nuserknownhostsfile ";
+    const std::string          sSaid = sSAID_BY(asWord, 1000 * iCONFIG_CONNECT_TIMEOUT());
+    const size_t               u = sSaid.find(svKey);
+    if (u == sSaid.npos) return "";
+    const size_t uFile = u + svKey.size();
+    return sSaid.substr(uFile, sSaid.find_first_of(" \n", uFile) - uFile);
+}
+
+/* Another client that shows the same host key: one machine under two names, or a clone. */
+void v_TELL_SAME_KEY(const HOST& host, const SSH_STORY& story)
+{
+    std::string sNew;
+    std::string sWhere = story.sKept;
+    for (const std::string& sLine : story.asOwn) {
+        if (!sLine.starts_with("Warning: Permanently added '")) continue;
+        sNew = sLine.substr(28, sLine.find('\'', 28) - 28);
+        sWhere = sKNOWN_HOSTS(host);
+    }
+    if (sWhere.empty()) return;
+    for (const std::string& sOther : asSAME_KEY(sWhere, sNew)) {
+        if (sOther == host.sName || !sctHOST(sOther.c_str(), "", str_log{}).bClient) continue;
+        v_STDERR_ONCE(("same key " + host.sName).c_str(),
+                      "%s shows the host key of %s; one machine under two names, or a clone",
+                      host.sName.c_str(), sOther.c_str());
+        return;
+    }
+}
+
 }  // namespace
 
 int iSSH_CALL(const HOST& host, const std::string& sPort, const std::string& sRemote,
@@ -229,6 +267,8 @@ WAY sctSSH_WAY(const HOST& host, std::string_view svBefore)
                   {"config", sConfig.empty() ? "~/.ssh/config" : sConfig},
                   {"mode", host.sAccessMode},
                   {"permit", cpPERMIT_COMMAND(host.sAccessMode)}};
+    if (!host.sUser.empty()) way.places["os_user"] = host.sUser;
+    if (!story.bShared) v_TELL_SAME_KEY(host, story);
     way.sReason = sWHY(story, svBefore, way.places, way.diagnosis);
     way.eReached = story.eReached;
     if (story.sName.empty()) return way;

@@ -108,6 +108,8 @@ void v_STEP(std::string_view svLine, SSH_STORY& story)
         story.eReached = STAGE_HOST_KEY;
     else if (svLine.starts_with("Authenticating to "))
         story.sUser = sBETWEEN(svLine, " as '", "'");
+    else if (svLine.starts_with("Found key in "))
+        story.sKept = svLine.substr(std::min(svLine.find('/'), svLine.size()));
     else if (svLine.starts_with("Server host key: "))
         story.sHostKey = sBETWEEN(svLine, " SHA256:", "");
     else if (svLine.starts_with("Authentications that can continue")) {
@@ -202,7 +204,7 @@ const CAUSE* pLOGIN_CAUSE(const SSH_STORY& story, const CAUSE* pCause, PLACES& p
     if (story.bAccepted)
         return &sctCAUSE(story.bRefused ? "login-forbidden" : "key-encrypted-no-agent");
     if (iCERTIFICATE_INVALID(story.sKey, places["valid"])) return &sctCAUSE("certificate-expired");
-    return pCause;
+    return places.contains("os_user") ? &sctCAUSE("os-user-not-accepted") : pCause;
 }
 
 const CAUSE* pHOST_KEY_CAUSE(const SSH_STORY& story, const CAUSE* pCause, PLACES& places)

@@ -16,6 +16,7 @@ struct SSH_STORY {
     int                      iPort = 0;
     std::string              sUser;
     std::string              sHostKey;           // fingerprint that was shown
+    std::string              sKept;              // file and line in which it was found
     std::string              sKey;               // file of the key that was tried last
     bool                     bAccepted = false;  // that key was accepted
     bool                     bRefused = false;   // and what followed was refused
