@@ -333,8 +333,10 @@ TEST_F(SANDBOX, set_client_admits_a_server_once_and_unset_takes_it_back)
         EXPECT_EQ(sctStat.st_mode & 07777U, 0600U);
         EXPECT_THAT(CONFIG_CLIENT({"-c", sName, "-C", "r"}).sOut, HasSubstr("I005"));
 
-        for (const TEXTS& asAgain : {TEXTS{"set_client", "velkasrv"},
-                                     TEXTS{"set_client", "velkasrv", "--mode", cpMode, sKey}}) {
+        for (const TEXTS& asAgain :
+             {TEXTS{"set_client", "velkasrv"},
+              TEXTS{"set_client", "velkasrv", "--mode", cpMode, sKey},
+              TEXTS{"set_client", "velkasrv", "--mode", cpMode, sKey + " --file a\"b"}}) {
             EXPECT_THAT(SETUP(asAgain).sOut, HasSubstr("nothing to do"));
             EXPECT_EQ(sREAD_FILE(sFile), sAfter);
         }

@@ -653,12 +653,18 @@ TEST_F(STATUS_FLEET, program_answers_from_the_logs_when_the_database_is_gone)
     EXPECT_EQ(senseless.iExit, 3);
     EXPECT_EQ(senseless.sOut, "CLIENTS UNKNOWN - the command line makes no sense\n");
 
+    // A pipe is neither waited for nor renamed away.
+    const std::string sPipe = sRW() + "prot/pipe.jsonl";
+    mkfifo(sPipe.c_str(), 0600);
     struct ROW_OF {
         TEXTS       asArgument;
         int         iExit;
         std::string sErr;
     };
     const ROW_OF asctRow[] = {
+        {{"--days", "36000", "--html", sPipe},
+         2,
+         "no regular file; name one that may be replaced\n"},
         {{"--days", "36000", "alhpa"}, 1, "vk_client_status: no such client: alhpa\n"},
         {{"--days", "36000", "--cause", "port-*"}, 1, "logs alone\n"},
         {{"--days", "1"}, 2, "logs of 1 days below \"" + sRW() + "prot/\" name no client\n"},

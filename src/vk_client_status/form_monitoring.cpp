@@ -21,7 +21,8 @@ int iREACHED_AT(const LIMIT& limit, int iClients)
     if (limit.dNumber <= 0) return 0;
     constexpr double dHUNDRED = 100;
     const double     d = limit.bPercent ? limit.dNumber / dHUNDRED * iClients : limit.dNumber;
-    return std::max(1, static_cast<int>(std::ceil(d)));
+    constexpr double dMOST = 1e9;  // no fleet has as many, and an int holds it
+    return static_cast<int>(std::clamp(std::ceil(d), 1.0, dMOST));
 }
 
 bool bREACHED(int iCount, const LIMIT& limit, int iClients)

@@ -73,9 +73,14 @@ std::vector<std::string> asLOG_FILES(long lFrom)
     return asFile;
 }
 
+/* A pipe or a device would never come to an end. */
 FD fdOPEN_LOG(const std::string& sPath)
 {
-    return FD(open(sPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+    FD          fd(open(sPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    struct stat sctStat {};
+    if (!fd.bOpen() || (fstat(fd.iGet(), &sctStat) == 0 && S_ISREG(sctStat.st_mode))) return fd;
+    errno = S_ISDIR(sctStat.st_mode) ? EISDIR : EINVAL;
+    return FD();
 }
 
 /* Hands every whole line of a file to pLine, with its place. sBuffer is for all files;

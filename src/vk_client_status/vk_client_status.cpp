@@ -85,9 +85,23 @@ int iCANNOT_WRITE(const std::string& sFile)
     return 0;
 }
 
+/* What is renamed over a device, such as /dev/null, takes it away from the whole machine. */
+bool bREPLACEABLE(const std::string& sFile)
+{
+    struct stat sctStat {};
+    return !sFile.starts_with("/dev/") &&
+           (stat(sFile.c_str(), &sctStat) != 0 || S_ISREG(sctStat.st_mode) ||
+            S_ISDIR(sctStat.st_mode));  // the system refuses a folder
+}
+
 /* Readers of the file see the old text or the new one, never a part. */
 int iREPLACE(const std::string& sFile, const std::string& sText)
 {
+    if (!bREPLACEABLE(sFile)) {
+        v_STDERR("cannot write \"%s\": it is no regular file; name one that may be replaced",
+                 sFile.c_str());
+        return 0;
+    }
     std::string sNew = sFile + ".XXXXXX";
     FD          fd(mkostemp(sNew.data(), O_CLOEXEC));
     if (!fd.bOpen()) return iCANNOT_WRITE(sFile);

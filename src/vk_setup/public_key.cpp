@@ -73,6 +73,13 @@ bool bWHOLE(const PUBLIC_KEY& key)
     return iTexts >= 2;
 }
 
+/* A word that would be an option where the line is read again, or part a line of
+   authorized_keys otherwise, is left out of a comment. */
+bool bCOMMENT_WORD(const std::string& sWord)
+{
+    return !sWord.starts_with('-') && sWord.find_first_of("\"\\") == std::string::npos;
+}
+
 int iREAD(const std::string& sFile, std::string& sText)
 {
     const STREAM pFile{std::fopen(sFile.c_str(), "re")};
@@ -148,7 +155,7 @@ int iPUBLIC_KEYS(const std::vector<std::string>& asWord, std::vector<PUBLIC_KEY>
             sReason = "\"" + sONE_LINE(svTEXT_CUT(asAll[u], 40)) +
                       "\" is no public key; it begins with a type such as ssh-ed25519";
             return 0;
-        } else {
+        } else if (bCOMMENT_WORD(asAll[u])) {
             std::string& sComment = keys.back().sComment;
             sComment += (sComment.empty() ? "" : " ") + asAll[u];
         }
