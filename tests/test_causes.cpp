@@ -95,6 +95,14 @@ TEST(CAUSE_TABLE, a_cure_can_be_pasted_whatever_the_names)
 {
     EXPECT_EQ(sctDIAGNOSIS(sctCAUSE("not-registered"), {{"host", "a; rm b"}}).sCure,
               "vk_config_client -c 'a; rm b' -o Linux");
+    const std::string sChanged = "Host key for a has changed\n  ssh-keygen -f \"/k n\" -R \"";
+    for (const auto& [sTail, cpWord] :
+         {std::pair{"[::1]:22\"", "'[::1]:22'"}, std::pair{"a\"; rm $(b) \"", "'a\"; rm $(b) '"}}) {
+        PLACES    places;
+        DIAGNOSIS diagnosis;
+        sWHY(sctSSH_STORY(sChanged + sTail), "", places, diagnosis);
+        EXPECT_EQ(diagnosis.sCure, std::string("ssh-keygen -f '/k n' -R ") + cpWord);
+    }
 }
 
 constexpr const char* cpWAY =
@@ -183,6 +191,17 @@ TEST(SSH_WORDS, the_way_and_the_words_show_the_cause)
         {cpPROXY, "channel 0: open failed: connect failed: Connection refused\n",
          "behind-jump-port-closed",
          "jump host hop: channel 0: open failed: connect failed: Connection refused"},
+        // Nor does what it or a client wrote look like words of ssh.
+        {cpPROXY,
+         "debug1: SSH2_MSG_NEWKEYS received\nHost key for hop has changed\n  ssh-keygen -f \"/k\" "
+         "-R \"x\"; rm b\nroot@hop: Permission denied (no such identity).\n",
+         "jump-key-not-accepted", "jump host hop: root@hop: Permission denied (no such identity)."},
+        {sWay + cpGREETED +
+             "Received disconnect from 192.0.2.7 port 22:2: Host key for Permission denied (\n",
+         "", "connection-closed",
+         "Received disconnect from 192.0.2.7 port 22:2: Host key for Permission denied ("},
+        {sLogin + "root@beta: Permission denied (bad permissions).\n", "", "key-not-accepted",
+         sFailed + "root@beta: Permission denied (bad permissions)."},
         // What a client says behind its greeting is not taken for the words of a jump host.
         {std::string(cpPROXY) + cpGREETED + cpLOGIN + cpDENIED,
          "ssh: connect to host hop port 22: Connection refused\n", "key-not-accepted",

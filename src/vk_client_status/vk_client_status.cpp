@@ -115,10 +115,21 @@ int iREPLACE(const std::string& sFile, const std::string& sText)
     return iCANNOT_WRITE(sFile);
 }
 
+/* Forms for programs hold values as they are; on a terminal none may steer it. */
+std::string sFOR_TERMINAL(std::string_view svText)
+{
+    std::string s;
+    for (size_t uEnd = 0; (uEnd = svText.find('\n')) != svText.npos; svText.remove_prefix(uEnd + 1))
+        s.append(sONE_LINE(svText.substr(0, uEnd))).push_back('\n');
+    return s + sONE_LINE(svText);
+}
+
 int iWRITE(const OPTIONS& options, const std::string& sText)
 {
     if (!options.sOutput.empty()) return iREPLACE(options.sOutput, sText);
-    return iWRITE_ALL(STDOUT_FILENO, sText) || iCANNOT_WRITE("standard output");
+    const bool bRaw = options.eForm != FORM_TABLE && isatty(STDOUT_FILENO) == 1;
+    return iWRITE_ALL(STDOUT_FILENO, bRaw ? sFOR_TERMINAL(sText) : sText) ||
+           iCANNOT_WRITE("standard output");
 }
 
 std::string sFORM(const OPTIONS& options, const FLEET& fleet, const CHOSEN& chosen,

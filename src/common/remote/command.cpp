@@ -110,7 +110,7 @@ void JUDGE(const HOST& host, TRANSPORT& transport, const LIMITS& limits, LISTENE
         running.marks.sRest();
         attempt.sBefore = running.marks.sNoise();
     }
-    attempt.way = transport.sctWAY(host, attempt.sBefore);
+    attempt.way = transport.sctWAY(host);
     attempt.bBegan = running.marks.eState() != MARK_READER::BEFORE;
     attempt.bLate = eHeard == LISTENED_LATE;
     attempt.bTotal = lNOW_MS() >= running.lTotal;
@@ -235,7 +235,7 @@ COMMAND_END sctRUN_COMMAND(const HOST& host, const std::string& sPort, const cha
         TRACE_COMMAND_LINE(sctSpec, sctLog);
         outcome = sctRUN_CHILD(host, transport, sctSpec, limits, output,
                                iLEFT_TO_FINISH(cpCommand) ? TIME_SCRIPT : TIME_COMMAND);
-        if (outcome.bRan()) transport.sctWAY(host, "");
+        if (outcome.bRan()) transport.sctWAY(host);
         if (sctLog.iLogLevel > 2) TRACE_LOG(transport.sLOG(host), sctLog);
         if (sctLog.iLogLevel > 0) {
             WRITE_TRACE(&sctLog, "host %s, mode %s: %s %ld %s", host.sName.c_str(),

@@ -41,9 +41,8 @@ struct TRANSPORT {
        FAILURE_REFUSED where the words say so, and stays as it is otherwise. */
     virtual std::string sREASON(const HOST& host, FAILURE& eFailure) = 0;
     /* The way that the command formed last took, and whom it reached (in the run's record).
-       svBefore  what came before the first mark: it counts as the words of a host in
-                 between as long as the host itself has not greeted */
-    virtual WAY sctWAY(const HOST& /*host*/, std::string_view /*svBefore*/) { return {}; }
+       Where it ended at a host in between, that way is taken once more, to ask why. */
+    virtual WAY sctWAY(const HOST& /*host*/) { return {}; }
     /* The transport's own log of that command, for the trace. */
     virtual std::string sLOG(const HOST& /*host*/) { return {}; }
     /* A line for a person's shell that does the same as a command on the host.

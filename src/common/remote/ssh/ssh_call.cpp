@@ -130,16 +130,21 @@ std::string sUNSHARED(const HOST& host, const std::vector<std::string>& asFirst,
     std::vector<std::string> asWord{
         "ssh", "-T", "-o", "ControlPath=none", "-o", "ControlMaster=no"};
     ADD(asWord, asFirst);
+    constexpr std::string_view svQuiet = "LogLevel=INFO";  // of the ssh to a data mover
+    for (std::string& s : options.asWord)
+        if (const size_t u = s.find(svQuiet); s.starts_with("ProxyCommand=") && u != s.npos)
+            s.replace(u, svQuiet.size(), "LogLevel=DEBUG1");
     ADD(asWord, options.asWord);
     if (!host.sUser.empty()) ADD(asWord, {"-l", host.sUser});
     ADD(asWord, {"--", host.sName, sRemote});
     return sSAID_BY(asWord, 1000 * iCONFIG_CONNECT_TIMEOUT());
 }
 
-/* What the ssh to a host in between says. */
+/* What the ssh to a host in between says, with the steps that tell what of it may be the
+   words of that host. */
 std::string sJUMP_WORDS(const HOST& host)
 {
-    return sUNSHARED(host, {"-E", "/dev/null"}, "exit");
+    return sUNSHARED(host, {"-v", "-E", "/dev/null"}, "exit");
 }
 
 /* What is known of a connection from the command that made it. */
@@ -244,15 +249,16 @@ int iSFTP_CALL(const HOST& host, CHILD_SPEC& sctSpec, std::string& sReason)
     return 1;
 }
 
-WAY sctSSH_WAY(const HOST& host, std::string_view svBefore)
+WAY sctSSH_WAY(const HOST& host)
 {
     KNOWN_WAY&        known = sctKNOWN(host);
     const std::string sLog = sLOG_SINCE(sctCONNECTION(host));
     const SSH_STORY   story = sctWHOLE_STORY(sLog, known);
-    if (svBefore.empty() && story.bProxy && story.eReached < STAGE_HOST_KEY) {
+    std::string       sJump;
+    if (story.bProxy && story.eReached < STAGE_HOST_KEY) {
         if (known.sLog != sLog) known.sJump = sJUMP_WORDS(host);
         known.sLog = sLog;
-        svBefore = known.sJump;
+        sJump = known.sJump;
     }
     std::string sConfig;
     std::string sUnused;
@@ -269,7 +275,7 @@ WAY sctSSH_WAY(const HOST& host, std::string_view svBefore)
                   {"permit", cpPERMIT_COMMAND(host.sAccessMode)}};
     if (!host.sUser.empty()) way.places["os_user"] = host.sUser;
     if (!story.bShared) v_TELL_SAME_KEY(host, story);
-    way.sReason = sWHY(story, svBefore, way.places, way.diagnosis);
+    way.sReason = sWHY(story, sJump, way.places, way.diagnosis);
     way.eReached = story.eReached;
     if (story.sName.empty()) return way;
     sctRUN_RECORD().sHost = story.sName;
@@ -302,7 +308,7 @@ std::string sSSH_BY_HAND(const HOST& host, std::string_view svCommand, bool bPat
 
 std::string sSSH_REASON(const HOST& host, FAILURE& eFailure)
 {
-    const WAY way = sctSSH_WAY(host, "");
+    const WAY way = sctSSH_WAY(host);
     if (bREFUSED(way.sReason)) eFailure = FAILURE_REFUSED;
     return way.sReason;
 }

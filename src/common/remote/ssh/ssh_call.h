@@ -18,7 +18,7 @@ int iSFTP_CALL(const HOST& host, CHILD_SPEC& sctSpec, std::string& sReason);
 
 /* The way that it took (TRANSPORT::sctWAY), its whole log, and a line that does the same
    by hand. */
-WAY         sctSSH_WAY(const HOST& host, std::string_view svBefore);
+WAY         sctSSH_WAY(const HOST& host);
 std::string sSSH_LOG(const HOST& host);
 std::string sSSH_BY_HAND(const HOST& host, std::string_view svCommand, bool bPath);
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 
+#include "../../text/command_line.h"
 #include "../../text/text.h"
 #include "known_key.h"
 
@@ -33,6 +34,7 @@ constexpr std::string_view asvNoise[] = {
     "SHA256:",
     "Please contact your",
     "Add correct host key",
+    "OpenSSH_",
     "Offending ",
     "remove with:",
     "ssh-keygen -f",
@@ -135,6 +137,26 @@ std::vector<std::string> asLINES_OF(std::string_view svText)
     return asLine;
 }
 
+/* What ssh itself says in a line that also holds text of the other side, who could write
+   there what looks like any cause. */
+std::string sOWN_PART(const std::string& sLine, STAGE eReached)
+{
+    constexpr std::string_view svTooMany = "Too many authentication failures";
+    constexpr std::string_view svDenied = "Permission denied (";
+    if (bSTARTS(sLine, "Received disconnect from ")) {
+        const bool bKeys = eReached >= STAGE_LOGIN && sLine.ends_with(svTooMany);
+        return std::string(bKeys ? svTooMany : "Connection closed by");
+    }
+    const size_t uDenied = sLine.find(svDenied);
+    return uDenied == sLine.npos ? sLine : sLine.substr(0, uDenied + svDenied.size());
+}
+
+std::vector<std::string> asOWN_PARTS(std::vector<std::string> asLine, STAGE eReached)
+{
+    for (std::string& sLine : asLine) sLine = sOWN_PART(sLine, eReached);
+    return asLine;
+}
+
 std::vector<std::string> asTELLING(const std::vector<std::string>& asLine)
 {
     std::vector<std::string> asTold;
@@ -162,9 +184,23 @@ std::vector<std::string> asVERDICT_FIRST(std::vector<std::string> asLine)
 std::vector<std::string> asBELONGING(const std::vector<std::string>& asTold, const CAUSE& cause)
 {
     for (size_t u = 0; u < asTold.size(); u++)
-        if (pCAUSE_SHOWN(cause.eSpeaker, asTold[u], cause.eStage) == &cause)
+        if (pCAUSE_SHOWN(cause.eSpeaker, sOWN_PART(asTold[u], cause.eStage), cause.eStage) ==
+            &cause)
             return asVERDICT_FIRST({asTold.begin() + static_cast<long>(u), asTold.end()});
     return asTold;
+}
+
+/* "ssh-keygen -f "FILE" -R "HOST"", whose values become words of a command line. */
+std::string sREMOVAL(std::string_view svLine)
+{
+    const size_t      uQuote = svLine.find_first_of("\"'");
+    const std::string sQuote(uQuote == svLine.npos ? "\"" : svLine.substr(uQuote, 1));
+    const std::string sBetween = sQuote + " -R " + sQuote;
+    const std::string sFile = sBETWEEN(svLine, sQuote, sBetween);
+    std::string       sHost = sBETWEEN(svLine, sBetween, "");
+    sHost.erase(std::min(sHost.rfind(sQuote), sHost.size()));
+    return "ssh-keygen -f " + sSHELL_WORD(SHELL_POSIX, sFile) + " -R " +
+           sSHELL_WORD(SHELL_POSIX, sHost);
 }
 
 /* File and line, key and command that the words name. */
@@ -176,7 +212,7 @@ void v_PLACES_IN(const std::vector<std::string>& asLine, PLACES& places)
             places["file"] = sWhere.substr(0, sWhere.rfind(':'));
             places["line"] = sWhere.substr(sWhere.rfind(':') + 1);
         } else if (bSTARTS(sLine, "ssh-keygen -f")) {
-            places["remove"] = sLine.substr(sLine.find("ssh-keygen"));
+            places["remove"] = sREMOVAL(sLine);
         } else if (bSTARTS(sLine, "Bad owner or permissions on ")) {
             places["file"] = sBETWEEN(sLine, "permissions on ", "");
         } else if (const size_t uLine = sLine.find(": line "); uLine != sLine.npos) {
@@ -236,17 +272,33 @@ std::string sJUMP_REASON(const std::string& sJump, std::string sWords)
     return "jump host " + sJump + ": " + sWords;
 }
 
+/* The lines that are the jump's ssh's own. Once keys are exchanged, the host in between
+   may have written any line (its banner): only what it could do as well as say is left. */
+std::vector<std::string> asOF_JUMP(const std::vector<std::string>& asLine)
+{
+    std::vector<std::string> asOwn;
+    bool                     bKeyed = false;
+    for (const std::string& sLine : asLine) {
+        bKeyed = bKeyed || sLine == "debug1: SSH2_MSG_NEWKEYS received";
+        const std::string sPart = sOWN_PART(sLine, STAGE_LOGIN);
+        const bool        bDone = sPart != sLine || sLine.starts_with("channel ");
+        if (uLEVEL(sLine) == 0 && (!bKeyed || bDone)) asOwn.push_back(sPart);
+    }
+    return asOwn;
+}
+
 /* What the ssh to a host in between said counts as long as the other side has not
-   greeted: until then nobody else can have said anything. */
+   greeted: until then only the host in between can have said anything. */
 std::string sWHY_JUMP(const SSH_STORY& story, std::string_view svJump, PLACES& places,
                       DIAGNOSIS& diagnosis)
 {
     const std::vector<std::string> asLine = asLINES_OF(svJump);
+    const std::vector<std::string> asOwn = asOF_JUMP(asLine);
     std::vector<std::string>       asTold = asTELLING(asLine);
     const std::string              sJump = story.sJump.empty() ? "in between" : story.sJump;
     places["jump"] = sJump;
-    v_PLACES_IN(asLine, places);
-    const CAUSE* pCause = pCAUSE_OF(JUMP_SAYS, asLine, STAGE_NONE);
+    v_PLACES_IN(asOwn, places);
+    const CAUSE* pCause = pCAUSE_OF(JUMP_SAYS, asOwn, STAGE_NONE);
     if (pCause == nullptr) pCause = &sctCAUSE("jump-host-failed");
     if (asTold.empty()) asTold = asTELLING(story.asOwn);
     diagnosis = sctDIAGNOSIS(*pCause, places);
@@ -287,8 +339,9 @@ std::string sWHY(const SSH_STORY& story, std::string_view svJump, PLACES& places
 
     const std::vector<std::string> asTold = asTELLING(story.asOwn);
     if (asTold.empty()) return "";
-    v_PLACES_IN(story.asOwn, places);
-    const CAUSE* pCause = pCAUSE_OF(SSH_SAYS, story.asOwn, story.eReached);
+    const std::vector<std::string> asOwn = asOWN_PARTS(story.asOwn, story.eReached);
+    v_PLACES_IN(asOwn, places);
+    const CAUSE* pCause = pCAUSE_OF(SSH_SAYS, asOwn, story.eReached);
     if (const CAUSE* pGreeting = pCAUSE_OF(SSH_SAYS, story.asAll, story.eReached);
         story.eReached == STAGE_GREETING && pGreeting != nullptr)
         pCause = pGreeting;

@@ -39,10 +39,7 @@ struct SSH : TRANSPORT {
     {
         return sSSH_REASON(host, eFailure);
     }
-    WAY sctWAY(const HOST& host, std::string_view svBefore) override
-    {
-        return sctSSH_WAY(host, svBefore);
-    }
+    WAY         sctWAY(const HOST& host) override { return sctSSH_WAY(host); }
     std::string sLOG(const HOST& host) override { return sSSH_LOG(host); }
     std::string sBY_HAND(const HOST& host, std::string_view svCommand, bool bPath) override
     {
