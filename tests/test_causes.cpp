@@ -95,12 +95,15 @@ TEST(CAUSE_TABLE, a_cure_can_be_pasted_whatever_the_names)
 {
     EXPECT_EQ(sctDIAGNOSIS(sctCAUSE("not-registered"), {{"host", "a; rm b"}}).sCure,
               "vk_config_client -c 'a; rm b' -o Linux");
+    const PLACES places{{"host", "{host};b"}};
+    EXPECT_EQ(sCURE_FILLED(sCURE_FILLED("on {host}", places), places), "on '{''host};b'");
+    EXPECT_EQ(sCURE_FILLED("psql -c \"name = '{host}'\"", places), "psql -c \"name = '...'\"");
     const std::string sChanged = "Host key for a has changed\n  ssh-keygen -f \"/k n\" -R \"";
     for (const auto& [sTail, cpWord] :
          {std::pair{"[::1]:22\"", "'[::1]:22'"}, std::pair{"a\"; rm $(b) \"", "'a\"; rm $(b) '"}}) {
-        PLACES    places;
+        PLACES    found;
         DIAGNOSIS diagnosis;
-        sWHY(sctSSH_STORY(sChanged + sTail), "", places, diagnosis);
+        sWHY(sctSSH_STORY(sChanged + sTail), "", found, diagnosis);
         EXPECT_EQ(diagnosis.sCure, std::string("ssh-keygen -f '/k n' -R ") + cpWord);
     }
 }

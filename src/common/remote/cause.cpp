@@ -1,5 +1,6 @@
 #include "cause.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <iterator>
 
@@ -253,10 +254,29 @@ bool bWHOLE_COMMAND(std::string_view svPlace)
     return svPlace == "remove" || svPlace == "permit";
 }
 
-template<typename VALUE_OF>
-std::string sWITH_VALUES(std::string_view svText, const PLACES& places, VALUE_OF sValueOf)
+/* What follows svText stands between quotes. */
+bool bQUOTED(std::string_view svText)
 {
-    std::string s;
+    return std::count(svText.begin(), svText.end(), '"') % 2 != 0 ||
+           std::count(svText.begin(), svText.end(), '\'') % 2 != 0;
+}
+
+/* Between quotes of the text a value that needs some of its own is left to the reader. The
+   others are made such that no place is found in them where the text is filled again. */
+std::string sCURE_WORD(const PLACES::value_type& place, bool bQuoted)
+{
+    if (bWHOLE_COMMAND(place.first)) return place.second;
+    std::string sWord = sSHELL_WORD(SHELL_POSIX, place.second);
+    if (bQuoted && sWord != place.second) return "...";
+    for (size_t u = 0; (u = sWord.find('{', u)) != sWord.npos; u += 3) sWord.insert(u + 1, "''");
+    return sWord;
+}
+
+template<typename VALUE_OF>
+std::string sWITH_VALUES(const std::string_view svAll, const PLACES& places, VALUE_OF sValueOf)
+{
+    std::string      s;
+    std::string_view svText = svAll;
     while (!svText.empty()) {
         const size_t uOpen = svText.find('{');
         const size_t uClose = uOpen == svText.npos ? uOpen : svText.find('}', uOpen);
@@ -264,7 +284,7 @@ std::string sWITH_VALUES(std::string_view svText, const PLACES& places, VALUE_OF
         s += svText.substr(0, uOpen);
         const auto place = places.find(std::string(svText.substr(uOpen + 1, uClose - uOpen - 1)));
         if (place != places.end())
-            s += sValueOf(*place);
+            s += sValueOf(*place, svAll.substr(0, svAll.size() - svText.size() + uOpen));
         else
             s += svText.substr(uOpen, uClose - uOpen + 1);
         svText.remove_prefix(uClose + 1);
@@ -301,15 +321,17 @@ const char* cpSTAGE(STAGE eStage)
 
 std::string sFILLED(std::string_view svText, const PLACES& places)
 {
-    return sWITH_VALUES(svText, places,
-                        [](const PLACES::value_type& place) { return place.second; });
+    return sWITH_VALUES(svText, places, [](const PLACES::value_type& place, std::string_view) {
+        return place.second;
+    });
 }
 
 std::string sCURE_FILLED(std::string_view svText, const PLACES& places)
 {
-    return sWITH_VALUES(svText, places, [](const PLACES::value_type& place) {
-        return bWHOLE_COMMAND(place.first) ? place.second : sSHELL_WORD(SHELL_POSIX, place.second);
-    });
+    return sWITH_VALUES(svText, places,
+                        [](const PLACES::value_type& place, std::string_view svBefore) {
+                            return sCURE_WORD(place, bQUOTED(svBefore));
+                        });
 }
 
 const char* cpPERMIT_COMMAND(std::string_view svMode)
