@@ -307,6 +307,10 @@ TEST_F(CAUSES, failed_checks_name_stage_cause_and_words)
     EXPECT_THAT(TRACE_TEXT(), testing::HasSubstr("command line: ssh -T"));
     EXPECT_THAT(TRACE_TEXT(), testing::HasSubstr("command for alpha: qtc -h"));
     EXPECT_THAT(TRACE_TEXT(), testing::HasSubstr("try: ssh -F "));
+    // What ssh would take for an option is none by hand either.
+    ADD_CLIENT("-oA=b");
+    CONFIG_CLIENT({"-c-oA=b", "-C", "r"});
+    EXPECT_THAT(TRACE_TEXT(), testing::HasSubstr(" -- -oA=b 'qtc -h'"));
     // A later success leaves nothing of it.
     ADD_CLIENT("beta");
     CONFIG_CLIENT({"-c", "beta", "-C", "r"});

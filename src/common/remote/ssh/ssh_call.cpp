@@ -302,8 +302,9 @@ std::string sSSH_BY_HAND(const HOST& host, std::string_view svCommand, bool bPat
     if (bPath && eSHELL_OF(host) == SHELL_POSIX &&
         iCONFIG_CLIENT_DIRECTORY(host.sPlatform.c_str(), "gv_ro_bin", sDirectory))
         sCommand = "PATH=" + sSHELL_WORD(SHELL_POSIX, sDirectory) + ":$PATH; " + sCommand;
-    return sLine + " " + sSHELL_WORD(SHELL_POSIX, host.sName) + " " +
-           sSHELL_WORD(SHELL_POSIX, sMASKED(sCommand));
+    // A name that ssh would take for an option was refused, and is none here either.
+    return sLine + (host.sName.starts_with('-') ? " -- " : " ") +
+           sSHELL_WORD(SHELL_POSIX, host.sName) + " " + sSHELL_WORD(SHELL_POSIX, sMASKED(sCommand));
 }
 
 std::string sSSH_REASON(const HOST& host, FAILURE& eFailure)
