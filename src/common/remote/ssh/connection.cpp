@@ -15,8 +15,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <utility>
 
@@ -25,6 +23,7 @@
 #include "../../text/standard_error.h"
 #include "../../text/text.h"
 #include "../../unix/cm_hal_pipe.h"
+#include "../../unix/read_now.h"
 #include "../cm_remote.h"
 
 namespace fs = std::filesystem;
@@ -266,9 +265,13 @@ CONNECTION& sctCONNECTION(const HOST& host)
 
 std::string sLOG_SINCE(const CONNECTION& connection)
 {
-    std::ifstream log(connection.sLog, std::ios::binary);
-    log.seekg(connection.lLogRead);
-    return std::string(std::istreambuf_iterator<char>(log), {});
+    // A stream would throw where the file cannot be read.
+    constexpr size_t uMOST = size_t{16} << 20;
+    std::string      sText;
+    FD               fd(open(connection.sLog.c_str(), O_RDONLY | O_CLOEXEC));
+    if (fd.bOpen() && lseek(fd.iGet(), connection.lLogRead, SEEK_SET) >= 0)
+        uREAD_NOW(fd, sText, uMOST);
+    return sText;
 }
 
 void v_LOG_MARK(CONNECTION& connection)
