@@ -2,6 +2,7 @@
    symbolic paths mean stands in variables.cpp. */
 #include "config.h"
 
+#include <fcntl.h>
 #include <ini.h>
 #include <unistd.h>
 
@@ -205,18 +206,31 @@ void UNUSABLE(CONFIG& config, const std::string& sReason)
     v_STDERR("%s", sReason.c_str());
 }
 
+/* All of a file; a read that is interrupted is made again. Result 0: errno says why not. */
+int iREAD_ALL(const std::string& sFile, std::string& sText)
+{
+    const FD fd(open(sFile.c_str(), O_RDONLY | O_CLOEXEC));
+    char     acPart[4096];
+    while (fd.bOpen()) {
+        const ssize_t lRead = read(fd.iGet(), acPart, sizeof acPart);
+        if (lRead == 0) return 1;
+        if (lRead < 0 && errno != EINTR) break;
+        if (lRead > 0) sText.append(acPart, static_cast<size_t>(lRead));
+    }
+    return 0;
+}
+
 void READ_FILE(const std::string& sFile, CONFIG& config)
 {
-    const STREAM pFile{std::fopen(sFile.c_str(), "re")};
-    if (!pFile && errno == ENOENT) return;
+    std::string sText;
+    const int   iRead = iREAD_ALL(sFile, sText);
+    if (!iRead && errno == ENOENT) return;
     config.sFile = sFile;
     const std::string sCannot = "\"" + sFile + "\": ";
-    if (!pFile) return UNUSABLE(config, "cannot read " + sCannot + std::strerror(errno));
-    errno = 0;
-    const int iBadLine = iPARSE(pFile.get(), config);
-    if (iBadLine < 0 || std::ferror(pFile.get()) != 0)
-        return UNUSABLE(config,
-                        "cannot read " + sCannot + std::strerror(errno != 0 ? errno : ENOMEM));
+    if (!iRead) return UNUSABLE(config, "cannot read " + sCannot + std::strerror(errno));
+    const STREAM pFile{fmemopen(sText.data(), sText.size(), "r")};
+    const int    iBadLine = pFile ? iPARSE(pFile.get(), config) : -1;
+    if (iBadLine < 0) return UNUSABLE(config, "cannot read " + sCannot + std::strerror(ENOMEM));
     if (iBadLine > 0)
         UNUSABLE(config, "cannot parse " + sCannot + "line " + std::to_string(iBadLine) +
                              " is neither a section nor key = value");

@@ -99,7 +99,9 @@ int iLISTEN(TALK& talk, COPY_PROGRESS* pProgress, DONE bDone)
         const bool bEnded = fds[0].bReady;
         READ_BOUNDED(talk.child.fdOut, talk.sOut);
         READ_BOUNDED(talk.child.fdErr, talk.sErr);
-        if (bEnded) return bDone(talk.sOut);
+        // Without its output no answer comes any more.
+        const bool bMute = talk.child.fdIn.bOpen() && !talk.child.fdOut.bOpen();
+        if (bEnded || bMute) return bDone(talk.sOut);
     }
     return 1;
 }
