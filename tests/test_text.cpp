@@ -75,6 +75,11 @@ TEST(TEXT, passwords_are_masked_in_every_form_they_take)
     ASSERT_TRUE(iCMD(szCmd, SHELL_WINDOWS, "qtc -p %s -N \"a:%s\"", sPassword, sPassword));
     EXPECT_THAT(sMASKED(szCmd), testing::Not(testing::HasSubstr("w$rd")));
     EXPECT_EQ(sMASKED("nothing here"), "nothing here");
+    // A client's output has lost control characters, and is shown as one line.
+    v_SECRET(
+        "top\tse\x01\xC2\x85"
+        "cret\nline");
+    EXPECT_EQ(sMASKED("top secret, line, top se  cret line"), "***, ***, ***");
 }
 
 TEST(PATTERN, hits_where_its_texts_or_its_name_stand)

@@ -39,6 +39,28 @@ void ADD_SECRET(const std::string& s)
                    s);
 }
 
+/* Control characters are gone, or blanks, where a text comes from or is shown. */
+void ADD_CLEANED(std::string_view svPassword)
+{
+    if (!bHAS_CONTROLS(svPassword)) return;
+    if (sONE_LINE(svPassword).find_first_not_of(' ') == std::string::npos) return;
+    ADD_SECRET(sONE_LINE(svPassword));
+    while (!svPassword.empty()) {
+        const size_t uEnd = std::min(svPassword.find('\n'), svPassword.size());
+        std::string  sLine;
+        for (const char c : svPassword.substr(0, uEnd))
+            if (c == '\t' || !bHAS_CONTROLS({&c, 1})) sLine += c == '\t' ? ' ' : c;
+        for (size_t u = sLine.find('\xC2'); u != sLine.npos; u = sLine.find('\xC2', u))
+            if (bHAS_CONTROLS(std::string_view(sLine).substr(u, 2)))
+                sLine.erase(u, 2);  // C2 80 to C2 9F
+            else
+                u++;
+        if (sLine.size() >= uSEARCHED && sLine.find_first_not_of(' ') != sLine.npos)
+            ADD_SECRET(sLine);
+        svPassword.remove_prefix(std::min(uEnd + 1, svPassword.size()));
+    }
+}
+
 std::string sREPLACED(std::string_view svText)
 {
     std::string s(svText);
@@ -60,6 +82,7 @@ void v_SECRET(std::string_view svPassword, SECRET_PLACE ePlace)
     /* The same text as statements and command lines carry it. */
     ADD_SECRET(std::string(svPassword));
     ADD_SECRET(sVALID_UTF8(svPassword));
+    ADD_CLEANED(svPassword);
     ADD_SECRET(sDOUBLED(svPassword, '\''));
     ADD_SECRET(sDOUBLED(svPassword, '"'));
     for (const SHELL eShell : {SHELL_POSIX, SHELL_WINDOWS}) {
