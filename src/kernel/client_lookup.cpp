@@ -58,7 +58,7 @@ int iTEST_IF_ALREADY_IN_DATABASE(SCT_ARGS* pArg, const char* szAccessMode)
     iDB_SEL_GET(&sctList, 1, szReply, &strLog, "client_id", pArg->szNodeId, "data_mover",
                 pArg->szDataMover, "os", pArg->szOpersys, "platform", pArg->szPlatform,
                 "accessmode", pArg->szAccessMode, "d");
-    if (std::strcmp(szAccessMode, "CTRL") == 0 || std::strcmp(szAccessMode, "VKSSH") == 0) {
+    if (bIS(szAccessMode, "CTRL") || bIS(szAccessMode, "VKSSH")) {
         TRACE("Use access mode %s given via command line parameter -m", szAccessMode);
         iTEXT_SET(pArg->szAccessMode, szAccessMode);
     }

@@ -69,7 +69,7 @@ void v_REFRESH_ROW(SCT_ARGS* pArg)
 /* An existing client has an operating system; a new one must be given one. */
 void v_REQUIRE_OPERATING_SYSTEM(SCT_ARGS* pArg)
 {
-    if (pArg->szOpersys[0] != '\0' && std::strcmp(pArg->szOpersys, "NULL") != 0) return;
+    if (bGIVEN(pArg->szOpersys)) return;
     TRACE("OS (-o) parameter is mandatory for adding a new client");
     TRACE("--- INSERT_INTO_DATABASE  OS (-o) parameter is mandatory for adding a new client");
     v_END_RUN(pArg, VK_ERROR, MSG_E006);
@@ -187,7 +187,7 @@ void v_COMPLETE_INTERFACES(const SCT_ARGS* pArg)
     i_get_default2("vk_conf_default_interface_prefix", "gv_default_interface_prefix", szPrefix,
                    strLog);
     TRACE("default interface prefix is \"%s\"", szPrefix);
-    const bool bHttpsFirst = std::strcmp(szPrefix, "https") == 0;
+    const bool bHttpsFirst = bIS(szPrefix, "https");
     iDB_TRANSACTION(sNOT_STORED(cpWhat, pArg), strLog, [&] {
         if (!iHOLD(pArg, cpWhat)) return 0;
         if (!iINTERFACES_MISSING(pArg)) return 1;

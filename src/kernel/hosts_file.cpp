@@ -19,8 +19,7 @@ void v_CHOOSE_FILE(const SCT_ARGS* pArg, char (&szHostFile)[1024])
     const char* cpConfigured = read_glbv("gv_hosts_file");
     if (cpConfigured[0] != '\0') {
         iTEXT_SET(szHostFile, cpConfigured);
-    } else if (std::strcmp(pArg->szVelkaPlatf, "UNIX") == 0 ||
-               std::strcmp(pArg->szVelkaPlatf, "LINUX") == 0) {
+    } else if (bIS(pArg->szVelkaPlatf, "UNIX") || bIS(pArg->szVelkaPlatf, "LINUX")) {
         iTEXT_SET(szHostFile, "/etc/hosts");
     } else {
         const char* cpRoot = std::getenv("SYSTEMROOT");

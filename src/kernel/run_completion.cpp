@@ -66,7 +66,7 @@ void ZFINISH(const char* cpTxt, int iExit, char cDelFlg, SCT_ARGS* pArg)
     TRACE("+++ ZFINISH  Exit: %d Msg: %s", iExit, cpTxt);
     if (iExit != VK_SUCCESS) v_RUN_FAILED(cpTxt, pArg);
     FPROT(0, cpTxt);
-    if (std::strcmp(pArg->szPlatform, "WNT") == 0) iTEXT_SET(pArg->szPlatform, "Windows");
+    if (bIS(pArg->szPlatform, "WNT")) iTEXT_SET(pArg->szPlatform, "Windows");
     if (iExit != VK_SUCCESS && strLog.iLogLevel > 2)
         WRITE_TRACE(&strLog, "Delete flag: %c'", cDelFlg);
 

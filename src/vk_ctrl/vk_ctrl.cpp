@@ -14,6 +14,7 @@
 
 #include "common/config/config.h"
 #include "common/config/variables.h"
+#include "common/text/immortal.h"
 #include "common/text/program.h"
 #include "common/text/text.h"
 #include "common/unix/cm_hal_pipe.h"
@@ -104,8 +105,8 @@ extern const PROGRAM sctPROGRAM{"vk_ctrl", "", '\0', asvLEFT_TO_FINISH};
 
 CALLER& sctCALLER()
 {
-    static auto& caller = *new CALLER;
-    return caller;
+    static IMMORTAL<CALLER> caller;
+    return caller.Get();
 }
 
 int iREFUSE(const std::string& sCause)

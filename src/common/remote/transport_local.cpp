@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "../config/variables.h"
+#include "../text/immortal.h"
 #include "transport.h"
 #include "wrapper.h"
 
@@ -67,6 +68,6 @@ struct LOCAL : TRANSPORT {
 
 TRANSPORT& LOCAL_TRANSPORT()
 {
-    static LOCAL& transport = *new LOCAL;
-    return transport;
+    static IMMORTAL<LOCAL> transport;
+    return transport.Get();
 }

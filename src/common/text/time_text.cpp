@@ -12,10 +12,6 @@
 
 namespace {
 
-struct STAMP {
-    int iYear = 0, iMonth = 0, iDay = 0, iHour = 0, iMinute = 0, iSecond = 0;
-};
-
 tm sctLOCAL(time_t lSeconds)
 {
     tm sctTm{};
@@ -23,84 +19,32 @@ tm sctLOCAL(time_t lSeconds)
     return sctTm;
 }
 
-std::string sTIME(const char* cpFormat, time_t lSeconds)
+/* In the form of strftime; zeros in front fill it up to uLength, since a year below
+   1000 comes with fewer digits. */
+std::string sTIME(const char* cpFormat, const tm& sctTm, size_t uLength = 0)
 {
-    const tm sctTm = sctLOCAL(lSeconds);
-    char     szTime[64];
-    return {szTime, std::strftime(szTime, sizeof szTime, cpFormat, &sctTm)};
+    char        szTime[64];
+    std::string sTime(szTime, std::strftime(szTime, sizeof szTime, cpFormat, &sctTm));
+    if (sTime.size() < uLength) sTime.insert(0, uLength - sTime.size(), '0');
+    return sTime;
 }
 
 constexpr char szISO[] = "%Y-%m-%d %H:%M:%S";
 
-int iDAYS(int iYear, int iMonth)
+std::string sISO(const tm& sctTm)
 {
-    constexpr int aiDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-    const bool    bLeap = (iYear % 4 == 0 && iYear % 100 != 0) || iYear % 400 == 0;
-    return iMonth == 2 && bLeap ? 29 : aiDays[iMonth - 1];
+    return sTIME(szISO, sctTm, std::strlen("YYYY-MM-DD hh:mm:ss"));
 }
 
-bool bPOSSIBLE(const STAMP& s)
+/* Reads a text that is in a form to the letter. What strptime lets pass besides (blanks,
+   signs, missing digits, 30 February) does not come out as it went in. */
+int iREAD_STAMP(const char* cpText, const char* cpFormat, tm& sctTm)
 {
-    return s.iYear >= 1 && s.iMonth >= 1 && s.iMonth <= 12 && s.iDay >= 1 &&
-           s.iDay <= iDAYS(s.iYear, s.iMonth) && s.iHour <= 23 && s.iMinute <= 59 &&
-           s.iSecond <= 59;
-}
-
-/* Reads a stamp of the shape of cpShape, in which the letters Y M D h m s stand
-   for the digits of their fields and anything else for itself. */
-int iREAD_STAMP(const char* cpText, const char* cpShape, STAMP& stamp)
-{
-    if (std::strlen(cpText) != std::strlen(cpShape)) return 0;
-    stamp = {};
-    for (; *cpShape != '\0'; cpShape++, cpText++) {
-        int* pField = nullptr;
-        switch (*cpShape) {
-            case 'Y':
-                pField = &stamp.iYear;
-                break;
-            case 'M':
-                pField = &stamp.iMonth;
-                break;
-            case 'D':
-                pField = &stamp.iDay;
-                break;
-            case 'h':
-                pField = &stamp.iHour;
-                break;
-            case 'm':
-                pField = &stamp.iMinute;
-                break;
-            case 's':
-                pField = &stamp.iSecond;
-                break;
-            default:
-                if (*cpText != *cpShape) return 0;
-                continue;
-        }
-        if (*cpText < '0' || *cpText > '9') return 0;
-        *pField = *pField * 10 + (*cpText - '0');
-    }
-    return bPOSSIBLE(stamp);
-}
-
-std::string sSTAMP(const STAMP& s)
-{
-    char szTime[96];
-    x_Snprintf(szTime, sizeof szTime, "%04d-%02d-%02d %02d:%02d:%02d", s.iYear, s.iMonth, s.iDay,
-               s.iHour, s.iMinute, s.iSecond);
-    return szTime;
-}
-
-time_t lFROM_UTC(const STAMP& s)
-{
-    tm sctTm{};
-    sctTm.tm_year = s.iYear - 1900;
-    sctTm.tm_mon = s.iMonth - 1;
-    sctTm.tm_mday = s.iDay;
-    sctTm.tm_hour = s.iHour;
-    sctTm.tm_min = s.iMinute;
-    sctTm.tm_sec = s.iSecond;
-    return timegm(&sctTm);
+    sctTm = {};
+    if (strptime(cpText, cpFormat, &sctTm) == nullptr || sctTm.tm_year <= -1900) return 0;
+    tm sctTrue = sctTm;
+    timegm(&sctTrue);
+    return sTIME(cpFormat, sctTrue, std::strlen(cpText)) == cpText;
 }
 
 /* Seconds since 1970: up to 11 digits, the year 5138. */
@@ -115,12 +59,12 @@ int iREAD_SECONDS(const char* cpText, time_t& lSeconds)
 
 std::string sISO_STAMP(const char* cpText)
 {
-    STAMP  stamp;
+    tm     sctTm{};
     time_t lSeconds = 0;
-    if (iREAD_STAMP(cpText, "YYYY-MM-DD hh:mm:ss", stamp)) return sSTAMP(stamp);
-    if (iREAD_STAMP(cpText, "YYYYMMDDhhmmss", stamp)) return sSTAMP(stamp);
-    if (iREAD_STAMP(cpText, "YYYY-MM-DDThh:mm:ssZ", stamp)) return sTIME(szISO, lFROM_UTC(stamp));
-    if (iREAD_SECONDS(cpText, lSeconds)) return sTIME(szISO, lSeconds);
+    if (iREAD_STAMP(cpText, szISO, sctTm) || iREAD_STAMP(cpText, "%Y%m%d%H%M%S", sctTm))
+        return sISO(sctTm);
+    if (iREAD_STAMP(cpText, "%Y-%m-%dT%H:%M:%SZ", sctTm)) return sISO(sctLOCAL(timegm(&sctTm)));
+    if (iREAD_SECONDS(cpText, lSeconds)) return sISO(sctLOCAL(lSeconds));
     return "";
 }
 
@@ -130,7 +74,7 @@ std::string sLOCAL_TIME(bool bMilliseconds)
 {
     timeval sctNow{};
     gettimeofday(&sctNow, nullptr);
-    std::string sTime = sTIME(szISO, sctNow.tv_sec);
+    std::string sTime = sISO(sctLOCAL(sctNow.tv_sec));
     if (!bMilliseconds) return sTime;
     char szMilliseconds[16];
     x_Snprintf(szMilliseconds, sizeof szMilliseconds, ".%03ld", sctNow.tv_usec / 1000);
@@ -142,16 +86,16 @@ char* time_get_N(char* szBuf, size_t uSize)
     if (uSize == 0) return szBuf;
     const time_t lNow = time(nullptr);
     if (szBuf[0] == 'I')
-        iTEXT_COPY(szBuf, uSize, sTIME("%Y%m%d%H%M%S_", lNow) + std::to_string(getpid()));
+        iTEXT_COPY(szBuf, uSize, sTIME("%Y%m%d%H%M%S_", sctLOCAL(lNow)) + std::to_string(getpid()));
     else
-        iTEXT_COPY(szBuf, uSize, sTIME(szISO, lNow));
+        iTEXT_COPY(szBuf, uSize, sISO(sctLOCAL(lNow)));
     return szBuf;
 }
 
 const char* psz_now_iso()
 {
     static char szNow[32];
-    iTEXT_SET(szNow, sTIME(szISO, time(nullptr)));
+    iTEXT_SET(szNow, sISO(sctLOCAL(time(nullptr))));
     return szNow;
 }
 

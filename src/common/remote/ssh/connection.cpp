@@ -20,6 +20,7 @@
 
 #include "../../config/variables.h"
 #include "../../text/command_line.h"
+#include "../../text/immortal.h"
 #include "../../text/standard_error.h"
 #include "../../text/text.h"
 #include "../../unix/cm_hal_pipe.h"
@@ -44,14 +45,14 @@ struct PRIVATE_DIRECTORY {
 
 PRIVATE_DIRECTORY& DIRECTORY()
 {
-    static auto& directory = *new PRIVATE_DIRECTORY;
-    return directory;
+    static IMMORTAL<PRIVATE_DIRECTORY> directory;
+    return directory.Get();
 }
 
 std::map<std::string, CONNECTION>& CONNECTIONS()
 {
-    static auto& connections = *new std::map<std::string, CONNECTION>;
-    return connections;
+    static IMMORTAL<std::map<std::string, CONNECTION>> connections;
+    return connections.Get();
 }
 
 std::string sBASE_NAME()

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <set>
 
+#include "../../text/immortal.h"
 #include "../../text/secret.h"
 #include "../command.h"
 #include "../request.h"
@@ -25,8 +26,8 @@ constexpr mode_t      uPERMISSIONS = 0755;  // of the source, that a copy has by
 
 std::set<std::string>& WITHOUT_GATE()
 {
-    static auto& names = *new std::set<std::string>;
-    return names;
+    static IMMORTAL<std::set<std::string>> names;
+    return names.Get();
 }
 
 bool bGATE(const HOST& host)
@@ -164,6 +165,6 @@ private:
 
 TRANSPORT& CTRL_TRANSPORT()
 {
-    static CTRL& transport = *new CTRL;
-    return transport;
+    static IMMORTAL<CTRL> transport;
+    return transport.Get();
 }

@@ -5,6 +5,7 @@
 #include <map>
 
 #include "../../config/variables.h"
+#include "../../text/immortal.h"
 #include "../../text/secret.h"
 #include "../command.h"
 #include "../transport.h"
@@ -115,6 +116,6 @@ private:
 
 TRANSPORT& SSH_TRANSPORT()
 {
-    static SSH& transport = *new SSH;
-    return transport;
+    static IMMORTAL<SSH> transport;
+    return transport.Get();
 }
