@@ -224,6 +224,11 @@ TEST_F(FAILURES, a_database_that_goes_away_under_a_run_keeps_its_verdict)
               "E004-HOSTS   Error during access to database  (ERROR: column \"data_mover\" does "
               "not exist at character 23)");
     SQL("alter table clients rename dm to data_mover");
+    SQL("alter table clients rename os_user to ou");
+    EXPECT_EQ(CONFIG_CLIENT({"-c", "alpha", "-C", "r"}).iExit, 1);
+    EXPECT_THAT(COLUMN("alpha", "msg"), HasSubstr("cannot read what the database knows of alpha"));
+    EXPECT_THAT(CLIENT_LOG("alpha"), ElementsAre());
+    SQL("alter table clients rename ou to os_user");
 
     // A connection that the server has closed meanwhile costs nothing.
     STARTED_RUN blinked = START_AT_GATE();

@@ -48,6 +48,27 @@ TEST_F(MESSAGES, full_texts_stand_as_the_user_knows_them)
     }
 }
 
+/* Other programs read these texts: who changes one on purpose changes the sum. */
+TEST_F(MESSAGES, texts_of_every_language_and_the_usage_stay_to_the_letter)
+{
+    const auto uSUM = [](uint32_t uSum, std::string_view svText) {
+        for (const char c : svText) uSum = (uSum ^ static_cast<unsigned char>(c)) * 16777619U;
+        return uSum;
+    };
+    const std::pair<LANGUAGES, uint32_t> asRow[] = {
+        {LANG_DE, 2879577224U}, {LANG_BY, 1740059363U}, {LANG_FR, 1615903463U}};
+    for (const auto& [eLanguage, uWanted] : asRow) {
+        uint32_t uSum = 2166136261U;
+        for (int i = 0; i < MESSAGE_COUNT; ++i)
+            uSum = uSUM(uSum, svMESSAGE_TEXT(static_cast<MESSAGE_ID>(i), eLanguage));
+        EXPECT_EQ(uSum, uWanted) << eLanguage;
+    }
+    testing::internal::CaptureStdout();
+    USAGE();
+    const std::string sUsage = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(uSUM(2166136261U, sUsage.substr(sUsage.find('\n'))), 55820992U);
+}
+
 TEST_F(MESSAGES, a_language_without_a_text_shows_the_text_of_its_neighbour)
 {
     const std::vector<MESSAGE_ID> french = {MSG_E004, MSG_E005, MSG_E020, MSG_I001, MSG_I005};

@@ -43,6 +43,8 @@ TEST(TEXT, is_cut_at_a_character_and_stays_valid)
     EXPECT_STREQ(szEight, "1234567");
     x_Snprintf(szEight, sizeof szEight, "12345%s", "ä");
     EXPECT_STREQ(szEight, "12345ä");
+    x_Snprintf(szEight, sizeof szEight, "%s", "123456ä");
+    EXPECT_STREQ(szEight, "123456") << "one byte too long";
     EXPECT_FALSE(iTEXT_SET(szEight, "1234567ä"));
     EXPECT_STREQ(szEight, "1234567");
 }
@@ -212,6 +214,7 @@ TEST(STATEMENT, values_are_quoted_where_they_stand)
     EXPECT_FALSE(iSQL(szSql, "a=%s", "1 or true")) << "a text outside quotes";
     EXPECT_FALSE(iSQL(szSql, "a='x' and b=%s", "1 or true"));
     EXPECT_FALSE(iSQL(szSql, "a=%d", "1")) << "a text for a number";
+    EXPECT_FALSE(iSQL(szSql, "a='%s'", 1)) << "a number for a text";
     EXPECT_FALSE(iSQL(szSql, "a='%s' %s", "x")) << "a value is missing";
     EXPECT_STREQ(szSql, "");
 }
