@@ -79,9 +79,8 @@ void OUTPUT_SINK::AddToLine(std::string_view svBytes)
 void OUTPUT_SINK::Finish()
 {
     if (!m_sLine.empty()) Line();
-    if (m_bDropped && m_output.LL_Lines != nullptr) {
+    if (m_bDropped && m_output.LL_Lines != nullptr)
         InsLastLLf(m_output.LL_Lines, m_output.sLastLine.size() + 1, m_output.sLastLine.c_str());
-    }
     m_bDropped = false;
     if (m_uFile <= uOUTPUT_MAX) return;
     m_uFile = 0;

@@ -51,9 +51,8 @@ struct LOCAL : TRANSPORT {
         fs::create_directories(target.parent_path(), error);
         if (error) return iFAILED("make the folder of");
         fs::copy_file(sSource, part, fs::copy_options::overwrite_existing, error);
-        if (!error && fs::file_size(part, error) != fs::file_size(sSource, error) && !error) {
+        if (!error && fs::file_size(part, error) != fs::file_size(sSource, error) && !error)
             error = std::make_error_code(std::errc::io_error);
-        }
         if (error) return iFAILED("write");
         if (cpMode != nullptr) {
             fs::permissions(part, static_cast<fs::perms>(std::strtoul(cpMode, nullptr, 8)), error);

@@ -28,9 +28,8 @@ std::string sRANDOM_MARK()
 
 std::string_view svWITHOUT_SEPARATOR(std::string_view svDirectory)
 {
-    while (svDirectory.size() > 1 && (svDirectory.back() == '/' || svDirectory.back() == '\\')) {
+    while (svDirectory.size() > 1 && (svDirectory.back() == '/' || svDirectory.back() == '\\'))
         svDirectory.remove_suffix(1);
-    }
     return svDirectory;
 }
 

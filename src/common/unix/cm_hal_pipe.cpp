@@ -103,9 +103,8 @@ bool bMAKE_PIPE(PIPE& sctPipe)
 std::vector<std::string> asENVIRONMENT(const CHILD_SPEC& sctSpec)
 {
     std::vector<std::string> asAll;
-    for (const auto& [sName, sValue] : sctSpec.asEnvironment) {
+    for (const auto& [sName, sValue] : sctSpec.asEnvironment)
         asAll.push_back(std::string(sName).append("=").append(sValue));
-    }
     const std::vector<std::string> asAdded = asAll;
     for (char** ppVar = environ; *ppVar != nullptr; ++ppVar) {
         const std::string sVar = *ppVar;
@@ -147,9 +146,8 @@ struct CHILD_SIDE {
     for (int iSignal : aiSignal) signal(iSignal, SIG_DFL);
     signal(SIGPIPE, SIG_DFL);
     if (bSignalsSetUp) sigprocmask(SIG_SETMASK, &setInWait, nullptr);
-    if (!bGone && dup2(side.iIn, 0) >= 0 && dup2(side.iOut, 1) >= 0 && dup2(side.iErr, 2) >= 0) {
+    if (!bGone && dup2(side.iIn, 0) >= 0 && dup2(side.iOut, 1) >= 0 && dup2(side.iErr, 2) >= 0)
         execvpe(side.ppArgument[0], side.ppArgument, side.ppEnvironment);
-    }
     const int iErrno = errno;
     static_cast<void>(!write(side.iFailure, &iErrno, sizeof iErrno));
     _exit(127);

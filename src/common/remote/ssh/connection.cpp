@@ -169,9 +169,8 @@ PACKET acPACKET(uint32_t uType, uint32_t uValue)
 {
     PACKET         acPacket{};
     const uint32_t auWord[] = {8, uType, uValue};
-    for (size_t u = 0; u < acPacket.size(); ++u) {
+    for (size_t u = 0; u < acPacket.size(); ++u)
         acPacket[u] = static_cast<uint8_t>(auWord[u / 4] >> (24 - 8 * (u % 4)));
-    }
     return acPacket;
 }
 

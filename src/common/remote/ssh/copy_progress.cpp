@@ -24,9 +24,8 @@ std::string sFIND_DESCRIPTOR(const COPY_PROGRESS& progress, pid_t iPid)
     for (fs::directory_iterator it(sProcess + "/fd", error), end; !error && it != end;
          it.increment(error)) {
         std::error_code ignored;
-        if (fs::read_symlink(it->path(), ignored).string() == progress.sSource) {
+        if (fs::read_symlink(it->path(), ignored).string() == progress.sSource)
             return sProcess + "/fdinfo/" + it->path().filename().string();
-        }
     }
     return {};
 }

@@ -154,9 +154,8 @@ long lLISTED_SIZE(const std::string& sOut)
 std::string sFOLDERS(const std::string& sPath)
 {
     std::string sCommands;
-    for (size_t u = sPath.find('/', 1); u != std::string::npos; u = sPath.find('/', u + 1)) {
+    for (size_t u = sPath.find('/', 1); u != std::string::npos; u = sPath.find('/', u + 1))
         sCommands += "-mkdir " + sQUOTED(sPath.substr(0, u)) + "\n";
-    }
     return sCommands;
 }
 
@@ -164,9 +163,8 @@ std::string sFOLDERS(const std::string& sPath)
 long lFREE_BYTES(CHILD_SPEC& sctSpec, const std::string& sPath)
 {
     std::string sOut;
-    if (!iBATCH(sctSpec, "df " + sQUOTED(sPath.substr(0, sPath.rfind('/') + 1)) + "\n", sOut)) {
+    if (!iBATCH(sctSpec, "df " + sQUOTED(sPath.substr(0, sPath.rfind('/') + 1)) + "\n", sOut))
         return -1;
-    }
     const size_t uHead = sOut.find("Avail");
     const size_t uLine = uHead == std::string::npos ? uHead : sOut.find('\n', uHead);
     if (uLine == std::string::npos) return -1;
@@ -300,9 +298,8 @@ TRIED eTRY(TRANSFER& transfer, const std::string& sBefore, std::string& sReason)
     COPY_PROGRESS progress(transfer.sSource, transfer.lSize);
     const auto    bListed = [](const std::string& s) { return lLISTED_SIZE(s) >= 0; };
     if (!iSTART(talk, transfer.sctSpec, sReason)) return TRIED_FAILED;
-    if (bSEND(talk, sBefore + sWRITE_COMMANDS(transfer)) && iLISTEN(talk, &progress, bListed)) {
+    if (bSEND(talk, sBefore + sWRITE_COMMANDS(transfer)) && iLISTEN(talk, &progress, bListed))
         return iGIVE_NAME(transfer, talk, sReason) ? TRIED_DONE : TRIED_FAILED;
-    }
     const bool bNoFolder = talk.sErr.find("No such file or directory") != std::string::npos;
     if (bNoFolder && !talk.bLate && sBefore.empty()) return TRIED_NO_FOLDER;
     sReason = sWHY_FAILED(transfer, talk);

@@ -75,9 +75,8 @@ int iJUMP_COMMAND(const HOST& host, const std::vector<std::string>& asConfig, in
                                     "-o",  "ConnectTimeout=" + std::to_string(iConnectTimeout)};
     asWord.insert(asWord.end(), asConfig.begin(), asConfig.end());
     if (!mover.sUser.empty()) asWord.insert(asWord.end(), {"-l", mover.sUser});
-    for (const std::string& s : asWord) {
+    for (const std::string& s : asWord)
         sCommand += sPERCENT_DOUBLED(sSHELL_WORD(SHELL_POSIX, s)) + " ";
-    }
     sCommand += "-W '[%h]:%p' -- " + sMover;
     return 1;
 }

@@ -65,9 +65,8 @@ struct CTRL : TRANSPORT {
     {
         REQUEST     request;
         std::string sLine;
-        if (!bGATE(host)) {
+        if (!bGATE(host))
             return SSH_TRANSPORT().iFORM(host, sPort, svCommand, iConnectTimeout, sctSpec, sReason);
-        }
         if (!iREQUEST_OF(host, svCommand, request, sReason) ||
             !iLINE(host, request, sLine, sReason)) {
             return 0;
