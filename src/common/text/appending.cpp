@@ -67,7 +67,8 @@ int iMAKE_DIRECTORY(const std::string& sDirectory)
 
 int iOPEN_APPEND(const std::string& sFile)
 {
-    constexpr int iFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY;
+    // Not blocking: a pipe of that name would hold the run until somebody reads it.
+    constexpr int iFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
     const int     iFd = open(sFile.c_str(), iFlags, 0640);
     if (iFd >= 0 || errno != ENOENT) return iFd;
     if (!iMAKE_DIRECTORY(sFile.substr(0, sFile.rfind('/') + 1))) return -1;
