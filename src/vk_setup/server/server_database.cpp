@@ -372,11 +372,11 @@ int iGRANT(PGconn* pMaker, const CONNECTION_TEXT& text, PGconn* pConn, const SCH
         if (!iMAKE_MEMBER(pMaker, text.sUser, sRole)) return 0;
         asTable = sctGAPS(pConn, schema).asForbidden;
     }
+    const std::string sTo = " to " + sIDENTIFIER(sRole);
+    const std::string sRights = "rights of " + sRole + " on table ";
     for (const std::string& sTable : asTable)
-        iDone &= iMAKE(pMaker,
-                       "grant select,insert,update,delete on " + sIDENTIFIER(sTable) + " to " +
-                           sIDENTIFIER(sRole),
-                       "rights of " + sRole + " on table " + sTable);
+        iDone &= iMAKE(pMaker, "grant select,insert,update,delete on " + sIDENTIFIER(sTable) + sTo,
+                       sRights + sTable);
     return iDone;
 }
 
