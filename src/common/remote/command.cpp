@@ -84,17 +84,14 @@ std::string sTIMEOUT(const HOST& host, const LIMITS& limits, const RUNNING& runn
 }
 
 /* Why there was no second mark though no limit has passed. */
-std::string sBROKEN(const HOST& host, TRANSPORT& transport, const RUNNING& running, const WAY& way,
-                    const std::string& sBefore, FAILURE& eFailure)
+std::string sBROKEN(const HOST& host, const RUNNING& running, const ATTEMPT& attempt)
 {
-    std::string sReason = transport.sREASON(host, eFailure);
-    if (!way.sReason.empty()) return way.sReason;
-    if (!sReason.empty()) return sReason;
+    if (!attempt.way.sReason.empty()) return attempt.way.sReason;
     if (running.marks.eState() == MARK_READER::RUNNING)
         return "Connection to " + host.sName + " was lost before the command ended";
     OUTPUT      noise;
     OUTPUT_SINK sink(noise);
-    sink.Take(sBefore);
+    sink.Take(attempt.sBefore);
     sink.Finish();
     if (!noise.sLastLine.empty()) return noise.sLastLine;
     return "Connection to " + host.sName +
@@ -123,9 +120,8 @@ void JUDGE(const HOST& host, TRANSPORT& transport, const LIMITS& limits, LISTENE
         outcome.eFailure = FAILURE_OTHER;
         outcome.sReason = std::string("cannot wait for the command: ") + std::strerror(errno);
     } else {
-        outcome.eFailure = FAILURE_OTHER;
-        outcome.sReason =
-            sBROKEN(host, transport, running, attempt.way, attempt.sBefore, outcome.eFailure);
+        outcome.eFailure = attempt.way.bRefused ? FAILURE_REFUSED : FAILURE_OTHER;
+        outcome.sReason = sBROKEN(host, running, attempt);
     }
     outcome.diagnosis = sctATTEMPT_DIAGNOSIS(attempt);
 }

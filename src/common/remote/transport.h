@@ -22,7 +22,8 @@ enum FAILURE {
 /* The way that the command formed last took. */
 struct WAY {
     STAGE       eReached = STAGE_PROGRAM;  // the stage that it was in at last
-    std::string sReason;                   // what the transport says of a failure
+    std::string sReason;                   // why it failed, for the user; "" when it says nothing
+    bool        bRefused = false;          // the host admits nobody who comes so
     DIAGNOSIS   diagnosis;                 // and what shows in that
     PLACES      places;                    // what is known of the host
 };
@@ -36,10 +37,6 @@ struct TRANSPORT {
     virtual int iFORM(const HOST& host, const std::string& sPort, std::string_view svCommand,
                       int iConnectTimeout, CHILD_SPEC& sctSpec, std::string& sReason) = 0;
 
-    /* Why the command that was formed last brought no second mark, in the
-       transport's own words, for the user; "" when it has none. eFailure becomes
-       FAILURE_REFUSED where the words say so, and stays as it is otherwise. */
-    virtual std::string sREASON(const HOST& host, FAILURE& eFailure) = 0;
     /* The way that the command formed last took, and whom it reached (in the run's record).
        Where it ended at a host in between, that way is taken once more, to ask why. */
     virtual WAY sctWAY(const HOST& /*host*/) { return {}; }

@@ -27,7 +27,6 @@ struct LOCAL : TRANSPORT {
         return 1;
     }
 
-    std::string sREASON(const HOST&, FAILURE&) override { return {}; }
     bool        bESTABLISHED(const HOST&) override { return false; }
 
     int iPLACE(const HOST&, const char* cpPath, std::string& sPath, std::string& sReason) override

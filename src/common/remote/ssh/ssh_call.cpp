@@ -21,6 +21,9 @@
 
 namespace {
 
+constexpr const char* cpQUIET = "LogLevel=INFO";
+constexpr const char* cpSTEPS = "LogLevel=DEBUG1";
+
 /* What ssh would read as something else than a host name. */
 bool bHOST_NAME(const std::string& sName)
 {
@@ -62,17 +65,16 @@ int iMODE_CONFIG(const HOST& host, std::string& sConfig, std::string& sReason)
 
 /* The command by which ssh reaches a proxied client through its data mover. */
 int iJUMP_COMMAND(const HOST& host, const std::vector<std::string>& asConfig, int iConnectTimeout,
-                  std::string& sCommand, std::string& sReason)
+                  const char* cpLogLevel, std::string& sCommand, std::string& sReason)
 {
     const std::string& sMover = host.sDataMover;
     if (sMover.empty() || sMover == "NULL") return 1;
     const HOST& mover = sctHOST(sMover.c_str(), "", str_log{});
     if (mover.bLocal) return 1;
     if (!bHOST_NAME(sMover)) return iBAD_NAME(sMover, sReason);
-    std::vector<std::string> asWord{"ssh", "-T",
-                                    "-o",  "BatchMode=yes",
-                                    "-o",  "LogLevel=INFO",
-                                    "-o",  "ConnectTimeout=" + std::to_string(iConnectTimeout)};
+    std::vector<std::string> asWord{
+        "ssh", "-T",       "-o", "BatchMode=yes",
+        "-o",  cpLogLevel, "-o", "ConnectTimeout=" + std::to_string(iConnectTimeout)};
     asWord.insert(asWord.end(), asConfig.begin(), asConfig.end());
     if (!mover.sUser.empty()) asWord.insert(asWord.end(), {"-l", mover.sUser});
     for (const std::string& s : asWord)
@@ -82,7 +84,7 @@ int iJUMP_COMMAND(const HOST& host, const std::vector<std::string>& asConfig, in
 }
 
 int iOPTIONS(const HOST& host, const std::string& sPort, int iConnectTimeout, SSH_OPTIONS& options,
-             std::string& sReason)
+             std::string& sReason, const char* cpJumpLogLevel = cpQUIET)
 {
     std::string       sConfig;
     std::string       sJump;
@@ -92,13 +94,13 @@ int iOPTIONS(const HOST& host, const std::string& sPort, int iConnectTimeout, SS
         !iSSH_CONFIGURATION(sConfig, options.asWord, sReason))
         return 0;
     if (host.sAccessMode == "PROXY" &&
-        !iJUMP_COMMAND(host, options.asWord, iConnectTimeout, sJump, sReason))
+        !iJUMP_COMMAND(host, options.asWord, iConnectTimeout, cpJumpLogLevel, sJump, sReason))
         return 0;
     options.Add("BatchMode=yes");
     options.Add("ConnectTimeout=" + std::to_string(iConnectTimeout));
     options.Add("ServerAliveInterval=5");
     options.Add("ServerAliveCountMax=3");
-    options.Add("LogLevel=INFO");
+    options.Add(cpQUIET);
     options.Add("ClearAllForwardings=yes");
     if (connection.sSocket.empty()) {
         options.Add("ControlMaster=no");
@@ -125,14 +127,10 @@ std::string sUNSHARED(const HOST& host, const std::vector<std::string>& asFirst,
 {
     SSH_OPTIONS options;
     std::string sReason;
-    if (!iOPTIONS(host, "", iCONFIG_CONNECT_TIMEOUT(), options, sReason)) return "";
+    if (!iOPTIONS(host, "", iCONFIG_CONNECT_TIMEOUT(), options, sReason, cpSTEPS)) return "";
     std::vector<std::string> asWord{
         "ssh", "-T", "-o", "ControlPath=none", "-o", "ControlMaster=no"};
     ADD(asWord, asFirst);
-    constexpr std::string_view svQuiet = "LogLevel=INFO";  // of the ssh to a data mover
-    for (std::string& s : options.asWord)
-        if (const size_t u = s.find(svQuiet); s.starts_with("ProxyCommand=") && u != s.npos)
-            s.replace(u, svQuiet.size(), "LogLevel=DEBUG1");
     ADD(asWord, options.asWord);
     if (!host.sUser.empty()) ADD(asWord, {"-l", host.sUser});
     ADD(asWord, {"--", host.sName, sRemote});
@@ -224,8 +222,7 @@ int iSSH_CALL(const HOST& host, const std::string& sPort, const std::string& sRe
     v_LOG_MARK(connection);
     sctSpec.asArgument = {"ssh", "-T"};
     // Its steps tell how far it came; they go to a file that nobody else writes.
-    if (!connection.sLog.empty())
-        ADD(sctSpec.asArgument, {"-E", connection.sLog, "-o", "LogLevel=DEBUG1"});
+    if (!connection.sLog.empty()) ADD(sctSpec.asArgument, {"-E", connection.sLog, "-o", cpSTEPS});
     ADD(sctSpec.asArgument, options.asWord);
     if (!host.sUser.empty()) ADD(sctSpec.asArgument, {"-l", host.sUser});
     ADD(sctSpec.asArgument, {"--", host.sName, sRemote});
@@ -275,6 +272,7 @@ WAY sctSSH_WAY(const HOST& host)
     if (!host.sUser.empty()) way.places["os_user"] = host.sUser;
     if (!story.bShared) v_TELL_SAME_KEY(host, story);
     way.sReason = sWHY(story, sJump, way.places, way.diagnosis);
+    way.bRefused = bREFUSED(way.sReason);
     way.eReached = story.eReached;
     if (story.sName.empty()) return way;
     sctRUN_RECORD().sHost = story.sName;
@@ -304,13 +302,6 @@ std::string sSSH_BY_HAND(const HOST& host, std::string_view svCommand, bool bPat
     // A name that ssh would take for an option was refused, and is none here either.
     return sLine + (host.sName.starts_with('-') ? " -- " : " ") +
            sSHELL_WORD(SHELL_POSIX, host.sName) + " " + sSHELL_WORD(SHELL_POSIX, sMASKED(sCommand));
-}
-
-std::string sSSH_REASON(const HOST& host, FAILURE& eFailure)
-{
-    const WAY way = sctSSH_WAY(host);
-    if (bREFUSED(way.sReason)) eFailure = FAILURE_REFUSED;
-    return way.sReason;
 }
 
 std::string sSSH_NO_SFTP(const HOST& host)

@@ -22,10 +22,6 @@ WAY         sctSSH_WAY(const HOST& host);
 std::string sSSH_LOG(const HOST& host);
 std::string sSSH_BY_HAND(const HOST& host, std::string_view svCommand, bool bPath);
 
-/* Why the call of the host that was formed last failed, in ssh's own words; "" when
-   it has none. eFailure as for TRANSPORT::sREASON. */
-std::string sSSH_REASON(const HOST& host, FAILURE& eFailure);
-
 /* Asked when an sftp ended without a reason: ssh's words when the host has no sftp, else
    "". Connects by itself. */
 std::string sSSH_NO_SFTP(const HOST& host);

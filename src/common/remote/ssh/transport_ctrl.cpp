@@ -80,10 +80,6 @@ struct CTRL : TRANSPORT {
         return iSSH_CALL(host, sPort, sLine, iConnectTimeout, sctSpec, sReason);
     }
 
-    std::string sREASON(const HOST& host, FAILURE& eFailure) override
-    {
-        return sSSH_REASON(host, eFailure);
-    }
     WAY         sctWAY(const HOST& host) override { return sctSSH_WAY(host); }
     std::string sLOG(const HOST& host) override { return sSSH_LOG(host); }
     std::string sBY_HAND(const HOST& host, std::string_view svCommand, bool bPath) override

@@ -36,10 +36,6 @@ struct SSH : TRANSPORT {
         return iSSH_CALL(host, sPort, sRemote, iConnectTimeout, sctSpec, sReason);
     }
 
-    std::string sREASON(const HOST& host, FAILURE& eFailure) override
-    {
-        return sSSH_REASON(host, eFailure);
-    }
     WAY         sctWAY(const HOST& host) override { return sctSSH_WAY(host); }
     std::string sLOG(const HOST& host) override { return sSSH_LOG(host); }
     std::string sBY_HAND(const HOST& host, std::string_view svCommand, bool bPath) override
@@ -81,8 +77,7 @@ struct SSH : TRANSPORT {
        alike; where it fails, too, the row is believed again. */
     bool bLEARNT(const HOST& host, int iExit) override
     {
-        FAILURE eNone = FAILURE_NONE;
-        if (!m_bSameInBoth || iExit <= 0 || iExit >= 128 || !sREASON(host, eNone).empty())
+        if (!m_bSameInBoth || iExit <= 0 || iExit >= 128 || !sctWAY(host).sReason.empty())
             return false;
         const auto [entry, bFirst] = m_stored.try_emplace(host.sName, host.sPlatform);
         const std::string sOther = eSHELL_OF(host) == SHELL_WINDOWS ? "LINUX" : "WNT";
