@@ -27,7 +27,7 @@ struct LOCAL : TRANSPORT {
         return 1;
     }
 
-    bool        bESTABLISHED(const HOST&) override { return false; }
+    bool bESTABLISHED(const HOST&) override { return false; }
 
     int iPLACE(const HOST&, const char* cpPath, std::string& sPath, std::string& sReason) override
     {
