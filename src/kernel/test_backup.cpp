@@ -14,6 +14,7 @@
 #include <string>
 
 #include "../common/config/config.h"
+#include "../common/text/descriptor.h"
 #include "../common/unix/cm_hal_semaphor.h"
 #include "vk_config_client.h"
 
@@ -208,7 +209,7 @@ void v_TELL_HIDDEN_REASON(const SCT_ARGS* pArg, const char* cpRet, const char* c
                                          pArg->szNodeName + ": " + sReason);
     TELL("%s", sText.c_str());
     const FD fd(open(cpOutFile, O_WRONLY | O_APPEND | O_CLOEXEC | O_NOFOLLOW));
-    if (fd.bOpen() && !iWRITE_WHOLE(fd.iGet(), sText + "\n"))
+    if (fd.bOpen() && !iWRITE_ALL(fd.iGet(), sText + "\n"))
         TRACE("cannot write \"%s\": %s", cpOutFile, std::strerror(errno));
 }
 

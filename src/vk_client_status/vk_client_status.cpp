@@ -19,6 +19,7 @@
 #include "common/cm_db_access.h"
 #include "common/common.h"
 #include "common/config/config.h"
+#include "common/text/descriptor.h"
 #include "common/text/program.h"
 #include "common/unix/cm_hal_pipe.h"
 #include "options.h"
@@ -66,17 +67,6 @@ bool bIN_FULL(const OPTIONS& options)
 {
     return options.eForm == FORM_TABLE && options.choice.asName.size() == 1 &&
            options.choice.asName[0].find_first_of("*?[") == std::string::npos;
-}
-
-int iWRITE_ALL(int iFd, std::string_view sv)
-{
-    while (!sv.empty()) {
-        const ssize_t iWritten = write(iFd, sv.data(), sv.size());
-        if (iWritten < 0 && errno == EINTR) continue;
-        if (iWritten < 0) return 0;
-        sv.remove_prefix(static_cast<size_t>(iWritten));
-    }
-    return 1;
 }
 
 int iCANNOT_WRITE(const std::string& sFile)

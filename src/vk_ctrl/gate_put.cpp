@@ -16,6 +16,7 @@
 #include "common/config/config.h"
 #include "common/config/variables.h"
 #include "common/text/appending.h"
+#include "common/text/descriptor.h"
 #include "common/unix/cm_hal_pipe.h"
 #include "gate.h"
 
@@ -166,17 +167,6 @@ int iROOM(long lSize, TARGET& target)
     return 0;
 }
 
-int iWRITE(int iFile, std::string_view svBytes, TARGET& target)
-{
-    while (!svBytes.empty()) {
-        const ssize_t iWritten = write(iFile, svBytes.data(), svBytes.size());
-        if (iWritten < 0 && errno == EINTR) continue;
-        if (iWritten <= 0) return iFAILED(target, "write", errno);
-        svBytes.remove_prefix(static_cast<size_t>(iWritten));
-    }
-    return 1;
-}
-
 /* Takes standard input to its end, which must come after exactly lSize bytes. */
 int iTAKE(int iFile, long lSize, TARGET& target)
 {
@@ -189,15 +179,16 @@ int iTAKE(int iFile, long lSize, TARGET& target)
             target.sFailed = "nothing came for " + std::to_string(iIdle) + " seconds";
             return 0;
         }
-        const ssize_t iGot = read(STDIN_FILENO, acBuf.get(), uBUFFER);
-        if (iGot < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+        const ssize_t iGot = lREAD(STDIN_FILENO, acBuf.get(), uBUFFER);
+        if (iGot < 0 && errno == EAGAIN) continue;
         if (iGot < 0) return iFAILED(target, "take", errno);
         lTaken += iGot;
         if (lTaken > lSize || (iGot == 0 && lTaken < lSize))
             return iREFUSED(target, lTaken > lSize ? "more bytes than announced"
                                                    : "fewer bytes than announced");
         if (iGot == 0) return 1;
-        if (!iWRITE(iFile, {acBuf.get(), static_cast<size_t>(iGot)}, target)) return 0;
+        if (!iWRITE_ALL(iFile, {acBuf.get(), static_cast<size_t>(iGot)}))
+            return iFAILED(target, "write", errno);
     }
 }
 

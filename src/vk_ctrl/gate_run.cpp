@@ -11,6 +11,7 @@
 
 #include "common/config/variables.h"
 #include "common/remote/wrapper.h"
+#include "common/text/descriptor.h"
 #include "common/text/holder.h"
 #include "common/unix/cm_hal_pipe.h"
 #include "gate.h"
@@ -33,9 +34,8 @@ void LIFELINE(CHILD& child)
         std::vector<WAIT_FD> fds{{child.fdExit.iGet()}, {STDIN_FILENO}};
         iWAIT(fds, 0);
         if (!fds[1].bReady || fds[0].bReady) continue;
-        const ssize_t iGot = read(STDIN_FILENO, acBuf, sizeof acBuf);
-        if (iGot == 0 || (iGot < 0 && errno != EINTR && errno != EAGAIN))
-            return v_CHILD_END(child, iEND_GRACE_MS);
+        const ssize_t iGot = lREAD(STDIN_FILENO, acBuf, sizeof acBuf);
+        if (iGot == 0 || (iGot < 0 && errno != EAGAIN)) return v_CHILD_END(child, iEND_GRACE_MS);
     }
 }
 
@@ -56,7 +56,7 @@ void HAND_ON_UNTIL_END(CHILD& child)
     while (child.fdOut.bOpen() || !bEnded) {
         bEnded = iCHILD_ENDED(child) != 0;
         const ssize_t iGot =
-            child.fdOut.bOpen() ? read(child.fdOut.iGet(), acBuf, sizeof acBuf) : 0;
+            child.fdOut.bOpen() ? lREAD(child.fdOut.iGet(), acBuf, sizeof acBuf) : 0;
         if (iGot > 0 && bListening) bListening = iHAND_ON({acBuf, static_cast<size_t>(iGot)}) != 0;
         if (iGot == 0) child.fdOut.Close();
         if (iGot >= 0 && child.fdOut.bOpen()) continue;
@@ -76,8 +76,8 @@ void SWALLOW(const CHILD& child)
     while (child.fdOut.bOpen()) {
         std::vector<WAIT_FD> fds{{child.fdOut.iGet()}};
         iWAIT(fds, 0);
-        const ssize_t iGot = read(child.fdOut.iGet(), acBuf, sizeof acBuf);
-        if (iGot == 0 || (iGot < 0 && errno != EAGAIN && errno != EINTR)) return;
+        const ssize_t iGot = lREAD(child.fdOut.iGet(), acBuf, sizeof acBuf);
+        if (iGot == 0 || (iGot < 0 && errno != EAGAIN)) return;
     }
 }
 

@@ -14,6 +14,7 @@
 
 #include "common/config/config.h"
 #include "common/config/variables.h"
+#include "common/text/descriptor.h"
 #include "common/text/immortal.h"
 #include "common/text/program.h"
 #include "common/text/text.h"
@@ -62,7 +63,7 @@ std::string sFIRST_LINE()
     while (sLine.size() <= uREQUEST_MAX) {
         std::vector<WAIT_FD> fds{{STDIN_FILENO}};
         char                 c = '\n';
-        if (iWAIT(fds, lEnd) != WAIT_READY || read(STDIN_FILENO, &c, 1) <= 0 || c == '\n') break;
+        if (iWAIT(fds, lEnd) != WAIT_READY || lREAD(STDIN_FILENO, &c, 1) <= 0 || c == '\n') break;
         sLine += c;
     }
     return sLine;
@@ -133,13 +134,7 @@ int iANSWER_END(const REQUEST& request, long lStatus)
 
 int iSAY(std::string_view svText)
 {
-    while (!svText.empty()) {
-        const ssize_t iWritten = write(STDOUT_FILENO, svText.data(), svText.size());
-        if (iWritten < 0 && errno == EINTR) continue;
-        if (iWritten <= 0) return 0;
-        svText.remove_prefix(static_cast<size_t>(iWritten));
-    }
-    return 1;
+    return iWRITE_ALL(STDOUT_FILENO, svText);
 }
 
 int main(int argc, char** argv)

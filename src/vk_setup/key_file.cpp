@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "common/text/descriptor.h"
+
 namespace {
 
 constexpr long   lLOCK_MS = 10'000;
@@ -50,20 +52,6 @@ int iLOCK(const KEY_FILE& file, std::string& sReason)
     return 1;
 }
 
-int iREAD(int iFile, KEY_FILE& file, std::string& sReason)
-{
-    char acBuf[65536];
-    for (;;) {
-        const ssize_t iGot = read(iFile, acBuf, sizeof acBuf);
-        if (iGot < 0 && errno == EINTR) continue;
-        if (iGot < 0) return iFAILED("read", file.sPath, sReason);
-        if (iGot == 0) return 1;
-        file.sText.append(acBuf, static_cast<size_t>(iGot));
-        errno = EFBIG;
-        if (file.sText.size() > uFILE_MAX) return iFAILED("read", file.sPath, sReason);
-    }
-}
-
 int iREAD_FILE(KEY_FILE& file, std::string& sReason)
 {
     const int iFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
@@ -84,18 +72,7 @@ int iREAD_FILE(KEY_FILE& file, std::string& sReason)
     }
     file.bThere = true;
     file.bRight = (sctFile.st_mode & 07777U) == uFILE_MODE && sctFile.st_uid == sctFolder.st_uid;
-    return iREAD(fd.iGet(), file, sReason);
-}
-
-int iWRITE(int iFile, std::string_view svText)
-{
-    while (!svText.empty()) {
-        const ssize_t iWritten = write(iFile, svText.data(), svText.size());
-        if (iWritten < 0 && errno == EINTR) continue;
-        if (iWritten <= 0) return 0;
-        svText.remove_prefix(static_cast<size_t>(iWritten));
-    }
-    return 1;
+    return iREAD_ALL(fd.iGet(), file.sText, uFILE_MAX) || iFAILED("read", file.sPath, sReason);
 }
 
 }  // namespace
@@ -128,7 +105,8 @@ int iKEY_FILE_REPLACE(const KEY_FILE& file, std::string_view svText, std::string
     const FD  fd(openat(iFolder, sNew.c_str(), iFlags, uFILE_MODE));
     if (fd.bOpen() && fstat(iFolder, &sctFolder) == 0 &&
         fchown(fd.iGet(), sctFolder.st_uid, sctFolder.st_gid) == 0 &&
-        fchmod(fd.iGet(), uFILE_MODE) == 0 && iWRITE(fd.iGet(), svText) && fsync(fd.iGet()) == 0 &&
+        fchmod(fd.iGet(), uFILE_MODE) == 0 && iWRITE_ALL(fd.iGet(), svText) &&
+        fsync(fd.iGet()) == 0 &&
         renameat(iFolder, sNew.c_str(), iFolder, file.sName.c_str()) == 0) {
         fsync(iFolder);
         return 1;

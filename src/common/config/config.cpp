@@ -14,6 +14,7 @@
 #include <map>
 #include <vector>
 
+#include "../text/descriptor.h"
 #include "../text/holder.h"
 #include "../text/immortal.h"
 #include "../text/likeness.h"
@@ -22,7 +23,8 @@
 
 namespace {
 
-constexpr int iLINE_MAX = 1 << 20;  // a connection text may be long
+constexpr size_t uFILE_MAX = size_t{64} << 20;
+constexpr int    iLINE_MAX = 1 << 20;  // a connection text may be long
 
 struct SETTING {
     std::string sValue;
@@ -206,24 +208,11 @@ void UNUSABLE(CONFIG& config, const std::string& sReason)
     v_STDERR("%s", sReason.c_str());
 }
 
-/* All of a file; a read that is interrupted is made again. Result 0: errno says why not. */
-int iREAD_ALL(const std::string& sFile, std::string& sText)
-{
-    const FD fd(open(sFile.c_str(), O_RDONLY | O_CLOEXEC));
-    char     acPart[4096];
-    while (fd.bOpen()) {
-        const ssize_t lRead = read(fd.iGet(), acPart, sizeof acPart);
-        if (lRead == 0) return 1;
-        if (lRead < 0 && errno != EINTR) break;
-        if (lRead > 0) sText.append(acPart, static_cast<size_t>(lRead));
-    }
-    return 0;
-}
-
 void READ_FILE(const std::string& sFile, CONFIG& config)
 {
     std::string sText;
-    const int   iRead = iREAD_ALL(sFile, sText);
+    const FD    fd(open(sFile.c_str(), O_RDONLY | O_CLOEXEC));
+    const int   iRead = fd.bOpen() && iREAD_ALL(fd.iGet(), sText, uFILE_MAX);
     if (!iRead && errno == ENOENT) return;
     config.sFile = sFile;
     const std::string sCannot = "\"" + sFile + "\": ";

@@ -12,6 +12,7 @@
 
 #include "../config/variables.h"
 #include "../text/appending.h"
+#include "../text/descriptor.h"
 #include "../text/holder.h"
 #include "../text/immortal.h"
 #include "../text/secret.h"
@@ -172,7 +173,7 @@ void v_OUTCOME_LOG(const RUN_RECORD& record)
     iCONFIG_VARIABLE("gv_daylbl", sDay);
     const std::string sFile = sDirectory + szFILE_NAME(sDay) + ".jsonl";
     const FD          fdFile(iOPEN_APPEND(sFile));
-    if (fdFile.bOpen() && iWRITE_WHOLE(fdFile.iGet(), sOUTCOME_LINE(record) + "\n")) return;
+    if (fdFile.bOpen() && iWRITE_ALL(fdFile.iGet(), sOUTCOME_LINE(record) + "\n")) return;
     // It lies beside the day protocol: one trouble, told once.
     const int iErrno = errno;
     v_STDERR_ONCE("day protocol", "cannot write the outcome log \"%s\": %s", sFile.c_str(),

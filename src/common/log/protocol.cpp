@@ -9,6 +9,7 @@
 
 #include "../config/variables.h"
 #include "../text/appending.h"
+#include "../text/descriptor.h"
 #include "../text/immortal.h"
 #include "../text/secret.h"
 #include "../text/standard_error.h"
@@ -77,7 +78,7 @@ void info(char cKind, int /*iZero*/, const char* cpText)
     }
     const std::string sLine = std::string(1, cKind) + " " + sSAFE_LINE(cpText);
     APPEND_LINE("info output", sANSWER_FILE(), sLine);
-    if (isatty(STDERR_FILENO)) iWRITE_WHOLE(STDERR_FILENO, sLine + "\n");
+    if (isatty(STDERR_FILENO)) iWRITE_ALL(STDERR_FILENO, sLine + "\n");
 }
 
 void make_answ_file_name_N(const char* cpTimeStamp, const char* cpSender, char* szFile,

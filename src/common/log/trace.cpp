@@ -15,6 +15,7 @@
 #include "../config/keys.h"
 #include "../config/variables.h"
 #include "../text/appending.h"
+#include "../text/descriptor.h"
 #include "../text/holder.h"
 #include "../text/immortal.h"
 #include "../text/program.h"
@@ -131,7 +132,7 @@ void WRITE_TRACE(const str_log* pLog, const char* cpFormat, ...)
     if (pLog->iNoIdent == 0) sLine += std::to_string(pLog->iLogLevel) + "-" + pLog->szIns + " ";
     sLine += sONE_LINE(sText) + "\n";
     const int iFd = iTRACE_FD(*pLog);
-    if (iFd >= 0 && iWRITE_WHOLE(iFd, sLine)) return;
+    if (iFd >= 0 && iWRITE_ALL(iFd, sLine)) return;
     const int iErrno = errno;
     v_STDERR_ONCE("trace", "cannot write the trace \"%s\": %s",
                   sTRACE_PATH(pLog->szLogFile).c_str(), std::strerror(iErrno));

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "../text/descriptor.h"
 #include "../text/text.h"
 
 namespace {
@@ -118,12 +119,6 @@ void OUTPUT_SINK::ToFile(std::string_view svBytes)
 {
     m_uFile += svBytes.size();
     if (m_output.iFile < 0 || m_uFile > uOUTPUT_MAX) return;
-    while (!svBytes.empty()) {
-        const ssize_t iWritten = write(m_output.iFile, svBytes.data(), svBytes.size());
-        if (iWritten <= 0) {
-            if (m_output.iFileErrno == 0) m_output.iFileErrno = iWritten < 0 ? errno : ENOSPC;
-            return;
-        }
-        svBytes.remove_prefix(static_cast<size_t>(iWritten));
-    }
+    if (!iWRITE_ALL(m_output.iFile, svBytes) && m_output.iFileErrno == 0)
+        m_output.iFileErrno = errno;
 }

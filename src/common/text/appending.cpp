@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "descriptor.h"
 #include "holder.h"
 #include "standard_error.h"
 #include "text.h"
@@ -78,7 +79,7 @@ int iOPEN_APPEND(const std::string& sFile)
 void APPEND_LINE(const char* cpKey, const std::string& sFile, const std::string& sLine)
 {
     const FD fdFile(iOPEN_APPEND(sFile));
-    if (fdFile.bOpen() && iWRITE_WHOLE(fdFile.iGet(), sLine + "\n")) return;
+    if (fdFile.bOpen() && iWRITE_ALL(fdFile.iGet(), sLine + "\n")) return;
     const int iErrno = errno;
     v_STDERR_ONCE(cpKey, "cannot write the %s \"%s\": %s", cpKey, sFile.c_str(),
                   std::strerror(iErrno));

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <set>
 
+#include "descriptor.h"
 #include "immortal.h"
 #include "program.h"
 #include "secret.h"
@@ -17,7 +18,7 @@ namespace {
 
 void STDERR_LINE(const std::string& sText)
 {
-    iWRITE_WHOLE(STDERR_FILENO, std::string(cpPROGRAM_NAME()) + ": " + sONE_LINE(sText) + "\n");
+    iWRITE_ALL(STDERR_FILENO, std::string(cpPROGRAM_NAME()) + ": " + sONE_LINE(sText) + "\n");
 }
 
 std::string sPRINTED(const char* cpPlace, ...)
@@ -96,13 +97,6 @@ std::string sFORMATTED_MASKED(const char* cpFormat, va_list args)
 std::string sSAFE_LINE(const std::string& sText)
 {
     return sONE_LINE(sMASKED(sText));
-}
-
-int iWRITE_WHOLE(int iFd, const std::string& sText)
-{
-    errno = ENOSPC;  // what a write that stopped halfway means
-    const ssize_t iWritten = write(iFd, sText.data(), sText.size());
-    return iWritten == static_cast<ssize_t>(sText.size());
 }
 
 void v_STDERR(const char* cpFormat, ...)

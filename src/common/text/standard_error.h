@@ -20,6 +20,3 @@ std::string sFORMATTED_MASKED(const char* cpFormat, va_list args)
 
 /* Passwords masked, control characters and invalid UTF-8 replaced. */
 std::string sSAFE_LINE(const std::string& sText);
-
-/* Writes sText by one write. Result 1 written whole, 0 not: errno says why. */
-int iWRITE_WHOLE(int iFd, const std::string& sText);

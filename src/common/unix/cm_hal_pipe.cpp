@@ -22,6 +22,7 @@ extern "C" {  // the header of some C libraries does not say it
 #include <memory>
 #include <new>
 
+#include "../text/descriptor.h"
 #include "../text/immortal.h"
 #include "../text/standard_error.h"
 
@@ -156,12 +157,11 @@ struct CHILD_SIDE {
 /* errno of an exec that failed, 0 when the program runs. */
 int iEXEC_FAILURE(int iFd)
 {
-    int     iErrno = 0;
-    ssize_t iGot = 0;
-    do {
-        iGot = read(iFd, &iErrno, sizeof iErrno);
-    } while (iGot < 0 && errno == EINTR);
-    return iGot == static_cast<ssize_t>(sizeof iErrno) ? iErrno : 0;
+    char acErrno[sizeof(int)];
+    int  iErrno = 0;
+    if (lREAD(iFd, acErrno, sizeof acErrno) == static_cast<ssize_t>(sizeof acErrno))
+        std::memcpy(&iErrno, acErrno, sizeof iErrno);
+    return iErrno;
 }
 
 int iSTATUS(int iWaitStatus)
@@ -187,7 +187,7 @@ bool bFIRST_INPUT(const std::string& sInput, const PIPE& sctIn)
     if (sInput.empty()) return true;
     if (sInput.size() > uPIPE && fcntl(iFd, F_SETPIPE_SZ, static_cast<int>(sInput.size())) < 0)
         return false;
-    return write(iFd, sInput.data(), sInput.size()) == static_cast<ssize_t>(sInput.size());
+    return iWRITE_ALL(iFd, sInput) != 0;
 }
 
 bool bMAKE_PIPES(const CHILD_SPEC& sctSpec, CHILD_PIPES& pipes)

@@ -12,6 +12,7 @@
 #include "check.h"
 #include "common/common.h"
 #include "common/config/config.h"
+#include "common/text/descriptor.h"
 #include "common/text/holder.h"
 #include "files.h"
 #include "programs.h"
@@ -20,20 +21,19 @@
 
 namespace {
 
+constexpr size_t uWORDS_MAX = size_t{1} << 20;
+
 /* Reads the configuration and takes what the library says of it, a line each. */
 std::string sCONFIG_WORDS()
 {
-    char        szPart[4096];
     std::string sWords;
-    ssize_t     iGot = 0;
     const FD    fdWords(memfd_create("words", MFD_CLOEXEC));
     const FD    fdOwn(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3));
     if (!fdWords.bOpen() || !fdOwn.bOpen() || dup2(fdWords.iGet(), STDERR_FILENO) < 0) return "";
     iCONFIG_VALID();
     dup2(fdOwn.iGet(), STDERR_FILENO);
     lseek(fdWords.iGet(), 0, SEEK_SET);
-    while ((iGot = read(fdWords.iGet(), szPart, sizeof szPart)) > 0)
-        sWords.append(szPart, static_cast<size_t>(iGot));
+    iREAD_ALL(fdWords.iGet(), sWords, uWORDS_MAX);
     return sWords;
 }
 

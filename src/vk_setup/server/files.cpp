@@ -13,6 +13,7 @@
 
 #include "common/common.h"
 #include "common/config/config.h"
+#include "common/text/descriptor.h"
 #include "common/text/holder.h"
 #include "common/unix/cm_hal_pipe.h"
 
@@ -20,21 +21,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr size_t uFILE_MAX = size_t{64} << 20;
+
 int iFAILED(const char* cpVerb, const std::string& sFile, std::string& sReason)
 {
     sReason = std::string("cannot ") + cpVerb + " \"" + sFile + "\": " + std::strerror(errno);
     return 0;
-}
-
-bool bWRITTEN(int iFd, std::string_view svText)
-{
-    while (!svText.empty()) {
-        const ssize_t iWritten = write(iFd, svText.data(), svText.size());
-        if (iWritten < 0 && errno == EINTR) continue;
-        if (iWritten <= 0) return false;
-        svText.remove_prefix(static_cast<size_t>(iWritten));
-    }
-    return fsync(iFd) == 0;
 }
 
 std::string_view svTRIMMED(std::string_view sv)
@@ -107,15 +99,9 @@ PLACE sctPLACE(const std::vector<std::string>& asLine, const std::string& sSecti
 
 int iREAD_FILE(const std::string& sFile, std::string& sText)
 {
-    const STREAM pFile{std::fopen(sFile.c_str(), "re")};
-    if (!pFile) return 0;
-    char   szPart[8192];
-    size_t uGot = 0;
+    const FD fd(open(sFile.c_str(), O_RDONLY | O_CLOEXEC));
     sText.clear();
-    errno = 0;
-    while ((uGot = std::fread(szPart, 1, sizeof szPart, pFile.get())) > 0)
-        sText.append(szPart, uGot);
-    return std::ferror(pFile.get()) == 0;
+    return fd.bOpen() && iREAD_ALL(fd.iGet(), sText, uFILE_MAX);
 }
 
 int iREPLACE_FILE(const std::string& sFile, const std::string& sText, mode_t uMode,
@@ -137,7 +123,7 @@ int iREPLACE_FILE(const std::string& sFile, const std::string& sText, mode_t uMo
     if (!fd.bOpen()) return iGIVE_UP("write");
     if (bOld && fchown(fd.iGet(), sctOld.st_uid, sctOld.st_gid) != 0) return iGIVE_UP("own");
     if (fchmod(fd.iGet(), bOld ? sctOld.st_mode & 07777U : uMode) != 0 ||
-        !bWRITTEN(fd.iGet(), sText))
+        !iWRITE_ALL(fd.iGet(), sText) || fsync(fd.iGet()) != 0)
         return iGIVE_UP("write");
     if (std::rename(sPart.c_str(), sPart.substr(0, sPart.size() - 4).c_str()) != 0)
         return iGIVE_UP("replace");

@@ -1,23 +1,13 @@
 #include "programs.h"
 
-#include <unistd.h>
-
-#include <cerrno>
-
 #include "common/common.h"
 #include "common/text/command_line.h"
 #include "common/unix/cm_hal_pipe.h"
+#include "common/unix/read_now.h"
 
 namespace {
 
-/* Takes what has come. Result 0: the end of it. */
-int iTAKE(CHILD& child, std::string& sOut)
-{
-    char          szPart[4096];
-    const ssize_t iGot = read(child.fdOut.iGet(), szPart, sizeof szPart);
-    if (iGot > 0) sOut.append(szPart, static_cast<size_t>(iGot));
-    return iGot > 0 || (iGot < 0 && (errno == EAGAIN || errno == EINTR));
-}
+constexpr size_t uMOST_AT_ONCE = size_t{1} << 20;
 
 }  // namespace
 
@@ -30,20 +20,16 @@ PROGRAM_RUN sctRUN_PROGRAM(const std::vector<std::string>& asArgument, int iLimi
     sctSpec.asEnvironment = {{"LC_ALL", "C"}};
     if (!iCHILD_START(child, sctSpec, run.sOut)) return run;
     const long lDeadline = lNOW_MS() + iLimitS * 1000L;
-    bool       bMore = true;
     while (!iCHILD_ENDED(child)) {
         std::vector<WAIT_FD> fds{{child.fdExit.iGet()}};
-        if (bMore) fds.push_back({child.fdOut.iGet()});
+        if (child.fdOut.bOpen()) fds.push_back({child.fdOut.iGet()});
         if (iWAIT(fds, lDeadline) != WAIT_READY) {
             v_CHILD_END(child, 1000);
             run.sOut += "\nno end within " + std::to_string(iLimitS) + " seconds";
         }
-        if (bMore) bMore = iTAKE(child, run.sOut) != 0;
+        uREAD_NOW(child.fdOut, run.sOut, uMOST_AT_ONCE);
     }
-    for (size_t uBefore = run.sOut.size() + 1; uBefore != run.sOut.size();) {
-        uBefore = run.sOut.size();
-        iTAKE(child, run.sOut);
-    }
+    uREAD_NOW(child.fdOut, run.sOut, uMOST_AT_ONCE);
     run.iStatus = child.iStatus;
     return run;
 }

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "../../config/config.h"
+#include "../../text/descriptor.h"
 #include "../../text/text.h"
 #include "../../unix/read_now.h"
 #include "copy_progress.h"
@@ -67,12 +68,6 @@ void READ_BOUNDED(FD& fd, std::string& sText)
     if (sText.size() > uTEXT_MAX) sText.resize(uTEXT_MAX);
 }
 
-bool bSEND(TALK& talk, const std::string& sLines)
-{
-    return write(talk.child.fdIn.iGet(), sLines.data(), sLines.size()) ==
-           static_cast<ssize_t>(sLines.size());
-}
-
 void STILL_ALIVE(TALK& talk)
 {
     talk.lIdle = lNOW_MS() + 1000L * iCONFIG_IDLE_TIMEOUT();
@@ -118,7 +113,7 @@ int iSTART(TALK& talk, CHILD_SPEC& sctSpec, std::string& sReason)
    succeeded. */
 int iLAST_WORDS(TALK& talk, const std::string& sCommands)
 {
-    bSEND(talk, sCommands);
+    iWRITE_ALL(talk.child.fdIn.iGet(), sCommands);
     talk.child.fdIn.Close();
     iLISTEN(talk, nullptr, [](const std::string&) { return false; });
     v_CHILD_LET_GO(talk.child, iEND_GRACE_MS);
@@ -298,7 +293,8 @@ TRIED eTRY(TRANSFER& transfer, const std::string& sBefore, std::string& sReason)
     COPY_PROGRESS progress(transfer.sSource, transfer.lSize);
     const auto    bListed = [](const std::string& s) { return lLISTED_SIZE(s) >= 0; };
     if (!iSTART(talk, transfer.sctSpec, sReason)) return TRIED_FAILED;
-    if (bSEND(talk, sBefore + sWRITE_COMMANDS(transfer)) && iLISTEN(talk, &progress, bListed))
+    if (iWRITE_ALL(talk.child.fdIn.iGet(), sBefore + sWRITE_COMMANDS(transfer)) &&
+        iLISTEN(talk, &progress, bListed))
         return iGIVE_NAME(transfer, talk, sReason) ? TRIED_DONE : TRIED_FAILED;
     const bool bNoFolder = talk.sErr.find("No such file or directory") != std::string::npos;
     if (bNoFolder && !talk.bLate && sBefore.empty()) return TRIED_NO_FOLDER;

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <map>
 
+#include "../../text/descriptor.h"
 #include "../../text/holder.h"
 #include "../../text/immortal.h"
 #include "../../text/standard_error.h"
@@ -78,7 +79,7 @@ std::string sWRITTEN(const std::string& sConfig, const std::string& sText)
     if (sDirectory.empty()) return {};
     const std::string sPath = sDirectory + "/config" + std::to_string(written.Get().size());
     const FD          fd(open(sPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-    if (fd.bOpen() && iWRITE_WHOLE(fd.iGet(), sText)) sFile = sPath;
+    if (fd.bOpen() && iWRITE_ALL(fd.iGet(), sText)) sFile = sPath;
     return sFile;
 }
 

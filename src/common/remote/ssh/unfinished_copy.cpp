@@ -7,6 +7,7 @@
 
 #include "../../config/variables.h"
 #include "../../text/appending.h"
+#include "../../text/descriptor.h"
 #include "../../text/standard_error.h"
 #include "../../unix/read_now.h"
 
@@ -35,7 +36,7 @@ COPY_NOTE sctNOTE_COPY(const std::string& sHost, const std::string& sPart)
     COPY_NOTE note{sNOTE_FILE(sHost), FD()};
     note.fdLock = FD(iOPEN_APPEND(note.sFile));
     if (!bLOCK(note) || ftruncate(note.fdLock.iGet(), 0) != 0 ||
-        !iWRITE_WHOLE(note.fdLock.iGet(), sPart))
+        !iWRITE_ALL(note.fdLock.iGet(), sPart))
         note.fdLock.Close();
     return note;
 }

@@ -1,0 +1,21 @@
+/* Reading and writing of descriptors. What a signal interrupts is done again. */
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <string_view>
+
+/* One read of up to uSize bytes.
+   Result  as of read: bytes, 0 at the end, -1 with errno */
+ssize_t lREAD(int iFd, char* cpTo, size_t uSize);
+
+/* Appends all that comes, to the end.
+   Result  1; 0: errno says why not, EFBIG where it is more than uMax bytes. What came before
+           is in the text. */
+int iREAD_ALL(int iFd, std::string& sText, size_t uMax);
+
+/* Writes all of it, in one call where the system takes it so: what several processes
+   append to one file stays whole.
+   Result  1; 0: errno says why not, ENOSPC where the system takes nothing more */
+int iWRITE_ALL(int iFd, std::string_view svText);
