@@ -157,6 +157,8 @@ TEST_F(HOSTILE, settings_of_a_client_stay_words)
                   0);
         EXPECT_EQ(COLUMN("new", "user_comment"), sText);
     }
+    SQL("update clients set password=repeat('p',250) where name='nd1'");
+    EXPECT_THAT(sCHECKED("nd1", 1), testing::EndsWith("for alpha is longer than 255 bytes"));
     EXPECT_THAT(asPWNED(), IsEmpty());
     EXPECT_EQ(SQL("select count(*) from clients"), "5");
 }

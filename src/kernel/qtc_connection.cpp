@@ -53,9 +53,10 @@ int iRUN_NDMP(const SCT_ARGS* pArg, ANSWER* pAnswer)
     const SHELL eShell = eHOST_SHELL(pArg->szDataMover);
     char        szCmd[256];
     char        szShown[256];
-    iCMD(szCmd, eShell, cpFormat, pArg->szNodeName, szUser, szPassword);
     iCMD(szShown, eShell, cpFormat, pArg->szNodeName, szUser,
          RAW_TEXT{szPassword[0] != '\0' ? "***" : ""});
+    // Last, so that one that is too long is refused as such.
+    iCMD(szCmd, eShell, cpFormat, pArg->szNodeName, szUser, szPassword);
     return iRUN_ON_MOVER(pArg, szCmd, szShown, pAnswer);
 }
 
