@@ -315,6 +315,17 @@ TEST_F(UPDATE, a_signature_goes_before_the_package_and_what_stays_away_is_told)
     RESET("alpha");
     const RUN unchanged = CLIENT_UPDATE("alpha", {"-U", "-P", sSP});
     EXPECT_THAT(unchanged.sErr, HasSubstr("alpha answers with 5.2.0-4, not with 5.1.0-3\n"));
+
+    // A name that no command to remove it holds; and a client that goes meanwhile.
+    const std::string sLong = "velka-cli_5.2.0-4." + std::string(220, 'x');
+    PACKAGE(sLong, "package");
+    SQL("create function gone() returns trigger language plpgsql as "
+        "$$begin delete from clients where name=old.name; return null; end$$");
+    SQL("create trigger gone before update of version_number on clients for each row execute "
+        "function gone()");
+    const RUN gone = CLIENT_UPDATE("alpha", {"-U", "-P", sLong});
+    EXPECT_THAT(gone.sErr, HasSubstr("cannot remove \"" + sLong + "\" from alpha: "));
+    EXPECT_THAT(gone.sErr, HasSubstr("outcome of alpha not stored: another run has removed "));
 }
 
 TEST_F(UPDATE, a_script_goes_on_by_itself_when_its_run_is_ended_or_its_connection_breaks)

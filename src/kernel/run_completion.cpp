@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "../common/log/outcome_log.h"
 #include "run_outcome.h"
 #include "vk_config_client.h"
 
@@ -28,8 +29,9 @@ int iSTORE_OUTCOME(const char* cpTxt, int iExit, const SCT_ARGS* pArg)
              "update clients set msg='%s',comment='%s',access_state='%d',access_time='%s',"
              "access_success='%s' where name='%s'",
              FREE_TEXT{cpTxt}, FREE_TEXT{cpTxt}, 0, szTime, szTime, pArg->szNodeName);
-    const int iRows = iDB_EXECUTE(sNOT_STORED("outcome", pArg), szSql, strLog);
-    if (iRows == 0 && pArg->szNodeId[0] != '\0' && pArg->szCheck[0] != 'd')
+    const int  iRows = iDB_EXECUTE(sNOT_STORED("outcome", pArg), szSql, strLog);
+    const bool bWasThere = pArg->szNodeId[0] != '\0' || !sctRUN_RECORD().sClientId.empty();
+    if (iRows == 0 && bWasThere && pArg->szCheck[0] != 'd')
         TELL("%s: another run has removed the client", sNOT_STORED("outcome", pArg).c_str());
     return iRows > 0;
 }

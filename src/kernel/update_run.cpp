@@ -134,7 +134,7 @@ int iCOPY_OR_TELL(const UPDATE_RUN* pRun, const char* cpSource, const char* cpTa
 }
 
 /* Removes a file from the work directory of the client. A name too long for the
-   command is left there. */
+   command is left there, which is told. */
 void v_REMOVE(const UPDATE_RUN* pRun, const std::string& sName)
 {
     const char* cpNode = pRun->pArg->szNodeName;
@@ -143,6 +143,9 @@ void v_REMOVE(const UPDATE_RUN* pRun, const std::string& sName)
     if (iCMD(szCommand, eHOST_SHELL(cpNode), "vk_client -r -f usefile -n \"gv_rw_work:%s\" -m d",
              sName))
         i_RCMD_EXEC_LOG(cpNode, szCommand, 1, szReply, sizeof szReply, strLog);
+    else
+        TELL("cannot remove \"%s\" from %s: its name does not fit the command line", sName.c_str(),
+             cpNode);
 }
 
 void v_REMOVE_SIGNATURES(const UPDATE_RUN* pRun)
