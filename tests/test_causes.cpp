@@ -38,6 +38,8 @@ TEST(OUTCOME_LOG, texts_are_one_line_without_secrets_and_what_is_missing_is_left
     const std::string sLine = sOUTCOME_LINE(record);
     const JSON        line = JSON::parse(sLine);
     EXPECT_EQ(sKEYS(sLine), "begin end pid client client_id exit id msg words ms ");
+    EXPECT_THAT(line.value("begin", ""),
+                testing::MatchesRegex("[0-9-]{10}T[0-9:]{8}\\.[0-9]{3}[+-][0-9]{2}:[0-9]{2}"));
     EXPECT_EQ(line.value("client", ""), "al\"pha  [31m\xEF\xBF\xBD");
     EXPECT_EQ(line.value("client_id", 0), 12);
     EXPECT_EQ(line.value("id", ""), "E002-HOSTS");
@@ -50,6 +52,8 @@ TEST(OUTCOME_LOG, texts_are_one_line_without_secrets_and_what_is_missing_is_left
     const JSON other = JSON::parse(sOUTCOME_LINE(record));
     EXPECT_TRUE(other["exit"].is_null());
     EXPECT_EQ(other.value("id", "none"), "");
+    record.sMessage = "X004-HOSTS   of no kind";
+    EXPECT_EQ(JSON::parse(sOUTCOME_LINE(record)).value("id", "none"), "");
 }
 
 class OUTCOME_FILE : public SCRATCH {};

@@ -115,6 +115,11 @@ TEST_F(GATE, refuses_whatever_is_no_request_of_its_own)
     REQUEST     request;
     std::string sReason;
     EXPECT_EQ(iREQUEST_READ("run m qtc " + std::string(1 << 20, 'x'), request, sReason), 0);
+    EXPECT_EQ(iREQUEST_READ("run m", request, sReason), 0);
+    EXPECT_EQ(sReason, "a request with too few or too many words");
+    for (const size_t uMark : {uREQUEST_MARK_MAX, uREQUEST_MARK_MAX + 1})
+        EXPECT_EQ(iREQUEST_READ("run " + std::string(uMark, 'm') + " qtc", request, sReason),
+                  uMark == uREQUEST_MARK_MAX);
     EXPECT_THAT(ASKED("request", "run m qtc " + std::string((1 << 20) - 99, 'x')).sOut,
                 HasSubstr(sREFUSED));
 }
@@ -174,7 +179,7 @@ TEST_F(GATE, takes_the_files_of_an_update_whole_or_not_at_all)
         {"gv_rw_work:half", "10", "644", 10, nullptr},
         {"gv_rw_work:", "10", "644", 10, nullptr},
         {"gv_rw_work:a%0Ab", "10", "644", 10, nullptr},
-        {"gv_ro_bin:qtc", "10", "755", 10, nullptr},
+        {"gv_ro_bin:another", "10", "755", 10, nullptr},
         {"gv_ro_bin:x/vk_execute_update", "10", "755", 10, nullptr},
         {"gv_rw_ini:vk.ini", "10", "644", 10, nullptr},
         {"/tmp/x", "10", "644", 10, nullptr},

@@ -163,6 +163,7 @@ TEST_F(SEMAPHORE, that_cannot_be_made_says_why)
     EXPECT_EQ(i_SEMA('+', &sema), -1);
     EXPECT_STREQ(sema.szMsg, "cannot make the lock file \"/dev/null/sema/x\": Not a directory");
     EXPECT_EQ(i_SEMA('?', &sema), 0);
+    EXPECT_STREQ(sema.szMsg, "");
 }
 
 }  // namespace

@@ -84,6 +84,14 @@ TEST(TEXT, passwords_are_masked_in_every_form_they_take)
     EXPECT_EQ(sMASKED("top secret, line, top se  cret line"), "***, ***, ***");
 }
 
+TEST(TEXT, is_joined_up_to_a_null_and_the_end_of_its_buffer)
+{
+    char        szBuf[8] = "old";
+    const char* cpNone = nullptr;
+    EXPECT_STREQ(str_chain(szBuf, 0, "er", cpNone, "x"), "older");
+    EXPECT_STREQ(str_chain(szBuf, 1, "abcd", "efgh", "i"), "abcdefg");
+}
+
 TEST(PATTERN, hits_where_its_texts_or_its_name_stand)
 {
     const struct {

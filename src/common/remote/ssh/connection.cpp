@@ -36,6 +36,7 @@ constexpr size_t uSOCKET_MAX = sizeof(sockaddr_un::sun_path) - 20;
 constexpr size_t uPARENT_MAX = 50;
 constexpr int    iEND_MS = 1000;
 constexpr int    iREAP_MS = 100;
+constexpr long   lNEW_S = 20;  // between the making of a folder and its lock lie milliseconds
 
 struct PRIVATE_DIRECTORY {
     std::string sPath;
@@ -134,8 +135,8 @@ FD fdCONNECTED(const std::string& sSocket)
     return fd;
 }
 
-/* Nothing can be in it any more that somebody uses. An empty folder that is younger
-   than a minute may just be on its way to be locked; the connections of a killed run
+/* Nothing can be in it any more that somebody uses. An empty folder that is quite
+   new may just be on its way to be locked; the connections of a killed run
    end by themselves. */
 bool bLEFT_OVER(const std::string& sPath)
 {
@@ -147,7 +148,7 @@ bool bLEFT_OVER(const std::string& sPath)
         ++uEntries;
         if (it->is_socket(error) && fdCONNECTED(it->path().string()).bOpen()) return false;
     }
-    return !error && (uEntries > 0 || time(nullptr) - sctStat.st_ctime >= 60);
+    return !error && (uEntries > 0 || time(nullptr) - sctStat.st_ctime >= lNEW_S);
 }
 
 /* A directory that nobody has locked belonged to a run that was killed. */
