@@ -104,6 +104,8 @@ TEST_F(UPDATE, a_package_is_copied_run_cleaned_up_and_recorded_in_that_order)
     ADD_CLIENT("alpha");
     RESET("alpha");
     EXPECT_ENDED(CLIENT_UPDATE("alpha"), 0, sI013("alpha"));
+    EXPECT_THAT(OUTCOMES().back(),
+                HasSubstr("\"version_before\":\"5.1.0-3\",\"version_after\":\"5.2.0-4\""));
     const std::string sRun = sSCRIPT + " " + sDEB;
     const std::string sClean = "vk_client -r -f usefile -n gv_rw_work:" + sDEB + " -m d";
     EXPECT_THAT(CLIENT_LOG("alpha"), ElementsAre("qtc -h", sRun, sClean, "qtc -h"));
@@ -130,7 +132,9 @@ TEST_F(UPDATE, a_package_is_copied_run_cleaned_up_and_recorded_in_that_order)
     // The server itself is not asked before.
     RESET("velkasrv");
     OUTPUT("velkasrv", sSCRIPT, "STATUS=SUCCESS\n");
+    SQL("update clients set velka_version='4.9' where client_id=0");
     EXPECT_EQ(CLIENT_UPDATE("velkasrv").iExit, 0);
+    EXPECT_THAT(OUTCOMES().back(), HasSubstr("\"version_before\":\"4.9\",\"version_after\":"));
     EXPECT_THAT(CLIENT_LOG("velkasrv"), ElementsAre(sRun, sClean, "qtc -h"));
     EXPECT_EQ(iCHILDREN_LEFT(2000), 0);
 }
@@ -283,6 +287,7 @@ TEST_F(UPDATE, what_may_not_be_updated_is_refused_before_anything_is_copied)
         EXPECT_EQ(fs::remove(CLIENT_PATH("alpha", "velka/work/qir-gpg.key")), row.sMessage.empty());
         EXPECT_EQ(sSTATE("alpha"), "x|before|f|f|4000020000200099|2");
     }
+    EXPECT_THAT(OUTCOMES().back(), HasSubstr("\"cause\":\"no-version\""));
 }
 
 TEST_F(UPDATE, a_signature_goes_before_the_package_and_what_stays_away_is_told)

@@ -14,6 +14,7 @@
 #include <memory>
 
 #include "../common/config/config.h"
+#include "../common/log/outcome_log.h"
 #include "../common/text/immortal.h"
 #include "restart_status.h"
 
@@ -247,6 +248,7 @@ void v_RUN_SCRIPT(UPDATE_RUN* pRun, RCMD* pRcmd)
     v_STATE_IN_PROGRESS(pRun);
     v_AT_END(v_TELL_SCRIPT_LEFT);
     sSCRIPT_RUNS_ON() = pRun->pArg->szNodeName;
+    sctRUN_RECORD().sVersionAfter.clear();  // only the client knows, when it answers again
     pRun->iStatus = i_RCMD(pRcmd, strLog);
     sSCRIPT_RUNS_ON().clear();
     pRun->pArg->iUpdated = 1;

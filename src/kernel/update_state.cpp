@@ -2,6 +2,8 @@
    progress and end are recorded there. */
 #include "update_run.h"
 
+#include <cstdlib>
+
 #include "../common/log/outcome_log.h"
 
 namespace {
@@ -57,8 +59,12 @@ int iREAD_CLIENT(UPDATE_RUN* pRun)
                              "vm_server_type", szServerType, "package", szPackage, "velka_version",
                              szVelkaVersion, "version_number", pRun->szVersionNumber,
                              "servicepack_number", pRun->szServicepackNumber, "d");
-    if (iRead == 1) sctRUN_RECORD().sClientId = pRun->szClientId;
-    return iRead == 1;
+    if (iRead != 1) return 0;
+    sctRUN_RECORD().sClientId = pRun->szClientId;
+    // The backup server itself is not asked before its update.
+    if (std::strtol(pRun->szClientId, nullptr, 10) == 0)
+        sctRUN_RECORD().sVersionBefore = szVelkaVersion;
+    return 1;
 }
 
 void v_STATE_IN_PROGRESS(const UPDATE_RUN* pRun)

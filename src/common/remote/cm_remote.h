@@ -162,10 +162,9 @@ int i_search_client_info(t_LL LL_Output, char* cpVersion, char* cpVelkaVersion, 
                          char* cpServicepackPackage, char* cpServicepackDate,
                          char* cpModuleVersions, str_log sctLog);
 
-/* One field of such a report: cpValue (uValue bytes) is the value of the
-   first line with that key. Result 1 it is there and not empty, 0 not: cpValue is
-   empty. */
-int iREPORT_FIELD(t_LL LL_Output, const char* cpKey, char* cpValue, size_t uValue);
+/* The versions in such a report, of the backup client and of the installed product:
+   256 bytes each, empty where it has none. Result 1 the first is there, 0 not. */
+int iREPORT_VERSIONS(t_LL LL_Output, char* cpVersion, char* cpInstalled);
 
 /* Says that this run needs no host any more: the shared connections end while it does
    its last work. A later command would connect anew. */

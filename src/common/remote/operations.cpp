@@ -257,7 +257,6 @@ int alive_test_qtc(const char* cpHost, char* cpMsg, char* cpVersion, const char*
                    const char*, str_log sctLog)
 {
     constexpr size_t uMsg = 2048;
-    constexpr size_t uVERSION = 256;
     const t_LL       LL_Output = ConsLL();
     const int        iRet =
         i_RCMD_LL(cpHost, "", "qtc -h", iQUESTION_TIMEOUT_S, 0, LL_Output, cpMsg, uMsg, sctLog);
@@ -271,8 +270,9 @@ int alive_test_qtc(const char* cpHost, char* cpMsg, char* cpVersion, const char*
         if (sctLog.iLogLevel > 0) WRITE_TRACE(&sctLog, cpSilent, cpHost, iRet);
         return 0;
     }
-    if (cpInstalled != nullptr) iREPORT_FIELD(LL_Output, "VELKA_VERSION", cpInstalled, uVERSION);
-    if (!iREPORT_FIELD(LL_Output, "QTC_VERSION", cpVersion, uVERSION)) {
+    char szInstalled[256];
+    if (!iREPORT_VERSIONS(LL_Output, cpVersion,
+                          cpInstalled != nullptr ? cpInstalled : szInstalled)) {
         iTEXT_COPY(cpMsg, uMsg, "No version in the report of qtc -h");
         return 0;
     }

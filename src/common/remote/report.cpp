@@ -99,9 +99,12 @@ int i_search_client_info(t_LL LL_Output, char* cpVersion, char* cpVelkaVersion, 
     return iFound;
 }
 
-int iREPORT_FIELD(t_LL LL_Output, const char* cpKey, char* cpValue, size_t uValue)
+int iREPORT_VERSIONS(t_LL LL_Output, char* cpVersion, char* cpInstalled)
 {
-    FIELD asctField[] = {{cpKey, cpValue, uValue, false}};
-    *cpValue = '\0';
-    return iTAKE(LL_Output, asctField);
+    FIELD asctField[] = {{"QTC_VERSION", cpVersion, 256, false},
+                         {"VELKA_VERSION", cpInstalled, 256, false}};
+    *cpVersion = *cpInstalled = '\0';
+    const int iFound = iTAKE(LL_Output, asctField);
+    NOTE_VERSION(LL_Output, cpVersion, cpInstalled);
+    return iFound;
 }
