@@ -271,6 +271,11 @@ TEST_F(COMMAND_LINE, a_password_stands_in_no_text_that_the_run_leaves)
     EXPECT_THAT(TRACE_TEXT() + run.sErr, Not(testing::ContainsRegex("se'[\\\\']*cret")));
     EXPECT_THAT(PROTOCOL(), Each(Not(HasSubstr("cret"))));
     EXPECT_THAT(INFO(), Each(Not(HasSubstr("cret"))));
+    // One too short to be searched for: what the client says is left out whole.
+    SQL("update clients set password='c7#' where name='nd1'");
+    SWITCH("alpha", "qtc_ndmp", {"mode=fail", "text=login u/c7# refused"});
+    EXPECT_THAT(CONFIG_CLIENT({"-c", "nd1", "-C", "r"}).sOut, HasSubstr("computer nd1: ***\""));
+    EXPECT_THAT(TRACE_TEXT(), Not(HasSubstr("c7#")));
 }
 
 TEST_F(COMMAND_LINE, vk_ini_sets_the_language_and_is_refused_when_broken)

@@ -34,9 +34,9 @@ FAILURE eCLASSIFY(const char* cpLine)
 
 void CREATE_USER_INFO(SCT_ARGS* pArg, char* cpRet, size_t uSize)
 {
-    TRACE("+++ CREATE_USER_INFO %s", cpRet);
+    TRACE("+++ CREATE_USER_INFO %s", sFOREIGN(cpRet).c_str());
     const FAILURE eFailure = eCLASSIFY(cpRet);
-    if (eFailure != FAIL_NAME) TRACE("CREATE_USER_INFO %s", cpRet);
+    if (eFailure != FAIL_NAME) TRACE("CREATE_USER_INFO %s", sFOREIGN(cpRet).c_str());
     switch (eFailure) {
         case FAIL_NAME:
             MESSAGE(cpRet, uSize, MSG_E009, pArg->szNodeName);
@@ -61,7 +61,7 @@ void CREATE_USER_INFO(SCT_ARGS* pArg, char* cpRet, size_t uSize)
 
 char* szEXTRACT_AUTH_DATA(char* cpAuthLine)
 {
-    TRACE("+++ szEXTRACT_AUTH_DATA %s", cpAuthLine);
+    TRACE("+++ szEXTRACT_AUTH_DATA %s", sFOREIGN(cpAuthLine).c_str());
     char szBuf[512];
     iTEXT_SET(szBuf, cpAuthLine);
     // What is written is always shorter than what was read, so it fits in place.
@@ -78,9 +78,9 @@ char* szEXTRACT_AUTH_DATA(char* cpAuthLine)
         cpEnd = std::copy(cpLeft + 1, cpRight, cpEnd);
         if (iPart == 1) *cpEnd++ = ' ';
         *cpEnd = '\0';
-        if (iPart == 1) TRACE("first part: %s", cpAuthLine);
+        if (iPart == 1) TRACE("first part: %s", sFOREIGN(cpAuthLine).c_str());
         cpRest = cpRight + 1;
     }
-    TRACE("--- szEXTRACT_AUTH_DATA %s", cpAuthLine);
+    TRACE("--- szEXTRACT_AUTH_DATA %s", sFOREIGN(cpAuthLine).c_str());
     return cpAuthLine;
 }

@@ -31,7 +31,7 @@ const char* cpQUERY_CLIENT(const SCT_ARGS* pArg, const char* cpCommand, const ch
     szAnswer[0] = '\0';
     i_RCMD_EXEC(bOnMover ? pArg->szDataMover : pArg->szNodeName, cpCommand, szAnswer,
                 sizeof szAnswer, strLog);
-    TRACE("%s: %s", cpTrace, szAnswer);
+    TRACE("%s: %s", cpTrace, sFOREIGN(szAnswer).c_str());
     const char* cpEqual = std::strchr(szAnswer, '=');
     return cpEqual != nullptr ? cpEqual + 1 : nullptr;
 }
@@ -73,7 +73,8 @@ bool bOS_DIFFERS(const SCT_ARGS* pArg, const char* cpReported)
 
 void v_CORRECT_OS(SCT_ARGS* pArg, const char* cpReported)
 {
-    TRACE("OS in DB [%s] does not match client OS [%s].", pArg->szOpersys, cpReported);
+    TRACE("OS in DB [%s] does not match client OS [%s].", pArg->szOpersys,
+          sFOREIGN(cpReported).c_str());
     char szSql[2048];
     iSQL(szSql, "select platform from oper_systems where os='%s'", cpReported);
     if (!iDB_SEL_GETVALUE(szSql, "platform", pArg->szPlatform, strLog)) {
@@ -150,7 +151,7 @@ void v_CUT_TO_COLUMN(const char* cpColumn, char (&szText)[256])
     while (*cpEnd != '\0' && ((*cpEnd & 0xC0) == 0x80 || lLeft-- > 0)) ++cpEnd;
     if (*cpEnd == '\0') return;
     TRACE("report of the client: %s is longer than %s characters and cut: %s", cpColumn, szWidth,
-          szText);
+          sFOREIGN(szText).c_str());
     *cpEnd = '\0';
 }
 

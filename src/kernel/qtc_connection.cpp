@@ -106,7 +106,7 @@ void v_FIND_ERROR_LINE(const SCT_ARGS* pArg, int iResult, const ANSWER* pAnswer,
 void v_COMMAND_FAILED(SCT_ARGS* pArg, int iResult, const ANSWER* pAnswer, char* cpRet, size_t uSize)
 {
     v_FIND_ERROR_LINE(pArg, iResult, pAnswer, cpRet, uSize);
-    TRACE("error message: %s", cpRet);
+    TRACE("error message: %s", sFOREIGN(cpRet).c_str());
     PROT_MESSAGE(MSG_E003, {cpRet});
     CREATE_USER_INFO(pArg, cpRet, uSize);
     v_STORE_MESSAGE(pArg, cpRet);
@@ -119,7 +119,7 @@ void v_NO_VERSION(const SCT_ARGS* pArg, const ANSWER* pAnswer, char* cpRet, size
     MESSAGE(cpRet, uSize, MSG_E007, pArg->szNodeName);
     char szLine[256] = "tkc-11^";
     if (i_LL_search(pAnswer->LL_Output, szLine, sizeof szLine) <= 0) return;
-    TRACE("got error: %s", szLine);
+    TRACE("got error: %s", sFOREIGN(szLine).c_str());
     FPROT(0, cpRet);
     const char*       cpTail = std::strstr(szLine, "tkd-1");
     const std::string sText = sMESSAGE(MSG_E020, {pArg->szNodeName, szLine});
@@ -131,7 +131,7 @@ int iJUDGE_REPORT(SCT_ARGS* pArg, const ANSWER* pAnswer, char* cpRet, size_t uSi
 {
     CLIENT_REPORT sctReport = {};
     v_READ_REPORT(pAnswer->LL_Output, &sctReport);
-    TRACE("QTC-version = %s", sctReport.szQtcVersion);
+    TRACE("QTC-version = %s", sFOREIGN(sctReport.szQtcVersion).c_str());
     const bool bAnswered = sctReport.szQtcVersion[0] != '\0';
     if (bAnswered) {
         v_STORE_INVENTORY(pArg, &sctReport, pAnswer->bUpdating);

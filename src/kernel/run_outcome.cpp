@@ -142,7 +142,7 @@ std::vector<std::string> asFAILURE_LINES(const RUN_RECORD& record)
                                     (diagnosis.sStage.empty() ? "" : diagnosis.sStage + ", ") +
                                     diagnosis.sCause + "]"};
     const std::string        sWords = sJOINED(diagnosis.asWords);
-    if (!sWords.empty()) asLine.push_back(words.cpWords + sWords);
+    if (!sWords.empty()) asLine.push_back(words.cpWords + sFOREIGN(sWords));
     if (!diagnosis.sCure.empty()) asLine.push_back(words.cpCure + diagnosis.sCure);
     if (!diagnosis.sTry.empty()) asLine.push_back(words.cpTry + diagnosis.sTry);
     std::string sDirectory;

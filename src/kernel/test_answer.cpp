@@ -10,7 +10,7 @@ int iFOUND(const char* cpFile, const char* cpPattern, char (&szLine)[1024])
     iTEXT_SET(szLine, cpPattern);
     TRACE("check for %s", szLine);
     if (file_search2(cpFile, szLine, sizeof szLine, 32) == 0) return 0;
-    TRACE("test received line %s", szLine);
+    TRACE("test received line %s", sFOREIGN(szLine).c_str());
     return 1;
 }
 

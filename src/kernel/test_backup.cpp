@@ -196,7 +196,7 @@ void v_RUN(const char* cpHost, const char* cpCommand, const char* cpOutFile, std
     if (iStatus != iNOT_RUN || pRcmd->szMsg[0] == '\0')
         sReason = "the command ended with status " + std::to_string(iStatus);
     if (!sReason.empty() && pRcmd->szMsg[0] != '\0') sReason += ": ";
-    sReason += pRcmd->szMsg;
+    sReason += sFOREIGN(pRcmd->szMsg);
 }
 
 /* A verdict that says only that there was no answer hides why: that is told, and
