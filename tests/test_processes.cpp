@@ -8,6 +8,7 @@
 #include <ctime>
 
 #include "common/remote/command.h"
+#include "common/remote/ssh/connection.h"
 #include "common/remote/ssh/sftp.h"
 #include "common/remote/wrapper.h"
 #include "common/unix/local_command.h"
@@ -310,6 +311,30 @@ TEST_F(TRIES, are_made_again_only_where_that_can_do_no_harm)
         }
         return !HasFailure();
     }));
+}
+
+TEST_F(TRIES, keep_their_sockets_where_nobody_can_put_another_folder)
+{
+    const struct {
+        const char* cpName;
+        mode_t      iMode;  // of the folder around TMPDIR
+        bool        bUsed;
+    } asctRow[] = {{"own", 0755, true},
+                   {"sticky", 01777, true},
+                   {"open", 0777, false},
+                   {"a ${b", 0755, false}};
+    for (const auto& row : asctRow) {
+        SCOPED_TRACE(row.cpName);
+        const std::string sTmp = sPATH(row.cpName) + "/tmp";
+        std::filesystem::create_directories(sTmp);
+        chmod(sPATH(row.cpName).c_str(), row.iMode);
+        EXPECT_TRUE(bALONE([&] {
+            setenv("TMPDIR", sTmp.c_str(), 1);
+            const std::string sPlace = sPRIVATE_DIRECTORY();
+            std::filesystem::remove(sPlace);
+            return !sPlace.empty() && sPlace.starts_with(sTmp) == row.bUsed;
+        }));
+    }
 }
 
 /* ---- files ---- */

@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -61,53 +62,70 @@ std::string sBASE_NAME()
     return "vk-" + std::to_string(geteuid()) + "-";
 }
 
-/* Nobody but us and root can put something else in the place of what lies there. */
-bool bSAFE_FOLDER(const std::string& sPath)
+/* The folder's path without links, where nobody but us and root can put something else
+   in its place, or in the place of what lies there; else "". */
+std::string sSAFE_FOLDER(const std::string& sPath)
 {
-    struct stat sctStat {};
-    if (stat(sPath.c_str(), &sctStat) != 0 || !S_ISDIR(sctStat.st_mode)) return false;
-    const bool bOurs = sctStat.st_uid == 0 || sctStat.st_uid == geteuid();
-    return bOurs && ((sctStat.st_mode & 022U) == 0 || (sctStat.st_mode & S_ISVTX) != 0);
-}
-
-/* TMPDIR where it is fit: ssh's own options take the path of a socket apart. */
-std::string sFIT_TMPDIR()
-{
-    const char* cpDirectory = std::getenv("TMPDIR");
-    std::string sPath = cpDirectory != nullptr ? cpDirectory : "";
-    if (sPath.empty()) return {};
-    const char* cpWrong = nullptr;
-    if (sPath[0] != '/' || sPath.size() >= uPARENT_MAX)
-        cpWrong = "it is no absolute path, or a long one";
-    else if (sSHELL_WORD(SHELL_POSIX, sPath) != sPath || sPath.find('%') != sPath.npos)
-        cpWrong = "its name holds characters that ssh does not take";
-    else if (!bSAFE_FOLDER(sPath))
-        cpWrong = "it is no folder, or one in which others can write";
-    if (cpWrong == nullptr) return sPath;
-    v_STDERR_ONCE("TMPDIR", "TMPDIR=\"%s\" is not used: %s", sPath.c_str(), cpWrong);
+    std::error_code error;
+    const fs::path  real = fs::canonical(sPath, error);
+    for (fs::path path = real; !error; path = path.parent_path()) {
+        struct stat sctStat {};
+        if (stat(path.c_str(), &sctStat) != 0 || !S_ISDIR(sctStat.st_mode)) return {};
+        const bool bOurs = sctStat.st_uid == 0 || sctStat.st_uid == geteuid();
+        if (!bOurs || ((sctStat.st_mode & 022U) != 0 && (sctStat.st_mode & S_ISVTX) == 0))
+            return {};
+        if (path == path.root_path()) return real.string();
+    }
     return {};
 }
 
-/* A folder of the product's own for the folders of its runs, made where it is
-   missing. */
-bool bPLACE_FOR_RUNS(const std::string& sPath)
+/* ssh's own options take the path of a socket apart. */
+bool bFOR_SSH(const std::string& sPath)
 {
-    if (sPath.size() >= uPARENT_MAX || sSHELL_WORD(SHELL_POSIX, sPath) != sPath ||
-        sPath.find('%') != std::string::npos)
-        return false;
-    if (mkdir(sPath.c_str(), 0700) != 0 && errno != EEXIST) return false;
-    return bSAFE_FOLDER(sPath) && access(sPath.c_str(), W_OK) == 0;
+    return sSHELL_WORD(SHELL_POSIX, sPath) == sPath && sPath.find('%') == sPath.npos;
+}
+
+/* TMPDIR where it is fit, else "". */
+std::string sFIT_TMPDIR()
+{
+    const char*       cpDirectory = std::getenv("TMPDIR");
+    const std::string sGiven = cpDirectory != nullptr ? cpDirectory : "";
+    if (sGiven.empty()) return {};
+    std::string sPath = sSAFE_FOLDER(sGiven);
+    const char* cpWrong = nullptr;
+    if (sGiven[0] != '/' || sGiven.size() >= uPARENT_MAX)
+        cpWrong = "it is no absolute path, or a long one";
+    else if (!bFOR_SSH(sGiven))
+        cpWrong = "its name holds characters that ssh does not take";
+    else if (sPath.empty())
+        cpWrong = "it is no folder, or others can write there or put another in its place";
+    else if (sPath.size() >= uPARENT_MAX || !bFOR_SSH(sPath))
+        cpWrong = "it leads to a place whose name ssh does not take";
+    else if (access(sPath.c_str(), W_OK) != 0)
+        cpWrong = "it cannot be written";
+    if (cpWrong == nullptr) return sPath;
+    v_STDERR_ONCE("TMPDIR", "TMPDIR=\"%s\" is not used: %s", sGiven.c_str(), cpWrong);
+    return {};
+}
+
+/* A folder of the product's own for the folders of its runs, made where it is missing.
+   Result  its path, "" where there is none. */
+std::string sPLACE_FOR_RUNS(const std::string& sPath)
+{
+    if (mkdir(sPath.c_str(), 0700) != 0 && errno != EEXIST) return {};
+    const std::string sReal = sSAFE_FOLDER(sPath);
+    const bool        bFit = sReal.size() < uPARENT_MAX && bFOR_SSH(sReal);
+    return bFit && access(sReal.c_str(), W_OK) == 0 ? sReal : std::string();
 }
 
 std::string sPARENT_DIRECTORY()
 {
-    std::string sTmpDir = sFIT_TMPDIR();
-    if (!sTmpDir.empty()) return sTmpDir;
+    std::string sPlace = sFIT_TMPDIR();
     std::string sRw;
     iCONFIG_VARIABLE("gv_rw", sRw);
     for (const std::string& sPath : {std::string("/run/vk_config_client"), sRw + "run"})
-        if (bPLACE_FOR_RUNS(sPath)) return sPath;
-    return "/tmp";
+        if (sPlace.empty()) sPlace = sPLACE_FOR_RUNS(sPath);
+    return sPlace.empty() ? "/tmp" : sPlace;
 }
 
 FD fdLOCKED(const std::string& sPath)
