@@ -259,6 +259,11 @@ TEST(TIME, stamps_become_iso_in_local_time)
         cm_time_stamp2iso(szStamp);
         EXPECT_STREQ(szStamp, row.cpIso);
     }
+    setenv("TZ", "EST5", 1);
+    tzset();
+    char szZero[256] = "0001-01-01T04:59:59Z";  // a date never set, and a year 0 here
+    cm_time_stamp2iso(szZero);
+    EXPECT_STREQ(szZero, "");
     char szNow[256] = "I";
     EXPECT_THAT(time_get(szNow), testing::MatchesRegex("[0-9]{14}_" + std::to_string(getpid())));
     szNow[0] = '\0';

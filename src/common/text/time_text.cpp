@@ -63,7 +63,11 @@ std::string sISO_STAMP(const char* cpText)
     time_t lSeconds = 0;
     if (iREAD_STAMP(cpText, szISO, sctTm) || iREAD_STAMP(cpText, "%Y%m%d%H%M%S", sctTm))
         return sISO(sctTm);
-    if (iREAD_STAMP(cpText, "%Y-%m-%dT%H:%M:%SZ", sctTm)) return sISO(sctLOCAL(timegm(&sctTm)));
+    if (iREAD_STAMP(cpText, "%Y-%m-%dT%H:%M:%SZ", sctTm)) {
+        const tm sctHere = sctLOCAL(timegm(&sctTm));
+        // West of Greenwich the year 1 begins in a year 0, which no database takes.
+        return sctHere.tm_year > -1900 ? sISO(sctHere) : "";
+    }
     if (iREAD_SECONDS(cpText, lSeconds)) return sISO(sctLOCAL(lSeconds));
     return "";
 }
