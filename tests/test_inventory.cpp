@@ -1,6 +1,8 @@
 /* What a check stores of the client's report, and what it asks the client for
    where the report has gaps. */
+#include <filesystem>
 #include "kernel/restart_status.h"
+
 #include "sandbox_fixture.h"
 
 using testing::Contains;
@@ -155,6 +157,13 @@ TEST_F(INVENTORY, what_is_longer_than_its_column_is_cut_to_it_and_loses_nothing_
     SWITCH("alpha", "qtc", {"update_state=" + std::string(21, 's'), "update_message=äöüß"});
     EXPECT_EQ(sCHECKED("alpha", "update_state,update_message,package,hw_platform"),
               std::string(20, 's') + "|äöü|velka-cli_|x86_64");
+    // Fields that make the statement longer than it may be.
+    std::string sReport = "QTC_VERSION=6.1.0.9\n";
+    for (const char* cpKey : {"HW", "SERVICEPACK_PACKAGE", "UPDATE_MESSAGE", "MODULE_VERSIONS"})
+        sReport += cpKey + ("=" + std::string(255, '\'')) + "\n";
+    OUTPUT("alpha", "qtc", sReport + "PACKAGE=p\n");
+    EXPECT_EQ(sCHECKED("alpha", "qtc_version,package,left(hw_platform,3)"), "6.1.0.9|p|'''");
+    std::filesystem::remove(CLIENT_PATH("alpha", "state/qtc.out"));
     SWITCH("alpha", "qtc", {"mode=fail", "text= ", "exit=3"});
     const RUN run = CONFIG_CLIENT({"-c", "alpha", "-C", "r"});
     EXPECT_THAT(run.sOut, testing::HasSubstr("to computer alpha: No message found"));

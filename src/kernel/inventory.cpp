@@ -116,24 +116,26 @@ void v_FORM_INVENTORY(const SCT_ARGS* pArg, const CLIENT_REPORT& report, UPDATE_
     const RAW_TEXT  installed{pDBNULL(report.szInstallationDate)};
     const RAW_TEXT  packed{pDBNULL(report.szServicepackDate)};
     const FREE_TEXT modules{report.szModuleVer};
+    const FREE_TEXT hardware{report.szHw};
+    const FREE_TEXT package{report.szPackage};
+    const FREE_TEXT packedAs{report.szServicepackPackage};
     if (ePart == UPDATE_ALL)
         iSQL(szSql,
              "update clients set qtc_version='%s',velka_version='%s',version_number=%ld,"
              "hw_platform='%s',package='%s',installation_date=%s,update_date=%s,update_state='%s',"
              "update_message='%s',servicepack_number=%s,servicepack_package='%s',"
              "servicepack_date=%s,module_versions='%s' where name='%s'",
-             report.szQtcVersion, report.szVersion, lVersion, report.szHw, report.szPackage,
-             installed, RAW_TEXT{sUpdated}, report.szUpdateState, FREE_TEXT{report.szUpdateMessage},
-             RAW_TEXT{sNumber}, report.szServicepackPackage, packed, modules, pArg->szNodeName);
+             report.szQtcVersion, report.szVersion, lVersion, hardware, package, installed,
+             RAW_TEXT{sUpdated}, report.szUpdateState, FREE_TEXT{report.szUpdateMessage},
+             RAW_TEXT{sNumber}, packedAs, packed, modules, pArg->szNodeName);
     else
         iSQL(szSql,
              "update clients set qtc_version='%s',velka_version='%s',version_number=%ld,"
              "hw_platform='%s',package='%s',installation_date=%s,update_date=%s,"
              "servicepack_number=%s,servicepack_package='%s',servicepack_date=%s,"
              "module_versions='%s' where name='%s'",
-             report.szQtcVersion, report.szVersion, lVersion, report.szHw, report.szPackage,
-             installed, RAW_TEXT{sUpdated}, RAW_TEXT{sNumber}, report.szServicepackPackage, packed,
-             modules, pArg->szNodeName);
+             report.szQtcVersion, report.szVersion, lVersion, hardware, package, installed,
+             RAW_TEXT{sUpdated}, RAW_TEXT{sNumber}, packedAs, packed, modules, pArg->szNodeName);
 }
 
 /* Cuts a text to the characters that its column holds. */
