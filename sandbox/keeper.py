@@ -76,6 +76,8 @@ class Keeper:
         return os.path.join(self.directory, "services", name, file)
 
     def start(self, name):
+        if name in self.running.values():
+            return
         with open(self.path(name, "log"), "ab") as log:
             child = subprocess.Popen([self.path(name, "run")], stdin=subprocess.DEVNULL, stdout=log,
                                      stderr=log, start_new_session=True, cwd=self.directory)

@@ -8,6 +8,7 @@
 
 #include "../common/log/outcome_log.h"
 #include "../common/remote/cause.h"
+#include "../common/text/command_line.h"
 
 namespace {
 
@@ -82,6 +83,18 @@ int iDATABASE_CAUSE(const std::string& sMessage, const PLACES& places, DIAGNOSIS
     return 1;
 }
 
+/* Package and script are gone from the client when an update has ended: what shows the
+   same is the update itself. */
+std::string sUPDATE_AGAIN(const SCT_ARGS* pArg)
+{
+    std::string s = pArg->eUpdate == update ? "vk_config_client -U" : "vk_config_client -S";
+    if (pArg->iForceUpdate != 0) s += " -F";
+    if (pArg->szUpdateOptions[0] != '\0')
+        s += " -O " + sSHELL_WORD(SHELL_POSIX, pArg->szUpdateOptions);
+    return s + " -c " + sSHELL_WORD(SHELL_POSIX, pArg->szNodeName) + " -P " +
+           sSHELL_WORD(SHELL_POSIX, pArg->szPackage);
+}
+
 /* Why the run failed: what the operation that decided has shown, else what follows from
    the message. */
 void v_COMPLETE_DIAGNOSIS(const char* cpTxt, const SCT_ARGS* pArg, DIAGNOSIS& diagnosis)
@@ -101,6 +114,8 @@ void v_COMPLETE_DIAGNOSIS(const char* cpTxt, const SCT_ARGS* pArg, DIAGNOSIS& di
                 diagnosis = sctDIAGNOSIS(sctCAUSE(cpId), places);
         }
     }
+    const bool bUpdate = diagnosis.sStage == "copy" || diagnosis.sStage == "script";
+    if (bUpdate && pArg->eUpdate != notdefined) diagnosis.sTry = sUPDATE_AGAIN(pArg);
     diagnosis.sSentence = sFILLED(diagnosis.sSentence, places);
     diagnosis.sCure = sCURE_FILLED(diagnosis.sCure, places);
 }

@@ -25,9 +25,25 @@ int iFAILED(const char* cpVerb, const std::string& sPath, std::string& sReason)
     return 0;
 }
 
-/* The folder of keys of one account. */
-int iPRIVATE_FOLDER(const std::string& sFolder, FD& fd, std::string& sReason)
+/* Nobody but root and the account itself owns a folder or may write into it. */
+int iMEND(int iFolder, const std::string& sFolder, KEY_FILE& file, std::string& sReason)
 {
+    struct stat sctStat {};
+    if (fstat(iFolder, &sctStat) != 0) return iFAILED("read", sFolder, sReason);
+    const mode_t uMode = sctStat.st_mode & 07777U;
+    const bool   bOwner = sctStat.st_uid == 0 || sctStat.st_uid == geteuid();
+    if (bOwner && (uMode & uOTHERS_WRITE) == 0) return 1;
+    if ((!bOwner && fchown(iFolder, geteuid(), static_cast<gid_t>(-1)) != 0) ||
+        fchmod(iFolder, uMode & ~uOTHERS_WRITE) != 0)
+        return iFAILED("set owner and mode of", sFolder, sReason);
+    file.sMended += (file.sMended.empty() ? "" : ", ") + sFolder;
+    return 1;
+}
+
+/* The folder of keys of one account, and its home. */
+int iPRIVATE_FOLDER(const std::string& sFolder, KEY_FILE& file, std::string& sReason)
+{
+    FD& fd = file.fdFolder;
     if (mkdir(sFolder.c_str(), 0700) != 0 && errno != EEXIST)
         return iFAILED("make", sFolder, sReason);
     fd = FD(open(sFolder.c_str(), iFOLDER_FLAGS | O_NOFOLLOW));
@@ -35,11 +51,11 @@ int iPRIVATE_FOLDER(const std::string& sFolder, FD& fd, std::string& sReason)
         sReason = "\"" + sFolder + "\" is no folder of its own; name the file with --file";
         return 0;
     }
-    struct stat sctStat {};
-    if (!fd.bOpen() || fstat(fd.iGet(), &sctStat) != 0) return iFAILED("open", sFolder, sReason);
-    const mode_t uMode = sctStat.st_mode & 07777U;
-    if ((uMode & uOTHERS_WRITE) == 0 || fchmod(fd.iGet(), uMode & ~uOTHERS_WRITE) == 0) return 1;
-    return iFAILED("set the mode of", sFolder, sReason);
+    if (!fd.bOpen()) return iFAILED("open", sFolder, sReason);
+    const FD          fdHome(openat(fd.iGet(), "..", iFOLDER_FLAGS));
+    const std::string sHome = sFolder.substr(0, sFolder.rfind('/'));
+    if (!fdHome.bOpen()) return iFAILED("open", sHome, sReason);
+    return iMEND(fdHome.iGet(), sHome, file, sReason) && iMEND(fd.iGet(), sFolder, file, sReason);
 }
 
 int iLOCK(const KEY_FILE& file, std::string& sReason)
@@ -87,7 +103,7 @@ int iKEY_FILE_OPEN(const std::string& sPath, bool bPrivateFolder, KEY_FILE& file
     errno = EISDIR;
     if (file.sName.empty()) return iFAILED("read", sPath, sReason);
     if (bPrivateFolder) {
-        if (!iPRIVATE_FOLDER(sPath.substr(0, uName), file.fdFolder, sReason)) return 0;
+        if (!iPRIVATE_FOLDER(sPath.substr(0, uName), file, sReason)) return 0;
     } else {
         file.fdFolder = FD(open(sFolder.c_str(), iFOLDER_FLAGS));
         if (!file.fdFolder.bOpen()) return iFAILED("open", sFolder, sReason);

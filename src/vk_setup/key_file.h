@@ -15,12 +15,13 @@ struct KEY_FILE {
     std::string sText;  // what it holds, "" when it is not there
     bool        bThere = false;
     bool        bRight = false;  // owner and mode are as they must be
+    std::string sMended;         // folders whose owner or mode was put right, "" for none
 };
 
 /* Opens the folder of sPath and reads the file. A symbolic link in its place is
-   refused. bPrivateFolder: the folder itself is the key owner's own: it is made
-   (mode 0700) where it is missing, is no link either, and nobody else may write
-   into it.
+   refused. bPrivateFolder: the folder and the home that it lies in are the key
+   owner's own: it is made (mode 0700) where it is missing, is no link either, and
+   nobody else may own them or write into them, as sshd demands.
    Result  1 read, or not there; 0 not: sReason says why */
 int iKEY_FILE_OPEN(const std::string& sPath, bool bPrivateFolder, KEY_FILE& file,
                    std::string& sReason);

@@ -175,11 +175,22 @@ int iSTORE(const KEY_FILE& file, const PERMIT_CHANGE& change, bool bWanted)
     for (const std::string& s : change.asDone)
         std::printf("%s: %s\n", file.sPath.c_str(), sONE_LINE(s).c_str());
     if (bMend) std::printf("%s: owner and mode put right\n", file.sPath.c_str());
-    if (change.asDone.empty() && !bMend)
+    if (!file.sMended.empty())
+        std::printf("%s: owner and mode put right\n", sONE_LINE(file.sMended).c_str());
+    if (change.asDone.empty() && !bMend && file.sMended.empty())
         std::printf("%s: %s, nothing to do\n", file.sPath.c_str(),
                     bWanted ? "the server is admitted" : "nothing was admitted by vk_setup");
     for (const std::string& s : change.asWarning) iTELL("\"" + file.sPath + "\": " + s);
     return 0;
+}
+
+/* sshd lets nobody in whose login shell cannot be run, and tells the other side nothing. */
+void TELL_LOGIN_SHELL()
+{
+    const passwd* pRoot = getpwuid(0);
+    if (pRoot == nullptr || *pRoot->pw_shell == '\0' || access(pRoot->pw_shell, X_OK) == 0) return;
+    iTELL("root's login shell \"" + std::string(pRoot->pw_shell) +
+          "\" cannot be run, so ssh admits nobody as root; type: usermod -s /bin/sh root");
 }
 
 /* Admits what call holds. Result: exit status. */
@@ -201,6 +212,7 @@ int iADMIT(CALL& call)
     }
     const int iExit = iSTORE(file, sctADMIT(file.sText, call.permit), true);
     if (iExit == 0) REMEMBER(call.permit);
+    if (bRoots) TELL_LOGIN_SHELL();
     return iExit;
 }
 

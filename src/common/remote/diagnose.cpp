@@ -1,7 +1,10 @@
 #include "diagnose.h"
 
+#include <filesystem>
+
 #include "../config/variables.h"
 #include "../text/command_line.h"
+#include "../text/immortal.h"
 #include "../text/text.h"
 #include "wrapper.h"
 
@@ -107,6 +110,22 @@ std::vector<std::string> asERROR_LINE(const OUTPUT& output)
     return {output.sLastLine};
 }
 
+/* The file that the last copy brought to a client. */
+std::string& sCOPIED()
+{
+    static IMMORTAL<std::string> sFile;
+    return sFile.Get();
+}
+
+std::string sSCRIPT_CAUSE(const std::vector<std::string>& asWords)
+{
+    std::error_code error;
+    if (std::filesystem::file_size(sCOPIED(), error) == 0) return "package-empty";
+    if (asWords.empty()) return "script-failed-silently";
+    const CAUSE* pShown = pCAUSE_SHOWN(SCRIPT_SAYS, asWords[0]);
+    return pShown != nullptr ? pShown->cpId : "script-failed";
+}
+
 std::string sSTATUS_CAUSE(const HOST& host, const std::string& sProgram, long lStatus,
                           const std::vector<std::string>& asWords, const PLACES& places,
                           const str_log& sctLog)
@@ -117,9 +136,7 @@ std::string sSTATUS_CAUSE(const HOST& host, const std::string& sProgram, long lS
         if (bScript && !sAnswer.empty()) return "update-script-missing";
         if (!sAnswer.empty()) return sAnswer;
     }
-    if (bScript && !asWords.empty() && pCAUSE_SHOWN(SCRIPT_SAYS, asWords[0]) != nullptr)
-        return pCAUSE_SHOWN(SCRIPT_SAYS, asWords[0])->cpId;
-    if (bScript) return asWords.empty() ? "script-failed-silently" : "script-failed";
+    if (bScript) return sSCRIPT_CAUSE(asWords);
     if (asWords.empty() && lStatus > lSIGNAL && lStatus <= lSIGNAL_LAST) return "program-killed";
     return asWords.empty() ? "program-failed-silently" : "program-failed";
 }
@@ -166,10 +183,16 @@ DIAGNOSIS sctSTATUS_DIAGNOSIS(const HOST& host, const char* cpCommand, long lSta
     places["program"] = sProgram;
     places["status"] = std::to_string(lStatus);
     places["signal"] = std::to_string(lStatus - lSIGNAL);
+    places["file"] = sCOPIED();
     DIAGNOSIS diagnosis = sctDIAGNOSIS(
         sctCAUSE(sSTATUS_CAUSE(host, sProgram, lStatus, asWords, places, sctLog)), places);
     diagnosis.asWords = asWords;
     return diagnosis;
+}
+
+void v_COPIED(const std::string& sSource)
+{
+    sCOPIED() = sSource;
 }
 
 DIAGNOSIS sctCOPY_DIAGNOSIS(const HOST& host, const std::string& sSource,
@@ -184,6 +207,8 @@ DIAGNOSIS sctCOPY_DIAGNOSIS(const HOST& host, const std::string& sSource,
         pCause = pCAUSE_SHOWN(SSH_SAYS, sReason);
     if (pCause == nullptr) pCause = pCAUSE_SHOWN(SFTP_SAYS, sReason);
     if (pCause == nullptr) pCause = &sctCAUSE("copy-failed");
+    if (std::string_view(pCause->cpId) == "package-missing" && sReason.ends_with("denied"))
+        pCause = &sctCAUSE("package-unreadable");
     if (std::string_view(pCause->cpId) == "copy-refused" &&
         bREAD_ONLY(host, places["folder"], sctLog))
         pCause = &sctCAUSE("disk-read-only");

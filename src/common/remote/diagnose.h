@@ -32,3 +32,6 @@ DIAGNOSIS sctSTATUS_DIAGNOSIS(const HOST& host, const char* cpCommand, long lSta
 DIAGNOSIS sctCOPY_DIAGNOSIS(const HOST& host, const std::string& sSource,
                             const std::string& sTarget, const std::string& sReason,
                             const str_log& sctLog);
+
+/* A copy of sSource that succeeded: what becomes of it on the host is told by that. */
+void v_COPIED(const std::string& sSource);

@@ -232,6 +232,7 @@ int REMOTE_COPY_CLIENT(char cMode, const char* cpHost, const char* cpSource, con
     }
     sctRUN_RECORD().diagnosis =
         iRet ? DIAGNOSIS{} : sctCOPY_DIAGNOSIS(host, sSource, sTarget, sReason, sctLog);
+    if (iRet != 0) v_COPIED(sSource);
     iTEXT_COPY(cpMsg, uMsg, iRet ? "" : sReason);
     if (sctLog.iLogLevel > 0) {
         WRITE_TRACE(&sctLog, "copy \"%s\" to %s as \"%s\": %s", sSource.c_str(), cpHost,

@@ -123,11 +123,11 @@ void ADD(std::vector<std::string>& asAll, const std::vector<std::string>& asMore
 /* What ssh says when it goes the same way without sharing, which throws much of that
    away. asFirst: further options. */
 std::string sUNSHARED(const HOST& host, const std::vector<std::string>& asFirst,
-                      const std::string& sRemote)
+                      const std::string& sRemote, const char* cpJumpLogLevel = cpQUIET)
 {
     SSH_OPTIONS options;
     std::string sReason;
-    if (!iOPTIONS(host, "", iCONFIG_CONNECT_TIMEOUT(), options, sReason, cpSTEPS)) return "";
+    if (!iOPTIONS(host, "", iCONFIG_CONNECT_TIMEOUT(), options, sReason, cpJumpLogLevel)) return "";
     std::vector<std::string> asWord{
         "ssh", "-T", "-o", "ControlPath=none", "-o", "ControlMaster=no"};
     ADD(asWord, asFirst);
@@ -141,7 +141,34 @@ std::string sUNSHARED(const HOST& host, const std::vector<std::string>& asFirst,
    words of that host. */
 std::string sJUMP_WORDS(const HOST& host)
 {
-    return sUNSHARED(host, {"-v", "-E", "/dev/null"}, "exit");
+    return sUNSHARED(host, {"-v", "-E", "/dev/null"}, "exit", cpSTEPS);
+}
+
+/* Whether the host lets another user in with the same key. "": whom the configuration
+   names. */
+bool bADMITS(HOST host, const char* cpUser)
+{
+    host.sUser = cpUser;
+    const std::string sSaid = sUNSHARED(host, {"-o", cpSTEPS}, "exit");
+    return sctSSH_STORY(sSaid).eReached == STAGE_SHELL;
+}
+
+/* A key that is not accepted for one user may be the right one for another: the words are
+   the same. Another is tried only where somebody has named this one. */
+void v_OTHER_USER(const HOST& host, WAY& way)
+{
+    if (way.diagnosis.sCause != "key-not-accepted") return;
+    const char*        cpCause = "";
+    const std::string& sUser = way.places["user"];
+    if (!host.sUser.empty() && bADMITS(host, ""))
+        cpCause = "os-user-not-accepted";
+    else if (host.sUser.empty() && sUser != "root" &&
+             bSSH_CONFIGURED_USER(way.places["config"], sUser) && bADMITS(host, "root"))
+        cpCause = "user-not-accepted";
+    if (*cpCause == '\0') return;
+    DIAGNOSIS diagnosis = sctDIAGNOSIS(sctCAUSE(cpCause), way.places);
+    diagnosis.asWords = way.diagnosis.asWords;
+    way.diagnosis = diagnosis;
 }
 
 /* What is known of a connection from the command that made it. */
@@ -172,6 +199,16 @@ SSH_STORY sctWHOLE_STORY(const std::string& sLog, KNOWN_WAY& known)
         known.story = story;
     }
     return story;
+}
+
+/* The host in between of a proxied client, "" for none, with its user in front. */
+std::string sJUMP_BY_HAND(const HOST& host)
+{
+    const std::string& sMover = host.sDataMover;
+    if (host.sAccessMode != "PROXY" || sMover.empty() || sMover == "NULL") return "";
+    const HOST& mover = sctHOST(sMover.c_str(), "", str_log{});
+    if (mover.bLocal) return "";
+    return (mover.sUser.empty() ? "" : mover.sUser + "@") + sMover;
 }
 
 /* The file into which ssh writes a new host key. */
@@ -269,9 +306,9 @@ WAY sctSSH_WAY(const HOST& host)
                   {"config", sConfig.empty() ? "~/.ssh/config" : sConfig},
                   {"mode", host.sAccessMode},
                   {"permit", cpPERMIT_COMMAND(host.sAccessMode)}};
-    if (!host.sUser.empty()) way.places["os_user"] = host.sUser;
     if (!story.bShared) v_TELL_SAME_KEY(host, story);
     way.sReason = sWHY(story, sJump, way.places, way.diagnosis);
+    v_OTHER_USER(host, way);
     way.bRefused = bREFUSED(way.sReason);
     way.eReached = story.eReached;
     if (story.sName.empty()) return way;
@@ -294,6 +331,8 @@ std::string sSSH_BY_HAND(const HOST& host, std::string_view svCommand, bool bPat
     if (!iMODE_CONFIG(host, sConfig, sUnused)) return "";
     std::string sLine = "ssh";
     if (!sConfig.empty()) sLine += " -F " + sSHELL_WORD(SHELL_POSIX, sConfig);
+    const std::string sJump = sJUMP_BY_HAND(host);
+    if (!sJump.empty()) sLine += " -J " + sSHELL_WORD(SHELL_POSIX, sJump);
     if (!host.sUser.empty()) sLine += " -l " + sSHELL_WORD(SHELL_POSIX, host.sUser);
     std::string sCommand(svCommand);
     if (bPath && eSHELL_OF(host) == SHELL_POSIX &&

@@ -12,3 +12,6 @@
    Result   1 asWord is filled; 0 sConfig cannot be read: sReason says why */
 int iSSH_CONFIGURATION(const std::string& sConfig, std::vector<std::string>& asWord,
                        std::string& sReason);
+
+/* The configuration names that user in a line "User NAME". */
+bool bSSH_CONFIGURED_USER(const std::string& sConfig, const std::string& sUser);

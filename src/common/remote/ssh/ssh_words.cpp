@@ -239,8 +239,8 @@ const CAUSE* pLOGIN_CAUSE(const SSH_STORY& story, const CAUSE* pCause, PLACES& p
     if (std::string_view(pCause->cpId) != "key-not-accepted") return pCause;
     if (story.bAccepted)
         return &sctCAUSE(story.bRefused ? "login-forbidden" : "key-encrypted-no-agent");
-    if (iCERTIFICATE_INVALID(story.sKey, places["valid"])) return &sctCAUSE("certificate-expired");
-    return places.contains("os_user") ? &sctCAUSE("os-user-not-accepted") : pCause;
+    const bool bExpired = iCERTIFICATE_INVALID(story.sKey, places["valid"]) != 0;
+    return bExpired ? &sctCAUSE("certificate-expired") : pCause;
 }
 
 const CAUSE* pHOST_KEY_CAUSE(const SSH_STORY& story, const CAUSE* pCause, PLACES& places)
