@@ -1,15 +1,16 @@
 /* Files: existence, search, deletion. */
 #include "file.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
+#include <string>
 
 #include "../log/protocol.h"
+#include "../text/descriptor.h"
 #include "../text/holder.h"
 #include "../text/pattern.h"
 #include "../text/standard_error.h"
@@ -17,16 +18,7 @@
 
 namespace {
 
-/* The line buffer that getline lets grow. */
-struct LINE {
-    char*  cpText = nullptr;
-    size_t uSpace = 0;
-
-    LINE() = default;
-    LINE(const LINE&) = delete;
-    LINE& operator=(const LINE&) = delete;
-    ~LINE() { std::free(cpText); }
-};
+constexpr size_t uFILE_MAX = size_t{64} << 20;  // far above what is kept of any output
 
 /* The line as it is searched: no control characters but the tab, which parts
    words; valid UTF-8. */
@@ -50,18 +42,20 @@ int file_exist(const char* cpPath)
 int file_search2(const char* cpPath, char* cpPattern, size_t uSize, int /*iMode*/)
 {
     if (uSize == 0) return 0;
-    const STREAM pFile{std::fopen(cpPath, "re")};
-    if (!pFile) return 0;
+    const FD          fd(open(cpPath, O_RDONLY | O_CLOEXEC));
     const std::string sPattern(cpPattern, strnlen(cpPattern, uSize));
-    LINE              line;
-    while (true) {
-        const ssize_t iLength = getline(&line.cpText, &line.uSpace, pFile.get());
-        if (iLength < 0) return 0;
-        const std::string sLine = sCLEAN_LINE({line.cpText, static_cast<size_t>(iLength)});
-        if (!iPATTERN_HIT(sPattern, sLine)) continue;
-        iTEXT_COPY(cpPattern, uSize, sLine);
-        return 1;
+    std::string       sText;
+    if (!fd.bOpen() || (!iREAD_ALL(fd.iGet(), sText, uFILE_MAX) && errno != EFBIG)) return 0;
+    for (std::string_view svRest = sText; !svRest.empty();) {
+        const size_t      uEnd = std::min(svRest.find('\n'), svRest.size());
+        const std::string sLine = sCLEAN_LINE(svRest.substr(0, uEnd));
+        if (iPATTERN_HIT(sPattern, sLine)) {
+            iTEXT_COPY(cpPattern, uSize, sLine);
+            return 1;
+        }
+        svRest.remove_prefix(std::min(uEnd + 1, svRest.size()));
     }
+    return 0;
 }
 
 int i_FILE_DELETE(const char* cpPath, str_log sctLog)
