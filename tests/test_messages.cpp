@@ -118,14 +118,12 @@ TEST_F(MESSAGES, longer_texts_are_cut_at_a_character_and_fitted_ones_keep_their_
     MESSAGE(szText, 16, MSG_E003, "a");
     EXPECT_STREQ(szText, "E003-HOSTS   F");
 
-    char szFitted[60];
     eLang = LANG_EN;
-    MESSAGE_FITTED(szFitted, MSG_E004, "a detail that is longer than its place");
-    EXPECT_STREQ(szFitted, "E004-HOSTS   Error during access to database  (a detail th)");
-    MESSAGE_FITTED(szFitted, MSG_E004, "short");
-    EXPECT_STREQ(szFitted, "E004-HOSTS   Error during access to database  (short)");
-    MESSAGE_FITTED(szText, MSG_E004, "no room for any of it");
-    EXPECT_STREQ(szText, "E004-HOSTS   Error ");
+    EXPECT_EQ(sMESSAGE_FITTED(60, MSG_E004, "a detail that is longer than its place"),
+              "E004-HOSTS   Error during access to database  (a detail th)");
+    EXPECT_EQ(sMESSAGE_FITTED(60, MSG_E004, "short"),
+              "E004-HOSTS   Error during access to database  (short)");
+    EXPECT_EQ(sMESSAGE_FITTED(20, MSG_E004, "no room for any of it"), "E004-HOSTS   Error ");
 }
 
 TEST_F(MESSAGES, passwords_are_masked_in_foreign_values_and_never_in_the_catalogue)

@@ -8,10 +8,7 @@ namespace {
 
 [[noreturn]] void v_DATABASE_FAILED(SCT_ARGS* pArg, const char* cpDetail)
 {
-    char szMsg[2048];
-    MESSAGE_FITTED(szMsg, MSG_E004, cpDetail);
-    TRACE("--- iTEST_IF_ALREADY_IN_DATABASE DB-error %s ", szMsg);
-    ZFINISH(szMsg, VK_WARNING, 'n', pArg);
+    v_END_RUN(pArg, VK_WARNING, MSG_E004, cpDetail, 2048, "iTEST_IF_ALREADY_IN_DATABASE DB-error");
 }
 
 /* The platform class of the backup server itself. Its query leaves no error text for

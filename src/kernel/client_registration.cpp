@@ -17,17 +17,9 @@ constexpr int  iMOST_TRIES = 50;
 constexpr int  iLONGEST_MS = 50;    // pause before another try
 constexpr long lLAST_ID = 9999999;  // szNodeId holds seven digits
 
-[[noreturn]] void v_DATABASE_FAILED(SCT_ARGS* pArg, const char* cpMessage)
+[[noreturn]] void v_INSERT_FAILED(SCT_ARGS* pArg, const char* cpDetail, size_t uSize = 512)
 {
-    TRACE("--- INSERT_INTO_DATABASE  error %s ", cpMessage);
-    ZFINISH(cpMessage, VK_WARNING, 'n', pArg);
-}
-
-[[noreturn]] void v_INSERT_FAILED(SCT_ARGS* pArg, const char* cpDetail)
-{
-    char szMsg[512];
-    MESSAGE_FITTED(szMsg, MSG_E004, cpDetail);
-    v_DATABASE_FAILED(pArg, szMsg);
+    v_END_RUN(pArg, VK_WARNING, MSG_E004, cpDetail, uSize, "INSERT_INTO_DATABASE  error");
 }
 
 /* The address becomes a word of the hosts file. */
@@ -80,11 +72,8 @@ int iNEXT_CLIENT_ID(SCT_ARGS* pArg)
 {
     TRACE("insert a new, so get MAX client_id from database");
     char szReply[512] = "";
-    if (!iDB_ACCESS("select MAX(client_id) from clients", szReply, nullptr, strLog)) {
-        char szMsg[256];
-        MESSAGE_FITTED(szMsg, MSG_E004, szReply);
-        v_DATABASE_FAILED(pArg, szMsg);
-    }
+    if (!iDB_ACCESS("select MAX(client_id) from clients", szReply, nullptr, strLog))
+        v_INSERT_FAILED(pArg, szReply, 256);
     const long lHighest = std::strtol(szReply, nullptr, 10);
     const long lNew = lHighest == 0 ? 1 : lHighest + 1;
     // A longer one would be cut, and the interfaces would go to another client.

@@ -74,11 +74,7 @@ void INSERT_ETC_HOST(SCT_ARGS* pArg)
     }
     TRACE("did not find %s in host-file %s or file not existing", pArg->szNodeName, szHostFile);
     STREAM pFile = pOPEN(szHostFile);
-    if (pFile == nullptr) {
-        char szMsg[256];
-        MESSAGE_FITTED(szMsg, MSG_E005, szHostFile);
-        ZFINISH(szMsg, VK_WARNING, 'n', pArg);
-    }
+    if (pFile == nullptr) v_END_RUN(pArg, VK_WARNING, MSG_E005, szHostFile, 256);
     char szLower[256];
     char szUpper[256];
     iTEXT_SET(szLower, sONE_LINE(pArg->szNodeName));

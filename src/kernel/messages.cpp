@@ -277,11 +277,12 @@ std::string sMESSAGE(MESSAGE_ID eId, std::initializer_list<std::string_view> val
     return sMessage.append(svText);
 }
 
-void MESSAGE_FITTED_N(char* cpDest, size_t uSize, MESSAGE_ID eId, std::string_view svValue)
+std::string sMESSAGE_FITTED(size_t uSize, MESSAGE_ID eId, std::string_view svValue)
 {
-    const size_t uAround = sMESSAGE(eId, {""}).size();
-    const size_t uRoom = uAround < uSize ? uSize - 1 - uAround : 0;
-    iTEXT_COPY(cpDest, uSize, sMESSAGE(eId, {svTEXT_CUT(svValue, uRoom)}));
+    const size_t      uAround = sMESSAGE(eId, {""}).size();
+    const size_t      uRoom = uAround < uSize ? uSize - 1 - uAround : 0;
+    const std::string sMessage = sMESSAGE(eId, {svTEXT_CUT(svValue, uRoom)});
+    return std::string(svTEXT_CUT(sMessage, uSize - 1));
 }
 
 int iMESSAGE_FOREIGN(std::string_view svText, size_t& uBegin, size_t& uEnd)

@@ -72,14 +72,10 @@ void MESSAGE(char* cpDest, size_t uSize, MESSAGE_ID eId, const V&... values)
     iTEXT_COPY(cpDest, uSize, sMESSAGE(eId, {std::string_view(values)...}));
 }
 
-/* Forms a message with one value, of which only the beginning is taken where the
-   whole would not fit, so that the text around it stays complete. */
-void MESSAGE_FITTED_N(char* cpDest, size_t uSize, MESSAGE_ID eId, std::string_view svValue);
-template<size_t N>
-void MESSAGE_FITTED(char (&szDest)[N], MESSAGE_ID eId, std::string_view svValue)
-{
-    MESSAGE_FITTED_N(szDest, N, eId, svValue);
-}
+/* A message of at most uSize bytes, terminator included, with one value, of which only
+   the beginning is taken where the whole would not fit, so that the text around it stays
+   complete. */
+std::string sMESSAGE_FITTED(size_t uSize, MESSAGE_ID eId, std::string_view svValue);
 
 /* Where in a message the text of another program or a library stands (a database's, a
    client's, a script's): from uBegin to uEnd, an empty range when it has none.

@@ -89,9 +89,10 @@ void ZFINISH(const char* cpTxt, int iExit, char cDelFlg, SCT_ARGS* pArg)
     v_END_PROCESS(iExit);
 }
 
-void v_END_RUN(SCT_ARGS* pArg, int iExit, MESSAGE_ID eId, std::string_view svDetail)
+void v_END_RUN(SCT_ARGS* pArg, int iExit, MESSAGE_ID eId, std::string_view svDetail, size_t uSize,
+               const char* cpTrace)
 {
-    char szMsg[2048];
-    MESSAGE_FITTED(szMsg, eId, svDetail);
-    ZFINISH(szMsg, iExit, 'n', pArg);
+    const std::string sMsg = sMESSAGE_FITTED(uSize, eId, svDetail);
+    if (cpTrace != nullptr) TRACE("--- %s %s ", cpTrace, sMsg.c_str());
+    ZFINISH(sMsg.c_str(), iExit, 'n', pArg);
 }

@@ -113,9 +113,11 @@ void ARGUMENTS(int argc, char** argv, SCT_ARGS* pArg, char (&cpAccessMode)[11]);
 [[noreturn]] void ZFINISH(const char* cpTxt, int iExit, char cDelFlg, SCT_ARGS* pArg);
 
 /* Ends the run with a message of the catalogue whose only value is svDetail, of which
-   as much is taken as the message has room for. */
+   as much is taken as the message has room for (uSize bytes, terminator included).
+   cpTrace  what the trace says in front of the message, or null */
 [[noreturn]] void v_END_RUN(SCT_ARGS* pArg, int iExit, MESSAGE_ID eId,
-                            std::string_view svDetail = "");
+                            std::string_view svDetail = "", size_t uSize = 2048,
+                            const char* cpTrace = nullptr);
 
 /* ---- client registry --------------------------------------------------- */
 
