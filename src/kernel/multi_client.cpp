@@ -102,15 +102,6 @@ std::vector<std::string> asCHILD_COMMAND(const SCT_ARGS* pArg, const std::string
     return asWord;
 }
 
-/* The same words as somebody would type them. */
-std::string sTYPED(const std::vector<std::string>& asWord)
-{
-    std::string sLine;
-    for (const std::string& sWord : asWord)
-        sLine += (sLine.empty() ? "" : " ") + sSHELL_WORD(SHELL_POSIX, sWord);
-    return sLine;
-}
-
 /* A row that bears the word for all clients is none: its run would start this one
    again, without end. */
 bool bNO_CLIENT(const char* cpName)
@@ -184,15 +175,6 @@ std::string sCLIENTS(size_t uClients)
     return std::to_string(uClients) + (uClients == 1 ? " client" : " clients");
 }
 
-/* The names as they would be typed for another run. */
-std::string sNAMES(const std::vector<std::string>& asName)
-{
-    std::string s;
-    for (const std::string& sName : asName)
-        s += (s.empty() ? "" : " ") + sSHELL_WORD(SHELL_POSIX, sName);
-    return s;
-}
-
 /* The clients that were not started are not started any more. Those of an update count
    as failed; a check counts those that it checked. */
 void v_LEAVE_REST(MULTI_RUN* pRun, const std::string& sWhy)
@@ -206,7 +188,7 @@ void v_LEAVE_REST(MULTI_RUN* pRun, const std::string& sWhy)
     pRun->iFailed += static_cast<int>(asRest.size());
     v_PROGRESS_CLEAR(&pRun->progress);
     TELL("%s not started, since %s: %s", sCLIENTS(asRest.size()).c_str(), sWhy.c_str(),
-         sNAMES(asRest).c_str());
+         sTYPED(asRest).c_str());
 }
 
 /* The end of a client's run goes into the counts, and decides whether others follow. */
@@ -325,7 +307,7 @@ bool bSUMMARY(MULTI_RUN* pRun, int iCount, bool bComplete)
     v_PROGRESS_CLEAR(&pRun->progress);
     if (const std::vector<std::string>& asHave = pRun->rollout.asHaveVersion; !asHave.empty())
         TELL("%s with the version already: %s", sCLIENTS(asHave.size()).c_str(),
-             sNAMES(asHave).c_str());
+             sTYPED(asHave).c_str());
     std::printf("STATUS=%s MSG=%s\n", bGood ? "SUCCESS" : "ERROR", pRun->szSql);
     return bGood;
 }

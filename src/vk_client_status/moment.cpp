@@ -4,23 +4,33 @@
 
 #include <algorithm>
 #include <ctime>
+#include <optional>
 #include <unordered_map>
+
+#include "common/text/time_text.h"
 
 namespace {
 
 constexpr long lHOUR = 3'600;
 constexpr long lMINUTE = 60;
 
-/* Days since 1970 of a date, by the rule of 400 years that begin in March. */
-constexpr long lDAYS(long lYear, long lMonth, long lDayOfMonth)
+constexpr size_t uDATE = 10;  // bytes of "YYYY-MM-DD"
+
+/* Midnight in Greenwich of "YYYY-MM-DD". The last date is kept: a log has many lines of a
+   day. Result  no value: it is no date */
+std::optional<long> lMIDNIGHT(std::string_view svDate)
 {
-    lYear -= lMonth <= 2;
-    const long lEra = (lYear >= 0 ? lYear : lYear - 399) / 400;
-    const long lOfEra = lYear - lEra * 400;
-    const long lOfYear = (153 * (lMonth + (lMonth > 2 ? -3 : 9)) + 2) / 5 + lDayOfMonth - 1;
-    return lEra * 146'097 + lOfEra * 365 + lOfEra / 4 - lOfEra / 100 + lOfYear - 719'468;
+    static std::string         sLast;
+    static std::optional<long> lLast;
+    if (svDate == sLast) return lLast;
+    tm sctTm{};
+    sLast = svDate;
+    const char* cpEnd = strptime(sLast.c_str(), "%Y-%m-%d", &sctTm);
+    const bool  bDate = sLast.size() == uDATE && cpEnd != nullptr && *cpEnd == '\0' &&
+                       sLast.find(' ') == sLast.npos;
+    lLast = bDate ? std::optional<long>(timegm(&sctTm)) : std::nullopt;
+    return lLast;
 }
-static_assert(lDAYS(1970, 1, 1) == 0 && lDAYS(2000, 3, 1) == 11'017);
 
 /* Offset of the local zone at an hour that is told in local time. */
 long lLOCAL_OFFSET(long lLocalHour)
@@ -75,25 +85,21 @@ bool bZONE(std::string_view sv, long& lOffset)
 
 long lSECONDS_OF(std::string_view sv)
 {
-    const long lYear = lDIGITS(sv, 4);
-    if (!bTAKE(sv, "-")) return 0;
-    const long lMonth = lDIGITS(sv, 2);
-    if (!bTAKE(sv, "-")) return 0;
-    const long lOfMonth = lDIGITS(sv, 2);
+    const std::optional<long> lMidnight = lMIDNIGHT(sv.substr(0, uDATE));
+    if (!lMidnight) return 0;
+    sv.remove_prefix(uDATE);
     if (!bTAKE(sv, "T ")) return 0;
     const long lHours = lDIGITS(sv, 2);
     if (!bTAKE(sv, ":")) return 0;
     const long lMinutes = lDIGITS(sv, 2);
     if (!bTAKE(sv, ":")) return 0;
     const long lRest = lDIGITS(sv, 2);
-    if (std::min({lYear, lMonth - 1, lOfMonth - 1, lHours, lMinutes, lRest}) < 0 || lMonth > 12 ||
-        lOfMonth > 31 || lHours > 23 || lMinutes > 59 || lRest > 60)
+    if (std::min({lHours, lMinutes, lRest}) < 0 || lHours > 23 || lMinutes > 59 || lRest > 60)
         return 0;
     if (bTAKE(sv, "."))
         while (bTAKE(sv, "0123456789")) continue;
-    const long lTime =
-        lDAYS(lYear, lMonth, lOfMonth) * lDAY + lHours * lHOUR + lMinutes * lMINUTE + lRest;
-    long lOffset = 0;
+    const long lTime = *lMidnight + lHours * lHOUR + lMinutes * lMINUTE + lRest;
+    long       lOffset = 0;
     if (sv.empty()) return lTime - lLOCAL_OFFSET(lTime / lHOUR);
     return bZONE(sv, lOffset) ? lTime - lOffset : 0;
 }
@@ -111,12 +117,7 @@ long lDAY_BEGIN(long lTime, int iDays)
 
 std::string sTIME_FORMAT(long lTime, const char* cpFormat)
 {
-    if (lTime == 0) return "";
-    const time_t l = lTime;
-    tm           sctTm{};
-    localtime_r(&l, &sctTm);
-    char szTime[64];
-    return {szTime, std::strftime(szTime, sizeof szTime, cpFormat, &sctTm)};
+    return lTime == 0 ? "" : sLOCAL_TIME_AS(cpFormat, lTime);
 }
 
 std::string sTIME_TEXT(long lTime, bool bZone)

@@ -17,6 +17,7 @@
 #include <nlohmann/json.hpp>
 
 #include "common/common.h"
+#include "common/text/descriptor.h"
 #include "line_keys.h"
 #include "moment.h"
 
@@ -104,9 +105,7 @@ void v_LINES(const std::string& sPath, int iFile, std::string& sBuffer, F pLine)
                 sBuffer.resize(2 * sBuffer.size());
             }
         }
-        const ssize_t iRead = pread(fd.iGet(), sBuffer.data() + uHeld, sBuffer.size() - uHeld,
-                                    lOffset + static_cast<long>(uHeld));
-        if (iRead < 0 && errno == EINTR) continue;
+        const ssize_t iRead = lREAD(fd.iGet(), sBuffer.data() + uHeld, sBuffer.size() - uHeld);
         if (iRead < 0) v_STDERR("cannot read \"%s\": %s", sPath.c_str(), std::strerror(errno));
         if (iRead <= 0) return;  // a last line without its end is still being written
         uHeld += static_cast<size_t>(iRead);

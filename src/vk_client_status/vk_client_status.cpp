@@ -38,12 +38,6 @@ constexpr int iUSUAL_WIDTH = 80;
 constexpr DB_WAITS sctPEOPLE{3, 5, -1};
 constexpr DB_WAITS sctNAGIOS{1, 3, 4};
 
-std::string sENVIRONMENT(const char* cpName)
-{
-    const char* cp = std::getenv(cpName);
-    return cp != nullptr ? cp : "";
-}
-
 /* A terminal gets ages and its own width, anything else whole values. */
 TABLE_LOOK sctLOOK(const OPTIONS& options)
 {

@@ -17,6 +17,7 @@
 #include "common/config/variables.h"
 #include "common/text/appending.h"
 #include "common/text/descriptor.h"
+#include "common/text/text.h"
 #include "common/unix/cm_hal_pipe.h"
 #include "gate.h"
 
@@ -58,10 +59,7 @@ bool bLINK(int iFolder, const std::string& sName)
 /* The folders and the name of a relative path. */
 int iPARTS(std::string_view svPath, std::vector<std::string>& asPart)
 {
-    while (!svPath.empty()) {
-        const size_t           uEnd = std::min(svPath.find('/'), svPath.size());
-        const std::string_view svPart = svPath.substr(0, uEnd);
-        svPath.remove_prefix(std::min(uEnd + 1, svPath.size()));
+    for (const std::string_view svPart : asvPIECES(svPath, '/')) {
         if (svPart == "..") return 0;
         if (!svPart.empty() && svPart != ".") asPart.emplace_back(svPart);
     }

@@ -14,6 +14,7 @@
 #include "common/text/descriptor.h"
 #include "common/text/holder.h"
 #include "common/unix/cm_hal_pipe.h"
+#include "common/unix/read_now.h"
 #include "gate.h"
 
 namespace {
@@ -50,16 +51,14 @@ int iHAND_ON(std::string_view svPiece)
    is thrown away from then on, so that no broken pipe ends it. */
 void HAND_ON_UNTIL_END(CHILD& child)
 {
-    char acBuf[uPIECE];
     bool bListening = true;
     bool bEnded = false;
     while (child.fdOut.bOpen() || !bEnded) {
         bEnded = iCHILD_ENDED(child) != 0;
-        const ssize_t iGot =
-            child.fdOut.bOpen() ? lREAD(child.fdOut.iGet(), acBuf, sizeof acBuf) : 0;
-        if (iGot > 0 && bListening) bListening = iHAND_ON({acBuf, static_cast<size_t>(iGot)}) != 0;
-        if (iGot == 0) child.fdOut.Close();
-        if (iGot >= 0 && child.fdOut.bOpen()) continue;
+        std::string sPiece;
+        const bool  bMore = uREAD_NOW(child.fdOut, sPiece, uPIECE) > 0;
+        if (bMore && bListening) bListening = iHAND_ON(sPiece) != 0;
+        if (bMore) continue;
         if (bEnded) return;  // what it left behind may hold its output open
         std::vector<WAIT_FD> fds{{child.fdExit.iGet()}, {child.fdOut.iGet()}};
         iWAIT(fds, 0);
@@ -68,16 +67,15 @@ void HAND_ON_UNTIL_END(CHILD& child)
 
 /* What the script has started, such as a service, may go on writing: its output is
    read, and thrown away, for as long as it does. */
-void SWALLOW(const CHILD& child)
+void SWALLOW(CHILD& child)
 {
-    char     acBuf[uPIECE];
     const FD fdNull(open("/dev/null", O_RDWR | O_CLOEXEC));
     for (const int iFd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) dup2(fdNull.iGet(), iFd);
     while (child.fdOut.bOpen()) {
         std::vector<WAIT_FD> fds{{child.fdOut.iGet()}};
         iWAIT(fds, 0);
-        const ssize_t iGot = lREAD(child.fdOut.iGet(), acBuf, sizeof acBuf);
-        if (iGot == 0 || (iGot < 0 && errno != EAGAIN)) return;
+        std::string sThrownAway;
+        uREAD_NOW(child.fdOut, sThrownAway, uPIECE);
     }
 }
 

@@ -26,12 +26,6 @@ namespace {
 constexpr int  iEXIT_USAGE = 2;
 constexpr long lFIRST_LINE_MS = 60'000;
 
-std::string sENVIRONMENT(const char* cpName)
-{
-    const char* cpValue = std::getenv(cpName);
-    return cpValue != nullptr ? cpValue : "";
-}
-
 /* What programs get instead of the environment that came with the session. */
 void CLEAN_ENVIRONMENT(const std::string& sConfig)
 {

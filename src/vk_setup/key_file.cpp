@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "common/text/descriptor.h"
+#include "common/text/standard_error.h"
 
 namespace {
 
@@ -19,23 +20,17 @@ constexpr mode_t uFILE_MODE = 0600;
 constexpr mode_t uOTHERS_WRITE = 022;
 constexpr int    iFOLDER_FLAGS = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
-int iFAILED(const char* cpVerb, const std::string& sPath, std::string& sReason)
-{
-    sReason = std::string("cannot ") + cpVerb + " \"" + sPath + "\": " + std::strerror(errno);
-    return 0;
-}
-
 /* Nobody but root and the account itself owns a folder or may write into it. */
 int iMEND(int iFolder, const std::string& sFolder, KEY_FILE& file, std::string& sReason)
 {
     struct stat sctStat {};
-    if (fstat(iFolder, &sctStat) != 0) return iFAILED("read", sFolder, sReason);
+    if (fstat(iFolder, &sctStat) != 0) return iCANNOT("read", sFolder, sReason);
     const mode_t uMode = sctStat.st_mode & 07777U;
     const bool   bOwner = sctStat.st_uid == 0 || sctStat.st_uid == geteuid();
     if (bOwner && (uMode & uOTHERS_WRITE) == 0) return 1;
     if ((!bOwner && fchown(iFolder, geteuid(), static_cast<gid_t>(-1)) != 0) ||
         fchmod(iFolder, uMode & ~uOTHERS_WRITE) != 0)
-        return iFAILED("set owner and mode of", sFolder, sReason);
+        return iCANNOT("set owner and mode of", sFolder, sReason);
     file.sMended += (file.sMended.empty() ? "" : ", ") + sFolder;
     return 1;
 }
@@ -45,16 +40,16 @@ int iPRIVATE_FOLDER(const std::string& sFolder, KEY_FILE& file, std::string& sRe
 {
     FD& fd = file.fdFolder;
     if (mkdir(sFolder.c_str(), 0700) != 0 && errno != EEXIST)
-        return iFAILED("make", sFolder, sReason);
+        return iCANNOT("make", sFolder, sReason);
     fd = FD(open(sFolder.c_str(), iFOLDER_FLAGS | O_NOFOLLOW));
     if (!fd.bOpen() && (errno == ELOOP || errno == ENOTDIR)) {
         sReason = "\"" + sFolder + "\" is no folder of its own; name the file with --file";
         return 0;
     }
-    if (!fd.bOpen()) return iFAILED("open", sFolder, sReason);
+    if (!fd.bOpen()) return iCANNOT("open", sFolder, sReason);
     const FD          fdHome(openat(fd.iGet(), "..", iFOLDER_FLAGS));
     const std::string sHome = sFolder.substr(0, sFolder.rfind('/'));
-    if (!fdHome.bOpen()) return iFAILED("open", sHome, sReason);
+    if (!fdHome.bOpen()) return iCANNOT("open", sHome, sReason);
     return iMEND(fdHome.iGet(), sHome, file, sReason) && iMEND(fd.iGet(), sFolder, file, sReason);
 }
 
@@ -62,7 +57,7 @@ int iLOCK(const KEY_FILE& file, std::string& sReason)
 {
     const long lEnd = lNOW_MS() + lLOCK_MS;
     while (flock(file.fdFolder.iGet(), LOCK_EX | LOCK_NB) != 0) {
-        if (lNOW_MS() > lEnd) return iFAILED("lock the folder of", file.sPath, sReason);
+        if (lNOW_MS() > lEnd) return iCANNOT("lock the folder of", file.sPath, sReason);
         iSLEEP_MS(20);
     }
     return 1;
@@ -81,14 +76,14 @@ int iREAD_FILE(KEY_FILE& file, std::string& sReason)
     struct stat sctFolder {};
     if (!fd.bOpen() || fstat(fd.iGet(), &sctFile) != 0 ||
         fstat(file.fdFolder.iGet(), &sctFolder) != 0)
-        return iFAILED("read", file.sPath, sReason);
+        return iCANNOT("read", file.sPath, sReason);
     if (!S_ISREG(sctFile.st_mode)) {
         sReason = "\"" + file.sPath + "\" is no regular file";
         return 0;
     }
     file.bThere = true;
     file.bRight = (sctFile.st_mode & 07777U) == uFILE_MODE && sctFile.st_uid == sctFolder.st_uid;
-    return iREAD_ALL(fd.iGet(), file.sText, uFILE_MAX) || iFAILED("read", file.sPath, sReason);
+    return iREAD_ALL(fd.iGet(), file.sText, uFILE_MAX) || iCANNOT("read", file.sPath, sReason);
 }
 
 }  // namespace
@@ -101,12 +96,12 @@ int iKEY_FILE_OPEN(const std::string& sPath, bool bPrivateFolder, KEY_FILE& file
     file.sPath = sPath;
     file.sName = sPath.substr(uName == std::string::npos ? 0 : uName + 1);
     errno = EISDIR;
-    if (file.sName.empty()) return iFAILED("read", sPath, sReason);
+    if (file.sName.empty()) return iCANNOT("read", sPath, sReason);
     if (bPrivateFolder) {
         if (!iPRIVATE_FOLDER(sPath.substr(0, uName), file, sReason)) return 0;
     } else {
         file.fdFolder = FD(open(sFolder.c_str(), iFOLDER_FLAGS));
-        if (!file.fdFolder.bOpen()) return iFAILED("open", sFolder, sReason);
+        if (!file.fdFolder.bOpen()) return iCANNOT("open", sFolder, sReason);
     }
     return iLOCK(file, sReason) && iREAD_FILE(file, sReason);
 }
@@ -127,7 +122,7 @@ int iKEY_FILE_REPLACE(const KEY_FILE& file, std::string_view svText, std::string
         fsync(iFolder);
         return 1;
     }
-    iFAILED("write", file.sPath, sReason);
+    iCANNOT("write", file.sPath, sReason);
     unlinkat(iFolder, sNew.c_str(), 0);
     return 0;
 }
@@ -135,5 +130,5 @@ int iKEY_FILE_REPLACE(const KEY_FILE& file, std::string_view svText, std::string
 int iKEY_FILE_REMOVE(const KEY_FILE& file, std::string& sReason)
 {
     if (!file.bThere || unlinkat(file.fdFolder.iGet(), file.sName.c_str(), 0) == 0) return 1;
-    return iFAILED("remove", file.sPath, sReason);
+    return iCANNOT("remove", file.sPath, sReason);
 }

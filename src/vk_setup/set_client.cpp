@@ -15,6 +15,7 @@
 #include "common/config/config.h"
 #include "common/config/variables.h"
 #include "common/text/appending.h"
+#include "common/text/program.h"
 #include "common/text/text.h"
 #include "key_file.h"
 #include "permit.h"
@@ -283,8 +284,7 @@ int iADMIT_ASKED(const CALL& call)
 /* Also makes the configuration that was named the one that is read. */
 int iBEGIN(const std::vector<std::string>& asArgument, CALL& call)
 {
-    const char* cpIni = std::getenv("VK_INI");
-    if (cpIni != nullptr && *cpIni != '\0') call.sConfig = cpIni;
+    call.sConfig = sENVIRONMENT("VK_INI");
     if (!iREAD_ARGUMENTS(asArgument, call)) return 0;
     if (!call.sConfig.empty()) setenv("VK_INI", call.sConfig.c_str(), 1);
     return iCONFIG_VALID();

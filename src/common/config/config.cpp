@@ -18,6 +18,7 @@
 #include "../text/holder.h"
 #include "../text/immortal.h"
 #include "../text/likeness.h"
+#include "../text/program.h"
 #include "../text/standard_error.h"
 #include "keys.h"
 
@@ -230,11 +231,10 @@ CONFIG& LOADED()
     CONFIG& config = STORE();
     if (config.bRead) return config;
     config.bRead = true;
-    const char* cpIni = std::getenv("VK_INI");
-    const bool  bNamed = cpIni != nullptr && *cpIni != '\0';
-    READ_FILE(bNamed ? cpIni : "/etc/velka/vk.ini", config);
-    if (bNamed && config.sFile.empty() && !bTOLD_BY_PARENT())
-        v_STDERR("VK_INI names \"%s\", which does not exist; the defaults hold", cpIni);
+    const std::string sIni = sCONFIG_PLACE();
+    READ_FILE(sIni, config);
+    if (!sENVIRONMENT("VK_INI").empty() && config.sFile.empty() && !bTOLD_BY_PARENT())
+        v_STDERR("VK_INI names \"%s\", which does not exist; the defaults hold", sIni.c_str());
     return config;
 }
 
@@ -257,6 +257,12 @@ int iCONFIG_VALID()
 void v_CONFIG_FORGET()
 {
     STORE() = {};
+}
+
+std::string sCONFIG_PLACE()
+{
+    const std::string sNamed = sENVIRONMENT("VK_INI");
+    return sNamed.empty() ? "/etc/velka/vk.ini" : sNamed;
 }
 
 const char* cpCONFIG_FILE()
@@ -284,41 +290,6 @@ int iCONFIG_NUMBER(std::string_view svSection, std::string_view svKey)
     if (pSetting == nullptr || !bNUMBER(pSetting->sValue, pKey->iMin, pKey->iMax, iValue))
         bNUMBER(std::string(pKey->svDefault), pKey->iMin, pKey->iMax, iValue);
     return iValue;
-}
-
-int iCONFIG_TRACE_LEVEL()
-{
-    return iCONFIG_NUMBER("general", "trace_level");
-}
-
-int iCONFIG_PARALLEL()
-{
-    return iCONFIG_NUMBER("general", "parallel");
-}
-
-int iCONFIG_STATEMENT_TIMEOUT()
-{
-    return iCONFIG_NUMBER("database", "statement_timeout");
-}
-
-int iCONFIG_RETRY_TIME()
-{
-    return iCONFIG_NUMBER("database", "retry_time");
-}
-
-int iCONFIG_CONNECT_TIMEOUT()
-{
-    return iCONFIG_NUMBER("remote", "connect_timeout");
-}
-
-int iCONFIG_IDLE_TIMEOUT()
-{
-    return iCONFIG_NUMBER("remote", "idle_timeout");
-}
-
-int iCONFIG_TOTAL_TIMEOUT()
-{
-    return iCONFIG_NUMBER("remote", "total_timeout");
 }
 
 int iCONFIG_NUMBER_OF(const char* cpVariable, const std::string& sText)

@@ -20,26 +20,31 @@ int iCONFIG_VALID();
    its VK_INI while it runs, such as a test. */
 void v_CONFIG_FORGET();
 
+/* The file that is read where it is there: VK_INI's, else the system's. */
+std::string sCONFIG_PLACE();
+
 /* The file that was read, "" when there is none. */
 const char* cpCONFIG_FILE();
 
 /* Text after [section] key, or cpDefault. */
 std::string sCONFIG_TEXT(const char* cpSection, const char* cpKey, const char* cpDefault);
 
-/* Numbers of the installation, checked; seconds where they are times. */
-int iCONFIG_TRACE_LEVEL();        // 0: no trace
-int iCONFIG_PARALLEL();           // at least 1
-int iCONFIG_STATEMENT_TIMEOUT();  // 0: none
-int iCONFIG_RETRY_TIME();         // of a busy or restarting database; 0: never
-int iCONFIG_CONNECT_TIMEOUT();
-int iCONFIG_IDLE_TIMEOUT();
-int iCONFIG_TOTAL_TIMEOUT();
-
 /* 1 when vk.ini has the section. */
 int iCONFIG_SECTION(const std::string& sSection);
 
 /* The number under a key of keys.h, its default when it is not set or makes no sense. */
 int iCONFIG_NUMBER(std::string_view svSection, std::string_view svKey);
+
+/* Numbers of the installation; seconds where they are times. */
+// clang-format off
+inline int iCONFIG_TRACE_LEVEL() { return iCONFIG_NUMBER("general", "trace_level"); }  // 0: no trace
+inline int iCONFIG_PARALLEL() { return iCONFIG_NUMBER("general", "parallel"); }        // at least 1
+inline int iCONFIG_STATEMENT_TIMEOUT() { return iCONFIG_NUMBER("database", "statement_timeout"); }  // 0: none
+inline int iCONFIG_RETRY_TIME() { return iCONFIG_NUMBER("database", "retry_time"); }  // 0: never
+inline int iCONFIG_CONNECT_TIMEOUT() { return iCONFIG_NUMBER("remote", "connect_timeout"); }
+inline int iCONFIG_IDLE_TIMEOUT() { return iCONFIG_NUMBER("remote", "idle_timeout"); }
+inline int iCONFIG_TOTAL_TIMEOUT() { return iCONFIG_NUMBER("remote", "total_timeout"); }
+// clang-format on
 
 /* The number of a variable of keys.h, of which the environment has sText (empty: it
    has none); one that makes no sense is told once. */

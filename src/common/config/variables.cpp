@@ -5,13 +5,13 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <ctime>
 #include <set>
 #include <string_view>
 
 #include "../text/immortal.h"
 #include "../text/standard_error.h"
 #include "../text/text.h"
+#include "../text/time_text.h"
 #include "config.h"
 #include "keys.h"
 
@@ -54,18 +54,9 @@ std::string sENDED(std::string sDirectory, bool bWindows)
     return sDirectory;
 }
 
-std::string sTODAY()
-{
-    char         szDay[16];
-    const time_t lNow = time(nullptr);
-    tm           sctTm{};
-    localtime_r(&lNow, &sctTm);
-    return {szDay, std::strftime(szDay, sizeof szDay, "%Y%m%d", &sctTm)};
-}
-
 std::string sVARIABLE_DEFAULT(const char* cpName)
 {
-    if (std::string_view(cpName) == "gv_daylbl") return sTODAY();
+    if (std::string_view(cpName) == "gv_daylbl") return sLOCAL_TIME_AS("%Y%m%d", time(nullptr));
     const CONFIG_KEY* pKey = pCONFIG_KEY("variables", cpName);
     return pKey != nullptr ? std::string(pKey->svDefault) : "";
 }

@@ -39,11 +39,17 @@ struct HOSTS {
 };
 
 /* Keywords and values, in the order in which later ones win. */
+/* Of a keyword the last value counts. */
 struct PARAMETERS {
     std::vector<std::string> asKeyword, asValue;
 
     void Add(const char* cpKeyword, const std::string& sValue)
     {
+        const auto it = std::find(asKeyword.begin(), asKeyword.end(), cpKeyword);
+        if (it != asKeyword.end()) {
+            asValue.erase(asValue.begin() + (it - asKeyword.begin()));
+            asKeyword.erase(it);
+        }
         asKeyword.emplace_back(cpKeyword);
         asValue.push_back(sValue);
     }
@@ -76,12 +82,6 @@ bool& NO_OPTIONS()
 {
     static bool bNone = false;
     return bNone;
-}
-
-std::string sENVIRONMENT(const char* cpName)
-{
-    const char* cp = std::getenv(cpName);
-    return cp != nullptr ? cp : "";
 }
 
 /* A value that the connection text sets, else the environment. */

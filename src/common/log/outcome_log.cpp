@@ -18,6 +18,7 @@
 #include "../text/secret.h"
 #include "../text/standard_error.h"
 #include "../text/text.h"
+#include "../text/time_text.h"
 
 namespace {
 
@@ -46,15 +47,11 @@ const long     lBEGIN = lMICROSECONDS();
 /* "2026-11-25T03:52:27.123+01:00" */
 std::string sISO(const timespec& sctTime)
 {
-    tm sctTm{};
-    localtime_r(&sctTime.tv_sec, &sctTm);
-    char        szTime[40];
-    std::string s(szTime, std::strftime(szTime, sizeof szTime, "%Y-%m-%dT%H:%M:%S", &sctTm));
     std::string sMilliseconds = std::to_string(1000 + sctTime.tv_nsec / 1'000'000);
     sMilliseconds[0] = '.';
-    std::string sZone(szTime, std::strftime(szTime, sizeof szTime, "%z", &sctTm));
+    std::string sZone = sLOCAL_TIME_AS("%z", sctTime.tv_sec);
     if (sZone.size() == 5) sZone.insert(3, ":");
-    return s + sMilliseconds + sZone;
+    return sLOCAL_TIME_AS("%Y-%m-%dT%H:%M:%S", sctTime.tv_sec) + sMilliseconds + sZone;
 }
 
 /* The identifier in front of a catalogue text ("E004-HOSTS"), or "". */

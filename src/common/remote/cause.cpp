@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "../text/command_line.h"
+#include "../text/text.h"
 
 namespace {
 
@@ -250,12 +251,10 @@ static_assert(bIDS_DIFFER());
 
 bool bSHOWS(std::string_view svWords, std::string_view svText)
 {
-    while (!svWords.empty()) {
-        const size_t uEnd = svWords.find('|');
-        if (svText.find(svWords.substr(0, uEnd)) != std::string_view::npos) return true;
-        svWords.remove_prefix(uEnd == std::string_view::npos ? svWords.size() : uEnd + 1);
-    }
-    return false;
+    const auto asvWords = asvPIECES(svWords, '|');
+    return std::any_of(asvWords.begin(), asvWords.end(), [&](std::string_view sv) {
+        return svText.find(sv) != std::string_view::npos;
+    });
 }
 
 /* Places that are no words of a command line, but a command. */

@@ -7,6 +7,7 @@
 #include "../config/config.h"
 #include "../log/outcome_log.h"
 #include "../text/secret.h"
+#include "../text/text.h"
 #include "../unix/read_now.h"
 #include "diagnose.h"
 #include "output.h"
@@ -134,11 +135,8 @@ bool bWORTH_ANOTHER_TRY(const COMMAND_END& outcome)
 
 void TRACE_LOG(const std::string& sText, const str_log& sctLog)
 {
-    for (size_t u = 0; u < sText.size();) {
-        const size_t uEnd = std::min(sText.find('\n', u), sText.size());
-        WRITE_TRACE(&sctLog, "ssh: %s", sText.substr(u, uEnd - u).c_str());
-        u = uEnd + 1;
-    }
+    for (const std::string_view svLine : asvPIECES(sText))
+        WRITE_TRACE(&sctLog, "ssh: %s", std::string(svLine).c_str());
 }
 
 /* A command line that could not be formed is empty. */
@@ -231,7 +229,7 @@ COMMAND_END sctRUN_COMMAND(const HOST& host, const std::string& sPort, const cha
         TRACE_COMMAND_LINE(sctSpec, sctLog);
         outcome = sctRUN_CHILD(host, transport, sctSpec, limits, output,
                                iLEFT_TO_FINISH(cpCommand) ? TIME_SCRIPT : TIME_COMMAND);
-        if (outcome.bRan()) transport.sctWAY(host);
+        if (outcome.bRan()) transport.NOTE_WAY(host);
         if (sctLog.iLogLevel > 2) TRACE_LOG(transport.sLOG(host), sctLog);
         if (sctLog.iLogLevel > 0) {
             WRITE_TRACE(&sctLog, "host %s, mode %s: %s %ld %s", host.sName.c_str(),

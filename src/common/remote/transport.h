@@ -37,8 +37,10 @@ struct TRANSPORT {
     virtual int iFORM(const HOST& host, const std::string& sPort, std::string_view svCommand,
                       int iConnectTimeout, CHILD_SPEC& sctSpec, std::string& sReason) = 0;
 
-    /* The way that the command formed last took, and whom it reached (in the run's record).
-       Where it ended at a host in between, that way is taken once more, to ask why. */
+    /* Enters into the run's record whom the command formed last reached. */
+    virtual void NOTE_WAY(const HOST& /*host*/) {}
+    /* The same, and the way that it took. Where it ended at a host in between, that way is
+       taken once more, to ask why. */
     virtual WAY sctWAY(const HOST& /*host*/) { return {}; }
     /* The transport's own log of that command, for the trace. */
     virtual std::string sLOG(const HOST& /*host*/) { return {}; }

@@ -179,6 +179,14 @@ std::string sSHELL_WORD(SHELL eShell, std::string_view svWord)
     return '\'' + sPOSIX_SINGLE_BODY(sWord) + '\'';
 }
 
+std::string sTYPED(const std::vector<std::string>& asWord)
+{
+    std::string sLine;
+    for (const std::string& s : asWord)
+        sLine += (sLine.empty() ? "" : " ") + sSHELL_WORD(SHELL_POSIX, s);
+    return sLine;
+}
+
 std::string sSHELL_INSIDE_QUOTES(SHELL eShell, std::string_view svWord)
 {
     return eShell == SHELL_WINDOWS ? sWINDOWS_BODY(svWord, false) : sPOSIX_DOUBLE_BODY(svWord);

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "format.h"
 
@@ -15,6 +16,9 @@ enum SHELL {
 /* A word as the shell reads it back: plain words (letters, digits and
    . _ - / : = , + @, for POSIX also %) stand as they are, others are quoted. */
 std::string sSHELL_WORD(SHELL eShell, std::string_view svWord);
+
+/* A command line to be typed: the words, quoted where a POSIX shell needs it. */
+std::string sTYPED(const std::vector<std::string>& asWord);
 
 /* The same text as it stands between double quotes, without them. */
 std::string sSHELL_INSIDE_QUOTES(SHELL eShell, std::string_view svWord);

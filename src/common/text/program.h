@@ -2,6 +2,7 @@
 #pragma once
 
 #include <span>
+#include <string>
 #include <string_view>
 
 struct PROGRAM {
@@ -20,3 +21,6 @@ struct PROGRAM {
 extern const PROGRAM sctPROGRAM;
 
 const char* cpPROGRAM_NAME();
+
+/* A variable of the environment, "" where it is not set. */
+std::string sENVIRONMENT(const char* cpName);

@@ -94,6 +94,17 @@ std::string sFORMATTED_MASKED(const char* cpFormat, va_list args)
     return sText;
 }
 
+std::string sCANNOT(const char* cpVerb, const std::string& sObject)
+{
+    return std::string("cannot ") + cpVerb + " \"" + sObject + "\": " + std::strerror(errno);
+}
+
+int iCANNOT(const char* cpVerb, const std::string& sObject, std::string& sReason)
+{
+    sReason = sCANNOT(cpVerb, sObject);
+    return 0;
+}
+
 std::string sSAFE_LINE(const std::string& sText)
 {
     return sONE_LINE(sMASKED(sText));

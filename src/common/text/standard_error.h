@@ -18,5 +18,9 @@ std::string sFORMATTED(const char* cpFormat, va_list args) __attribute__((format
 std::string sFORMATTED_MASKED(const char* cpFormat, va_list args)
     __attribute__((format(printf, 1, 0)));
 
+/* "cannot VERB "OBJECT": CAUSE" by errno; iCANNOT puts it into sReason, and gives 0. */
+std::string sCANNOT(const char* cpVerb, const std::string& sObject);
+int         iCANNOT(const char* cpVerb, const std::string& sObject, std::string& sReason);
+
 /* Passwords masked, control characters and invalid UTF-8 replaced. */
 std::string sSAFE_LINE(const std::string& sText);

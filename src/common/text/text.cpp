@@ -100,6 +100,16 @@ void x_Snprintf(char* szDest, size_t uSize, const char* cpFormat, ...)
         szDest[uWHOLE_CHARACTERS({szDest, uSize - 1})] = '\0';
 }
 
+std::vector<std::string_view> asvPIECES(std::string_view svText, char cEnd)
+{
+    std::vector<std::string_view> asvPiece;
+    while (!svText.empty()) {
+        asvPiece.push_back(svText.substr(0, svText.find(cEnd)));
+        svText.remove_prefix(std::min(asvPiece.back().size() + 1, svText.size()));
+    }
+    return asvPiece;
+}
+
 std::string sVALID_UTF8(std::string_view svText)
 {
     std::string s;

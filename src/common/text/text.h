@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 /* Longest prefix of svText that has at most uMax bytes and ends at a
    character boundary. */
@@ -25,6 +26,9 @@ int iTEXT_SET(char (&szDest)[N], std::string_view svText)
 /* Formats like snprintf; a longer text is cut at a character boundary. */
 void x_Snprintf(char* szDest, size_t uSize, const char* cpFormat, ...)
     __attribute__((format(printf, 3, 4)));
+
+/* The pieces of a text between, and in front of, cEnd; an empty one at the end is none. */
+std::vector<std::string_view> asvPIECES(std::string_view svText, char cEnd = '\n');
 
 /* svText with invalid UTF-8 replaced by U+FFFD. */
 std::string sVALID_UTF8(std::string_view svText);

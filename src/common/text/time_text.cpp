@@ -74,6 +74,11 @@ std::string sISO_STAMP(const char* cpText)
 
 }  // namespace
 
+std::string sLOCAL_TIME_AS(const char* cpFormat, time_t lSeconds)
+{
+    return sTIME(cpFormat, sctLOCAL(lSeconds));
+}
+
 std::string sLOCAL_TIME(bool bMilliseconds)
 {
     timeval sctNow{};
@@ -90,7 +95,7 @@ char* time_get_N(char* szBuf, size_t uSize)
     if (uSize == 0) return szBuf;
     const time_t lNow = time(nullptr);
     if (szBuf[0] == 'I')
-        iTEXT_COPY(szBuf, uSize, sTIME("%Y%m%d%H%M%S_", sctLOCAL(lNow)) + std::to_string(getpid()));
+        iTEXT_COPY(szBuf, uSize, sLOCAL_TIME_AS("%Y%m%d%H%M%S_", lNow) + std::to_string(getpid()));
     else
         iTEXT_COPY(szBuf, uSize, sISO(sctLOCAL(lNow)));
     return szBuf;

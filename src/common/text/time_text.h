@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <ctime>
 #include <string>
 
 /* Local time. szBuf beginning with 'I' selects "YYYYMMDDHHMMSS_PID", else
@@ -25,6 +26,9 @@ void cm_time_stamp2iso(char (&szBuf)[N])
 {
     cm_time_stamp2iso_N(szBuf, N);
 }
+
+/* Local time in a form of strftime. */
+std::string sLOCAL_TIME_AS(const char* cpFormat, time_t lSeconds);
 
 /* Local time "YYYY-MM-DD HH:MM:SS", with ".mmm" behind it when bMilliseconds. */
 std::string sLOCAL_TIME(bool bMilliseconds);

@@ -1,9 +1,7 @@
-/* Child processes, pipes and waiting. The registers of what must be given back
-   when the process ends stand here too, since exit does not unwind. */
+/* Child processes and their pipes. */
 #include "cm_hal_pipe.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -25,23 +23,12 @@ extern "C" {  // the header of some C libraries does not say it
 #include "../text/descriptor.h"
 #include "../text/immortal.h"
 #include "../text/standard_error.h"
+#include "waiting.h"
 
 namespace {
 
-constexpr int    iGRACE_MS = 2000;
-constexpr int    iGROUP_STEP_MS = 5;  // a group has no descriptor to wait for
-constexpr int    iNO_MEMORY_TRIES = 50;
-constexpr long   lNO_MEMORY_PAUSE_NS = 20000000;
-constexpr int    iOUTPUT_LOST = 2;  // exit code when standard output could not be written
-constexpr size_t uRESERVE = size_t{256} * 1024;
-constexpr int    aiSignal[] = {SIGINT, SIGTERM, SIGHUP};
-
-volatile sig_atomic_t iPendingSignal = 0;
-volatile sig_atomic_t bUnreported = 0;  // a signal came that no wait has told yet
-bool                  bSignalsSetUp = false;
-bool                  bToCaller = false;
-bool                  bEnding = false;
-sigset_t              setInWait;  // mask inside a wait, and of children
+constexpr int iGRACE_MS = 2000;
+constexpr int iGROUP_STEP_MS = 5;  // a group has no descriptor to wait for
 
 std::vector<CHILD*>& CHILDREN()
 {
@@ -49,41 +36,9 @@ std::vector<CHILD*>& CHILDREN()
     return children.Get();
 }
 
-std::vector<void (*)()>& AT_END()
-{
-    static IMMORTAL<std::vector<void (*)()>> atEnd;
-    return atEnd.Get();
-}
-
-void NOTE_SIGNAL(int iSignal)
-{
-    iPendingSignal = iSignal;
-    bUnreported = 1;
-}
-
 void FORGET(CHILD& child)
 {
     std::erase(CHILDREN(), &child);
-}
-
-void GIVE_BACK()
-{
-    bEnding = true;
-    for (CHILD* pChild : std::vector<CHILD*>(CHILDREN())) {
-        if (!pChild->bOutlives) v_CHILD_SIGNAL(*pChild, SIGTERM);
-    }
-    for (CHILD* pChild : std::vector<CHILD*>(CHILDREN())) v_CHILD_END(*pChild, iGRACE_MS);
-    while (!AT_END().empty()) {
-        void (*pDone)() = AT_END().back();
-        AT_END().pop_back();
-        pDone();
-    }
-}
-
-void GIVE_BACK_AT_EXIT()
-{
-    static const int iOnce = std::atexit(GIVE_BACK);
-    static_cast<void>(iOnce);
 }
 
 struct PIPE {
@@ -144,9 +99,7 @@ struct CHILD_SIDE {
         prctl(PR_SET_PDEATHSIG, SIGTERM);
         bGone = getppid() != side.iParent;  // it died before the signal was set up
     }
-    for (int iSignal : aiSignal) signal(iSignal, SIG_DFL);
-    signal(SIGPIPE, SIG_DFL);
-    if (bSignalsSetUp) sigprocmask(SIG_SETMASK, &setInWait, nullptr);
+    v_SIGNALS_OF_CHILD();
     if (!bGone && dup2(side.iIn, 0) >= 0 && dup2(side.iOut, 1) >= 0 && dup2(side.iErr, 2) >= 0)
         execvpe(side.ppArgument[0], side.ppArgument, side.ppEnvironment);
     const int iErrno = errno;
@@ -278,87 +231,40 @@ void WAIT_FOR_CHILD(CHILD& child, long lDeadline)
     }
 }
 
-/* What was printed has left. The stream may have failed long before; its reason is
-   known only when it does so now. */
-bool bOUTPUT_WRITTEN()
-{
-    errno = 0;
-    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return true;
-    const char* cpCause = std::strerror(errno != 0 ? errno : EIO);
-    v_STDERR_ONCE("stdout", "cannot write standard output: %s", cpCause);
-    return false;
-}
-
 /* The same for its group. */
 void WAIT_FOR_GROUP(pid_t iGroup, long lDeadline)
 {
     while (kill(-iGroup, 0) == 0 && lNOW_MS() < lDeadline) iSLEEP_MS(iGROUP_STEP_MS);
 }
 
-/* Looks at a signal that came. Result 1 the caller is to be told. */
-int iTAKE_SIGNAL()
-{
-    if (bUnreported == 0 || bEnding) return 0;
-    bUnreported = 0;
-    if (!bToCaller) v_END_BY_SIGNAL(iPendingSignal);
-    return 1;
-}
-
-/* What this process still holds when memory runs out, so that it can end in order. */
-std::unique_ptr<char[]>& RESERVE()
-{
-    static IMMORTAL<std::unique_ptr<char[]>> reserve;
-    return reserve.Get();
-}
-
-[[noreturn]] void NO_MEMORY()
-{
-    constexpr int iEXIT = 2;
-    RESERVE().reset();
-    std::set_new_handler([] { _exit(iEXIT); });
-    v_STDERR("no memory left; the run ends here");
-    v_END_PROCESS(iEXIT);
-}
-
-timespec sctLEFT(long lDeadline)
-{
-    const long lLeft = lDeadline == 0 ? 3600000 : std::max(0L, lDeadline - lNOW_MS());
-    return {lLeft / 1000, lLeft % 1000 * 1000000};
-}
-
-int iUNREADABLE(const std::string& sFile, std::string& sReason)
-{
-    sReason = "cannot read \"" + sFile + "\": " + std::strerror(errno);
-    return 0;
-}
-
 }  // namespace
+
+void v_END_CHILDREN()
+{
+    for (CHILD* pChild : std::vector<CHILD*>(CHILDREN())) {
+        if (!pChild->bOutlives) v_CHILD_SIGNAL(*pChild, SIGTERM);
+    }
+    for (CHILD* pChild : std::vector<CHILD*>(CHILDREN())) v_CHILD_END(*pChild, iGRACE_MS);
+}
 
 CHILD::~CHILD()
 {
     v_CHILD_END(*this, iGRACE_MS);
 }
 
-long lNOW_MS()
-{
-    timespec sctNow{};
-    clock_gettime(CLOCK_MONOTONIC, &sctNow);
-    return sctNow.tv_sec * 1000L + sctNow.tv_nsec / 1000000L;
-}
-
 int iCHILD_START(CHILD& child, const CHILD_SPEC& sctSpec, std::string& sReason)
 {
     const auto iFAILED = [&](int iErrno) {
-        sReason = "cannot run \"" + sctSpec.asArgument[0] + "\": " + std::strerror(iErrno);
-        return 0;
+        errno = iErrno;
+        return iCANNOT("run", sctSpec.asArgument[0], sReason);
     };
     CHILD_PIPES pipes;
     if (!sctSpec.sInFile.empty()) {
         pipes.fdFile = FD(open(sctSpec.sInFile.c_str(), O_RDONLY | O_CLOEXEC));
-        if (!pipes.fdFile.bOpen()) return iUNREADABLE(sctSpec.sInFile, sReason);
+        if (!pipes.fdFile.bOpen()) return iCANNOT("read", sctSpec.sInFile, sReason);
     }
     if (!bMAKE_PIPES(sctSpec, pipes) || !bEXIT_CAN_BE_SEEN()) return iFAILED(errno);
-    GIVE_BACK_AT_EXIT();
+    v_GIVE_BACK_AT_EXIT();
     const pid_t iPid = iFORK(sctSpec, pipes);
     if (iPid < 0) return iFAILED(errno);
     pipes.sctFailure.fdWrite.Close();
@@ -415,100 +321,4 @@ void v_CHILD_LET_GO(CHILD& child, int iGraceMs)
 void v_CHILD_SIGNAL(const CHILD& child, int iSignal)
 {
     if (child.iPid > 0) kill(-child.iPid, iSignal);
-}
-
-WAIT_RESULT iWAIT(std::vector<WAIT_FD>& fds, long lDeadline)
-{
-    std::vector<pollfd> polls;
-    for (WAIT_FD& fd : fds) {
-        fd.bReady = false;
-        polls.push_back({fd.iFd, static_cast<short>(fd.bWrite ? POLLOUT : POLLIN), 0});
-    }
-    const bool bLook = bSignalsSetUp && !bEnding;
-    for (int iTriesLeft = iNO_MEMORY_TRIES;;) {
-        if (iTAKE_SIGNAL()) return WAIT_SIGNAL;
-        const timespec sctLeft = sctLEFT(lDeadline);
-        const int      iReady =
-            ppoll(polls.data(), polls.size(), &sctLeft, bLook ? &setInWait : nullptr);
-        if (iReady > 0) break;
-        if (iReady == 0 && lDeadline != 0 && lNOW_MS() >= lDeadline) return WAIT_TIMEOUT;
-        if (iReady == 0 || errno == EINTR) continue;
-        // The kernel is short of memory, which may pass.
-        if (--iTriesLeft == 0) return WAIT_FAILED;
-        const timespec sctPause{0, lNO_MEMORY_PAUSE_NS};
-        nanosleep(&sctPause, nullptr);
-    }
-    for (size_t u = 0; u < fds.size(); ++u) fds[u].bReady = polls[u].revents != 0;
-    return WAIT_READY;
-}
-
-int iSLEEP_MS(long lMilliseconds)
-{
-    std::vector<WAIT_FD> none;
-    return iWAIT(none, lNOW_MS() + std::max(1L, lMilliseconds)) != WAIT_SIGNAL;
-}
-
-void v_STANDARD_DESCRIPTORS()
-{
-    for (const int iFd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
-        if (fcntl(iFd, F_GETFD) < 0) open("/dev/null", O_RDWR);  // takes the lowest, which is iFd
-}
-
-void v_SIGNALS_SETUP()
-{
-    if (bSignalsSetUp) return;
-    sigset_t setBlocked;
-    sigemptyset(&setBlocked);
-    sigemptyset(&setInWait);
-    struct sigaction sctAction {};
-    sctAction.sa_handler = NOTE_SIGNAL;
-    for (int iSignal : aiSignal) {
-        struct sigaction sctOld {};
-        sigaction(iSignal, nullptr, &sctOld);
-        if (sctOld.sa_handler == SIG_IGN) continue;  // nohup stays in force
-        sigaction(iSignal, &sctAction, nullptr);
-        sigaddset(&setBlocked, iSignal);
-    }
-    sigprocmask(SIG_SETMASK, &setBlocked, nullptr);
-    signal(SIGPIPE, SIG_IGN);
-    RESERVE() = std::make_unique<char[]>(uRESERVE);
-    std::set_new_handler(NO_MEMORY);
-    signal(SIGCHLD, SIG_DFL);  // where it is ignored, a child's status is lost
-    bSignalsSetUp = true;
-}
-
-void v_SIGNALS_TO_CALLER()
-{
-    bToCaller = true;
-}
-
-int iSIGNALLED()
-{
-    return iPendingSignal;
-}
-
-void v_AT_END(void (*pDone)())
-{
-    GIVE_BACK_AT_EXIT();
-    AT_END().push_back(pDone);
-}
-
-void v_END_PROCESS(int iExit)
-{
-    const bool bWritten = bOUTPUT_WRITTEN();
-    GIVE_BACK();
-    std::exit(iExit == 0 && !bWritten ? iOUTPUT_LOST : iExit);
-}
-
-void v_END_BY_SIGNAL(int iSignal)
-{
-    bOUTPUT_WRITTEN();
-    GIVE_BACK();
-    signal(iSignal, SIG_DFL);
-    sigset_t setSignal;
-    sigemptyset(&setSignal);
-    sigaddset(&setSignal, iSignal);
-    raise(iSignal);
-    sigprocmask(SIG_UNBLOCK, &setSignal, nullptr);
-    _exit(128 + iSignal);
 }

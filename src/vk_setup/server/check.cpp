@@ -59,7 +59,7 @@ int iCHECK_WORDS(const std::string& sFile, const std::string& sWords)
 /* Result 0: the file cannot be used, and what follows would look at other places. */
 int iCHECK_CONFIGURATION()
 {
-    const std::string sFile = sINI_FILE();
+    const std::string sFile = sCONFIG_PLACE();
     const std::string sWhat = "configuration " + sFile;
     std::string       sText;
     struct stat       sctStat {};

@@ -45,7 +45,7 @@ CONNECTION pCHECK_CONNECTION(const CONNECTION_TEXT& text)
     std::string sError = text.sError;
     if (!sError.empty()) {
         v_WRONG("database", "conninfo in vk.ini: " + sError,
-                sTYPED({"sed", "-i", "s/^[[:space:]]*conninfo/; &/", sINI_FILE()}) +
+                sTYPED({"sed", "-i", "s/^[[:space:]]*conninfo/; &/", sCONFIG_PLACE()}) +
                     " && vk_setup server");
         return nullptr;
     }
@@ -142,7 +142,7 @@ void CHECK_CLIENTS(PGconn* pConn)
     else
         v_WRONG("access modes of the clients", "not configured: " + sLIST(asMode),
                 sTYPED({"printf", "[access %s]\\nconfig = gv_rw_ini:ssh/config\\n", asMode[0]}) +
-                    " >>" + sTYPED({sINI_FILE()}));
+                    " >>" + sTYPED({sCONFIG_PLACE()}));
     iRUN(pConn,
          "select name from clients c where client_id>0 and not exists (select from oper_systems o "
          "where o.os=c.os) order by name limit 6",

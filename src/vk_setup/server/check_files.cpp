@@ -226,7 +226,7 @@ void CHECK_MODE(const std::string& sMode)
     if (!iCONFIG_ACCESS(sMode.c_str(), sConfig)) {
         v_WRONG("ssh configuration of mode " + sMode, "its path in vk.ini has an unknown key",
                 sTYPED({"sed", "-i", "/^\\[access " + sMode + "\\]/,/^\\[/s/^config/; &/",
-                        sINI_FILE()}));
+                        sCONFIG_PLACE()}));
         return;
     }
     if (sConfig.empty()) {

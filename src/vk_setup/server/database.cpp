@@ -6,6 +6,7 @@
 
 #include "common/cm_db_access.h"
 #include "common/common.h"
+#include "common/text/program.h"
 #include "files.h"
 
 const char szDEFAULT_CONNINFO[] = "host=/run/postgresql dbname=velka user=velka";
@@ -40,12 +41,6 @@ void TAKE_OPTION(const PQconninfoOption& option, CONNECTION_TEXT& text)
     if (sKey == "dbname") text.sDatabase = sValue;
     if (sKey == "user") text.sUser = sValue;
     if (sKey == "passfile") text.sPassFile = sValue;
-}
-
-std::string sENVIRONMENT(const char* cpName)
-{
-    const char* cp = std::getenv(cpName);
-    return cp != nullptr ? cp : "";
 }
 
 }  // namespace

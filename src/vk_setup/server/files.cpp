@@ -23,29 +23,11 @@ namespace {
 
 constexpr size_t uFILE_MAX = size_t{64} << 20;
 
-int iFAILED(const char* cpVerb, const std::string& sFile, std::string& sReason)
-{
-    sReason = std::string("cannot ") + cpVerb + " \"" + sFile + "\": " + std::strerror(errno);
-    return 0;
-}
-
 std::string_view svTRIMMED(std::string_view sv)
 {
     const size_t uFirst = sv.find_first_not_of(" \t\r");
     if (uFirst == sv.npos) return {};
     return sv.substr(uFirst, sv.find_last_not_of(" \t\r") - uFirst + 1);
-}
-
-std::vector<std::string> asLINES_OF(const std::string& sText)
-{
-    std::vector<std::string> asLine;
-    size_t                   uStart = 0;
-    while (uStart < sText.size()) {
-        const size_t uEnd = std::min(sText.find('\n', uStart), sText.size());
-        asLine.push_back(sText.substr(uStart, uEnd - uStart));
-        uStart = uEnd + 1;
-    }
-    return asLine;
 }
 
 /* The section that a line opens, null when it opens none. */
@@ -116,7 +98,7 @@ int iREPLACE_FILE(const std::string& sFile, const std::string& sText, mode_t uMo
     unlink(sPart.c_str());
     const FD   fd(open(sPart.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     const auto iGIVE_UP = [&](const char* cpVerb) {
-        iFAILED(cpVerb, sFile, sReason);
+        iCANNOT(cpVerb, sFile, sReason);
         if (fd.bOpen()) unlink(sPart.c_str());
         return 0;
     };
@@ -134,8 +116,9 @@ int iINI_SET(const std::string& sFile, const std::string& sSection, const std::s
              const std::string& sValue, std::string& sReason)
 {
     std::string sText;
-    if (!iREAD_FILE(sFile, sText) && errno != ENOENT) return iFAILED("read", sFile, sReason);
-    std::vector<std::string> asLine = asLINES_OF(sText);
+    if (!iREAD_FILE(sFile, sText) && errno != ENOENT) return iCANNOT("read", sFile, sReason);
+    const auto               asvLine = asvPIECES(sText);
+    std::vector<std::string> asLine(asvLine.begin(), asvLine.end());
     const PLACE              place = sctPLACE(asLine, sSection, sKey);
     const std::string        sLine = sKey + " = " + sValue;
     const auto               itAfter = asLine.begin() + static_cast<long>(place.uLine);
@@ -147,17 +130,17 @@ int iINI_SET(const std::string& sFile, const std::string& sSection, const std::s
         asLine.insert(asLine.end(), {"[" + sSection + "]", sLine});
     sText.clear();
     for (const std::string& s : asLine) sText += s + "\n";
-    if (!iMAKE_DIRECTORY(sFOLDER(sFile))) return iFAILED("make", sFOLDER(sFile), sReason);
+    if (!iMAKE_DIRECTORY(sFOLDER(sFile))) return iCANNOT("make", sFOLDER(sFile), sReason);
     return iREPLACE_FILE(sFile, sText, 0640, sReason);
 }
 
 int iINI_BAD_LINE(const std::string& sText)
 {
     int iLine = 0;
-    for (const std::string& s : asLINES_OF(sText)) {
+    for (const std::string_view sv : asvPIECES(sText)) {
         iLine++;
         std::string_view       svName;
-        const std::string_view svLine = svTRIMMED(s);
+        const std::string_view svLine = svTRIMMED(sv);
         if (svLine.empty() || svLine[0] == ';' || svLine[0] == '#' || bSECTION(svLine, svName))
             continue;
         if (svLine[0] == '[' || svLine.find_first_of("=:") == svLine.npos) return iLine;

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include "common/text/text.h"
 #include "files.h"
 
 namespace {
@@ -49,11 +50,10 @@ std::vector<std::string> asSYSTEM_NAMES()
     struct stat              sctStat {};
     if (stat("/etc/pve", &sctStat) == 0) asName.emplace_back("Proxmox VE");
     // The system itself, then those that it says it is like.
-    std::string sIds = sVALUE_OF(sText, "ID") + " " + sVALUE_OF(sText, "ID_LIKE") + " ";
-    for (size_t u = 0; u < sIds.size(); u = sIds.find(' ', u) + 1)
+    const std::string sIds = sVALUE_OF(sText, "ID") + " " + sVALUE_OF(sText, "ID_LIKE");
+    for (const std::string_view svId : asvPIECES(sIds, ' '))
         for (const SYSTEM& system : asctSystem)
-            if (sIds.substr(u, sIds.find(' ', u) - u) == system.cpId)
-                asName.emplace_back(system.cpName);
+            if (svId == system.cpId) asName.emplace_back(system.cpName);
     asName.emplace_back("Linux");
     return asName;
 }

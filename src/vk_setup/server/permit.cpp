@@ -24,13 +24,10 @@ std::string sHOME_EXPANDED(const std::string& sFile)
    out. */
 void ADD_KEY(const std::string& sPublic, std::vector<std::string>& asWord)
 {
-    int iWord = 0;
-    for (size_t u = 0; u < sPublic.size() && iWord < 3; iWord++) {
-        const size_t      uEnd = std::min(sPublic.find(' ', u), sPublic.size());
-        const std::string sWord = sPublic.substr(u, uEnd - u);
-        u = uEnd + 1;
-        if (iWord < 2 || sTYPED({sWord}) == sWord) asWord.push_back(sWord);
-    }
+    const auto asvWord = asvPIECES(sPublic, ' ');
+    for (size_t u = 0; u < std::min<size_t>(asvWord.size(), 3); u++)
+        if (std::string sWord(asvWord[u]); u < 2 || sTYPED({sWord}) == sWord)
+            asWord.push_back(std::move(sWord));
 }
 
 }  // namespace
@@ -48,11 +45,9 @@ std::vector<std::string> asIDENTITIES(const std::string& sConfig, std::string& s
         return asKey;
     }
     constexpr std::string_view svKey = "identityfile ";
-    for (size_t u = 0; u < run.sOut.size(); u = run.sOut.find('\n', u) + 1) {
-        const std::string sLine = run.sOut.substr(u, run.sOut.find('\n', u) - u);
-        if (sLine.starts_with(svKey)) asKey.push_back(sHOME_EXPANDED(sLine.substr(svKey.size())));
-        if (run.sOut.find('\n', u) == std::string::npos) break;
-    }
+    for (const std::string_view svLine : asvPIECES(run.sOut))
+        if (svLine.starts_with(svKey))
+            asKey.push_back(sHOME_EXPANDED(std::string(svLine.substr(svKey.size()))));
     return asKey;
 }
 

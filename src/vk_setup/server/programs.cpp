@@ -46,19 +46,9 @@ std::string sPROGRAM_PATH(const std::string& sName)
 {
     const std::string sPath =
         sSEARCH_PATH_OF_PROGRAM() + ":/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
-    for (size_t uStart = 0; uStart < sPath.size();) {
-        const size_t uEnd = std::min(sPath.find(':', uStart), sPath.size());
-        std::string  sFile = sPath.substr(uStart, uEnd - uStart) + "/" + sName;
-        if (uEnd > uStart && access(sFile.c_str(), X_OK) == 0) return sFile;
-        uStart = uEnd + 1;
+    for (const std::string_view svFolder : asvPIECES(sPath, ':')) {
+        std::string sFile = std::string(svFolder) + "/" + sName;
+        if (!svFolder.empty() && access(sFile.c_str(), X_OK) == 0) return sFile;
     }
     return "";
-}
-
-std::string sTYPED(const std::vector<std::string>& asWord)
-{
-    std::string sLine;
-    for (const std::string& s : asWord)
-        sLine += (sLine.empty() ? "" : " ") + sSHELL_WORD(SHELL_POSIX, s);
-    return sLine;
 }

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "common/text/command_line.h"
+
 /* What a program left. */
 struct PROGRAM_RUN {
     int         iStatus = -1;  // exit status; 128 + signal; -1: it did not start
@@ -20,6 +22,3 @@ std::string sLAST_LINE(const std::string& sText);
 /* Where a program is found by its name, "" nowhere. This program's own directory and
    those of the system's administration count, whatever PATH says. */
 std::string sPROGRAM_PATH(const std::string& sName);
-
-/* A command line to be typed: the words, quoted where the shell needs it. */
-std::string sTYPED(const std::vector<std::string>& asWord);

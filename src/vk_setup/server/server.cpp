@@ -33,12 +33,6 @@ void NEXT_STEPS()
 
 }  // namespace
 
-std::string sINI_FILE()
-{
-    const char* cpIni = std::getenv("VK_INI");
-    return cpIni != nullptr && *cpIni != '\0' ? cpIni : "/etc/velka/vk.ini";
-}
-
 std::string sMACHINE_NAME()
 {
     char szName[256] = "";
@@ -59,8 +53,8 @@ std::string sSERVER_NAME()
 int iSERVER(const SETUP_ARGS& args)
 {
     std::string sText;
-    if (iREAD_FILE(sINI_FILE(), sText) && iINI_BAD_LINE(sText) == 0)
-        v_STEP(STEP_THERE, "configuration " + sINI_FILE());
+    if (iREAD_FILE(sCONFIG_PLACE(), sText) && iINI_BAD_LINE(sText) == 0)
+        v_STEP(STEP_THERE, "configuration " + sCONFIG_PLACE());
     const int iDatabase = iSETUP_DATABASE(args);
     v_SETUP_DIRECTORIES();
     v_SETUP_ACCESS(args.sName.empty() ? sSERVER_NAME() : args.sName);

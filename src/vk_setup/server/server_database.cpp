@@ -214,12 +214,12 @@ int iKEEP_CONNINFO(const std::string& sText)
     std::string sReason;
     if (sText.find(" ;") != std::string::npos || sText.find('\n') != std::string::npos)
         sReason = "a connection text with \" ;\" or a line feed cannot stand there";
-    if (!sReason.empty() || !iINI_SET(sINI_FILE(), "database", "conninfo", sText, sReason)) {
-        v_STEP(STEP_FAILED, "conninfo in " + sINI_FILE() + ": " + sReason);
+    if (!sReason.empty() || !iINI_SET(sCONFIG_PLACE(), "database", "conninfo", sText, sReason)) {
+        v_STEP(STEP_FAILED, "conninfo in " + sCONFIG_PLACE() + ": " + sReason);
         return 0;
     }
     v_CONFIG_FORGET();
-    v_STEP(STEP_MADE, "conninfo in " + sINI_FILE());
+    v_STEP(STEP_MADE, "conninfo in " + sCONFIG_PLACE());
     return 1;
 }
 

@@ -18,11 +18,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string sCANNOT(const char* cpVerb, const std::string& sFile)
-{
-    return std::string("cannot ") + cpVerb + " \"" + sFile + "\": " + std::strerror(errno);
-}
-
 /* Takes the rights uForbidden from a file that has them. */
 void TIGHTEN(const std::string& sFile, mode_t uForbidden)
 {
@@ -163,13 +158,14 @@ std::string sDIRECTORY(const WORK_DIRECTORY& directory)
 void v_SETUP_DIRECTORIES()
 {
     std::string sReason;
-    if (!file_exist(sINI_FILE().c_str()) &&
-        (!iMAKE_DIRECTORY(sFOLDER(sINI_FILE())) ||
-         !iREPLACE_FILE(sINI_FILE(), "; Configuration of vk_config_client(8)\n", 0640, sReason)))
+    if (!file_exist(sCONFIG_PLACE().c_str()) &&
+        (!iMAKE_DIRECTORY(sFOLDER(sCONFIG_PLACE())) ||
+         !iREPLACE_FILE(sCONFIG_PLACE(), "; Configuration of vk_config_client(8)\n", 0640,
+                        sReason)))
         v_STEP(STEP_FAILED,
                "configuration: " +
-                   (sReason.empty() ? sCANNOT("make", sFOLDER(sINI_FILE())) : sReason));
-    TIGHTEN(sINI_FILE(), 0027);
+                   (sReason.empty() ? sCANNOT("make", sFOLDER(sCONFIG_PLACE())) : sReason));
+    TIGHTEN(sCONFIG_PLACE(), 0027);
     int iAll = 1;
     for (const WORK_DIRECTORY& directory : asctWorkDirectory) {
         iAll &= iDIRECTORY(sDIRECTORY(directory), 0750);

@@ -107,7 +107,7 @@ int iSET_MODE(const SETUP_ARGS& args)
     const bool  bNoSsh = args.sMode == "PROXY" || args.sMode == "VIRTUAL";
     if (!bNoSsh && !iCONFIG_ACCESS(args.sMode.c_str(), sConfig)) {
         v_STDERR("access mode \"%s\" has no section [access %s] in %s", args.sMode.c_str(),
-                 args.sMode.c_str(), sINI_FILE().c_str());
+                 args.sMode.c_str(), sCONFIG_PLACE().c_str());
         return 2;
     }
     if (!iBRING_TO_MODE(args)) return 1;

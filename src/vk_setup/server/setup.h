@@ -28,9 +28,6 @@ void v_SETUP_ACCESS(const std::string& sServer);
 
 /* ---- what they share ------------------------------------------------------ */
 
-/* vk.ini: the one in use, or the one that would be. */
-std::string sINI_FILE();
-
 /* The name of the server: its row's, else the machine's. */
 std::string sMACHINE_NAME();
 std::string sSERVER_NAME();

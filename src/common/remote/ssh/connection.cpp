@@ -21,7 +21,9 @@
 
 #include "../../config/variables.h"
 #include "../../text/command_line.h"
+#include "../../text/descriptor.h"
 #include "../../text/immortal.h"
+#include "../../text/program.h"
 #include "../../text/standard_error.h"
 #include "../../text/text.h"
 #include "../../unix/cm_hal_pipe.h"
@@ -88,8 +90,7 @@ bool bFOR_SSH(const std::string& sPath)
 /* TMPDIR where it is fit, else "". */
 std::string sFIT_TMPDIR()
 {
-    const char*       cpDirectory = std::getenv("TMPDIR");
-    const std::string sGiven = cpDirectory != nullptr ? cpDirectory : "";
+    const std::string sGiven = sENVIRONMENT("TMPDIR");
     if (sGiven.empty()) return {};
     std::string sPath = sSAFE_FOLDER(sGiven);
     const char* cpWrong = nullptr;
@@ -213,9 +214,9 @@ void AWAIT_END(CONNECTION& connection)
 {
     char       acAnswer[256];
     const long lDeadline = lNOW_MS() + iEND_MS;
-    ssize_t    iGot = 1;
-    while ((iGot > 0 || (iGot < 0 && errno == EINTR)) && lNOW_MS() < lDeadline)
-        iGot = recv(connection.fdEnding.iGet(), acAnswer, sizeof acAnswer, 0);
+    ssize_t    lGot = 1;
+    while (lGot > 0 && lNOW_MS() < lDeadline)
+        lGot = lREAD(connection.fdEnding.iGet(), acAnswer, sizeof acAnswer);
     connection.fdEnding.Close();
 }
 

@@ -80,12 +80,10 @@ KNOWN_KEY sctKNOWN_KEY(const std::string& sFile, const std::string& sLine,
         if (lLine == 1) sCalled = sThis;
     }
     const std::string sAll = sKEYGEN({"-l", "-f", sFile});
-    for (size_t u = 0; u < sAll.size();) {
-        const size_t      uEnd = std::min(sAll.find('\n', u), sAll.size());
-        const std::string sOne = sAll.substr(u, uEnd - u);
-        u = uEnd + 1;
-        const size_t uPrint = sOne.find("SHA256:");
-        const size_t uBehind = sOne.find(' ', uPrint == sOne.npos ? 0 : uPrint);
+    for (const std::string_view svOne : asvPIECES(sAll)) {
+        const std::string sOne(svOne);
+        const size_t      uPrint = sOne.find("SHA256:");
+        const size_t      uBehind = sOne.find(' ', uPrint == sOne.npos ? 0 : uPrint);
         if (uPrint == sOne.npos || uBehind == sOne.npos) continue;
         const std::string sPrint = sOne.substr(uPrint, uBehind - uPrint);
         const std::string sHost = sOne.substr(uBehind + 1, sOne.rfind(" (") - uBehind - 1);

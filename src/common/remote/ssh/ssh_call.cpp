@@ -248,6 +248,19 @@ void v_TELL_SAME_KEY(const HOST& host, const SSH_STORY& story)
     }
 }
 
+/* What the log tells of the way; whom it reached goes into the run's record. */
+SSH_STORY sctNOTED(const HOST& host, const std::string& sLog, KNOWN_WAY& known)
+{
+    SSH_STORY story = sctWHOLE_STORY(sLog, known);
+    if (!story.bShared) v_TELL_SAME_KEY(host, story);
+    if (story.sName.empty()) return story;
+    RUN_RECORD& record = sctRUN_RECORD();
+    record.sHost = story.sName;
+    record.iPort = story.iPort;
+    if (!story.sHostKey.empty()) record.sHostKey = "SHA256:" + story.sHostKey;
+    return story;
+}
+
 }  // namespace
 
 int iSSH_CALL(const HOST& host, const std::string& sPort, const std::string& sRemote,
@@ -282,15 +295,20 @@ int iSFTP_CALL(const HOST& host, CHILD_SPEC& sctSpec, std::string& sReason)
     return 1;
 }
 
-WAY sctSSH_WAY(const HOST& host)
+void OVER_SSH::NOTE_WAY(const HOST& host)
+{
+    sctNOTED(host, sLOG(host), sctKNOWN(host));
+}
+
+WAY OVER_SSH::sctWAY(const HOST& host)
 {
     KNOWN_WAY&        known = sctKNOWN(host);
-    const std::string sLog = sLOG_SINCE(sctCONNECTION(host));
-    const SSH_STORY   story = sctWHOLE_STORY(sLog, known);
+    const std::string sOwn = sLOG(host);
+    const SSH_STORY   story = sctNOTED(host, sOwn, known);
     std::string       sJump;
     if (story.bProxy && story.eReached < STAGE_HOST_KEY) {
-        if (known.sLog != sLog) known.sJump = sJUMP_WORDS(host);
-        known.sLog = sLog;
+        if (known.sLog != sOwn) known.sJump = sJUMP_WORDS(host);
+        known.sLog = sOwn;
         sJump = known.sJump;
     }
     std::string sConfig;
@@ -306,19 +324,14 @@ WAY sctSSH_WAY(const HOST& host)
                   {"config", sConfig.empty() ? "~/.ssh/config" : sConfig},
                   {"mode", host.sAccessMode},
                   {"permit", cpPERMIT_COMMAND(host.sAccessMode)}};
-    if (!story.bShared) v_TELL_SAME_KEY(host, story);
     way.sReason = sWHY(story, sJump, way.places, way.diagnosis);
     v_OTHER_USER(host, way);
     way.bRefused = bREFUSED(way.sReason);
     way.eReached = story.eReached;
-    if (story.sName.empty()) return way;
-    sctRUN_RECORD().sHost = story.sName;
-    sctRUN_RECORD().iPort = story.iPort;
-    if (!story.sHostKey.empty()) sctRUN_RECORD().sHostKey = "SHA256:" + story.sHostKey;
     return way;
 }
 
-std::string sSSH_LOG(const HOST& host)
+std::string OVER_SSH::sLOG(const HOST& host)
 {
     return sLOG_SINCE(sctCONNECTION(host));
 }
@@ -350,12 +363,12 @@ std::string sSSH_NO_SFTP(const HOST& host)
     return u == sSaid.npos ? "" : sSaid.substr(u, sSaid.find_first_of("\r\n", u) - u);
 }
 
-bool bSSH_SHARING_FAILED(const HOST& host)
+bool OVER_SSH::bSHARING_FAILED(const HOST& host)
 {
-    return sSSH_LOG(host).find(cpNO_MASTER) != std::string::npos;
+    return sLOG(host).find(cpNO_MASTER) != std::string::npos;
 }
 
-bool bSSH_ESTABLISHED(const HOST& host)
+bool OVER_SSH::bESTABLISHED(const HOST& host)
 {
     std::error_code error;
     return std::filesystem::exists(sctCONNECTION(host).sSocket, error);

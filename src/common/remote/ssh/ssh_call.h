@@ -16,19 +16,19 @@ int iSSH_CALL(const HOST& host, const std::string& sPort, const std::string& sRe
 /* Forms an sftp that reads its commands from standard input. Result as above. */
 int iSFTP_CALL(const HOST& host, CHILD_SPEC& sctSpec, std::string& sReason);
 
-/* The way that it took (TRANSPORT::sctWAY), its whole log, and a line that does the same
-   by hand. */
-WAY         sctSSH_WAY(const HOST& host);
-std::string sSSH_LOG(const HOST& host);
+/* What the transports over ssh have in common: whatever travels, they know of the way
+   from ssh's own words and from the shared connection. */
+struct OVER_SSH : TRANSPORT {
+    WAY         sctWAY(const HOST& host) override;
+    void        NOTE_WAY(const HOST& host) override;
+    std::string sLOG(const HOST& host) override;
+    bool        bESTABLISHED(const HOST& host) override;
+    bool        bSHARING_FAILED(const HOST& host) override;
+};
+
+/* A line that does the same by hand (TRANSPORT::sBY_HAND). */
 std::string sSSH_BY_HAND(const HOST& host, std::string_view svCommand, bool bPath);
 
 /* Asked when an sftp ended without a reason: ssh's words when the host has no sftp, else
    "". Connects by itself. */
 std::string sSSH_NO_SFTP(const HOST& host);
-
-/* The command formed last did not begin, as the connection that it had made for sharing
-   broke at once. */
-bool bSSH_SHARING_FAILED(const HOST& host);
-
-/* The shared connection of the host stands already. */
-bool bSSH_ESTABLISHED(const HOST& host);

@@ -128,11 +128,9 @@ void v_STEP(std::string_view svLine, SSH_STORY& story)
 std::vector<std::string> asLINES_OF(std::string_view svText)
 {
     std::vector<std::string> asLine;
-    while (!svText.empty()) {
-        const size_t uEnd = svText.find('\n');
-        std::string  sLine = sONE_LINE(svText.substr(0, std::min(uEnd, svText.find('\r'))));
+    for (const std::string_view svLine : asvPIECES(svText)) {
+        std::string sLine = sONE_LINE(svLine.substr(0, svLine.find('\r')));
         if (!sLine.empty()) asLine.push_back(std::move(sLine));
-        svText.remove_prefix(uEnd == svText.npos ? svText.size() : uEnd + 1);
     }
     return asLine;
 }

@@ -11,6 +11,7 @@
 
 #include "../../text/immortal.h"
 #include "../../text/secret.h"
+#include "../../text/standard_error.h"
 #include "../command.h"
 #include "../request.h"
 #include "../transport.h"
@@ -59,7 +60,7 @@ int iLINE(const HOST& host, const REQUEST& request, std::string& sLine, std::str
     return 0;
 }
 
-struct CTRL : TRANSPORT {
+struct CTRL : OVER_SSH {
     int iFORM(const HOST& host, const std::string& sPort, std::string_view svCommand,
               int iConnectTimeout, CHILD_SPEC& sctSpec, std::string& sReason) override
     {
@@ -80,8 +81,6 @@ struct CTRL : TRANSPORT {
         return iSSH_CALL(host, sPort, sLine, iConnectTimeout, sctSpec, sReason);
     }
 
-    WAY         sctWAY(const HOST& host) override { return sctSSH_WAY(host); }
-    std::string sLOG(const HOST& host) override { return sSSH_LOG(host); }
     std::string sBY_HAND(const HOST& host, std::string_view svCommand, bool bPath) override
     {
         REQUEST     request;
@@ -93,8 +92,6 @@ struct CTRL : TRANSPORT {
             return "";
         return sSSH_BY_HAND(host, sLine, false);
     }
-    bool bESTABLISHED(const HOST& host) override { return bSSH_ESTABLISHED(host); }
-    bool bSHARING_FAILED(const HOST& host) override { return bSSH_SHARING_FAILED(host); }
 
     bool bLEARNT(const HOST& host, int iExit) override
     {
@@ -118,10 +115,7 @@ struct CTRL : TRANSPORT {
             return SSH_TRANSPORT().iPUT(host, sSource, sTarget, cpMode, sReason, sctLog);
         struct stat sctSource {};
         if (stat(sSource.c_str(), &sctSource) == 0 && !S_ISREG(sctSource.st_mode)) errno = EISDIR;
-        if (!S_ISREG(sctSource.st_mode)) {
-            sReason = "cannot read \"" + sSource + "\": " + std::strerror(errno);
-            return 0;
-        }
+        if (!S_ISREG(sctSource.st_mode)) return iCANNOT("read", sSource, sReason);
         REQUEST request;
         request.eVerb = REQUEST_PUT;
         request.sMark = sRUN_MARK();

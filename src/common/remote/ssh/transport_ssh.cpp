@@ -27,7 +27,7 @@ bool bPLAIN_WORDS(std::string_view svCommand)
     return true;
 }
 
-struct SSH : TRANSPORT {
+struct SSH : OVER_SSH {
     int iFORM(const HOST& host, const std::string& sPort, std::string_view svCommand,
               int iConnectTimeout, CHILD_SPEC& sctSpec, std::string& sReason) override
     {
@@ -36,14 +36,10 @@ struct SSH : TRANSPORT {
         return iSSH_CALL(host, sPort, sRemote, iConnectTimeout, sctSpec, sReason);
     }
 
-    WAY         sctWAY(const HOST& host) override { return sctSSH_WAY(host); }
-    std::string sLOG(const HOST& host) override { return sSSH_LOG(host); }
     std::string sBY_HAND(const HOST& host, std::string_view svCommand, bool bPath) override
     {
         return sSSH_BY_HAND(host, svCommand, bPath);
     }
-    bool bESTABLISHED(const HOST& host) override { return bSSH_ESTABLISHED(host); }
-    bool bSHARING_FAILED(const HOST& host) override { return bSSH_SHARING_FAILED(host); }
 
     void TIDY(const HOST& host) override
     {

@@ -1,0 +1,218 @@
+/* Waits, signals, and the end of the process. The register of what must be given back
+   then stands here, since exit does not unwind. */
+#include "waiting.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <memory>
+#include <new>
+
+#include "../text/immortal.h"
+#include "../text/standard_error.h"
+#include "cm_hal_pipe.h"
+
+namespace {
+
+constexpr int    iNO_MEMORY_TRIES = 50;
+constexpr long   lNO_MEMORY_PAUSE_NS = 20000000;
+constexpr int    iOUTPUT_LOST = 2;  // exit code when standard output could not be written
+constexpr size_t uRESERVE = size_t{256} * 1024;
+constexpr int    aiSignal[] = {SIGINT, SIGTERM, SIGHUP};
+
+volatile sig_atomic_t iPendingSignal = 0;
+volatile sig_atomic_t bUnreported = 0;  // a signal came that no wait has told yet
+bool                  bSignalsSetUp = false;
+bool                  bToCaller = false;
+bool                  bEnding = false;
+sigset_t              setInWait;  // mask inside a wait, and of children
+
+std::vector<void (*)()>& AT_END()
+{
+    static IMMORTAL<std::vector<void (*)()>> atEnd;
+    return atEnd.Get();
+}
+
+void NOTE_SIGNAL(int iSignal)
+{
+    iPendingSignal = iSignal;
+    bUnreported = 1;
+}
+
+void GIVE_BACK()
+{
+    bEnding = true;
+    v_END_CHILDREN();
+    while (!AT_END().empty()) {
+        void (*pDone)() = AT_END().back();
+        AT_END().pop_back();
+        pDone();
+    }
+}
+
+/* What was printed has left. The stream may have failed long before; its reason is
+   known only when it does so now. */
+bool bOUTPUT_WRITTEN()
+{
+    errno = 0;
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return true;
+    const char* cpCause = std::strerror(errno != 0 ? errno : EIO);
+    v_STDERR_ONCE("stdout", "cannot write standard output: %s", cpCause);
+    return false;
+}
+
+/* Looks at a signal that came. Result 1 the caller is to be told. */
+int iTAKE_SIGNAL()
+{
+    if (bUnreported == 0 || bEnding) return 0;
+    bUnreported = 0;
+    if (!bToCaller) v_END_BY_SIGNAL(iPendingSignal);
+    return 1;
+}
+
+/* What this process still holds when memory runs out, so that it can end in order. */
+std::unique_ptr<char[]>& RESERVE()
+{
+    static IMMORTAL<std::unique_ptr<char[]>> reserve;
+    return reserve.Get();
+}
+
+[[noreturn]] void NO_MEMORY()
+{
+    constexpr int iEXIT = 2;
+    RESERVE().reset();
+    std::set_new_handler([] { _exit(iEXIT); });
+    v_STDERR("no memory left; the run ends here");
+    v_END_PROCESS(iEXIT);
+}
+
+timespec sctLEFT(long lDeadline)
+{
+    const long lLeft = lDeadline == 0 ? 3600000 : std::max(0L, lDeadline - lNOW_MS());
+    return {lLeft / 1000, lLeft % 1000 * 1000000};
+}
+
+}  // namespace
+
+void v_GIVE_BACK_AT_EXIT()
+{
+    static const int iOnce = std::atexit(GIVE_BACK);
+    static_cast<void>(iOnce);
+}
+
+void v_SIGNALS_OF_CHILD()
+{
+    for (int iSignal : aiSignal) signal(iSignal, SIG_DFL);
+    signal(SIGPIPE, SIG_DFL);
+    if (bSignalsSetUp) sigprocmask(SIG_SETMASK, &setInWait, nullptr);
+}
+
+long lNOW_MS()
+{
+    timespec sctNow{};
+    clock_gettime(CLOCK_MONOTONIC, &sctNow);
+    return sctNow.tv_sec * 1000L + sctNow.tv_nsec / 1000000L;
+}
+
+WAIT_RESULT iWAIT(std::vector<WAIT_FD>& fds, long lDeadline)
+{
+    std::vector<pollfd> polls;
+    for (WAIT_FD& fd : fds) {
+        fd.bReady = false;
+        polls.push_back({fd.iFd, static_cast<short>(fd.bWrite ? POLLOUT : POLLIN), 0});
+    }
+    const bool bLook = bSignalsSetUp && !bEnding;
+    for (int iTriesLeft = iNO_MEMORY_TRIES;;) {
+        if (iTAKE_SIGNAL()) return WAIT_SIGNAL;
+        const timespec sctLeft = sctLEFT(lDeadline);
+        const int      iReady =
+            ppoll(polls.data(), polls.size(), &sctLeft, bLook ? &setInWait : nullptr);
+        if (iReady > 0) break;
+        if (iReady == 0 && lDeadline != 0 && lNOW_MS() >= lDeadline) return WAIT_TIMEOUT;
+        if (iReady == 0 || errno == EINTR) continue;
+        // The kernel is short of memory, which may pass.
+        if (--iTriesLeft == 0) return WAIT_FAILED;
+        const timespec sctPause{0, lNO_MEMORY_PAUSE_NS};
+        nanosleep(&sctPause, nullptr);
+    }
+    for (size_t u = 0; u < fds.size(); ++u) fds[u].bReady = polls[u].revents != 0;
+    return WAIT_READY;
+}
+
+int iSLEEP_MS(long lMilliseconds)
+{
+    std::vector<WAIT_FD> none;
+    return iWAIT(none, lNOW_MS() + std::max(1L, lMilliseconds)) != WAIT_SIGNAL;
+}
+
+void v_STANDARD_DESCRIPTORS()
+{
+    for (const int iFd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (fcntl(iFd, F_GETFD) < 0) open("/dev/null", O_RDWR);  // takes the lowest, which is iFd
+}
+
+void v_SIGNALS_SETUP()
+{
+    if (bSignalsSetUp) return;
+    sigset_t setBlocked;
+    sigemptyset(&setBlocked);
+    sigemptyset(&setInWait);
+    struct sigaction sctAction {};
+    sctAction.sa_handler = NOTE_SIGNAL;
+    for (int iSignal : aiSignal) {
+        struct sigaction sctOld {};
+        sigaction(iSignal, nullptr, &sctOld);
+        if (sctOld.sa_handler == SIG_IGN) continue;  // nohup stays in force
+        sigaction(iSignal, &sctAction, nullptr);
+        sigaddset(&setBlocked, iSignal);
+    }
+    sigprocmask(SIG_SETMASK, &setBlocked, nullptr);
+    signal(SIGPIPE, SIG_IGN);
+    RESERVE() = std::make_unique<char[]>(uRESERVE);
+    std::set_new_handler(NO_MEMORY);
+    signal(SIGCHLD, SIG_DFL);  // where it is ignored, a child's status is lost
+    bSignalsSetUp = true;
+}
+
+void v_SIGNALS_TO_CALLER()
+{
+    bToCaller = true;
+}
+
+int iSIGNALLED()
+{
+    return iPendingSignal;
+}
+
+void v_AT_END(void (*pDone)())
+{
+    v_GIVE_BACK_AT_EXIT();
+    AT_END().push_back(pDone);
+}
+
+void v_END_PROCESS(int iExit)
+{
+    const bool bWritten = bOUTPUT_WRITTEN();
+    GIVE_BACK();
+    std::exit(iExit == 0 && !bWritten ? iOUTPUT_LOST : iExit);
+}
+
+void v_END_BY_SIGNAL(int iSignal)
+{
+    bOUTPUT_WRITTEN();
+    GIVE_BACK();
+    signal(iSignal, SIG_DFL);
+    sigset_t setSignal;
+    sigemptyset(&setSignal);
+    sigaddset(&setSignal, iSignal);
+    raise(iSignal);
+    sigprocmask(SIG_UNBLOCK, &setSignal, nullptr);
+    _exit(128 + iSignal);
+}

@@ -1,0 +1,13 @@
+/* What cm_hal_pipe.cpp (children) and waiting.cpp (waits, signals, the end of the process)
+   need of each other; nobody else includes it. */
+#pragma once
+
+/* Ends every child on the register, all at once, but those that outlive this process. */
+void v_END_CHILDREN();
+
+/* From now on exit gives back what stands on the registers. */
+void v_GIVE_BACK_AT_EXIT();
+
+/* In the child, between vfork and exec: default signals, the mask of a wait. Only system
+   calls. */
+void v_SIGNALS_OF_CHILD();
