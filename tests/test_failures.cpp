@@ -227,6 +227,7 @@ TEST_F(FAILURES, a_database_that_goes_away_under_a_run_keeps_its_verdict)
     SQL("alter table clients rename os_user to ou");
     EXPECT_EQ(CONFIG_CLIENT({"-c", "alpha", "-C", "r"}).iExit, 1);
     EXPECT_THAT(COLUMN("alpha", "msg"), HasSubstr("cannot read what the database knows of alpha"));
+    EXPECT_THAT(OUTCOMES().back(), HasSubstr("\"cause\":\"column-missing"));
     EXPECT_THAT(CLIENT_LOG("alpha"), ElementsAre());
     SQL("alter table clients rename ou to os_user");
 

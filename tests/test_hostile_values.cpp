@@ -159,6 +159,7 @@ TEST_F(HOSTILE, settings_of_a_client_stay_words)
     }
     SQL("update clients set password=repeat('p',250) where name='nd1'");
     EXPECT_THAT(sCHECKED("nd1", 1), testing::EndsWith("for alpha is longer than 255 bytes"));
+    EXPECT_THAT(OUTCOMES().back(), testing::HasSubstr("\"cause\":\"command-not-formed\""));
     EXPECT_THAT(asPWNED(), IsEmpty());
     EXPECT_EQ(SQL("select count(*) from clients"), "5");
 }

@@ -1,8 +1,8 @@
 /* What a check stores of the client's report, and what it asks the client for
    where the report has gaps. */
 #include <filesystem>
-#include "kernel/restart_status.h"
 
+#include "kernel/restart_status.h"
 #include "sandbox_fixture.h"
 
 using testing::Contains;

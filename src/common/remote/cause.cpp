@@ -125,6 +125,8 @@ constexpr CAUSE asctCause[] = {
      "the login shell of {user} on {host} ended with status {status} and ran no command, as /bin/false does", "on {host}: usermod -s /bin/sh {user}"},
 
     // ---- the program
+    {"command-not-formed", STAGE_PROGRAM, WE_SAY, "the command line for |the gate of |the request to the gate of ",
+     "the command for {host} is too long, or holds what cannot be sent there", "shorten or correct what goes into it: name, user, password, package, options"},
     {"directory-missing", STAGE_PROGRAM, NOBODY, "",
      "the directory {dir} of the software is missing on {host}", "install the software on {host}"},
     {"program-missing", STAGE_PROGRAM, NOBODY, "",

@@ -212,7 +212,10 @@ COMMAND_END sctRUN_COMMAND(const HOST& host, const std::string& sPort, const cha
     COMMAND_END outcome;
     TRANSPORT&  transport = TRANSPORT_OF(host);
     sctRUN_RECORD().sMode = host.bLocal ? "local" : host.sAccessMode;
-    if (!iSOUND(host, cpCommand, outcome.sReason)) return outcome;
+    if (!iSOUND(host, cpCommand, outcome.sReason)) {
+        outcome.diagnosis = sctREASON_DIAGNOSIS(host, outcome.sReason);
+        return outcome;
+    }
     // The child's own words do not show it: most transports hand it over another way.
     if (sctLog.iLogLevel > 0)
         WRITE_TRACE(&sctLog, "command for %s: %s", host.sName.c_str(), sFOREIGN(cpCommand).c_str());

@@ -166,8 +166,10 @@ DIAGNOSIS sctREASON_DIAGNOSIS(const HOST& host, const std::string& sReason)
     std::string sConfig;
     iCONFIG_ACCESS(host.sAccessMode.c_str(), sConfig);
     places["config"] = sConfig;
-    const CAUSE* pCause = pCAUSE_SHOWN(WE_SAY, sReason);
-    if (pCause == nullptr) pCause = pCAUSE_SHOWN(SSH_SAYS, sReason);
+    const bool   bUnread = !host.sUnread.empty();  // and then the words are the database's
+    const CAUSE* pCause = pCAUSE_SHOWN(bUnread ? DATABASE_SAYS : WE_SAY, sReason);
+    if (pCause == nullptr)
+        pCause = bUnread ? &sctCAUSE("database-failed") : pCAUSE_SHOWN(SSH_SAYS, sReason);
     if (pCause == nullptr) return {};
     DIAGNOSIS diagnosis = sctDIAGNOSIS(*pCause, places);
     diagnosis.asWords = {sReason};
@@ -199,6 +201,7 @@ DIAGNOSIS sctCOPY_DIAGNOSIS(const HOST& host, const std::string& sSource,
                             const std::string& sTarget, const std::string& sReason,
                             const str_log& sctLog)
 {
+    if (!host.sUnread.empty()) return sctREASON_DIAGNOSIS(host, sReason);
     PLACES places = sctPLACES(host);
     places["file"] = sSource;
     places["folder"] = sTarget.substr(0, sTarget.find_last_of("/\\") + 1);

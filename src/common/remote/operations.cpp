@@ -51,7 +51,8 @@ void COUNTS(const HOST& host, const char* cpCommand, const COMMAND_END& outcome,
         told.sSentence = sFILLED(told.sSentence, places);
         told.sCure = sCURE_FILLED(told.sCure, places);
         const bool bBegan = outcome.bRan() || outcome.bBegan;
-        told.sTry = TRANSPORT_OF(host).sBY_HAND(host, sFOREIGN(cpCommand).c_str(), bBegan);
+        if (!sCommand.empty())
+            told.sTry = TRANSPORT_OF(host).sBY_HAND(host, sFOREIGN(cpCommand).c_str(), bBegan);
         if (told.asWords.empty() && !outcome.sReason.empty()) told.asWords = {outcome.sReason};
     }
     sctRUN_RECORD().diagnosis = told;
