@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "common/remote/request.h"
+#include "common/remote/transport.h"
 #include "sandbox_fixture.h"
 
 using namespace testing;
@@ -120,6 +121,12 @@ TEST_F(GATE, refuses_whatever_is_no_request_of_its_own)
     for (const size_t uMark : {uREQUEST_MARK_MAX, uREQUEST_MARK_MAX + 1})
         EXPECT_EQ(iREQUEST_READ("run " + std::string(uMark, 'm') + " qtc", request, sReason),
                   uMark == uREQUEST_MARK_MAX);
+    for (const TEXTS& asWrong :
+         {TEXTS{"--config"}, TEXTS{"--confg", "/x"}, TEXTS{"-c", "a", "b"}}) {
+        TEXTS asArgument{sBESIDE("vk_ctrl")};
+        asArgument.insert(asArgument.end(), asWrong.begin(), asWrong.end());
+        EXPECT_EQ(CALLED(asArgument).iExit, 2);
+    }
     EXPECT_THAT(ASKED("request", "run m qtc " + std::string((1 << 20) - 99, 'x')).sOut,
                 HasSubstr(sREFUSED));
 }
@@ -206,6 +213,16 @@ TEST_F(GATE, takes_the_files_of_an_update_whole_or_not_at_all)
     for (const auto& entry : fs::directory_iterator{sWORK("")})
         asName.push_back(entry.path().filename());
     EXPECT_THAT(asName, UnorderedElementsAre("a.deb", "tmp", "link", "file", "half.part"));
+    HOST host;
+    host.sName = "ctrl1";
+    host.sAccessMode = "CTRL";
+    host.sPlatform = "LINUX";
+    std::string sReason;
+    for (const auto& [sFile, sCause] :
+         SETTINGS{{"/none/x", "No such file or directory"}, {"/etc", "Is a directory"}}) {
+        EXPECT_EQ(TRANSPORT_OF(host).iPUT(host, sFile, "gv_rw_work:y", nullptr, sReason, {}), 0);
+        EXPECT_EQ(sReason, "cannot read \"" + sFile + "\": " + sCause);
+    }
     EXPECT_THAT(ASKED("put m gv_rw_work:huge 4000000000000000000 644").sOut,
                 AllOf(HasSubstr("no space left"), EndsWith("\nm 1\n")));
 }

@@ -9,6 +9,7 @@
 
 #include "common/remote/command.h"
 #include "common/remote/ssh/connection.h"
+#include "common/remote/ssh/known_key.h"
 #include "common/remote/ssh/sftp.h"
 #include "common/remote/wrapper.h"
 #include "common/unix/local_command.h"
@@ -67,7 +68,7 @@ TEST(PROCESSES, a_child_is_ended_whatever_it_does_about_it)
         int         iStatus;
     } asctRow[] = {
         {"echo ready; sleep 60", 128 + SIGTERM},
-        {"trap '' TERM; echo ready; while :; do sleep 60; done", 128 + SIGKILL},
+        {"trap '' TERM; echo ready; exec sleep 8", 128 + SIGKILL},  // ends by itself, but late
         {"trap 'exit 7' TERM; echo ready; while :; do sleep 0.01; done", 7},
     };
     for (const auto& row : asctRow) {
@@ -113,6 +114,15 @@ TEST(PROCESSES, a_child_that_cannot_be_started_or_seen_says_why)
         }
         return iStarted > 0;
     }));
+}
+
+TEST(PROCESSES, a_program_of_this_server_is_given_up_at_its_limit)
+{
+    const long lBegin = lNOW_MS();
+    EXPECT_EQ(iRUN_LOCALLY("exit 5", 60000), 5);
+    EXPECT_EQ(iRUN_LOCALLY("exec sleep 9", 100), 128 + SIGTERM);
+    EXPECT_EQ(sSAID_BY({"/bin/sh", "-c", "echo early; exec sleep 9"}, 1000), "early\n");
+    EXPECT_LT(lNOW_MS() - lBegin, 8000);
 }
 
 TEST(PROCESSES, a_wait_tells_each_signal_once)
@@ -335,6 +345,25 @@ TEST_F(TRIES, keep_their_sockets_where_nobody_can_put_another_folder)
             return !sPlace.empty() && sPlace.starts_with(sTmp) == row.bUsed;
         }));
     }
+}
+
+TEST_F(TRIES, only_the_update_script_outlives_the_limit_of_its_command)
+{
+    EXPECT_TRUE(bALONE([&] {
+        HOST host;
+        host.bLocal = true;
+        for (const std::string sProgram : {"vk_execute_update", "another"}) {
+            WRITE_FILE(sPATH(sProgram), "#!/bin/sh\necho $$ >$0.pid\nexec sleep 15\n");
+            chmod(sPATH(sProgram).c_str(), 0755);
+            OUTPUT output;
+            sctRUN_COMMAND(host, "", sProgram.c_str(), {5, 1, 1, 0}, output, str_log{});
+            const pid_t iPid = std::atoi(sREAD_FILE(sPATH(sProgram) + ".pid").c_str());
+            const bool  bRuns = !bWAIT_UNTIL(500, [&] { return kill(iPid, 0) != 0; });
+            if (iPid <= 0 || bRuns != (sProgram != "another")) return false;
+            if (bRuns) kill(iPid, SIGKILL);
+        }
+        return true;
+    }));
 }
 
 /* ---- files ---- */

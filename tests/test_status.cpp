@@ -397,6 +397,7 @@ vk_status_timestamp_seconds 1779278400
 </section>
 </main>
 )~");
+    EXPECT_THAT(sFORM_PAGE(fleet, {all[0]}), HasSubstr("--w:100%\"><span>1<"));
     fleet = READ("beta");
     EXPECT_EQ(sFORM_CLIENT(fleet, *ALL(fleet)[2], READ_DETAILS("beta"), m_runs, {0, false}), R"~(beta  failed since 2026-05-18 03:00:00 (2 d)
   message         E011-HOSTS   no permit
@@ -666,6 +667,7 @@ TEST_F(STATUS_FLEET, program_answers_from_the_logs_when_the_database_is_gone)
          2,
          "no regular file; name one that may be replaced\n"},
         {{"--days", "36000", "alhpa"}, 1, "vk_client_status: no such client: alhpa\n"},
+        {{"--days", "36000", "alpha", "--failed"}, 1, "logs alone\n"},
         {{"--days", "36000", "--cause", "port-*"}, 1, "logs alone\n"},
         {{"--days", "1"}, 2, "logs of 1 days below \"" + sRW() + "prot/\" name no client\n"},
         {{"--stale", "x"}, 2, "vk_client_status: option --stale: \"x\" is not a number of days\n"},

@@ -27,7 +27,7 @@ long lLOCAL_COMMAND_LIMIT_MS()
     return 1000L * std::max(iCONFIG_TOTAL_TIMEOUT() + iCONFIG_IDLE_TIMEOUT(), 120);
 }
 
-int start_system(const char* cpCommand)
+int iRUN_LOCALLY(const char* cpCommand, long lLimitMs)
 {
     CHILD_SPEC sctSpec;
     sctSpec.asArgument = {"/bin/sh", "-c", cpCommand};
@@ -42,13 +42,18 @@ int start_system(const char* cpCommand)
         v_STDERR("%s", sReason.c_str());
         return -1;
     }
-    const long lDeadline = lNOW_MS() + lLOCAL_COMMAND_LIMIT_MS();
+    const long lDeadline = lNOW_MS() + lLimitMs;
     while (!iCHILD_ENDED(child)) {
         std::vector<WAIT_FD> fds{{child.fdExit.iGet()}};
         const WAIT_RESULT    eWaited = iWAIT(fds, lDeadline);
         if (eWaited == WAIT_TIMEOUT || eWaited == WAIT_FAILED) v_CHILD_END(child, 2000);
     }
     return child.iStatus;
+}
+
+int start_system(const char* cpCommand)
+{
+    return iRUN_LOCALLY(cpCommand, lLOCAL_COMMAND_LIMIT_MS());
 }
 
 int i_cm_exec(const char* cpCommand)

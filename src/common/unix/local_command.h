@@ -11,6 +11,9 @@
 int start_system(const char* cpCommand);
 int i_cm_exec(const char* cpCommand);
 
+/* The same with a limit of the caller's, milliseconds. */
+int iRUN_LOCALLY(const char* cpCommand, long lLimitMs);
+
 /* PATH with the program's own directory in front. */
 std::string sSEARCH_PATH_OF_PROGRAM();
 
