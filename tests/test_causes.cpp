@@ -144,11 +144,11 @@ TEST_F(KNOWN_HOSTS, kept_key_and_owner_of_the_offered_one_whatever_stands_behind
         EXPECT_EQ(known.sKept, "SHA256:" + asPrint[0]);
         EXPECT_EQ(known.sOther, "alpha");
         EXPECT_EQ(sctKNOWN_KEY(sPATH("known"), "3", asPrint[0]).sOther, "beta");
-        EXPECT_THAT(asSAME_KEY(sPATH("known") + ":4", ""), testing::IsEmpty());
+        EXPECT_THAT(asSAME_KEY(sPATH("known") + ":4"), testing::IsEmpty());
         WRITE_FILE(sPATH("known"), sREAD_FILE(sPATH("known")) + "|1|x= " + asKey[0] + "\nx,gamma " +
                                        asKey[0] + "\n");
-        EXPECT_THAT(asSAME_KEY(sPATH("known") + ":4", ""), testing::ElementsAre("x", "gamma"));
-        EXPECT_THAT(asSAME_KEY(sPATH("known"), "x,gamma"), testing::ElementsAre("beta"));
+        EXPECT_THAT(asSAME_KEY(sPATH("known") + ":4"), testing::ElementsAre("x", "gamma"));
+        EXPECT_THAT(asSAME_KEY(sKEPT_AT(sPATH("known"), "x,gamma")), testing::ElementsAre("beta"));
     }
 }
 

@@ -93,9 +93,7 @@ template<class... V>
 int iDB_EXECUTE_SQL(const std::string& sWhat, const str_log& sctLog, const char* cpFormat,
                     const V&... values)
 {
-    char szSql[2048];
-    iSQL(szSql, cpFormat, values...);
-    return iDB_EXECUTE(sWhat, szSql, sctLog);
+    return iDB_EXECUTE(sWhat, SQL(cpFormat, values...), sctLog);
 }
 
 /* The same without a word about a failure, for a caller who looks at the result. */
@@ -103,9 +101,7 @@ int iDB_RUN(const char* cpSql, const str_log& sctLog);
 template<class... V>
 int iDB_RUN_SQL(const str_log& sctLog, const char* cpFormat, const V&... values)
 {
-    char szSql[2048];
-    iSQL(szSql, cpFormat, values...);
-    return iDB_RUN(szSql, sctLog);
+    return iDB_RUN(SQL(cpFormat, values...), sctLog);
 }
 
 /* Runs several statements as one transaction: all of them take effect, or none.

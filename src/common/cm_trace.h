@@ -45,6 +45,12 @@ void v_set_log_mover(str_log* pLog, const char* cpFileName);
 void WRITE_TRACE(const str_log* pLog, const char* cpFormat, ...)
     __attribute__((format(printf, 2, 3)));
 
+/* The same where tracing is on. */
+#define TRACE_BY(sctLog, ...)                                            \
+    do {                                                                 \
+        if ((sctLog).iLogLevel > 0) WRITE_TRACE(&(sctLog), __VA_ARGS__); \
+    } while (0)
+
 /* The command line, program name first, words joined by one blank, as one
    text; the value of the program's secret option (-p) is shown as ***. The text
    is valid until the next call. */

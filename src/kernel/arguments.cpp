@@ -229,10 +229,9 @@ void v_TELL_UNUSED_OF_MANY(const COMMAND_LINE* pLine)
 void v_READ_STORED_SETTINGS(SCT_ARGS* pArg, const char* cpAccessMode)
 {
     char szReply[256];
-    char szSql[2048];
-    iSQL(szSql, "select accessmode,os,vm_server_type from clients where name='%s'",
-         pArg->szNodeName);
-    if (iDB_VA(szSql, szReply, sizeof szReply, &strLog, "accessmode", pArg->szAccessMode, "os",
+    if (iDB_VA(SQL("select accessmode,os,vm_server_type from clients where name='%s'",
+                   pArg->szNodeName),
+               szReply, sizeof szReply, &strLog, "accessmode", pArg->szAccessMode, "os",
                pArg->szOpersys, "vm_server_type", pArg->szServerType, "d") != 1) {
         if (sctDB_ERROR().eKind != DB_FINE)
             DB_TELL_FAILURE(std::string("settings of ") + pArg->szNodeName + " not read", strLog);
@@ -274,10 +273,10 @@ void v_READ_PLATFORM(SCT_ARGS* pArg, DB_REC_LIS* pList)
 {
     if (!bGIVEN(pArg->szOpersys)) return;
     char szReply[256] = "";
-    char szSql[2048];
-    iSQL(szSql, "select oper_systems.platform from oper_systems where oper_systems.os='%s'",
-         pArg->szOpersys);
-    if (!iDB_ACCESS(szSql, szReply, pList, strLog)) v_END_RUN(pArg, VK_WARNING, MSG_E004, szReply);
+    if (!iDB_ACCESS(SQL("select oper_systems.platform from oper_systems where oper_systems.os='%s'",
+                        pArg->szOpersys),
+                    szReply, pList, strLog))
+        v_END_RUN(pArg, VK_WARNING, MSG_E004, szReply);
     iDB_SEL_GET(pList, 1, szReply, &strLog, "platform", pArg->szPlatform, "d");
 }
 

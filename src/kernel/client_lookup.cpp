@@ -15,12 +15,12 @@ namespace {
    the message, so what is missing is told beside it. */
 void v_READ_SERVER_PLATFORM(SCT_ARGS* pArg)
 {
-    char szSql[2048];
-    iSQL(szSql,
-         "select oper_systems.platform from clients,oper_systems where clients.name='%s' and "
-         "clients.client_id=0 and oper_systems.os=clients.os",
-         pArg->szVelkaNode);
-    if (iDB_SEL_GETVALUE(szSql, "platform", pArg->szVelkaPlatf, strLog)) return;
+    if (iDB_SEL_GETVALUE(SQL("select oper_systems.platform from clients,oper_systems where "
+                             "clients.name='%s' and clients.client_id=0 and "
+                             "oper_systems.os=clients.os",
+                             pArg->szVelkaNode),
+                         "platform", pArg->szVelkaPlatf, strLog))
+        return;
     if (sctDB_ERROR().eKind == DB_FINE)
         TELL("the backup server has no row with client_id 0 and a known operating system");
     DB_TELL_FAILURE("platform of the backup server not read", strLog);
@@ -39,12 +39,11 @@ int iTEST_IF_ALREADY_IN_DATABASE(SCT_ARGS* pArg, const char* szAccessMode)
 
     DB_REC_LIS sctList = {"CONFIG_CLIENT", 0, 0, nullptr, nullptr};
     char       szReply[256] = "";
-    char       szSql[2048];
-    iSQL(szSql,
-         "select name,client_id,data_mover,accessmode,clients.os,platform from "
-         "clients,oper_systems where name='%s' and oper_systems.os=clients.os",
-         pArg->szNodeName);
-    if (!iDB_ACCESS(szSql, szReply, &sctList, strLog)) v_DATABASE_FAILED(pArg, szReply);
+    if (!iDB_ACCESS(SQL("select name,client_id,data_mover,accessmode,clients.os,platform from "
+                        "clients,oper_systems where name='%s' and oper_systems.os=clients.os",
+                        pArg->szNodeName),
+                    szReply, &sctList, strLog))
+        v_DATABASE_FAILED(pArg, szReply);
 
     // The reply is the number of rows; its first digit alone decides.
     if (szReply[0] != '1') {

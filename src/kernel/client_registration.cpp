@@ -161,9 +161,8 @@ int iINTERFACES_MISSING(const SCT_ARGS* pArg)
 {
     DB_REC_LIS sctList = {"CONFIG_CLIENT", 0, 0, nullptr, nullptr};
     char       szReply[256] = "";
-    char       szSql[2048];
-    iSQL(szSql, "select * from interfaces where client_id='%s'", pArg->szNodeId);
-    iDB_ACCESS(szSql, szReply, &sctList, strLog);
+    iDB_ACCESS(SQL("select * from interfaces where client_id='%s'", pArg->szNodeId), szReply,
+               &sctList, strLog);
     return std::strtol(szReply, nullptr, 10) <= 1;
 }
 
@@ -195,10 +194,9 @@ int iSTORED_WITH_UNKNOWN_SYSTEM(const SCT_ARGS* pArg)
 {
     DB_REC_LIS sctList = {"CONFIG_CLIENT", 0, 0, nullptr, nullptr};
     char       szReply[256] = "";
-    char       szSql[2048];
     int        iExact = 0;
-    iSQL(szSql, "select name from clients where lower(name)=lower('%s')", pArg->szNodeName);
-    iDB_ACCESS(szSql, szReply, &sctList, strLog);
+    iDB_ACCESS(SQL("select name from clients where lower(name)=lower('%s')", pArg->szNodeName),
+               szReply, &sctList, strLog);
     for (int iRow = 1; iRow <= sctList.iRows; iRow++) {
         char szName[256] = "";
         iDB_SEL_GET(&sctList, iRow, szReply, &strLog, "name", szName, "d");

@@ -75,9 +75,8 @@ void v_CORRECT_OS(SCT_ARGS* pArg, const char* cpReported)
 {
     TRACE("OS in DB [%s] does not match client OS [%s].", pArg->szOpersys,
           sFOREIGN(cpReported).c_str());
-    char szSql[2048];
-    iSQL(szSql, "select platform from oper_systems where os='%s'", cpReported);
-    if (!iDB_SEL_GETVALUE(szSql, "platform", pArg->szPlatform, strLog)) {
+    if (!iDB_SEL_GETVALUE(SQL("select platform from oper_systems where os='%s'", cpReported),
+                          "platform", pArg->szPlatform, strLog)) {
         DB_TELL_FAILURE(sNOT_STORED("operating system", pArg), strLog);
         return;
     }
@@ -97,9 +96,8 @@ UPDATE_PART eUPDATE_PART(const SCT_ARGS* pArg, bool bSameDate, bool bUpdating)
     if (bUpdating || iUPDATE_RUNS(pArg) == 1) return UPDATE_NONE;
     if (!bSameDate) return UPDATE_ALL;
     char szState[256] = "";
-    char szSql[2048];
-    iSQL(szSql, "select update_state from clients where name='%s'", pArg->szNodeName);
-    iDB_SEL_GETVALUE(szSql, "update_state", szState, strLog);
+    iDB_SEL_GETVALUE(SQL("select update_state from clients where name='%s'", pArg->szNodeName),
+                     "update_state", szState, strLog);
     if (!bIS(szState, "a")) return UPDATE_DATE;
     TRACE("an update of %s was broken off; its state is the client's own", pArg->szNodeName);
     return UPDATE_ALL;
@@ -142,12 +140,11 @@ void v_FORM_INVENTORY(const SCT_ARGS* pArg, const CLIENT_REPORT& report, UPDATE_
 void v_CUT_TO_COLUMN(const char* cpColumn, char (&szText)[256])
 {
     char szWidth[32] = "";
-    char szSql[512];
-    iSQL(szSql,
-         "select atttypmod-4 as width from pg_attribute where attrelid='clients'::regclass and "
-         "attname='%s' and atttypmod>4",
-         cpColumn);
-    if (!iDB_SEL_GETVALUE(szSql, "width", szWidth, strLog)) return;
+    if (!iDB_SEL_GETVALUE(SQL("select atttypmod-4 as width from pg_attribute where "
+                              "attrelid='clients'::regclass and attname='%s' and atttypmod>4",
+                              cpColumn),
+                          "width", szWidth, strLog))
+        return;
     long  lLeft = std::strtol(szWidth, nullptr, 10);
     char* cpEnd = szText;
     while (*cpEnd != '\0' && ((*cpEnd & 0xC0) == 0x80 || lLeft-- > 0)) ++cpEnd;
@@ -188,8 +185,8 @@ void v_STORE_INVENTORY(const SCT_ARGS* pArg, CLIENT_REPORT* pReport, bool bUpdat
     char szStored[256] = "";
     char szSql[2048];
     char szReply[256];
-    iSQL(szSql, "select update_date from clients where name='%s'", pArg->szNodeName);
-    if (!iDB_SEL_GETVALUE(szSql, "update_date", szStored, strLog)) {
+    if (!iDB_SEL_GETVALUE(SQL("select update_date from clients where name='%s'", pArg->szNodeName),
+                          "update_date", szStored, strLog)) {
         DB_TELL_FAILURE(sNOT_STORED("inventory", pArg), strLog);
         return;
     }

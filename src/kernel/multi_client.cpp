@@ -145,15 +145,15 @@ void v_TELL_LEFT_OUT(MULTI_RUN* pRun, t_LL LL_ClientList)
     std::set<std::string> known(pRun->asName.begin(), pRun->asName.end());
     for (void* pName = FirstElmLL(LL_ClientList); IsElmLL(pName); pName = NextElmLL(pName)) {
         const char* cpName = static_cast<const char*>(pName);
-        char        szSql[2048];
         char        szReply[256] = "";
         if (!known.insert(cpName).second) continue;
         if (bNO_CLIENT(cpName)) {
             v_TELL_NO_CLIENT();
             continue;
         }
-        iSQL(szSql, "select count(*) from clients where name='%s'", cpName);
-        if (!iDB_ACCESS(szSql, szReply, nullptr, strLog)) return;
+        if (!iDB_ACCESS(SQL("select count(*) from clients where name='%s'", cpName), szReply,
+                        nullptr, strLog))
+            return;
         if (szReply[0] == '0')
             TELL("no such client: %s", cpName);
         else

@@ -160,11 +160,7 @@ std::vector<std::string> asFAILURE_LINES(const RUN_RECORD& record)
     if (!sWords.empty()) asLine.push_back(words.cpWords + sFOREIGN(sWords));
     if (!diagnosis.sCure.empty()) asLine.push_back(words.cpCure + diagnosis.sCure);
     if (!diagnosis.sTry.empty()) asLine.push_back(words.cpTry + diagnosis.sTry);
-    std::string sDirectory;
-    std::string sDay;
-    iCONFIG_VARIABLE("gv_rw_prot", sDirectory);
-    iCONFIG_VARIABLE("gv_daylbl", sDay);
-    asLine.push_back(words.cpProtocol + sDirectory + szFILE_NAME(sDay) + ".prt");
+    asLine.push_back(words.cpProtocol + sDAY_FILE(".prt"));
     return asLine;
 }
 

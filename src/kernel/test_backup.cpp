@@ -223,10 +223,9 @@ bool bNO_TEST_POSSIBLE(const SCT_ARGS* pArg)
    I010 where none can be read. */
 void v_READ_VERSION(const SCT_ARGS* pArg, char (&szBuf)[256])
 {
-    char szSql[2048];
     MESSAGE(szBuf, MSG_I010, pArg->szNodeName);
-    iSQL(szSql, "select qtc_version from clients where name='%s'", pArg->szNodeName);
-    iDB_SEL_GETVALUE(szSql, "qtc_version", szBuf, strLog);
+    iDB_SEL_GETVALUE(SQL("select qtc_version from clients where name='%s'", pArg->szNodeName),
+                     "qtc_version", szBuf, strLog);
 }
 
 /* Makes the test backup while the output file is held. */

@@ -14,11 +14,8 @@
 #include "messages.h"
 #include "velka.h"
 
-/* The level test stands before the arguments, which are not formed without it. */
-#define TRACE(...)                                                   \
-    do {                                                             \
-        if (strLog.iLogLevel > 0) WRITE_TRACE(&strLog, __VA_ARGS__); \
-    } while (0)
+/* By the tool's trace context. */
+#define TRACE(...) TRACE_BY(strLog, __VA_ARGS__)
 
 /* What a run was asked for and did not do: one line on standard error, and in the
    trace. */

@@ -3,10 +3,12 @@
 #include "moment.h"
 
 #include <algorithm>
+#include <cstring>
 #include <ctime>
 #include <optional>
 #include <unordered_map>
 
+#include "common/text/text.h"
 #include "common/text/time_text.h"
 
 namespace {
@@ -14,7 +16,8 @@ namespace {
 constexpr long lHOUR = 3'600;
 constexpr long lMINUTE = 60;
 
-constexpr size_t uDATE = 10;  // bytes of "YYYY-MM-DD"
+constexpr size_t uDATE = 10;       // bytes of "YYYY-MM-DD"
+constexpr size_t uDATE_TIME = 19;  // and of "YYYY-MM-DD HH:MM:SS"
 
 /* Midnight in Greenwich of "YYYY-MM-DD". The last date is kept: a log has many lines of a
    day. Result  no value: it is no date */
@@ -46,62 +49,23 @@ long lLOCAL_OFFSET(long lLocalHour)
     return offsets[lLocalHour] = lTime == -1 ? 0 : lAsUtc - lTime;
 }
 
-/* Takes a number of uDigits digits off the front; -1 when they are none. */
-long lDIGITS(std::string_view& sv, size_t uDigits)
-{
-    if (sv.size() < uDigits) return -1;
-    long l = 0;
-    for (size_t u = 0; u < uDigits; u++) {
-        if (sv[u] < '0' || sv[u] > '9') return -1;
-        l = l * 10 + (sv[u] - '0');
-    }
-    sv.remove_prefix(uDigits);
-    return l;
-}
-
-bool bTAKE(std::string_view& sv, std::string_view svOneOf)
-{
-    if (sv.empty() || svOneOf.find(sv[0]) == svOneOf.npos) return false;
-    sv.remove_prefix(1);
-    return true;
-}
-
-/* Seconds east of Greenwich. */
-bool bZONE(std::string_view sv, long& lOffset)
-{
-    lOffset = 0;
-    if (sv == "Z") return true;
-    const bool bWest = sv.starts_with('-');
-    if (!bTAKE(sv, "+-")) return false;
-    const long lHours = lDIGITS(sv, 2);
-    bTAKE(sv, ":");
-    const long lMinutes = sv.empty() ? 0 : lDIGITS(sv, 2);
-    if (lHours < 0 || lMinutes < 0 || !sv.empty()) return false;
-    lOffset = (lHours * lHOUR + lMinutes * lMINUTE) * (bWest ? -1 : 1);
-    return true;
-}
-
 }  // namespace
 
-long lSECONDS_OF(std::string_view sv)
+long lSECONDS_OF(std::string_view svTime)
 {
-    const std::optional<long> lMidnight = lMIDNIGHT(sv.substr(0, uDATE));
-    if (!lMidnight) return 0;
-    sv.remove_prefix(uDATE);
-    if (!bTAKE(sv, "T ")) return 0;
-    const long lHours = lDIGITS(sv, 2);
-    if (!bTAKE(sv, ":")) return 0;
-    const long lMinutes = lDIGITS(sv, 2);
-    if (!bTAKE(sv, ":")) return 0;
-    const long lRest = lDIGITS(sv, 2);
-    if (std::min({lHours, lMinutes, lRest}) < 0 || lHours > 23 || lMinutes > 59 || lRest > 60)
-        return 0;
-    if (bTAKE(sv, "."))
-        while (bTAKE(sv, "0123456789")) continue;
-    const long lTime = *lMidnight + lHours * lHOUR + lMinutes * lMINUTE + lRest;
-    long       lOffset = 0;
-    if (sv.empty()) return lTime - lLOCAL_OFFSET(lTime / lHOUR);
-    return bZONE(sv, lOffset) ? lTime - lOffset : 0;
+    char szTime[64];
+    if (!iTEXT_SET(szTime, svTime) || svTime.size() < uDATE_TIME) return 0;
+    const std::optional<long> lMidnight = lMIDNIGHT(svTime.substr(0, uDATE));
+    const bool                bForm = (svTime[uDATE] == 'T' || svTime[uDATE] == ' ') &&
+                       svTime.find(' ', uDATE + 1) == svTime.npos;
+    tm          sctTm{};
+    const char* cpRest = strptime(szTime + uDATE + 1, "%H:%M:%S", &sctTm);
+    if (!lMidnight || !bForm || cpRest != szTime + uDATE_TIME || sctTm.tm_sec > 60) return 0;
+    if (*cpRest == '.') cpRest += 1 + std::strspn(cpRest + 1, "0123456789");
+    const long lTime = *lMidnight + sctTm.tm_hour * lHOUR + sctTm.tm_min * lMINUTE + sctTm.tm_sec;
+    if (*cpRest == '\0') return lTime - lLOCAL_OFFSET(lTime / lHOUR);
+    cpRest = strptime(cpRest, "%z", &sctTm);
+    return cpRest != nullptr && *cpRest == '\0' ? lTime - sctTm.tm_gmtoff : 0;
 }
 
 long lDAY_BEGIN(long lTime, int iDays)

@@ -19,6 +19,7 @@
 #include "../text/standard_error.h"
 #include "../text/text.h"
 #include "../text/time_text.h"
+#include "protocol.h"
 
 namespace {
 
@@ -164,11 +165,7 @@ std::string sOUTCOME_LINE(const RUN_RECORD& record)
 
 void v_OUTCOME_LOG(const RUN_RECORD& record)
 {
-    std::string sDirectory;
-    std::string sDay;
-    iCONFIG_VARIABLE("gv_rw_prot", sDirectory);
-    iCONFIG_VARIABLE("gv_daylbl", sDay);
-    const std::string sFile = sDirectory + szFILE_NAME(sDay) + ".jsonl";
+    const std::string sFile = sDAY_FILE(".jsonl");
     const FD          fdFile(iOPEN_APPEND(sFile));
     if (fdFile.bOpen() && iWRITE_ALL(fdFile.iGet(), sOUTCOME_LINE(record) + "\n")) return;
     // It lies beside the day protocol: one trouble, told once.

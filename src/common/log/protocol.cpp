@@ -45,15 +45,20 @@ std::string& sANSWER_FILE()
 
 void PROTOCOL_LINE(const std::string& sText)
 {
-    std::string sDirectory;
-    std::string sDay;
-    iCONFIG_VARIABLE("gv_rw_prot", sDirectory);
-    iCONFIG_VARIABLE("gv_daylbl", sDay);
-    APPEND_LINE("day protocol", sDirectory + szFILE_NAME(sDay) + ".prt",
+    APPEND_LINE("day protocol", sDAY_FILE(".prt"),
                 sLOCAL_TIME(false) + " " + std::to_string(getpid()) + " " + sONE_LINE(sText));
 }
 
 }  // namespace
+
+std::string sDAY_FILE(const char* cpExtension)
+{
+    std::string sDirectory;
+    std::string sDay;
+    iCONFIG_VARIABLE("gv_rw_prot", sDirectory);
+    iCONFIG_VARIABLE("gv_daylbl", sDay);
+    return sDirectory + szFILE_NAME(sDay) + cpExtension;
+}
 
 void FPROT(int /*iZero*/, const char* cpText)
 {

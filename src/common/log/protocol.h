@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 
 /* Appends one line "YYYY-MM-DD HH:MM:SS PID text" to the day protocol
    (gv_rw_prot, day label, ".prt") by one write; line feeds and other control
@@ -15,6 +16,9 @@ void FPROT(int iZero, const char* cpFormat, V value, REST... rest)
 {
     FPROT_FORMAT(iZero, cpFormat, value, rest...);
 }
+
+/* A file of the day label beside the day protocol: its own, with ".prt". */
+std::string sDAY_FILE(const char* cpExtension);
 
 /* Appends one line "KIND text" to the run's answer file, and shows it on
    standard error when that is a terminal. cKind is 'S' (status) or 'M'

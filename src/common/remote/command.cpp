@@ -217,8 +217,7 @@ COMMAND_END sctRUN_COMMAND(const HOST& host, const std::string& sPort, const cha
         return outcome;
     }
     // The child's own words do not show it: most transports hand it over another way.
-    if (sctLog.iLogLevel > 0)
-        WRITE_TRACE(&sctLog, "command for %s: %s", host.sName.c_str(), sFOREIGN(cpCommand).c_str());
+    TRACE_BY(sctLog, "command for %s: %s", host.sName.c_str(), sFOREIGN(cpCommand).c_str());
     // A shared connection that broke meanwhile, or as it was made, earns one more try;
     // what was refused does not, unless the caller asked for it.
     bool bMayBreak = !transport.bESTABLISHED(host);
@@ -234,12 +233,9 @@ COMMAND_END sctRUN_COMMAND(const HOST& host, const std::string& sPort, const cha
                                iLEFT_TO_FINISH(cpCommand) ? TIME_SCRIPT : TIME_COMMAND);
         if (outcome.bRan()) transport.NOTE_WAY(host);
         if (sctLog.iLogLevel > 2) TRACE_LOG(transport.sLOG(host), sctLog);
-        if (sctLog.iLogLevel > 0) {
-            WRITE_TRACE(&sctLog, "host %s, mode %s: %s %ld %s", host.sName.c_str(),
-                        host.bLocal ? "local" : host.sAccessMode.c_str(),
-                        outcome.bRan() ? "status" : "not run", outcome.lStatus,
-                        outcome.sReason.c_str());
-        }
+        TRACE_BY(sctLog, "host %s, mode %s: %s %ld %s", host.sName.c_str(),
+                 host.bLocal ? "local" : host.sAccessMode.c_str(),
+                 outcome.bRan() ? "status" : "not run", outcome.lStatus, outcome.sReason.c_str());
         if (outcome.bRan()) transport.TIDY(host);
         if (outcome.bRan() || outcome.bBegan || !bWORTH_ANOTHER_TRY(outcome)) return outcome;
         if (bMayBreak && transport.bSHARING_FAILED(host)) {

@@ -38,20 +38,17 @@ bool bNUMBER(std::string_view sv)
 
 HOST sctREAD_HOST(const std::string& sName, const str_log& sctLog)
 {
-    char szSql[2048];
     char szReply[256];
     char szId[32] = "";
     char szMode[256] = "";
     char szUser[256] = "";
     char szMover[256] = "";
     char szPlatform[256] = "";
-    iSQL(szSql,
-         "select client_id,accessmode,os_user,data_mover,platform from clients left join "
-         "oper_systems on oper_systems.os=clients.os where name='%s'",
-         std::string_view(sName));
-    iDB_VA(szSql, szReply, static_cast<int>(sizeof szReply), &sctLog, "client_id", szId,
-           "accessmode", szMode, "os_user", szUser, "data_mover", szMover, "platform", szPlatform,
-           "d");
+    iDB_VA(SQL("select client_id,accessmode,os_user,data_mover,platform from clients left join "
+               "oper_systems on oper_systems.os=clients.os where name='%s'",
+               std::string_view(sName)),
+           szReply, static_cast<int>(sizeof szReply), &sctLog, "client_id", szId, "accessmode",
+           szMode, "os_user", szUser, "data_mover", szMover, "platform", szPlatform, "d");
     HOST host;
     host.sName = sName;
     // The reply of a statement that ran is a number of rows.
@@ -109,17 +106,15 @@ int i_CHECK_AND_SET_INTERFACE(char* cpInterface, const char* cpServerNode, str_l
 int i_GET_TASK_OR_CLIENT_PASSWORD(const char*, const char* cpClient, char* cpUser, const char*,
                                   const char*, char* cpPassword, str_log sctLog)
 {
-    char szSql[2048];
-    char szReply[256];
-    char szUser[256] = "";
-    char szPassword[2048] = "";
-    char szOsUser[256] = "";
-    char szOsPassword[2048] = "";
-    iSQL(szSql, "select user_name,password,os_user,os_password from clients where name='%s'",
-         cpClient);
-    const int iRet =
-        iDB_VA(szSql, szReply, static_cast<int>(sizeof szReply), &sctLog, "user_name", szUser,
-               "password", szPassword, "os_user", szOsUser, "os_password", szOsPassword, "d");
+    char      szReply[256];
+    char      szUser[256] = "";
+    char      szPassword[2048] = "";
+    char      szOsUser[256] = "";
+    char      szOsPassword[2048] = "";
+    const int iRet = iDB_VA(
+        SQL("select user_name,password,os_user,os_password from clients where name='%s'", cpClient),
+        szReply, static_cast<int>(sizeof szReply), &sctLog, "user_name", szUser, "password",
+        szPassword, "os_user", szOsUser, "os_password", szOsPassword, "d");
     const bool bOwn = szUser[0] != '\0';
     iTEXT_COPY(cpUser, 256, bOwn ? szUser : szOsUser);
     iTEXT_COPY(cpPassword, 2048, bOwn ? szPassword : szOsPassword);

@@ -101,8 +101,7 @@ void TELL_UNWRITTEN(const RCMD& cmd, int iErrno, const str_log& sctLog)
 {
     const char* cpCause = std::strerror(iErrno);
     v_STDERR("cannot write \"%s\": %s", cmd.szOutFile, cpCause);
-    if (sctLog.iLogLevel > 0)
-        WRITE_TRACE(&sctLog, "cannot write \"%s\": %s", cmd.szOutFile, cpCause);
+    TRACE_BY(sctLog, "cannot write \"%s\": %s", cmd.szOutFile, cpCause);
 }
 
 /* The output file of a command. Where it cannot be opened the command still runs:
@@ -207,10 +206,8 @@ int i_RCMD_EXEC_LOG(const char* cpHost, const char* cpCommand, int, char* cpMsg,
     std::string sReason;
     const int   iRet = iRUN(cpHost, "", cpCommand, sctLIMITS(0, 0), output, sReason, sctLog);
     iTEXT_COPY(cpMsg, uMsg, iRet < 0 ? sReason : output.sLastLine);
-    if (sctLog.iLogLevel > 0) {
-        WRITE_TRACE(&sctLog, "%s: %s returned %d, %s", cpHost, sFOREIGN(cpCommand).c_str(), iRet,
-                    sFOREIGN(cpMsg).c_str());
-    }
+    TRACE_BY(sctLog, "%s: %s returned %d, %s", cpHost, sFOREIGN(cpCommand).c_str(), iRet,
+             sFOREIGN(cpMsg).c_str());
     return iRet;
 }
 
@@ -235,10 +232,8 @@ int REMOTE_COPY_CLIENT(char cMode, const char* cpHost, const char* cpSource, con
         iRet ? DIAGNOSIS{} : sctCOPY_DIAGNOSIS(host, sSource, sTarget, sReason, sctLog);
     if (iRet != 0) v_COPIED(sSource);
     iTEXT_COPY(cpMsg, uMsg, iRet ? "" : sReason);
-    if (sctLog.iLogLevel > 0) {
-        WRITE_TRACE(&sctLog, "copy \"%s\" to %s as \"%s\": %s", sSource.c_str(), cpHost,
-                    sTarget.c_str(), iRet ? "done" : sReason.c_str());
-    }
+    TRACE_BY(sctLog, "copy \"%s\" to %s as \"%s\": %s", sSource.c_str(), cpHost, sTarget.c_str(),
+             iRet ? "done" : sReason.c_str());
     return iRet;
 }
 
@@ -269,7 +264,7 @@ int alive_test_qtc(const char* cpHost, char* cpMsg, char* cpVersion, const char*
         if (iERROR_LINE(LL_Output, cpMsg, uMsg)) return 0;
         constexpr const char* cpSilent = "%s: \"qtc -h\" ended with status %d and said nothing";
         v_STDERR(cpSilent, cpHost, iRet);
-        if (sctLog.iLogLevel > 0) WRITE_TRACE(&sctLog, cpSilent, cpHost, iRet);
+        TRACE_BY(sctLog, cpSilent, cpHost, iRet);
         return 0;
     }
     char szInstalled[256];

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <utility>
 
+#include "../text/immortal.h"
 #include "../text/program.h"
 
 namespace {
@@ -47,8 +48,9 @@ std::string sON_ONE_LINE(std::string_view svWord)
 
 const std::string& sRUN_MARK()
 {
-    static const auto& sMark = *new std::string(sRANDOM_MARK());
-    return sMark;
+    static IMMORTAL<std::string> mark;
+    if (mark.Get().empty()) mark.Get() = sRANDOM_MARK();
+    return mark.Get();
 }
 
 int iLEFT_TO_FINISH(std::string_view svCommand)
@@ -155,7 +157,7 @@ bool MARK_READER::bTakeBegin()
 
 bool MARK_READER::bTakeEnd(std::string& sOutput)
 {
-    static const auto& sMark = *new std::string("\n" + sRUN_MARK() + " ");
+    const std::string sMark = "\n" + sRUN_MARK() + " ";
     // memmem, as std::string stops at every line feed.
     const void*  pAt = memmem(m_sHeld.data(), m_sHeld.size(), sMark.data(), sMark.size());
     const size_t uAt = pAt == nullptr

@@ -23,6 +23,18 @@ int iSQL(char (&szSql)[N], const char* cpFormat, const V&... values)
     return iSQL_FORM(szSql, N, cpFormat, {asctValue, sizeof...(V)});
 }
 
+/* A statement that is formed where it is run, at most 2047 bytes. */
+struct SQL {
+    char szText[2048] = {};
+
+    template<class... V>
+    explicit SQL(const char* cpFormat, const V&... values)
+    {
+        iSQL(szText, cpFormat, values...);
+    }
+    operator const char*() const { return szText; }
+};
+
 /* A date that may be empty, ready to stand bare in a statement (RAW_TEXT): NULL
    for an empty value, else the value as a quoted literal. The text stays valid
    until the process ends. */

@@ -61,8 +61,7 @@ int file_search2(const char* cpPath, char* cpPattern, size_t uSize, int /*iMode*
 int i_FILE_DELETE(const char* cpPath, str_log sctLog)
 {
     if (unlink(cpPath) == 0) return 1;
-    if (sctLog.iLogLevel > 0)
-        WRITE_TRACE(&sctLog, "cannot delete \"%s\": %s", cpPath, std::strerror(errno));
+    TRACE_BY(sctLog, "cannot delete \"%s\": %s", cpPath, std::strerror(errno));
     return 0;
 }
 

@@ -95,27 +95,38 @@ KNOWN_KEY sctKNOWN_KEY(const std::string& sFile, const std::string& sLine,
     return known;
 }
 
-std::vector<std::string> asSAME_KEY(const std::string& sWhere, const std::string& sNew)
+std::string sKEPT_AT(const std::string& sFile, const std::string& sNames)
+{
+    std::ifstream file(sFile);
+    size_t        uLine = 0;
+    std::string   sFound;
+    for (std::string sText; std::getline(file, sText);) {
+        uLine++;
+        if (sText.starts_with(sNames + " ")) sFound = sFile + ":" + std::to_string(uLine);
+    }
+    return sFound;
+}
+
+std::vector<std::string> asSAME_KEY(const std::string& sWhere)
 {
     struct ENTRY {
         std::string sNames;
         std::string sKey;
     };
-    const size_t       uColon = sNew.empty() ? sWhere.rfind(':') : sWhere.npos;
+    const size_t       uColon = sWhere.rfind(':');
     std::ifstream      file(sWhere.substr(0, uColon));
     std::vector<ENTRY> entries;
-    size_t             uOwn = sNew.empty() && uColon != sWhere.npos
-                                  ? std::strtoul(sWhere.c_str() + uColon + 1, nullptr, 10) - 1
-                                  : sWhere.npos;
     for (std::string sText; std::getline(file, sText);) {
         std::istringstream words(sText);
         ENTRY              entry;
         words >> entry.sNames >> entry.sKey >> entry.sKey;
-        if (!sNew.empty() && entry.sNames == sNew) uOwn = entries.size();
         entries.push_back(std::move(entry));
     }
     std::vector<std::string> asName;
-    for (size_t u = 0; u < entries.size() && uOwn < entries.size(); u++) {
+    const size_t             uOwn =
+        uColon == sWhere.npos ? uColon : std::strtoul(sWhere.c_str() + uColon + 1, nullptr, 10) - 1;
+    if (uOwn >= entries.size()) return asName;
+    for (size_t u = 0; u < entries.size(); u++) {
         if (u == uOwn || entries[u].sKey.empty() || entries[u].sKey != entries[uOwn].sKey) continue;
         std::istringstream names(entries[u].sNames);
         for (std::string sName; std::getline(names, sName, ',');)

@@ -19,10 +19,12 @@ struct KNOWN_KEY {
 KNOWN_KEY sctKNOWN_KEY(const std::string& sFile, const std::string& sLine,
                        const std::string& sOffered);
 
-/* The names beside which the key of a line is kept, too, "FILE:LINE"; hashed ones are
-   left out. A key that was kept for the first time has no line yet: sNew is the name
-   that it got, and sWhere the file. */
-std::vector<std::string> asSAME_KEY(const std::string& sWhere, const std::string& sNew);
+/* "FILE:LINE" of the last line with these names, "" for none. */
+std::string sKEPT_AT(const std::string& sFile, const std::string& sNames);
+
+/* The names beside which the key of a line ("FILE:LINE") is kept, too; hashed ones are left
+   out. */
+std::vector<std::string> asSAME_KEY(const std::string& sWhere);
 
 /* 1 the certificate beside a key is valid no more, or not yet: sValid says when it is. */
 int iCERTIFICATE_INVALID(const std::string& sKey, std::string& sValid);

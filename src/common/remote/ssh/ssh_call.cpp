@@ -231,15 +231,13 @@ std::string sKNOWN_HOSTS(const HOST& host)
 /* Another client that shows the same host key: one machine under two names, or a clone. */
 void v_TELL_SAME_KEY(const HOST& host, const SSH_STORY& story)
 {
-    std::string sNew;
     std::string sWhere = story.sKept;
     for (const std::string& sLine : story.asOwn) {
         if (!sLine.starts_with("Warning: Permanently added '")) continue;
-        sNew = sLine.substr(28, sLine.find('\'', 28) - 28);
-        sWhere = sKNOWN_HOSTS(host);
+        sWhere = sKEPT_AT(sKNOWN_HOSTS(host), sLine.substr(28, sLine.find('\'', 28) - 28));
     }
     if (sWhere.empty()) return;
-    for (const std::string& sOther : asSAME_KEY(sWhere, sNew)) {
+    for (const std::string& sOther : asSAME_KEY(sWhere)) {
         if (sOther == host.sName || !sctHOST(sOther.c_str(), "", str_log{}).bClient) continue;
         v_STDERR_ONCE(("same key " + host.sName).c_str(),
                       "%s shows the host key of %s; one machine under two names, or a clone",
