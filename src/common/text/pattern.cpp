@@ -15,7 +15,7 @@ namespace {
 
 /* Ends a match that would go on for minutes: far above what any package name
    needs, far below a second. */
-constexpr uint32_t uMATCH_LIMIT = 1'000'000;
+constexpr uint32_t uMATCH_LIMIT = 100'000;
 constexpr uint32_t uDEPTH_LIMIT = 10'000;
 constexpr uint32_t uHEAP_KIB = 20'000;
 
