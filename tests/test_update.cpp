@@ -178,6 +178,9 @@ TEST_F(UPDATE, the_command_follows_system_and_options)
             EXPECT_NE(uAt = sREAD_FILE(sLines).find(sPart, uAt), std::string::npos) << sPart;
     }
     EXPECT_THAT(CLIENT_LOG("velkasrv"), IsEmpty());  // none asked for the service pack
+    PACKAGE("..\\x_5.2.0-5.deb", "package");
+    EXPECT_THAT(CLIENT_UPDATE("winbox", {"-U", "-P", "..\\x_5.2.0-5.deb"}).sOut,
+                HasSubstr("leaves its folder"));
 }
 
 TEST_F(UPDATE, the_status_of_the_script_decides_message_exit_code_state_and_chaining)

@@ -121,10 +121,11 @@ FD fdOUTPUT_FILE(const RCMD& cmd, const str_log& sctLog)
 /* Where a symbolic path lies on a host. */
 int iPATH_ON_HOST(const HOST& host, const char* cpPath, std::string& sPath, std::string& sReason)
 {
-    const std::string sText = cpPath;
+    std::string sText = cpPath;
+    if (eSHELL_OF(host) == SHELL_WINDOWS) std::replace(sText.begin(), sText.end(), '\\', '/');
     if (("/" + sText + "/").find("/../") != std::string::npos ||
         (sText + "/").find(":../") != std::string::npos) {
-        sReason = "\"" + sONE_LINE(sText) + "\" leaves its folder";
+        sReason = "\"" + sONE_LINE(cpPath) + "\" leaves its folder";
         return 0;
     }
     return TRANSPORT_OF(host).iPLACE(host, cpPath, sPath, sReason);
