@@ -281,6 +281,30 @@ TEST_F(CAUSES, two_clients_with_one_host_key_are_told_at_the_first_check_and_lat
                   "names, or a clone\n");
 }
 
+TEST_F(CAUSES, a_user_is_told_only_where_another_is_admitted_with_the_same_key)
+{
+    ADD_CLIENT("alpha");
+    ADD_CLIENT("nokey");
+    const std::string sConfig = sRW() + "ini/ssh/config";
+    const std::string sRight = sREAD_FILE(sConfig);
+    const std::string sWrong = std::regex_replace(sRight, std::regex(" User .*"), " User nobody2");
+    const bool        bRoot = geteuid() == 0;
+    const std::array<const char*, 3> asRow[] = {
+        {"alpha", "nobody1", "os-user-not-accepted"},
+        {"nokey", "nobody1", "key-not-accepted"},
+        {"alpha", "", bRoot ? "user-not-accepted" : "key-not-accepted"},
+        {"nokey", "", "key-not-accepted"},
+    };
+    for (const auto& [cpClient, cpUser, cpCause] : asRow) {
+        SCOPED_TRACE(std::string(cpClient) + cpUser);
+        SQL("update clients set os_user='" + std::string(cpUser) + "'");
+        WRITE_FILE(sConfig, *cpUser != '\0' ? sRight : sWrong);
+        const RUN run = CONFIG_CLIENT({"-c", cpClient, "-C", "r"});
+        EXPECT_THAT(run.sOut, testing::HasSubstr("E011-HOSTS"));
+        EXPECT_EQ(LAST().value("cause", ""), cpCause);
+    }
+}
+
 TEST_F(CAUSES, failed_checks_name_stage_cause_and_words)
 {
     INI("general", "trace_level", "1");

@@ -1,6 +1,8 @@
 /* Names, reports, error lines and settings that hold what a statement, a shell, a
    format or a terminal would read as its own: they stay text. */
+#include <algorithm>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 
 #include "sandbox_fixture.h"
 
@@ -22,6 +24,19 @@ const TEXTS asHOSTILE = {
 
 class HOSTILE : public SANDBOX {
 protected:
+    /* Each run has left a line that any reader takes, and that no terminal acts upon. */
+    void TearDown() override
+    {
+        const TEXTS asLine = OUTCOMES();
+        EXPECT_GT(asLine.size(), 10U);
+        for (const std::string& sLine : asLine) {
+            EXPECT_TRUE(nlohmann::json::accept(sLine)) << sLine;
+            EXPECT_TRUE(std::none_of(sLine.begin(), sLine.end(), [](unsigned char c) {
+                return c < 0x20 || c == 0x7F;
+            })) << sLine;
+        }
+        SANDBOX::TearDown();
+    }
     /* Runs a check that ends with iExit and whose outcome is stored; nothing else
        has happened. Gives the stored message. */
     std::string sCHECKED(const std::string& sClient, int iExit)

@@ -155,7 +155,7 @@ constexpr CAUSE asctCause[] = {
     // ---- copies
     {"package-missing", STAGE_COPY, WE_SAY, "cannot read \"",
      "the package cannot be read on this server", "ls -l {file}"},
-    {"package-unreadable", STAGE_COPY, NOBODY, "",
+    {"package-unreadable", STAGE_COPY, SFTP_SAYS, "open local \"",
      "the package is there, but not for the user of this run to read", "chmod a+r {file}"},
     {"no-sftp", STAGE_COPY, SFTP_SAYS, "subsystem request failed",
      "the ssh service of {host} has no sftp", "on {host}: sed -i '1i Subsystem sftp internal-sftp' /etc/ssh/sshd_config && systemctl reload ssh"},
