@@ -84,13 +84,6 @@ void v_CORRECT_OS(SCT_ARGS* pArg, const char* cpReported)
                     "update clients set os='%s' where name='%s'", cpReported, pArg->szNodeName);
 }
 
-/* What of the last update goes into the row. */
-enum UPDATE_PART {
-    UPDATE_ALL,   // state, message and date
-    UPDATE_DATE,  // the date: state and message are what an update run stored with it
-    UPDATE_NONE,  // an update is under way, and its own run tells how it goes
-};
-
 UPDATE_PART eUPDATE_PART(const SCT_ARGS* pArg, bool bSameDate, bool bUpdating)
 {
     if (bUpdating || iUPDATE_RUNS(pArg) == 1) return UPDATE_NONE;
@@ -180,27 +173,32 @@ void v_READ_REPORT(t_LL LL_Output, CLIENT_REPORT* pReport)
                          pReport->szModuleVer, strLog);
 }
 
-void v_STORE_INVENTORY(const SCT_ARGS* pArg, CLIENT_REPORT* pReport, bool bUpdating)
+int iPREPARE_INVENTORY(const SCT_ARGS* pArg, CLIENT_REPORT* pReport, bool bUpdating,
+                       INVENTORY* pInventory)
 {
     char szStored[256] = "";
-    char szSql[2048];
-    char szReply[256];
     if (!iDB_SEL_GETVALUE(SQL("select update_date from clients where name='%s'", pArg->szNodeName),
                           "update_date", szStored, strLog)) {
         DB_TELL_FAILURE(sNOT_STORED("inventory", pArg), strLog);
-        return;
+        return 0;
     }
-    const UPDATE_PART ePart = eUPDATE_PART(pArg, bIS(szStored, pReport->szUpdateDate), bUpdating);
+    pInventory->ePart = eUPDATE_PART(pArg, bIS(szStored, pReport->szUpdateDate), bUpdating);
     v_MAP_UPDATE_STATE(pReport->szUpdateState);
     cm_time_stamp2iso(pReport->szInstallationDate);
     cm_time_stamp2iso(pReport->szServicepackDate);
     cm_time_stamp2iso(pReport->szUpdateDate);
-    v_FORM_INVENTORY(pArg, *pReport, ePart, szSql);
-    if (iDB_ACCESS(szSql, szReply, nullptr, strLog)) return;
+    v_FORM_INVENTORY(pArg, *pReport, pInventory->ePart, pInventory->szSql);
+    return 1;
+}
+
+void v_STORE_INVENTORY(const SCT_ARGS* pArg, CLIENT_REPORT* pReport, INVENTORY* pInventory)
+{
+    char szReply[256];
+    if (iDB_ACCESS(pInventory->szSql, szReply, nullptr, strLog)) return;
     if (sctDB_ERROR().sSqlState == cpTOO_LONG) {
         v_CUT_TO_COLUMNS(pReport);
-        v_FORM_INVENTORY(pArg, *pReport, ePart, szSql);
-        iDB_ACCESS(szSql, szReply, nullptr, strLog);
+        v_FORM_INVENTORY(pArg, *pReport, pInventory->ePart, pInventory->szSql);
+        iDB_ACCESS(pInventory->szSql, szReply, nullptr, strLog);
     }
     DB_TELL_FAILURE(sNOT_STORED("inventory", pArg), strLog);
 }

@@ -25,12 +25,30 @@ struct CLIENT_REPORT {
 /* Takes the output lines of "qtc -h" apart. */
 void v_READ_REPORT(t_LL LL_Output, CLIENT_REPORT* pReport);
 
-/* Stores the report in the client's row, unless the row cannot be read. What is longer
-   than its column is cut to it. While an update of the client is under way
-   (bUpdating, or asked now), its state, message and date stay; one that was broken
-   off is no longer under way, and takes them from the report. Rewrites the report's
-   dates and its update state into the form in which they are stored. */
-void v_STORE_INVENTORY(const SCT_ARGS* pArg, CLIENT_REPORT* pReport, bool bUpdating);
+/* What of the last update goes into the row. */
+enum UPDATE_PART {
+    UPDATE_ALL,   // state, message and date
+    UPDATE_DATE,  // the date: state and message are what an update run stored with it
+    UPDATE_NONE,  // an update is under way, and its own run tells how it goes
+};
+
+/* The statement that stores a report. */
+struct INVENTORY {
+    char        szSql[2048];
+    UPDATE_PART ePart;
+};
+
+/* Forms it. While an update of the client is under way (bUpdating, or asked now), its
+   state, message and date stay; one that was broken off is no longer under way, and
+   takes them from the report. Rewrites the report's dates and its update state into the
+   form in which they are stored.
+   Result  1; 0 the client's row cannot be read, which is told */
+int iPREPARE_INVENTORY(const SCT_ARGS* pArg, CLIENT_REPORT* pReport, bool bUpdating,
+                       INVENTORY* pInventory);
+
+/* Stores the report in the client's row; a failure is told. What is longer than its
+   column is cut to it. */
+void v_STORE_INVENTORY(const SCT_ARGS* pArg, CLIENT_REPORT* pReport, INVENTORY* pInventory);
 
 /* Asks the client for version and package that the report lacks, and corrects the
    stored operating system by the reported one; szPlatform follows it. */
