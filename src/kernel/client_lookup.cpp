@@ -2,8 +2,6 @@
    is not in oper_systems counts as not registered. */
 #include "vk_config_client.h"
 
-#include <cstring>
-
 namespace {
 
 [[noreturn]] void v_DATABASE_FAILED(SCT_ARGS* pArg, const char* cpDetail)

@@ -72,9 +72,9 @@ void MESSAGE(char* cpDest, size_t uSize, MESSAGE_ID eId, const V&... values)
     iTEXT_COPY(cpDest, uSize, sMESSAGE(eId, {std::string_view(values)...}));
 }
 
-/* A message of at most uSize bytes, terminator included, with one value, of which only
-   the beginning is taken where the whole would not fit, so that the text around it stays
-   complete. */
+/* A message of at most uSize bytes, terminator included, with one value, of which
+   only the beginning is taken where the whole would not fit, so that the text around
+   it stays complete. */
 std::string sMESSAGE_FITTED(size_t uSize, MESSAGE_ID eId, std::string_view svValue);
 
 /* Where in a message the text of another program or a library stands (a database's, a

@@ -123,8 +123,7 @@ void v_ROW_NAME(MULTI_RUN* pRun, int iRow, char (&szName)[N])
     iDB_SEL_GET(&pRun->sctList, iRow, szReply, &strLog, "name", szName, "d");
 }
 
-/* Keeps the names and lets the rows go, which may be many and stay for hours
-   otherwise. */
+/* Keeps the names and lets the rows go, which may be many and stay for hours otherwise. */
 void v_KEEP_NAMES(MULTI_RUN* pRun)
 {
     for (int iRow = 1; iRow <= pRun->iRows; ++iRow) {

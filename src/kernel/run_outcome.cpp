@@ -36,14 +36,6 @@ const char* cpCHILD_TASK(const SCT_ARGS* pArg)
     return cpTASK(&sctChild);
 }
 
-/* As the info output names a run that was given no identifier. */
-std::string sRUN_IDENTIFIER(const SCT_ARGS* pArg)
-{
-    if (pArg->szTimeStamp[0] != '\0') return pArg->szTimeStamp;
-    char szTime[256] = "I";
-    return std::string("config_client_") + time_get(szTime);
-}
-
 /* Messages whose cause no operation on a client has shown. */
 struct MESSAGE_CAUSE {
     const char* cpBegin;  // of the run message
@@ -184,7 +176,7 @@ void v_RUN_FAILED(const char* cpTxt, const SCT_ARGS* pArg)
 void v_RUN_OUTCOME(const char* cpTxt, int iExit, const SCT_ARGS* pArg, int iStored)
 {
     RUN_RECORD& record = sctRUN_RECORD();
-    record.sRun = sRUN_IDENTIFIER(pArg);
+    record.sRun = pArg->szTimeStamp;
     record.sSender = pArg->szSender;
     record.sClient = pArg->szNodeName;
     if (record.sClientId.empty()) record.sClientId = pArg->szNodeId;
@@ -202,7 +194,7 @@ void v_OUTCOME_NONE(const SCT_ARGS* pArg, const std::vector<std::string>& asClie
                     const std::string& sWhy)
 {
     RUN_RECORD record;
-    record.sRun = sRUN_IDENTIFIER(pArg);
+    record.sRun = pArg->szTimeStamp;
     record.sSender = pArg->szSender;
     record.sTask = cpCHILD_TASK(pArg);
     record.bStarted = false;

@@ -6,8 +6,7 @@
 
 #include "vk_config_client.h"
 
-/* Keeps why the run failed, before the next statement makes it forget the last one's
-   failure. */
+/* Keeps why the run failed, before the next statement makes it forget the last one's failure. */
 void v_RUN_FAILED(const char* cpTxt, const SCT_ARGS* pArg);
 
 /* Completes the run's record, says in the trace and on a terminal why the run failed,

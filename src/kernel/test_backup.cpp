@@ -25,9 +25,8 @@ enum VALUES {
     NODE_AND_SERVER,  // the client's name, then the server's interface
 };
 
-/* One backup command. The first row whose cpFirst holds the version's first
-   character is taken; an empty cpFirst takes every version that is not below
-   cpFrom. */
+/* One backup command. The first row whose cpFirst holds the version's first character
+   is taken; an empty cpFirst takes every version that is not below cpFrom. */
 struct BACKUP_COMMAND {
     const char* cpFirst;
     const char* cpFrom;
@@ -49,8 +48,7 @@ constexpr BACKUP_COMMAND asctWindows[] = {
 };
 // clang-format on
 
-/* From this version on the client knows itself under which name it reaches the
-   server. */
+/* From this version on the client knows itself under which name it reaches the server. */
 constexpr const char* cpREMOTE_CLIENT = "_REMOTE_CLIENT_";
 
 bool bTAKES(const BACKUP_COMMAND& row, const char* cpVersion)

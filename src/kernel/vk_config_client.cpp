@@ -9,8 +9,7 @@
 
 namespace {
 
-/* One argument that asks for help. Beside other arguments the same words are
-   none. */
+/* One argument that asks for help. Beside other arguments the same words are none. */
 bool bUSAGE_ASKED(int argc, char** argv)
 {
     if (argc != 2) return false;
@@ -37,8 +36,7 @@ void v_SET_DEFAULTS(SCT_ARGS* pArg)
     pArg->eUpdate = notdefined;
 }
 
-/* Registers the client and tests it as deep as -t allows. Result of the last
-   test. */
+/* Registers the client and tests it as deep as -t allows. Result of the last test. */
 template<size_t N>
 int iREGISTER(SCT_ARGS* pArg, const char* cpAccessMode, char (&szBuf)[N])
 {

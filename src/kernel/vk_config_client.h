@@ -17,8 +17,7 @@
 /* By the tool's trace context. */
 #define TRACE(...) TRACE_BY(strLog, __VA_ARGS__)
 
-/* What a run was asked for and did not do: one line on standard error, and in the
-   trace. */
+/* What a run was asked for and did not do: one line on standard error, and in the trace. */
 #define TELL(...)              \
     do {                       \
         v_STDERR(__VA_ARGS__); \

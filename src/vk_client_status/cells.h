@@ -3,7 +3,6 @@
 
 #include <string>
 #include <string_view>
-#include <vector>
 
 /* Columns that a text takes: wide characters two, combining ones none. */
 size_t uCOLUMNS(std::string_view svText);

@@ -1,7 +1,6 @@
 /* The table for people: on a terminal as wide as that, with ages and a line or two
    under each failed client; elsewhere plain, with full values and times. */
 #include <algorithm>
-#include <numeric>
 
 #include "cells.h"
 #include "chosen.h"

@@ -14,8 +14,7 @@ long lSECONDS_OF(std::string_view svTime);
 /* Midnight that begins the local day iDays before that of lTime. */
 long lDAY_BEGIN(long lTime, int iDays);
 
-/* Local time "YYYY-MM-DD HH:MM:SS"; with bZone "YYYY-MM-DDTHH:MM:SS+HH:MM". Empty for
-   none. */
+/* Local time "YYYY-MM-DD HH:MM:SS"; with bZone "YYYY-MM-DDTHH:MM:SS+HH:MM". Empty for none. */
 std::string sTIME_TEXT(long lTime, bool bZone = false);
 
 /* Local time in a form of strftime. Empty for none. */

@@ -7,7 +7,6 @@
    ours is counted and passed over. */
 #pragma once
 
-#include <functional>
 #include <string>
 #include <string_view>
 #include <unordered_map>

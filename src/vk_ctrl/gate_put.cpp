@@ -66,8 +66,7 @@ int iPARTS(std::string_view svPath, std::vector<std::string>& asPart)
     return !asPart.empty();
 }
 
-/* Takes a symbolic path apart: the update script in gv_ro_bin, or anything below
-   gv_rw_work. */
+/* Takes a symbolic path apart: the update script in gv_ro_bin, or anything below gv_rw_work. */
 int iPLACE(const std::string& sPath, std::string& sDirectory, std::vector<std::string>& asPart,
            TARGET& target)
 {

@@ -40,8 +40,7 @@ struct CONFIG {
     std::map<std::string, SECTION, std::less<>> sections;
 };
 
-/* The file while it is read: the parser tells no line numbers, so they are counted
-   here. */
+/* The file while it is read: the parser tells no line numbers, so they are counted here. */
 struct READING {
     FILE*   pFile = nullptr;
     CONFIG* pConfig = nullptr;

@@ -99,8 +99,7 @@ DB_ERROR& LAST_ERROR()
     return error.Get();
 }
 
-/* Trace context of the last operation that was traced, for the one that gets
-   none. */
+/* Trace context of the last operation that was traced, for the one that gets none. */
 str_log& LAST_LOG()
 {
     static str_log sctLog{};

@@ -3,8 +3,7 @@
 
 #include <string>
 
-/* The kind of a failure, by SQLSTATE; where there is none, by the client library's
-   words. */
+/* The kind of a failure, by SQLSTATE; where there is none, by the client library's words. */
 enum DB_KIND {
     DB_FINE,
     DB_REFUSED,       // nobody listens, or the socket's queue is full

@@ -4,11 +4,10 @@
 #include <cstddef>
 #include <string>
 
-/* Appends one line "YYYY-MM-DD HH:MM:SS PID text" to the day protocol
-   (gv_rw_prot, day label, ".prt") by one write; line feeds and other control
-   characters become blanks. iZero is 0. A text without values is written as it
-   is, per-cent signs included. What cannot be written is told once on standard
-   error. */
+/* Appends one line "YYYY-MM-DD HH:MM:SS PID text" to the day protocol (gv_rw_prot, day
+   label, ".prt") by one write; line feeds and other control characters become blanks.
+   iZero is 0. A text without values is written as it is, per-cent signs included. What
+   cannot be written is told once on standard error. */
 void FPROT(int iZero, const char* cpText);
 void FPROT_FORMAT(int iZero, const char* cpFormat, ...) __attribute__((format(printf, 2, 3)));
 template<class V, class... REST>
@@ -20,11 +19,10 @@ void FPROT(int iZero, const char* cpFormat, V value, REST... rest)
 /* A file of the day label beside the day protocol: its own, with ".prt". */
 std::string sDAY_FILE(const char* cpExtension);
 
-/* Appends one line "KIND text" to the run's answer file, and shows it on
-   standard error when that is a terminal. cKind is 'S' (status) or 'M'
-   (message), iZero is 0. A run that has no answer file yet gets one. The text is
-   made one line, passwords masked; what cannot be written is told once on standard
-   error. */
+/* Appends one line "KIND text" to the run's answer file, and shows it on standard error
+   when that is a terminal. cKind is 'S' (status) or 'M' (message), iZero is 0. A run
+   that has no answer file yet gets one. The text is made one line, passwords masked;
+   what cannot be written is told once on standard error. */
 void info(char cKind, int iZero, const char* cpText);
 
 /* Forms the name of the run's answer file: gv_rw_work, "answ/", run

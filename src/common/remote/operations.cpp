@@ -1,6 +1,5 @@
 /* The operations of the remote-command service, by the names the tool calls. */
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>

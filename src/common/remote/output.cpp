@@ -1,7 +1,5 @@
 #include "output.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 

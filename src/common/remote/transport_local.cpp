@@ -1,8 +1,6 @@
 /* The backup server itself: commands run as children of /bin/sh, files are copied
    in the file system. */
 #include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>

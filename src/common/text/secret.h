@@ -1,6 +1,5 @@
 /* Passwords that no line may show. They are masked where a text leaves for a trace, the
-   protocol, the info output, a terminal or an error line, never in what is judged or
-   stored. */
+   protocol, the info output, a terminal or an error line, never in what is judged or stored. */
 #pragma once
 
 #include <initializer_list>

@@ -4,7 +4,6 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 

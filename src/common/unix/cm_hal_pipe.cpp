@@ -11,13 +11,10 @@ extern "C" {  // the header of some C libraries does not say it
 }
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
-#include <memory>
 #include <new>
 
 #include "../text/descriptor.h"

@@ -8,6 +8,6 @@ void v_END_CHILDREN();
 /* From now on exit gives back what stands on the registers. */
 void v_GIVE_BACK_AT_EXIT();
 
-/* In the child, between vfork and exec: default signals, the mask of a wait. Only system
-   calls. */
+/* In the child, between vfork and exec: default signals, the mask of a wait.
+   Only system calls. */
 void v_SIGNALS_OF_CHILD();

@@ -19,9 +19,8 @@ std::string sHOME_EXPANDED(const std::string& sFile)
     return sFile.starts_with("~/") && cpHome != nullptr ? cpHome + sFile.substr(1) : sFile;
 }
 
-/* Type, key and comment as words of their own, so that the line needs no quotes and
-   can also be pasted where no shell reads it. A comment that would need some is left
-   out. */
+/* Type, key and comment as words of their own, so that the line needs no quotes and can
+   also be pasted where no shell reads it. A comment that would need some is left out. */
 void ADD_KEY(const std::string& sPublic, std::vector<std::string>& asWord)
 {
     const auto asvWord = asvPIECES(sPublic, ' ');

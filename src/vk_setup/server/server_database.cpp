@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 
 #include "common/cm_db_access.h"
@@ -224,8 +223,7 @@ int iKEEP_CONNINFO(const std::string& sText)
 }
 
 /* Makes role and database on the machine's own server, and connects. bDefault: neither
-   command line nor vk.ini has a connection text; it is completed and kept. Null:
-   reported. */
+   command line nor vk.ini has a connection text; it is completed and kept. Null: reported. */
 CONNECTION pLOCAL_DATABASE(CONNECTION_TEXT& text, bool bDefault)
 {
     std::string       sError;

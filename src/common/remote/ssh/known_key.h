@@ -22,8 +22,8 @@ KNOWN_KEY sctKNOWN_KEY(const std::string& sFile, const std::string& sLine,
 /* "FILE:LINE" of the last line with these names, "" for none. */
 std::string sKEPT_AT(const std::string& sFile, const std::string& sNames);
 
-/* The names beside which the key of a line ("FILE:LINE") is kept, too; hashed ones are left
-   out. */
+/* The names beside which the key of a line ("FILE:LINE") is kept, too; hashed ones
+   are left out. */
 std::vector<std::string> asSAME_KEY(const std::string& sWhere);
 
 /* 1 the certificate beside a key is valid no more, or not yet: sValid says when it is. */

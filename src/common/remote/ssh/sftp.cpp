@@ -5,10 +5,8 @@
 #include "sftp.h"
 
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -109,8 +107,7 @@ int iSTART(TALK& talk, CHILD_SPEC& sctSpec, std::string& sReason)
     return iCHILD_START(talk.child, sctSpec, sReason);
 }
 
-/* Sends the last commands of a talk and waits for its end. Result 1 all
-   succeeded. */
+/* Sends the last commands of a talk and waits for its end. Result 1 all succeeded. */
 int iLAST_WORDS(TALK& talk, const std::string& sCommands)
 {
     iWRITE_ALL(talk.child.fdIn.iGet(), sCommands);
@@ -268,8 +265,7 @@ std::string sWRITE_COMMANDS(const TRANSFER& transfer)
     return sCommands + "ls -ln " + sPart + "\n";
 }
 
-/* The file has arrived: gives it its name, or takes it away when bytes are
-   missing. */
+/* The file has arrived: gives it its name, or takes it away when bytes are missing. */
 int iGIVE_NAME(TRANSFER& transfer, TALK& talk, std::string& sReason)
 {
     const std::string sPart = sQUOTED(transfer.sPart);

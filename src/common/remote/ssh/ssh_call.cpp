@@ -144,8 +144,7 @@ std::string sJUMP_WORDS(const HOST& host)
     return sUNSHARED(host, {"-v", "-E", "/dev/null"}, "exit", cpSTEPS);
 }
 
-/* Whether the host lets another user in with the same key. "": whom the configuration
-   names. */
+/* Whether the host lets another user in with the same key. "": whom the configuration names. */
 bool bADMITS(HOST host, const char* cpUser)
 {
     host.sUser = cpUser;

@@ -47,6 +47,6 @@ std::string sWHY(const SSH_STORY& story, std::string_view svJump, PLACES& places
 /* The reason of what sftp wrote on standard error. */
 std::string sWHY_NO_COPY(std::string_view svWords);
 
-/* The reason says that the host has refused whoever we are: trying again may lock the
-   account. */
+/* The reason says that the host has refused whoever we are: trying again may
+   lock the account. */
 bool bREFUSED(std::string_view svReason);

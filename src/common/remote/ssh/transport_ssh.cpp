@@ -1,6 +1,5 @@
-/* Hosts reached through OpenSSH with a shell at the other end. The reasons are made
-   from ssh's own words (-E), which are kept apart from what the client's programs
-   wrote. */
+/* Hosts reached through OpenSSH with a shell at the other end. The reasons are made from
+   ssh's own words (-E), which are kept apart from what the client's programs wrote. */
 #include <algorithm>
 #include <map>
 
