@@ -114,11 +114,7 @@ int iFILE(CALL& call)
 /* The command of the gate: beside this program, or where packages put it. */
 int iGATE(CALL& call)
 {
-    char          szOwn[4096] = "";
-    const ssize_t iLength = readlink("/proc/self/exe", szOwn, sizeof szOwn - 1);
-    std::string   sBeside(szOwn, iLength > 0 ? static_cast<size_t>(iLength) : 0);
-    sBeside = sBeside.substr(0, sBeside.rfind('/') + 1) + "vk_ctrl";
-    std::vector<std::string> asPlace{sBeside};
+    std::vector<std::string> asPlace{sBESIDE("vk_ctrl")};
     asPlace.insert(asPlace.end(), std::begin(acpGate), std::end(acpGate));
     const auto found = std::find_if(asPlace.begin(), asPlace.end(), [](const std::string& s) {
         return access(s.c_str(), X_OK) == 0;

@@ -44,12 +44,8 @@ void USAGE(FILE* pFile)
 /* Becomes the program of the server's side. Returns only when there is none. */
 int iSERVER_SIDE(char** argv)
 {
-    char          szOwn[4096] = "";
-    const ssize_t iLength = readlink("/proc/self/exe", szOwn, sizeof szOwn - 1);
-    std::string   sBeside(szOwn, iLength > 0 ? static_cast<size_t>(iLength) : 0);
-    sBeside = sBeside.substr(0, sBeside.rfind('/') + 1) + cpSERVER_PROGRAM;
     for (const std::string& sPath :
-         {sBeside, std::string("/usr/libexec/velka/") + cpSERVER_PROGRAM}) {
+         {sBESIDE(cpSERVER_PROGRAM), std::string("/usr/libexec/velka/") + cpSERVER_PROGRAM}) {
         execv(sPath.c_str(), argv);
         if (errno == ENOENT) continue;
         std::fprintf(stderr, "vk_setup: cannot run \"%s\": %s\n", sPath.c_str(),

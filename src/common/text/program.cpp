@@ -1,5 +1,7 @@
 #include "program.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdlib>
 
@@ -14,4 +16,12 @@ std::string sENVIRONMENT(const char* cpName)
 {
     const char* cp = std::getenv(cpName);
     return cp != nullptr ? cp : "";
+}
+
+std::string sBESIDE(std::string_view svName)
+{
+    char              szOwn[4096];
+    const ssize_t     lLength = readlink("/proc/self/exe", szOwn, sizeof szOwn);
+    const std::string sOwn(szOwn, lLength > 0 ? static_cast<size_t>(lLength) : 0);
+    return sOwn.substr(0, sOwn.rfind('/') + 1).append(svName);
 }

@@ -22,5 +22,8 @@ extern const PROGRAM sctPROGRAM;
 
 const char* cpPROGRAM_NAME();
 
+/* The path of a file that lies beside this program. */
+std::string sBESIDE(std::string_view svName);
+
 /* A variable of the environment, "" where it is not set. */
 std::string sENVIRONMENT(const char* cpName);

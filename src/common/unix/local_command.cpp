@@ -6,20 +6,18 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <filesystem>
 
 #include "../config/config.h"
+#include "../text/program.h"
 #include "../text/standard_error.h"
 #include "cm_hal_pipe.h"
 
 std::string sSEARCH_PATH_OF_PROGRAM()
 {
-    std::error_code   error;
-    const std::string sProgram = std::filesystem::read_symlink("/proc/self/exe", error).string();
+    const std::string sFolder = sBESIDE("");
     const char*       cpPath = std::getenv("PATH");
     const std::string sPath = cpPath != nullptr ? cpPath : "/usr/sbin:/usr/bin:/sbin:/bin";
-    const size_t      uSlash = sProgram.rfind('/');
-    return uSlash == std::string::npos ? sPath : sProgram.substr(0, uSlash) + ":" + sPath;
+    return sFolder.empty() ? sPath : sFolder.substr(0, sFolder.size() - 1) + ":" + sPath;
 }
 
 long lLOCAL_COMMAND_LIMIT_MS()
