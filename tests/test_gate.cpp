@@ -121,6 +121,9 @@ TEST_F(GATE, refuses_whatever_is_no_request_of_its_own)
     for (const size_t uMark : {uREQUEST_MARK_MAX, uREQUEST_MARK_MAX + 1})
         EXPECT_EQ(iREQUEST_READ("run " + std::string(uMark, 'm') + " qtc", request, sReason),
                   uMark == uREQUEST_MARK_MAX);
+    TEXTS asWord;
+    for (const char* cpLine : {"qtc a|b", "qtc $x", "qtc \"a", "qtc a\nb", "qtc a\\"})
+        EXPECT_EQ(iPOSIX_WORDS(cpLine, asWord, sReason), 0) << cpLine;
     for (const TEXTS& asWrong :
          {TEXTS{"--config"}, TEXTS{"--confg", "/x"}, TEXTS{"-c", "a", "b"}}) {
         TEXTS asArgument{sBESIDE("vk_ctrl")};
