@@ -347,21 +347,31 @@ TEST_F(ENDED_RUNS, by_a_signal_give_everything_back_first)
 
 TEST_F(FAILURES, directories_that_cannot_be_written_are_told_once_and_hinder_no_check)
 {
+    namespace fs = std::filesystem;
     ADD_CLIENT("alpha");
     ADD_CLIENT("px1", "PROXY");
     INI("general", "trace_level", "9");
-    for (const char* cpFolder : {"prot", "lgc", "work/answ"}) {
-        std::filesystem::remove_all(sRW() + cpFolder);
-        WRITE_FILE(sRW() + cpFolder, "in the way");
+    const TEXTS asRun = {"-c", "alpha", "-C", "r", "-i", "run", "-s", "ui"};
+    CONFIG_CLIENT(asRun);                     // makes the files
+    for (const bool bPipe : {true, false}) {  // a pipe for each, that nobody reads
+        for (const char* cpFolder : {"prot", "lgc", "work/answ"}) {
+            for (const fs::path& file : fs::directory_iterator(sRW() + cpFolder)) {
+                fs::remove(file);
+                ASSERT_TRUE(!bPipe || mkfifo(file.c_str(), 0600) == 0);
+            }
+            if (bPipe) continue;
+            fs::remove(sRW() + cpFolder);
+            WRITE_FILE(sRW() + cpFolder, "in the way");
+        }
+        const RUN run = CONFIG_CLIENT(asRun);
+        EXPECT_EQ(run.iExit, 0);
+        EXPECT_THAT(run.sOut, StartsWith("STATUS=SUCCESS MSG=\"I005"));
+        EXPECT_THAT(COLUMN("alpha", "msg"), StartsWith("I005"));
+        EXPECT_THAT(asLINES(run.sErr),
+                    testing::UnorderedElementsAre(HasSubstr("cannot write the trace \""),
+                                                  HasSubstr("cannot write the day protocol \""),
+                                                  HasSubstr("cannot write the info output \"")));
     }
-    const RUN run = CONFIG_CLIENT({"-c", "alpha", "-C", "r"});
-    EXPECT_EQ(run.iExit, 0);
-    EXPECT_THAT(run.sOut, StartsWith("STATUS=SUCCESS MSG=\"I005"));
-    EXPECT_THAT(COLUMN("alpha", "msg"), StartsWith("I005"));
-    EXPECT_THAT(asLINES(run.sErr),
-                testing::UnorderedElementsAre(HasSubstr("cannot write the trace \""),
-                                              HasSubstr("cannot write the day protocol \""),
-                                              HasSubstr("cannot write the info output \"")));
     // Without a place for the shared connection each command connects by itself.
     CONFIG_CLIENT({"-c", "px1", "-C", "r"}, {{"TMPDIR", sRW() + "prot"}});
     EXPECT_THAT(COLUMN("px1", "msg"), StartsWith("I014"));
