@@ -194,6 +194,8 @@ int iNO_SENSE(bool bNagios, const char* cpWhat)
 
 int main(int argc, char** argv)
 {
+    v_STANDARD_DESCRIPTORS();
+    v_MEMORY_SETUP();
     std::setlocale(LC_CTYPE, "C.UTF-8");
     bool bNagios = false;  // also where the command line cannot be read to its end
     for (int i = 1; i < argc; i++) bNagios = bNagios || std::strcmp(argv[i], "--nagios") == 0;

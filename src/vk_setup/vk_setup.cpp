@@ -65,6 +65,7 @@ extern const PROGRAM sctPROGRAM{"vk_setup", "", '\0', {}};
 
 int main(int argc, char** argv)
 {
+    v_STANDARD_DESCRIPTORS();
     const std::string_view   svTask = argc > 1 ? argv[1] : "";
     std::vector<std::string> asArgument;
     for (int i = 2; i < argc; ++i) asArgument.emplace_back(argv[i]);

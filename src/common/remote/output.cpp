@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <utility>
 
 #include "../text/descriptor.h"
 #include "../text/text.h"
@@ -32,18 +33,6 @@ void DROP_C1(std::string& sText)
     sText.resize(uTo);
 }
 
-bool bASCII(std::string_view svText)
-{
-    return std::all_of(svText.begin(), svText.end(),
-                       [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-}
-
-bool bSTATUS_LINE(std::string_view svText)
-{
-    const size_t uBegin = svText.find_first_not_of(' ');
-    return uBegin != std::string_view::npos && svText.substr(uBegin).starts_with("STATUS=");
-}
-
 }  // namespace
 
 void OUTPUT_SINK::Take(std::string_view svBytes)
@@ -67,6 +56,7 @@ void OUTPUT_SINK::AddToLine(std::string_view svBytes)
     m_sLine.resize(uOld + svBytes.size());
     char* cpTo = m_sLine.data() + uOld;
     for (const char c : svBytes) {
+        m_cBits |= c;
         if (static_cast<unsigned char>(c) >= 0x20 && c != 0x7f)
             *cpTo++ = c;
         else if (c == '\t')
@@ -92,13 +82,14 @@ void OUTPUT_SINK::Line()
     if (m_bDropped && m_sLine.empty()) return;
     const bool bKeep = m_output.LL_Lines != nullptr && m_uLines + uPLACE_IN_LIST <= uOUTPUT_MAX;
     if (!bKeep && m_sLine.size() > uLAST_LINE_MAX) m_sLine.resize(uLAST_LINE_MAX);
-    if (!bASCII(m_sLine)) {
+    if ((std::exchange(m_cBits, '\0') & 0x80) != 0) {
         m_sLine = sVALID_UTF8(m_sLine);
         DROP_C1(m_sLine);
     }
     const std::string_view svStart = svTEXT_CUT(m_sLine, uLAST_LINE_MAX);
-    if (svStart.find_first_not_of(' ') != std::string_view::npos) m_output.sLastLine = svStart;
-    if (bSTATUS_LINE(svStart)) m_output.sStatusLine = svStart;
+    const size_t           uText = std::min(svStart.find_first_not_of(' '), svStart.size());
+    if (uText < svStart.size()) m_output.sLastLine = svStart;
+    if (svStart.substr(uText).starts_with("STATUS=")) m_output.sStatusLine = svStart;
     if (!m_output.sWantedStart.empty() && svStart.starts_with(m_output.sWantedStart))
         m_output.sWantedLine = svStart;
     m_uLines += uPLACE_IN_LIST;

@@ -35,6 +35,7 @@ private:
 
     OUTPUT&     m_output;
     std::string m_sLine;             // the line being read, control characters dropped
+    char        m_cBits = 0;         // of its bytes, all together: the highest says not ASCII
     size_t      m_uLines = 0;        // what the lines cost so far, their places in a list included
     size_t      m_uFile = 0;         // bytes that came for the file
     bool        m_bDropped = false;  // of the lines, the last ones are missing

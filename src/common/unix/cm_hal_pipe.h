@@ -120,9 +120,12 @@ int iSLEEP_MS(long lMilliseconds);
    them, so that nothing else gets their numbers. The first call of main. */
 void v_STANDARD_DESCRIPTORS();
 
-/* Installs the handlers and blocks INT, TERM and HUP, nothing else, whatever the caller
-   had blocked; ignores PIPE, no longer ignores CHLD. From then on a lack of memory is
-   told and ends the process with exit code 2. Called once, at the start of main. */
+/* From then on a lack of memory is told and ends the process with exit code 2. */
+void v_MEMORY_SETUP();
+
+/* Installs the handlers and blocks INT, TERM and HUP, nothing else, whatever the
+   caller had blocked; ignores PIPE, no longer ignores CHLD; sets up what follows a lack of
+   memory. Called once, at the start of main. */
 void v_SIGNALS_SETUP();
 
 /* From now on a signal is only noted: the next iWAIT returns WAIT_SIGNAL. */

@@ -158,6 +158,12 @@ void v_STANDARD_DESCRIPTORS()
         if (fcntl(iFd, F_GETFD) < 0) open("/dev/null", O_RDWR);  // takes the lowest, which is iFd
 }
 
+void v_MEMORY_SETUP()
+{
+    std::set_new_handler(NO_MEMORY);
+    RESERVE() = std::make_unique<char[]>(uRESERVE);
+}
+
 void v_SIGNALS_SETUP()
 {
     if (bSignalsSetUp) return;
@@ -175,8 +181,7 @@ void v_SIGNALS_SETUP()
     }
     sigprocmask(SIG_SETMASK, &setBlocked, nullptr);
     signal(SIGPIPE, SIG_IGN);
-    RESERVE() = std::make_unique<char[]>(uRESERVE);
-    std::set_new_handler(NO_MEMORY);
+    v_MEMORY_SETUP();
     signal(SIGCHLD, SIG_DFL);  // where it is ignored, a child's status is lost
     bSignalsSetUp = true;
 }

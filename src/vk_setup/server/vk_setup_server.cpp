@@ -7,6 +7,7 @@
 #include "common/common.h"
 #include "common/config/config.h"
 #include "common/text/program.h"
+#include "common/unix/cm_hal_pipe.h"
 #include "setup.h"
 
 // What it says comes from vk_setup, which is what was typed.
@@ -107,6 +108,8 @@ int iVALID(SUBCOMMAND eSub, SETUP_ARGS& args)
 
 int main(int argc, char** argv)
 {
+    v_STANDARD_DESCRIPTORS();
+    v_MEMORY_SETUP();
     const SUBCOMMAND eSub = argc > 1 ? eSUBCOMMAND(argv[1]) : SUB_NONE;
     SETUP_ARGS       args;
     if (eSub == SUB_NONE) {
