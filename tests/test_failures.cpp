@@ -286,6 +286,7 @@ protected:
 TEST_F(ENDED_RUNS, killed_at_any_moment_leave_no_process_no_semaphore_and_whole_lines)
 {
     ADD_CLIENT("mute");
+    ADD_CLIENT("beta");
     ADD_CLIENT("virt1", "VIRTUAL");
     STARTED_RUN commanding = START_AT_GATE();
     STARTED_RUN updating = START_AT_GATE({"-U", "-c", "alpha"});
@@ -306,6 +307,10 @@ TEST_F(ENDED_RUNS, killed_at_any_moment_leave_no_process_no_semaphore_and_whole_
     }
     SQL("commit");
     EXPECT_FALSE(bUPDATE_RUNS());
+    // The next run ends their connections, and takes their folders away.
+    EXPECT_EQ(CONFIG_CLIENT({"-c", "beta", "-C", "r"}).iExit, 0);
+    for (const auto& entry : std::filesystem::directory_iterator{sDIR()})
+        EXPECT_FALSE(entry.path().filename().string().starts_with("vk-")) << entry.path();
     // A run of its own for each stretch of the trace.
     for (size_t u = 0; u < 12; u++) {
         const size_t uGoal = TRACE_TEXT().size() + 150 * u;

@@ -153,35 +153,6 @@ FD fdCONNECTED(const std::string& sSocket)
     return fd;
 }
 
-/* Nothing can be in it any more that somebody uses. An empty folder that is quite
-   new may just be on its way to be locked; the connections of a killed run
-   end by themselves. */
-bool bLEFT_OVER(const std::string& sPath)
-{
-    struct stat sctStat {};
-    if (lstat(sPath.c_str(), &sctStat) != 0) return false;
-    std::error_code error;
-    size_t          uEntries = 0;
-    for (fs::directory_iterator it(sPath, error), end; !error && it != end; it.increment(error)) {
-        ++uEntries;
-        if (it->is_socket(error) && fdCONNECTED(it->path().string()).bOpen()) return false;
-    }
-    return !error && (uEntries > 0 || time(nullptr) - sctStat.st_ctime >= lNEW_S);
-}
-
-/* A directory that nobody has locked belonged to a run that was killed. */
-void REMOVE_LEFTOVERS(const std::string& sParent)
-{
-    std::error_code error;
-    for (fs::directory_iterator it(sParent, error), end; !error && it != end; it.increment(error)) {
-        const std::string sPath = it->path().string();
-        if (!it->path().filename().string().starts_with(sBASE_NAME())) continue;
-        const FD        fdLock = fdLOCKED(sPath);
-        std::error_code ignored;
-        if (fdLock.bOpen() && bLEFT_OVER(sPath)) fs::remove_all(sPath, ignored);
-    }
-}
-
 using PACKET = std::array<uint8_t, 12>;
 
 PACKET acPACKET(uint32_t uType, uint32_t uValue)
@@ -217,6 +188,41 @@ void AWAIT_END(CONNECTION& connection)
     while (lGot > 0 && lNOW_MS() < lDeadline)
         lGot = lREAD(connection.fdEnding.iGet(), acAnswer, sizeof acAnswer);
     connection.fdEnding.Close();
+}
+
+/* Nothing can be in it any more that somebody uses. An empty folder that is quite
+   new may just be on its way to be locked; the connections of a killed run
+   end by themselves. */
+bool bLEFT_OVER(const std::string& sPath)
+{
+    struct stat sctStat {};
+    if (lstat(sPath.c_str(), &sctStat) != 0) return false;
+    std::error_code error;
+    size_t          uEntries = 0;
+    for (fs::directory_iterator it(sPath, error), end; !error && it != end; it.increment(error)) {
+        ++uEntries;
+        if (!it->is_socket(error)) continue;
+        CONNECTION connection;
+        connection.sSocket = it->path().string();
+        ASK_TO_END(connection);
+        if (!connection.fdEnding.bOpen()) continue;
+        AWAIT_END(connection);
+        if (fdCONNECTED(connection.sSocket).bOpen()) return false;
+    }
+    return !error && (uEntries > 0 || time(nullptr) - sctStat.st_ctime >= lNEW_S);
+}
+
+/* A directory that nobody has locked belonged to a run that was killed. */
+void REMOVE_LEFTOVERS(const std::string& sParent)
+{
+    std::error_code error;
+    for (fs::directory_iterator it(sParent, error), end; !error && it != end; it.increment(error)) {
+        const std::string sPath = it->path().string();
+        if (!it->path().filename().string().starts_with(sBASE_NAME())) continue;
+        const FD        fdLock = fdLOCKED(sPath);
+        std::error_code ignored;
+        if (fdLock.bOpen() && bLEFT_OVER(sPath)) fs::remove_all(sPath, ignored);
+    }
 }
 
 /* Takes leave of the background processes, which became children of this process
