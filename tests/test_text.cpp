@@ -58,8 +58,9 @@ TEST(TEXT, of_foreign_bytes_becomes_one_harmless_line)
     EXPECT_EQ(sVALID_UTF8("\xF4\x90\x80\x80").size(), 12U) << "above U+10FFFF";
     EXPECT_EQ(sVALID_UTF8("ä€😀\n"), "ä€😀\n");
     EXPECT_EQ(sONE_LINE("a\tb\r\nc\x1B[2J\x7F\xC2\x9B"
-                        "d"),
-              "a b  c [2J  d");
+                        "d\xE2\x80\xA8"
+                        "e"),
+              "a b  c [2J  d e");
 }
 
 TEST(TEXT, passwords_are_masked_in_every_form_they_take)

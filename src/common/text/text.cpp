@@ -61,11 +61,13 @@ size_t uWHOLE_CHARACTERS(std::string_view sv)
     return sv.size();
 }
 
-/* One control character, C1 controls (C2 80 to C2 9F) included. */
+/* One control character, C1 controls (C2 80 to C2 9F) and the separators of lines and
+   paragraphs (U+2028, U+2029) included, at which some readers begin a new line. */
 bool bCONTROL(std::string_view svCharacter)
 {
     const unsigned char uc = ucAT(svCharacter, 0);
-    return uc < 0x20U || uc == 0x7FU ||
+    return uc < 0x20U || uc == 0x7FU || svCharacter == "\xE2\x80\xA8" ||
+           svCharacter == "\xE2\x80\xA9" ||
            (svCharacter.size() == 2 && uc == 0xC2U && ucAT(svCharacter, 1) < 0xA0U);
 }
 

@@ -23,6 +23,7 @@ constexpr char szFIRST[] =
     "Host *\n"
     "    ForwardAgent no\n"
     "    ForwardX11 no\n"
+    "    GSSAPIDelegateCredentials no\n"
     "    PermitLocalCommand no\n"
     "    Tunnel no\n"
     "    RemoteCommand none\n"
