@@ -77,6 +77,12 @@ TEST_F(CONFIG, a_file_that_cannot_be_used_is_told_with_its_line)
     CaptureStderr();
     EXPECT_FALSE(iCONFIG_VALID());
     EXPECT_THAT(GetCapturedStderr(), HasSubstr("Is a directory"));
+    mkfifo(sPATH("pipe").c_str(), 0600);
+    setenv("VK_INI", sPATH("pipe").c_str(), 1);
+    v_CONFIG_FORGET();
+    CaptureStderr();
+    EXPECT_FALSE(iCONFIG_VALID());
+    EXPECT_THAT(GetCapturedStderr(), HasSubstr("it is a pipe"));
 }
 
 TEST_F(CONFIG, what_makes_no_sense_is_told_with_its_line_and_the_default_holds)
