@@ -191,6 +191,8 @@ TEST(SSH_WORDS, the_way_and_the_words_show_the_cause)
              "Load key \"/k\": bad permissions\n" +
              cpDENIED,
          "", "key-too-open", sFailed + "Load key \"/k\": bad permissions; " + sNo},
+        {sLogin + "Load key \"/k.pub\": error in libcrypto\n" + cpDENIED, "", "key-not-in-agent",
+         sFailed + "Load key \"/k.pub\": error in libcrypto; " + sNo},
         // What the host in between says of itself never looks like the client's failure.
         {cpPROXY, "ssh: connect to host hop port 22: Connection refused\n", "jump-port-closed",
          "jump host hop: ssh: connect to host hop port 22: connection refused"},

@@ -61,6 +61,8 @@ constexpr CAUSE asctCause[] = {
      "others may read the key {key}, so ssh does not use it", "chmod 600 {key}"},
     {"key-missing", STAGE_LOGIN, SSH_SAYS, "no such identity",
      "the key {key} that {config} names does not exist", "put it back, or: ssh-keygen -q -t ed25519 -N '' -f {key}, and {permit}"},
+    {"key-not-in-agent", STAGE_LOGIN, NOBODY, "",
+     "no agent holds the private half of {key}", "start the agent that IdentityAgent in {config} names, and ssh-add the key there"},
     {"key-unreadable", STAGE_LOGIN, SSH_SAYS, "Load key",
      "ssh cannot read the key {key}", "ssh-keygen -y -f {key}"},
     {"too-many-keys", STAGE_LOGIN, SSH_SAYS, "Too many authentication failures",

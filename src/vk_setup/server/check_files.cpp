@@ -164,7 +164,7 @@ int iCHECK_OWNER(const std::string& sWhat, const std::string& sFile)
 }
 
 /* The private key of a mode. bOwn: the setup makes it where it is missing. */
-void CHECK_KEY(const std::string& sKey, bool bOwn)
+void CHECK_KEY(const std::string& sConfig, const std::string& sKey, bool bOwn)
 {
     struct stat       sctStat {};
     const std::string sWhat = "key " + sKey;
@@ -177,7 +177,11 @@ void CHECK_KEY(const std::string& sKey, bool bOwn)
         return;
     }
     if (iAGENT_KEY(sKey)) {
-        v_GOOD(sWhat + ": its private half is an agent's");
+        if (iAGENT_HOLDS(sConfig, sKey, sError))
+            v_GOOD(sWhat + ": its private half is an agent's");
+        else
+            v_WRONG_ADVICE(sWhat, "no agent holds its private half: " + sError,
+                           "start the agent that IdentityAgent names, and ssh-add the key");
         return;
     }
     if ((sctStat.st_mode & 0077U) != 0) {
@@ -255,7 +259,7 @@ void CHECK_MODE(const std::string& sMode)
     // may not exist; one that does has to have them.
     for (const std::string& sKey : asKey)
         if (sKey.starts_with(sFOLDER(sConfig)) || file_exist(sKey.c_str()) || asKey.size() == 1)
-            CHECK_KEY(sKey, sKey.starts_with(sFOLDER(sConfig)));
+            CHECK_KEY(sConfig, sKey, sKey.starts_with(sFOLDER(sConfig)));
 }
 
 }  // namespace

@@ -31,9 +31,11 @@ void ADD_KEY(const std::string& sPublic, std::vector<std::string>& asWord)
 
 }  // namespace
 
-std::vector<std::string> asIDENTITIES(const std::string& sConfig, std::string& sError)
+/* The values that ssh takes from a configuration for a keyword in lower case. */
+static std::vector<std::string> asVALUES(const std::string& sConfig, std::string_view svKeyword,
+                                         std::string& sError)
 {
-    std::vector<std::string> asKey;
+    std::vector<std::string> asValue;
     std::vector<std::string> asCommand{"ssh", "-G"};
     if (!sConfig.empty()) asCommand.insert(asCommand.end(), {"-F", sConfig});
     asCommand.insert(asCommand.end(), {"--", szNO_HOST});
@@ -41,13 +43,34 @@ std::vector<std::string> asIDENTITIES(const std::string& sConfig, std::string& s
     if (!run.bGood()) {
         // The first line says where; the last one only counts.
         sError = run.sOut.substr(0, run.sOut.find_first_of("\r\n"));
-        return asKey;
+        return asValue;
     }
-    constexpr std::string_view svKey = "identityfile ";
     for (const std::string_view svLine : asvPIECES(run.sOut))
-        if (svLine.starts_with(svKey))
-            asKey.push_back(sHOME_EXPANDED(std::string(svLine.substr(svKey.size()))));
-    return asKey;
+        if (svLine.starts_with(svKeyword) && svLine.substr(svKeyword.size()).starts_with(' '))
+            asValue.push_back(sHOME_EXPANDED(std::string(svLine.substr(svKeyword.size() + 1))));
+    return asValue;
+}
+
+std::vector<std::string> asIDENTITIES(const std::string& sConfig, std::string& sError)
+{
+    return asVALUES(sConfig, "identityfile", sError);
+}
+
+int iAGENT_HOLDS(const std::string& sConfig, const std::string& sKey, std::string& sError)
+{
+    const std::vector<std::string> asAgent = asVALUES(sConfig, "identityagent", sError);
+    if (!sError.empty()) return 0;
+    std::vector<std::string> asCommand{"env"};
+    if (!asAgent.empty() && asAgent[0] == "none") {
+        sError = "IdentityAgent in " + sConfig + " is none";
+        return 0;
+    }
+    if (!asAgent.empty() && asAgent[0].starts_with('/'))
+        asCommand.push_back("SSH_AUTH_SOCK=" + asAgent[0]);
+    asCommand.insert(asCommand.end(), {"ssh-add", "-T", sKey});
+    const PROGRAM_RUN run = sctRUN_PROGRAM(asCommand);
+    if (!run.bGood()) sError = sLAST_LINE(run.sOut);
+    return run.bGood() ? 1 : 0;
 }
 
 int iAGENT_KEY(const std::string& sKey)

@@ -56,6 +56,10 @@ std::vector<std::string> asIDENTITIES(const std::string& sConfig, std::string& s
 /* 1: the file holds a public key, whose private half an agent has. */
 int iAGENT_KEY(const std::string& sKey);
 
+/* 1: the agent that the ssh configuration names signs with the key of that public key
+   file. Result 0: sError says why not. */
+int iAGENT_HOLDS(const std::string& sConfig, const std::string& sKey, std::string& sError);
+
 /* The public half of a private key, "TYPE BASE64 COMMENT", from KEY.pub, else from the
    key itself. Result 0: sError says why. */
 int iPUBLIC_KEY(const std::string& sKey, std::string& sPublic, std::string& sError);
