@@ -235,9 +235,10 @@ const CAUSE* pCAUSE_OF(SPEAKER eSpeaker, const std::vector<std::string>& asLine,
 const CAUSE* pLOGIN_CAUSE(const SSH_STORY& story, const CAUSE* pCause, PLACES& places)
 {
     // ssh reads the file of a public key as a private one where no agent signs for it.
-    if (std::string_view(pCause->cpId) == "key-unreadable" && places["key"].ends_with(".pub"))
+    const std::string_view svId = pCause->cpId;
+    if ((svId == "key-unreadable" || svId == "key-too-open") && places["key"].ends_with(".pub"))
         return &sctCAUSE("key-not-in-agent");
-    if (std::string_view(pCause->cpId) != "key-not-accepted") return pCause;
+    if (svId != "key-not-accepted") return pCause;
     if (story.bAccepted)
         return &sctCAUSE(story.bRefused ? "login-forbidden" : "key-encrypted-no-agent");
     const bool bExpired = iCERTIFICATE_INVALID(story.sKey, places["valid"]) != 0;
