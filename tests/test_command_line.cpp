@@ -119,6 +119,7 @@ TEST_F(COMMAND_LINE, what_a_run_cannot_take_or_does_not_use_is_told_in_one_line)
          "option -m CTRL: client n3.invalid is stored and tested with access mode VKSSH; to store"},
         {{"-C", "r", "a", "alhpa", "a", "alhpa"}, 0, "no such client: alhpa"},
         {{"-C", "r", "a", "off"}, 0, "off is left out: exec is not '1'"},
+        {{"-C", "r", "-c", "ALL_CLIENTS", "-o", "Windoze"}, 0, "no client is selected: location, system"},
         {{"-C", "r", "ALL_CLIENTS", "a"}, 0, "ALL_CLIENTS is left out: it is no client's name"},
         {{"-C", "r", "-c", "b", "a"}, 0, "option -c b is not used: the names after the options count"},
         {{"-C", "r", "-c", "ALL_CLIENTS", "a"}, 0, "option -c ALL_CLIENTS is not used: the names"},

@@ -412,7 +412,10 @@ void MULTI_CLIENT_RUN(SCT_ARGS* pArg, t_LL LL_ClientList)
     v_FILL_LIST(&run, szSelection);
     TRACE("Check %d clients", run.iRows);
     v_KEEP_NAMES(&run);
-    if (sctSelection.bByName) v_TELL_LEFT_OUT(&run, LL_ClientList);
+    if (sctSelection.bByName)
+        v_TELL_LEFT_OUT(&run, LL_ClientList);
+    else if (run.asName.empty())
+        TELL("no client is selected: location, system or exec fit none");
     v_RUN_CHILDREN(&run);
     if (pArg->iCheck) {
         const int iSelected = run.iRows;

@@ -134,7 +134,7 @@ int iJUDGE_REPORT(SCT_ARGS* pArg, const ANSWER* pAnswer, char* cpRet, size_t uSi
     TRACE("QTC-version = %s", sFOREIGN(sctReport.szQtcVersion).c_str());
     const bool bAnswered = sctReport.szQtcVersion[0] != '\0';
     if (bAnswered) {
-        INVENTORY inventory;
+        INVENTORY inventory = {};
         const int iPrepared = iPREPARE_INVENTORY(pArg, &sctReport, pAnswer->bUpdating, &inventory);
         PROT_MESSAGE(MSG_I002, {sctReport.szQtcVersion});
         MESSAGE(cpRet, uSize, MSG_I005, pArg->szNodeName);

@@ -56,7 +56,7 @@ void OUTPUT_SINK::AddToLine(std::string_view svBytes)
     m_sLine.resize(uOld + svBytes.size());
     char* cpTo = m_sLine.data() + uOld;
     for (const char c : svBytes) {
-        m_cBits |= c;
+        m_cBits = static_cast<char>(m_cBits | c);
         if (static_cast<unsigned char>(c) >= 0x20 && c != 0x7f)
             *cpTo++ = c;
         else if (c == '\t')
