@@ -174,19 +174,21 @@ TEST_F(OUTPUT, trace_goes_where_the_record_says_and_makes_no_file_without_a_line
     str_log sctLog{};
     v_set_log_main("tool_<PID>.lgc", "TOOL", &sctLog);
     EXPECT_EQ(sctLog.iLogLevel, 0);
+    WRITE_TRACE(&sctLog, "not at level 0");
     EXPECT_FALSE(file_exist(sPATH("gv_rw_lgc").c_str()));
     v_set_log(-4, 1, &sctLog);
     EXPECT_EQ(sctLog.iLogLevel, 0);
     v_set_log(3, 1, &sctLog);
     v_SECRET("geheim");
     const mode_t iMask = umask(0);
-    WRITE_TRACE(&sctLog, "first %d %s%5ld|%zu\n\x1B%-5s", 1, "geheim", 7L, size_t{8}, "50%s");
+    WRITE_TRACE(&sctLog, "first %d %s%5ld|%zu\n\x1B%-5s %.*s%*d %.1E", 1, "geheim", 7L, size_t{8},
+                "50%s", 2, "cut", 3, 4, 5e6);
     umask(iMask);
     const std::string sMain = sPATH("gv_rw_lgc/tool_") + std::to_string(getpid()) + ".lgc";
     EXPECT_THAT(
         sREAD_FILE(sMain),
         testing::MatchesRegex("[0-9-]{10} [0-9:]{8}\\.[0-9]{3} " + std::to_string(getpid()) +
-                              " 3-TOOL first 1 \\*\\*\\*    7.8  50%s \n"));
+                              " 3-TOOL first 1 \\*\\*\\*    7.8  50%s  cu  4 5\\.0E\\+06\n"));
     const str_log sctCopy = sctLog;
     v_set_log_mover(&sctLog, "tool-a/b_1.log");
     WRITE_TRACE(&sctLog, "moved");

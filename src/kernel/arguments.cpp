@@ -324,6 +324,7 @@ void ARGUMENTS(int argc, char** argv, SCT_ARGS* pArg, char (&cpAccessMode)[11])
     COMMAND_LINE line{pArg, cpAccessMode, ConsLL(), {}, false};
     DB_REC_LIS   sctList = {"CONFIG_CLIENT", 0, 0, nullptr, nullptr};
     TRACE("+++ ARGUMENTS %s", GET_CALL_PARAM(argc, argv));
+    optind = 0;  // a record may be filled again by the same process
     for (int iOption; (iOption = getopt(argc, argv, cpOPTIONS)) != -1;) v_OPTION(iOption, &line);
     v_MOVE_UPDATE_OPTIONS(pArg);
     TRACE("argc=%d, optind=%d", argc, optind);

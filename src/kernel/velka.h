@@ -5,7 +5,7 @@
 
 /* Scratch text into which str_chain joins statements. */
 extern char tmp_sc[34500];
-/* Values of the configuration variables gv_ro and gv_rw_work. */
+/* Value of the configuration variable gv_rw_work; gszRo is declared only. */
 extern char gszRo[512];
 extern char gszRw[512];
 /* The tool's trace context. */

@@ -38,8 +38,7 @@ struct HOSTS {
     std::vector<std::string> asHost, asAddress, asPort;  // as many, or none
 };
 
-/* Keywords and values, in the order in which later ones win. */
-/* Of a keyword the last value counts. */
+/* Keywords and values; of a keyword the last value counts. */
 struct PARAMETERS {
     std::vector<std::string> asKeyword, asValue;
 

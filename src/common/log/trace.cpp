@@ -124,6 +124,7 @@ void v_set_log_mover(str_log* pLog, const char* cpFileName)
 
 void WRITE_TRACE(const str_log* pLog, const char* cpFormat, ...)
 {
+    if (pLog->iLogLevel <= 0) return;
     va_list args;
     va_start(args, cpFormat);
     const std::string sText = sFORMATTED_MASKED(cpFormat, args);

@@ -93,9 +93,9 @@ int iClientDir(const char* cpHost, char* cpBuf, int iZero, const char* cpNone1, 
                const char* cpNone3, t_LL LL_Output, str_log sctLog);
 
 /* Runs a command, waiting as long as a connection test at most, and leaves what it
-   printed in cpAnswer (uAnswer bytes), whatever its status: of a command that asks for "KEY=^" the last line that
-   begins with KEY=, else the last line unless that is a status line; "" when there is
-   none.
+   printed in cpAnswer (uAnswer bytes), whatever its status: of a command that asks for
+   "KEY=^" the last line that begins with KEY=, else the last line unless that is a
+   status line; "" when there is none.
    Result  as i_RCMD_LL */
 int i_RCMD_EXEC(const char* cpHost, const char* cpCommand, char* cpAnswer, size_t uAnswer,
                 str_log sctLog);

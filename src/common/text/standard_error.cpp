@@ -30,11 +30,24 @@ std::string sPRINTED(const char* cpPlace, ...)
     return s;
 }
 
-/* The text of one place of a format, its value taken off the list. The conversions are
-   those that this system uses. */
-std::string sVALUE(const std::string& sPlace, va_list& args)
+/* A width or precision that is a value of its own ("%.*s") put into its place. */
+std::string sWITH_WIDTHS(std::string sPlace, va_list& args)
 {
-    const char* cpPlace = sPlace.c_str();
+    for (size_t u; (u = sPlace.find('*')) != sPlace.npos;) {
+        const int iGiven = va_arg(args, int);
+        if (iGiven < 0 && sPlace[u - 1] == '.')
+            sPlace.erase(u - 1, 2);  // a precision below 0 is none
+        else
+            sPlace.replace(u, 1, std::to_string(iGiven));
+    }
+    return sPlace;
+}
+
+/* The text of one place of a format, its value taken off the list. */
+std::string sVALUE(const std::string& sGiven, va_list& args)
+{
+    const std::string sPlace = sWITH_WIDTHS(sGiven, args);
+    const char*       cpPlace = sPlace.c_str();
     switch (sPlace.back()) {
         case '%':
             return "%";
@@ -42,8 +55,14 @@ std::string sVALUE(const std::string& sPlace, va_list& args)
             const char* cpText = va_arg(args, const char*);
             return sPRINTED(cpPlace, sMASKED(cpText != nullptr ? cpText : "(null)").c_str());
         }
+        case 'e':
+        case 'E':
         case 'f':
-        case 'g': {
+        case 'F':
+        case 'g':
+        case 'G':
+        case 'a':
+        case 'A': {
             const double dValue = va_arg(args, double);
             return sPRINTED(cpPlace, dValue);
         }
@@ -85,7 +104,7 @@ std::string sFORMATTED_MASKED(const char* cpFormat, va_list args)
         sText.append(cp, uLiteral);
         cp += uLiteral;
         if (*cp == '\0') break;
-        const size_t      uPlace = std::strspn(cp + 1, "0123456789.-+ #hlzjt") + 2;
+        const size_t      uPlace = std::strspn(cp + 1, "0123456789.-+ #hlzjt*") + 2;
         const std::string sPlace(cp, cp[uPlace - 1] == '\0' ? uPlace - 1 : uPlace);
         cp += sPlace.size();
         sText += sVALUE(sPlace, rest);

@@ -31,10 +31,14 @@ constexpr int iLOCK_PAUSE_MS = 2;
 enum TAKE { TAKE_HELD, TAKE_BUSY, TAKE_FAILED };
 
 /* Locks held by this process, by file. flock tells two open files of one process
-   apart like those of two, so it cannot say that the holder is ourselves. */
+   apart like those of two, so it cannot say that the holder is ourselves. A forked
+   process has its parent's list, and holds nothing of it. */
 std::map<std::string, FD>& HELD()
 {
     static IMMORTAL<std::map<std::string, FD>> held;
+    static pid_t                               iHolder = getpid();
+    if (iHolder != getpid()) held.Get().clear();
+    iHolder = getpid();
     return held.Get();
 }
 
