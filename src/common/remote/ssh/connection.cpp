@@ -190,9 +190,10 @@ void AWAIT_END(CONNECTION& connection)
     connection.fdEnding.Close();
 }
 
-/* Nothing can be in it any more that somebody uses. An empty folder that is quite
-   new may just be on its way to be locked; the connections of a killed run
-   end by themselves. */
+/* Nothing can be in it any more that somebody uses. An empty folder that is quite new
+   may just be on its way to be locked. The connections of a killed run are asked to
+   end: a look whether they live would keep them alive. One that does not end at once
+   is left to a later run. */
 bool bLEFT_OVER(const std::string& sPath)
 {
     struct stat sctStat {};
