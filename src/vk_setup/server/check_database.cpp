@@ -2,10 +2,12 @@
 #include <sys/stat.h>
 
 #include <cstdlib>
+#include <cstring>
 
 #include "check.h"
 #include "common/common.h"
 #include "common/config/config.h"
+#include "common/remote/cause.h"
 #include "database.h"
 #include "programs.h"
 #include "report.h"
@@ -52,8 +54,13 @@ CONNECTION pCHECK_CONNECTION(const CONNECTION_TEXT& text)
     if (!iCHECK_PASSWORD_FILE(text)) return nullptr;
     CONNECTION pConn = pCONNECT(text.sText, sError);
     if (pConn) return pConn;
-    // On this machine the setup can make what is missing; elsewhere it says who has to.
-    v_WRONG(sSHOWN(text), sError, "vk_setup server");
+    // On this machine the setup can make what is missing; elsewhere it says who has to,
+    // unless it is for vk.ini to say otherwise.
+    const CAUSE* pCause = text.bLocal ? nullptr : pCAUSE_SHOWN(DATABASE_SAYS, sError);
+    if (pCause != nullptr && std::strstr(pCause->cpCure, "conninfo") != nullptr)
+        v_WRONG_ADVICE(sSHOWN(text), sError, pCause->cpCure);
+    else
+        v_WRONG(sSHOWN(text), sError, "vk_setup server");
     return nullptr;
 }
 

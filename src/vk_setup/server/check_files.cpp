@@ -11,6 +11,7 @@
 #include "check.h"
 #include "common/common.h"
 #include "common/config/config.h"
+#include "common/remote/ssh/known_key.h"
 #include "files.h"
 #include "programs.h"
 #include "report.h"
@@ -40,10 +41,12 @@ void CHECK_DIRECTORY(const std::string& sDirectory)
                 sTYPED({"mv", sBare, sBare + ".old"}) + " && vk_setup server");
     else if ((sctStat.st_mode & S_IWOTH) != 0)
         v_WRONG(sWhat, "everybody may write there", sCHMOD("o-w", sDirectory));
-    else if (access(sBare.c_str(), R_OK | W_OK | X_OK) != 0)
-        v_WRONG(sWhat, std::strerror(errno), sCHMOD("u+rwx", sDirectory));
-    else
+    else if (access(sBare.c_str(), R_OK | W_OK | X_OK) == 0)
         v_GOOD(sWhat);
+    else if (geteuid() != 0 && geteuid() != sctStat.st_uid)
+        v_WRONG_ADVICE(sWhat, std::strerror(errno), "run vk_setup check as root");
+    else
+        v_WRONG(sWhat, std::strerror(errno), sCHMOD("u+rwx", sDirectory));
 }
 
 /* Room for protocols, answers and packages, once for each file system. */
@@ -212,6 +215,9 @@ void CHECK_KEY(const std::string& sConfig, const std::string& sKey, bool bOwn)
     if (!iREAD_FILE(sKey + ".pub", sPublic) || !sPublic.starts_with(sBody))
         v_WRONG(sWhat, "its public half " + sKey + ".pub is missing or another key's",
                 sTYPED({"ssh-keygen", "-y", "-f", sKey}) + " >" + sTYPED({sKey + ".pub"}));
+    else if (iCERTIFICATE_INVALID(sKey, sError))
+        v_WRONG_ADVICE(sWhat, "its certificate is not valid now (" + sError + ")",
+                       "have " + sKey + ".pub signed again");
     else
         v_GOOD(sWhat);
 }
