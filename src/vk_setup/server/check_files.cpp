@@ -34,19 +34,23 @@ void CHECK_DIRECTORY(const std::string& sDirectory)
     const std::string sWhat = "directory " + sDirectory;
     std::string       sBare = sDirectory;
     while (sBare.size() > 1 && sBare.ends_with('/')) sBare.pop_back();
+    const auto wrong = [&sWhat, &sctStat](const std::string& sCommand) {
+        if (errno == EACCES && geteuid() != 0 && geteuid() != sctStat.st_uid)
+            v_WRONG_ADVICE(sWhat, std::strerror(EACCES), "run vk_setup check as root");
+        else
+            v_WRONG(sWhat, std::strerror(errno), sCommand);
+    };
     if (stat(sBare.c_str(), &sctStat) != 0)
-        v_WRONG(sWhat, std::strerror(errno), "vk_setup server");
+        wrong("vk_setup server");
     else if (!S_ISDIR(sctStat.st_mode))
         v_WRONG(sWhat, "is no directory",
                 sTYPED({"mv", sBare, sBare + ".old"}) + " && vk_setup server");
     else if ((sctStat.st_mode & S_IWOTH) != 0)
         v_WRONG(sWhat, "everybody may write there", sCHMOD("o-w", sDirectory));
-    else if (access(sBare.c_str(), R_OK | W_OK | X_OK) == 0)
-        v_GOOD(sWhat);
-    else if (geteuid() != 0 && geteuid() != sctStat.st_uid)
-        v_WRONG_ADVICE(sWhat, std::strerror(errno), "run vk_setup check as root");
+    else if (access(sBare.c_str(), R_OK | W_OK | X_OK) != 0)
+        wrong(sCHMOD("u+rwx", sDirectory));
     else
-        v_WRONG(sWhat, std::strerror(errno), sCHMOD("u+rwx", sDirectory));
+        v_GOOD(sWhat);
 }
 
 /* Room for protocols, answers and packages, once for each file system. */
