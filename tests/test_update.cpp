@@ -286,6 +286,8 @@ TEST_F(UPDATE, what_may_not_be_updated_is_refused_before_anything_is_copied)
             EXPECT_COPY_FAILED(run);
         else
             EXPECT_ENDED(run, row.sMessage.starts_with("Old") ? 1 : 2, row.sMessage);
+        EXPECT_EQ(OUTCOMES().back().find("\"cause\":\"package-not-given\"") < 1000,
+                  row.sMessage == sE006);
         EXPECT_THAT(CLIENT_LOG("alpha"), ElementsAre("qtc -h"));
         EXPECT_EQ(fs::remove(CLIENT_PATH("alpha", "velka/work/qir-gpg.key")), row.sMessage.empty());
         EXPECT_EQ(sSTATE("alpha"), "x|before|f|f|4000020000200099|2");

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <string>
 
+#include "run_outcome.h"
 #include "vk_config_client.h"
 
 namespace {
@@ -37,6 +38,13 @@ bool bALL_CLIENTS(const SCT_ARGS* pArg)
 [[noreturn]] void v_PARAMETERS_MISSING(SCT_ARGS* pArg)
 {
     v_END_RUN(pArg, VK_ERROR, MSG_E006);
+}
+
+[[noreturn]] void v_CLIENT_MISSING(SCT_ARGS* pArg)
+{
+    TELL("no client is given; name one with -c");
+    v_CAUSE("client-not-given");
+    v_PARAMETERS_MISSING(pArg);
 }
 
 /* The number at the beginning of an option's value, 0 when there is none. */
@@ -189,13 +197,13 @@ const char* cpUNUSED_OPTIONS(const SCT_ARGS* pArg)
 void v_TELL_UNUSED_OF_ONE(const COMMAND_LINE* pLine)
 {
     const SCT_ARGS* pArg = pLine->pArg;
+    if (SizeLL(pLine->LL_ClientList) > 0)
+        TELL("a registration takes one client by -c; ignored:%s",
+             sNAMES(pLine->LL_ClientList).c_str());
     if (pArg->szNodeName[0] == '\0') return;
     for (const char cOption : std::string_view(cpUNUSED_OPTIONS(pArg)))
         if (pLine->given.test(static_cast<size_t>(cOption)))
             TELL("option -%c is not used by this run", cOption);
-    if (SizeLL(pLine->LL_ClientList) > 0)
-        TELL("a registration takes one client by -c; ignored:%s",
-             sNAMES(pLine->LL_ClientList).c_str());
     if (pArg->iCheck &&
         std::strchr("rsd", pArg->szCheck[0] != '\0' ? pArg->szCheck[0] : 'n') == nullptr)
         TELL("option -C: \"%s\" is none of r, s and d; the client is registered", pArg->szCheck);
@@ -233,10 +241,13 @@ void v_READ_STORED_SETTINGS(SCT_ARGS* pArg, const char* cpAccessMode)
                    pArg->szNodeName),
                szReply, sizeof szReply, &strLog, "accessmode", pArg->szAccessMode, "os",
                pArg->szOpersys, "vm_server_type", pArg->szServerType, "d") != 1) {
-        if (sctDB_ERROR().eKind != DB_FINE)
+        if (pArg->szNodeName[0] == '\0') v_CLIENT_MISSING(pArg);
+        if (sctDB_ERROR().eKind != DB_FINE) {
             DB_TELL_FAILURE(std::string("settings of ") + pArg->szNodeName + " not read", strLog);
-        else if (pArg->szNodeName[0] != '\0')
+        } else {
             TELL("no such client: %s", pArg->szNodeName);
+            v_CAUSE("not-registered");
+        }
         v_PARAMETERS_MISSING(pArg);
     }
     if (!bIS(cpAccessMode, "CTRL") && !bIS(cpAccessMode, "VKSSH")) {
@@ -296,7 +307,7 @@ void v_PREPARE(SCT_ARGS* pArg, DB_REC_LIS* pList)
         UPDATE_CLIENT(pArg);
     }
     if (!bGIVEN(pArg->szLocationId)) iTEXT_SET(pArg->szLocationId, "0");
-    if (pArg->szNodeName[0] == '\0') v_PARAMETERS_MISSING(pArg);
+    if (pArg->szNodeName[0] == '\0') v_CLIENT_MISSING(pArg);
     TRACE("operating system=%s, location=%s", pArg->szOpersys, pArg->szLocationId);
     v_READ_PLATFORM(pArg, pList);
 

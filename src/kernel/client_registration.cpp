@@ -9,6 +9,7 @@
 #include <cstring>
 #include <random>
 
+#include "run_outcome.h"
 #include "vk_config_client.h"
 
 namespace {
@@ -58,10 +59,19 @@ void v_REFRESH_ROW(SCT_ARGS* pArg)
     });
 }
 
-/* An existing client has an operating system; a new one must be given one. */
-void v_REQUIRE_OPERATING_SYSTEM(SCT_ARGS* pArg)
+/* A new client must be given an operating system, and so must a stored one whose system
+   is not known. */
+void v_REQUIRE_OPERATING_SYSTEM(SCT_ARGS* pArg, int iStored)
 {
     if (bGIVEN(pArg->szOpersys)) return;
+    if (iStored)
+        TELL(
+            "%s is stored with an operating system that is not in oper_systems; give one that "
+            "is with -o",
+            pArg->szNodeName);
+    else
+        TELL("%s is no client yet; give its operating system with -o", pArg->szNodeName);
+    v_CAUSE("system-not-given");
     TRACE("OS (-o) parameter is mandatory for adding a new client");
     TRACE("--- INSERT_INTO_DATABASE  OS (-o) parameter is mandatory for adding a new client");
     v_END_RUN(pArg, VK_ERROR, MSG_E006);
@@ -251,12 +261,7 @@ void INSERT_INTO_DATABASE(SCT_ARGS* pArg)
         v_REFRESH_ROW(pArg);
     } else {
         const int iStored = iSTORED_WITH_UNKNOWN_SYSTEM(pArg);
-        if (iStored && !bGIVEN(pArg->szOpersys))
-            TELL(
-                "%s is stored with an operating system that is not in oper_systems; give one that "
-                "is with -o",
-                pArg->szNodeName);
-        v_REQUIRE_OPERATING_SYSTEM(pArg);
+        v_REQUIRE_OPERATING_SYSTEM(pArg, iStored);
         v_TELL_UNKNOWN_SYSTEM(pArg);
         if (!iStored || !iREPAIR_SYSTEM(pArg)) v_ADD_ROW(pArg);
     }

@@ -43,10 +43,10 @@ struct MESSAGE_CAUSE {
     bool        bAlways;  // whatever an operation met before
 };
 constexpr MESSAGE_CAUSE asctMessageCause[] = {
-    {"E020", "session-broken", true},     {"E013", "backup-cannot-return", true},
-    {"W004", "restart-needed", true},     {"W005", "restart-needed", true},
-    {"E005", "hosts-file", true},         {"W003", "not-registered", true},
-    {"E006", "parameters-missing", true}, {"E012", "backup-failed", false},
+    {"E020", "session-broken", true},      {"E013", "backup-cannot-return", true},
+    {"W004", "restart-needed", true},      {"W005", "restart-needed", true},
+    {"E005", "hosts-file", true},          {"W003", "not-registered", true},
+    {"E006", "parameters-missing", false}, {"E012", "backup-failed", false},
 };
 
 /* The database's library takes no password out of such a file. */
@@ -92,7 +92,6 @@ std::string sUPDATE_AGAIN(const SCT_ARGS* pArg)
 void v_COMPLETE_DIAGNOSIS(const char* cpTxt, const SCT_ARGS* pArg, DIAGNOSIS& diagnosis)
 {
     const std::string sMessage = cpTxt;
-    const bool        bAsked = pArg->iCheck != 0 || pArg->eUpdate != notdefined;
     const PLACES      places{{"host", pArg->szNodeName},
                         {"server", pArg->szVelkaNode},
                         {"program", "qtc"},
@@ -100,10 +99,8 @@ void v_COMPLETE_DIAGNOSIS(const char* cpTxt, const SCT_ARGS* pArg, DIAGNOSIS& di
     if (!iDATABASE_CAUSE(sMessage, places, diagnosis)) {
         for (const MESSAGE_CAUSE& row : asctMessageCause) {
             if (!sMessage.starts_with(row.cpBegin)) continue;
-            const bool  bUnknown = sMessage.starts_with("E006") && bAsked && pArg->szNodeName[0];
-            const char* cpId = bUnknown ? "not-registered" : row.cpCause;
             if (row.bAlways || diagnosis.sCause.empty())
-                diagnosis = sctDIAGNOSIS(sctCAUSE(cpId), places);
+                diagnosis = sctDIAGNOSIS(sctCAUSE(row.cpCause), places);
         }
     }
     const bool bUpdate = diagnosis.sStage == "copy" || diagnosis.sStage == "script";
@@ -145,10 +142,10 @@ std::vector<std::string> asFAILURE_LINES(const RUN_RECORD& record)
 {
     const DIAGNOSIS&         diagnosis = record.diagnosis;
     const LINE_WORDS         words = sctWORDS();
-    std::vector<std::string> asLine{record.sClient + ": " + diagnosis.sSentence + " [" +
-                                    (diagnosis.sStage.empty() ? "" : diagnosis.sStage + ", ") +
-                                    diagnosis.sCause + "]"};
-    const std::string        sWords = sJOINED(diagnosis.asWords);
+    std::vector<std::string> asLine{
+        (record.sClient.empty() ? "" : record.sClient + ": ") + diagnosis.sSentence + " [" +
+        (diagnosis.sStage.empty() ? "" : diagnosis.sStage + ", ") + diagnosis.sCause + "]"};
+    const std::string sWords = sJOINED(diagnosis.asWords);
     if (!sWords.empty()) asLine.push_back(words.cpWords + sFOREIGN(sWords));
     if (!diagnosis.sCure.empty()) asLine.push_back(words.cpCure + diagnosis.sCure);
     if (!diagnosis.sTry.empty()) asLine.push_back(words.cpTry + diagnosis.sTry);
@@ -167,6 +164,11 @@ void v_SHOW_FAILURE(const RUN_RECORD& record)
 }
 
 }  // namespace
+
+void v_CAUSE(const char* cpCause)
+{
+    sctRUN_RECORD().diagnosis = sctDIAGNOSIS(sctCAUSE(cpCause), {});
+}
 
 void v_RUN_FAILED(const char* cpTxt, const SCT_ARGS* pArg)
 {

@@ -6,6 +6,10 @@
 
 #include "vk_config_client.h"
 
+/* Why the run is about to fail, where no operation on a client has shown it: an identifier
+   of the table of causes. */
+void v_CAUSE(const char* cpCause);
+
 /* Keeps why the run failed, before the next statement makes it forget the last one's failure. */
 void v_RUN_FAILED(const char* cpTxt, const SCT_ARGS* pArg);
 

@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "run_outcome.h"
 #include "update_run.h"
 
 namespace {
@@ -39,6 +40,8 @@ void v_REQUIRE_PACKAGE(UPDATE_RUN* pRun)
     }
     MESSAGE(pRun->szMsg, MSG_E006);
     TRACE("ERROR: %s %s", pRun->szMsg, "Package name (-P) not set");
+    TELL("no package is given; name one with -P");
+    v_CAUSE("package-not-given");
     v_UPDATE_END(pRun, VK_ERROR);
 }
 
