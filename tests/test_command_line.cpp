@@ -105,6 +105,8 @@ TEST_F(COMMAND_LINE, what_a_run_cannot_take_or_does_not_use_is_told_in_one_line)
         {{"-c", "a", "-C", "R"}, 0, "option -C: \"R\" is none of r, s and d; the client is registered"},
         {{"-c", "a", "-C", "r", "-t", "1x"}, 0, "option -t: \"1x\" is no number, using 1"},
         {{"-c", "a", "-C", "r", "-v", ""}, 0, "option -v: \"\" is no number, using 0"},
+        {{"-c", "a", "-m", "VIRTUAL", "-t", "7"}, 0, "option -t: 7 is none of 0 to 2 and counts as 2"},
+        {{"-c", "nobody", "-U", "-C", "x", "-P", "x"}, 2, "option -C is not used by this run"},
         {{"-c", "a", "-C", "r", "-P", "x"}, 0, "option -P is not used by this run"},
         {{"-c", "nobody", "-S", "-P", "x", "-e", "1"}, 2, "option -e is not used by this run"},
         {{"-c", "a", "-o", "Other", "-l", "2", "-u", "text"}, 0,

@@ -58,6 +58,17 @@ int iNUMBER(int iOption)
     return iTaken;
 }
 
+/* The same for one of the levels 0 to iMost; another counts as the nearest of them. */
+int iLEVEL(int iOption, int iMost)
+{
+    const int iGiven = iNUMBER(iOption);
+    const int iNearest = std::clamp(iGiven, 0, iMost);
+    if (iGiven != iNearest)
+        TELL("option -%c: %d is none of 0 to %d and counts as %d", iOption, iGiven, iMost,
+             iNearest);
+    return iGiven;
+}
+
 /* Copies an option's value. A longer one would be cut, and the run would work on
    something else than was asked for; so it ends. cpHint may be empty. */
 template<size_t N>
@@ -117,8 +128,8 @@ void v_OPTION(int iOption, COMMAND_LINE* pLine)
         case 'F': pArg->iForceUpdate = 1; break;
         case 'k': pArg->iRunAsUser   = 1; break;
         case 'e': pArg->iServicePack = iNUMBER(iOption); break;
-        case 't': pArg->iTest        = iNUMBER(iOption); break;
-        case 'v': v_set_log(iNUMBER(iOption), 1, &strLog); break;
+        case 't': pArg->iTest        = iLEVEL(iOption, 2); break;
+        case 'v': v_set_log(iLEVEL(iOption, 3), 1, &strLog); break;
         case 'a': v_TAKE(pLine, pArg->szNodeAddr, iOption, "give an address or via_nameserver"); break;
         case 'c': v_TAKE_NAME(pLine); break;
         case 'i': v_TAKE(pLine, pArg->szTimeStamp, iOption, ""); break;
@@ -183,14 +194,16 @@ void v_REFUSE_ALL_CLIENTS(COMMAND_LINE* pLine)
 }
 
 /* Options that a run of this kind for one client has no use for. -O stands for -F where
-   it left no text. */
+   it left no text. An update goes before what -C asks for. */
 const char* cpUNUSED_OPTIONS(const SCT_ARGS* pArg)
 {
-    if (pArg->eUpdate == update) return "alotup";
-    if (pArg->eUpdate == sp_update) return pArg->szOptions[0] != '\0' ? "alotupOe" : "alotupe";
+    const bool bText = pArg->szOptions[0] != '\0';
+    if (pArg->eUpdate == update) return "alotupC";
+    if (pArg->eUpdate == sp_update) return bText ? "alotupCOe" : "alotupCe";
     const bool bOfStored =
         pArg->iCheck && pArg->szCheck[0] != '\0' && std::strchr("rsd", pArg->szCheck[0]) != nullptr;
-    return bOfStored ? "lotupOPeF" : "PeF";
+    if (bOfStored) return "lotupOPeF";
+    return bText ? "PeF" : "PeFO";
 }
 
 /* What a run for one client leaves out of what it was given. */
@@ -204,7 +217,7 @@ void v_TELL_UNUSED_OF_ONE(const COMMAND_LINE* pLine)
     for (const char cOption : std::string_view(cpUNUSED_OPTIONS(pArg)))
         if (pLine->given.test(static_cast<size_t>(cOption)))
             TELL("option -%c is not used by this run", cOption);
-    if (pArg->iCheck &&
+    if (pArg->iCheck && !bUPDATE(pArg) &&
         std::strchr("rsd", pArg->szCheck[0] != '\0' ? pArg->szCheck[0] : 'n') == nullptr)
         TELL("option -C: \"%s\" is none of r, s and d; the client is registered", pArg->szCheck);
 }
