@@ -28,6 +28,7 @@ void v_TELL_UNKNOWN_SYSTEM(const SCT_ARGS* pArg)
 {
     if (pArg->szPlatform[0] != '\0') return;
     const std::string sNearest = sNEAREST(pArg->szOpersys);
+    if (sNearest == pArg->szOpersys) return;  // known, and its class was not looked up
     const std::string sHint = sNearest.empty() ? "" : "; did you mean \"" + sNearest + "\"?";
     TELL("operating system \"%s\" is not in oper_systems%s", pArg->szOpersys, sHint.c_str());
 }
