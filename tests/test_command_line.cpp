@@ -109,6 +109,7 @@ TEST_F(COMMAND_LINE, what_a_run_cannot_take_or_does_not_use_is_told_in_one_line)
         {{"-c", "nobody", "-U", "-C", "x", "-P", "x"}, 2, "option -C is not used by this run"},
         {{"-c", "a", "-C", "r", "-P", "x"}, 0, "option -P is not used by this run"},
         {{"-c", "nobody", "-S", "-P", "x", "-e", "1"}, 2, "option -e is not used by this run"},
+        {{"-c", "nobody", "-U", "-m", "CTRL", "-P", "x"}, 2, "option -m is not used by this run"},
         {{"-c", "a", "-o", "Other", "-l", "2", "-u", "text"}, 0,
          "a is stored already and keeps what it has; not used: -o -l -u"},
         {{"-c", "a", "-C", "r", "-m", "SSH"}, 0, "option -m SSH is not used: only CTRL and VKSSH"},

@@ -194,12 +194,13 @@ void v_REFUSE_ALL_CLIENTS(COMMAND_LINE* pLine)
 }
 
 /* Options that a run of this kind for one client has no use for. -O stands for -F where
-   it left no text. An update goes before what -C asks for. */
+   it left no text. An update goes before what -C asks for, and reaches the client by its
+   stored mode. */
 const char* cpUNUSED_OPTIONS(const SCT_ARGS* pArg)
 {
     const bool bText = pArg->szOptions[0] != '\0';
-    if (pArg->eUpdate == update) return "alotupC";
-    if (pArg->eUpdate == sp_update) return bText ? "alotupCOe" : "alotupCe";
+    if (pArg->eUpdate == update) return "almotupC";
+    if (pArg->eUpdate == sp_update) return bText ? "almotupCOe" : "almotupCe";
     const bool bOfStored =
         pArg->iCheck && pArg->szCheck[0] != '\0' && std::strchr("rsd", pArg->szCheck[0]) != nullptr;
     if (bOfStored) return "lotupOPeF";
@@ -264,7 +265,7 @@ void v_READ_STORED_SETTINGS(SCT_ARGS* pArg, const char* cpAccessMode)
         v_PARAMETERS_MISSING(pArg);
     }
     if (!bIS(cpAccessMode, "CTRL") && !bIS(cpAccessMode, "VKSSH")) {
-        if (cpAccessMode[0] != '\0' && !bIS(cpAccessMode, pArg->szAccessMode))
+        if (cpAccessMode[0] != '\0' && !bIS(cpAccessMode, pArg->szAccessMode) && !bUPDATE(pArg))
             TELL("option -m %s is not used: only CTRL and VKSSH replace a stored access mode",
                  cpAccessMode);
         return;
