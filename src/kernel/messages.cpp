@@ -316,6 +316,8 @@ void PROT_MESSAGE(MESSAGE_ID eId, std::initializer_list<std::string_view> values
 
 void ANNOUNCE_MESSAGE(MESSAGE_ID eId, std::initializer_list<std::string_view> values)
 {
-    PROT_MESSAGE(eId, values);
-    info('M', 0, sMESSAGE(eId, values).c_str());
+    char szText[256];
+    iTEXT_SET(szText, sMESSAGE(eId, values));
+    FPROT(0, szText);
+    info('M', 0, szText);
 }

@@ -85,5 +85,5 @@ int iMESSAGE_FOREIGN(std::string_view svText, size_t& uBegin, size_t& uEnd);
 /* Writes a message into the day protocol. */
 void PROT_MESSAGE(MESSAGE_ID eId, std::initializer_list<std::string_view> values);
 
-/* The same, and as a message line into the info output. */
+/* The same, cut to 255 bytes, and as a message line into the info output. */
 void ANNOUNCE_MESSAGE(MESSAGE_ID eId, std::initializer_list<std::string_view> values);
