@@ -114,13 +114,13 @@ TEST_F(BACKUP, the_first_marker_in_the_output_decides_and_only_success_deletes_t
         {"late", "E013-HOSTS   Backup from alpha cannot return to velkasrv - please check ( ping, "
                  "DNS, local KTRD ).", "Error: first try\nqtc-1009: server interface does not answer\n"},
         {"ERROR", "E002-HOSTS   There is no access to computer alpha: ERROR: media pool is empty",
-         "ERROR: media pool is empty\n"},
+         "ERROR:\tmedia pool is empty\n"},
         {"Error", "E011-HOSTS   Missing permit. Execute [vk_setup set_client velkasrv] on client "
                   "alpha", "Error: Authentication failed: user backup\n"},
         {"refused", "E010-HOSTS   QIR velka client on alpha not yet started - for what to do see "
                     "Day Protocol.", "ERROR: connect: Connection refused\n"},
-        {"hang", sE012, "no answer to the test backup of alpha: Timeout: no answer from alpha within "
-                        "1 seconds\n"},
+        {"hang", sE012, "waiting\nno answer to the test backup of alpha: Timeout: no answer from alpha "
+                        "within 1 seconds\n"},
     };
     // clang-format on
     ADD_CLIENT("alpha");

@@ -4,12 +4,14 @@
 
 namespace {
 
-/* Searches the output for a pattern; a hit leaves the line in szLine. */
+/* Searches the output for a pattern; a hit leaves the line in szLine, with a blank for
+   each control character, as it reaches the client's row. */
 int iFOUND(const char* cpFile, const char* cpPattern, char (&szLine)[1024])
 {
     iTEXT_SET(szLine, cpPattern);
     TRACE("check for %s", szLine);
     if (file_search2(cpFile, szLine, sizeof szLine, 32) == 0) return 0;
+    iTEXT_SET(szLine, sONE_LINE(szLine));
     TRACE("test received line %s", sFOREIGN(szLine).c_str());
     return 1;
 }

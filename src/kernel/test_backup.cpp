@@ -206,8 +206,12 @@ void v_TELL_HIDDEN_REASON(const SCT_ARGS* pArg, const char* cpRet, const char* c
     const std::string sText = sSAFE_LINE(std::string("no answer to the test backup of ") +
                                          pArg->szNodeName + ": " + sReason);
     TELL("%s", sText.c_str());
-    const FD fd(open(cpOutFile, O_WRONLY | O_APPEND | O_CLOEXEC | O_NOFOLLOW));
-    if (fd.bOpen() && !iWRITE_ALL(fd.iGet(), sText + "\n"))
+    const FD fd(open(cpOutFile, O_RDWR | O_APPEND | O_CLOEXEC | O_NOFOLLOW));
+    if (!fd.bOpen()) return;
+    char        cLast = '\n';
+    const off_t lLast = lseek(fd.iGet(), 0, SEEK_END) - 1;
+    if (lLast >= 0 && pread(fd.iGet(), &cLast, 1, lLast) != 1) cLast = '\0';
+    if (!iWRITE_ALL(fd.iGet(), (cLast == '\n' ? "" : "\n") + sText + "\n"))
         TRACE("cannot write \"%s\": %s", cpOutFile, std::strerror(errno));
 }
 
