@@ -219,6 +219,10 @@ TEST_F(SANDBOX, the_error_line_of_a_failed_command_is_the_telling_one)
         OUTPUT("alpha", "qtc", sOutput);
         EXPECT_EQ(CONFIG_CLIENT({"-c", "alpha", "-C", "r"}).sOut, sSTATUS("ERROR", sMessage));
     }
+    // The listing of a proxied client is not taken for the words of its data mover.
+    OUTPUT("alpha", "qtc", "\n");
+    ADD_CLIENT("px1", "PROXY", "Linux", {{"data_mover", "alpha"}});
+    EXPECT_THAT(CONFIG_CLIENT({"-c", "px1", "-C", "r"}).sOut, HasSubstr("px1: No message found"));
 }
 
 TEST_F(SANDBOX, a_key_that_was_taken_away_fails_the_next_check)

@@ -71,6 +71,7 @@ int iRUN_OVER_PROXY(SCT_ARGS* pArg, ANSWER* pAnswer)
     pAnswer->sCommand = "dir";
     const int iRet = iClientDir(pArg->szNodeName, szBuf, 0, "", "", "", pAnswer->LL_Output, strLog);
     if (iRet != 0) return iRet;
+    pAnswer->LL_Output = ConsLL();  // the names of files are no words of the data mover
     return iRUN_ON_MOVER(pArg, "qtc -h", "qtc -h", pAnswer);
 }
 
