@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "../common/log/outcome_log.h"
+#include "run_outcome.h"
 
 namespace {
 
@@ -42,6 +43,19 @@ void v_STATE_WITH_MESSAGE(const UPDATE_RUN* pRun, const char* cpFormat)
     v_EXECUTE(pRun, szSql);
 }
 
+/* The run's message names no cause. cpRows is the number of rows that were read. */
+void v_TELL_UNREAD(const SCT_ARGS* pArg, const char* cpRows)
+{
+    const std::string sWhat = std::string("row of ") + pArg->szNodeName + " not read";
+    if (sctDB_ERROR().eKind != DB_FINE) {
+        DB_TELL_FAILURE(sWhat, strLog);
+        return;
+    }
+    const bool bGone = bIS(cpRows, "0");
+    TELL("%s: %s", sWhat.c_str(), bGone ? "it is gone" : "table clients lacks a column");
+    v_CAUSE(bGone ? "not-registered" : "column-missing");
+}
+
 }  // namespace
 
 int iREAD_CLIENT(UPDATE_RUN* pRun)
@@ -59,7 +73,10 @@ int iREAD_CLIENT(UPDATE_RUN* pRun)
                              "vm_server_type", szServerType, "package", szPackage, "velka_version",
                              szVelkaVersion, "version_number", pRun->szVersionNumber,
                              "servicepack_number", pRun->szServicepackNumber, "d");
-    if (iRead != 1) return 0;
+    if (iRead != 1) {
+        v_TELL_UNREAD(pRun->pArg, szReply);
+        return 0;
+    }
     sctRUN_RECORD().sClientId = pRun->szClientId;
     // The backup server itself is not asked before its update.
     if (std::strtol(pRun->szClientId, nullptr, 10) == 0)
