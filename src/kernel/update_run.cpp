@@ -211,6 +211,8 @@ void v_FORM_COMMAND(UPDATE_RUN* pRun)
     const RAW_TEXT  extension{pRun->cpExtension};
     const RAW_TEXT  force{pArg->iForceUpdate == 1 ? " -f" : ""};
     const RAW_TEXT  kind{pArg->eUpdate == sp_update ? " -s" : ""};
+    if (!pRun->bWindows && pArg->szUpdateOptions[0] != '\0')
+        TELL("option -O is not used: %s runs no Windows", pArg->szNodeName);
     if (!pRun->bWindows)
         iCMD(pRun->szCommand, eShell, "vk_execute_update%s %s%s", extension, pArg->szPackage,
              force);
