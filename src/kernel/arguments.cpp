@@ -241,7 +241,7 @@ void v_TELL_UNUSED_OF_MANY(const COMMAND_LINE* pLine)
     if (bLocation && !bAll) TELL("option -l is not used: it narrows -c ALL_CLIENTS only");
     if (bSystem && !bAll) TELL("option -o is not used: it narrows -c ALL_CLIENTS only");
     if (bLocation && bSystem && bAll) TELL("option -l is not used: of -l and -o, -o counts");
-    for (const char cOption : std::string_view(pArg->iCheck ? "USFPOeaimpstu" : "aimpstu"))
+    for (const char cOption : std::string_view(pArg->iCheck ? "USFPOeaimpstuv" : "aimpstuv"))
         if (pLine->given.test(static_cast<size_t>(cOption)))
             TELL("option -%c is not handed on to the runs of the clients", cOption);
 }
