@@ -129,7 +129,7 @@ std::string sTEMP_DIR()
 /* The database server that this process uses: ctest's, else one of its own. */
 struct CLUSTER {
     std::string sDir;
-    bool        bOwn = false;
+    pid_t       iOwner = -1;  // a forked process has none of its own
 
     CLUSTER()
     {
@@ -137,12 +137,12 @@ struct CLUSTER {
         sDir = cpShared ? cpShared : "";
         if (!sDir.empty() && fs::exists(sDir + "/cluster")) return;
         sDir = sTEMP_DIR();
-        bOwn = true;
+        iOwner = getpid();
         bSCRIPT({"cluster", sDir, "--parent", std::to_string(getpid())});
     }
     ~CLUSTER()
     {
-        if (bOwn) bSCRIPT({"down", sDir});
+        if (iOwner == getpid()) bSCRIPT({"down", sDir});
     }
 };
 

@@ -1,6 +1,8 @@
 /* The six database operations, by name, on a real server. */
 #include "common/cm_db_access.h"
 
+#include <sys/wait.h>
+
 #include <cstring>
 #include <thread>
 
@@ -248,6 +250,28 @@ TEST_F(DATABASE, a_closed_connection_is_replaced_and_a_lost_one_too_where_it_doe
     EXPECT_THAT(GetCapturedStderr(), HasSubstr(": both not stored: ERROR: syntax error"));
     EXPECT_THAT(ROWS("select i_name from interfaces"), testing::ElementsAre("b"));
     EXPECT_EQ(sVALUE("select 'goes on'"), "goes on");
+}
+
+TEST_F(DATABASE, a_forked_process_leaves_to_its_parent_what_is_its_parents)
+{
+    const std::string sSession = sVALUE("select pg_backend_pid()");
+    CHILD             child;
+    CHILD_SPEC        sctSpec;
+    std::string       sReason;
+    sctSpec.asArgument = {"sleep", "60"};
+    ASSERT_TRUE(iCHILD_START(child, sctSpec, sReason)) << sReason;
+    for (const bool bAsks : {false, true}) {
+        const pid_t iPid = fork();
+        if (iPid == 0) {
+            const bool bShared = bAsks && sVALUE("select pg_backend_pid()") == sSession;
+            exit(bShared ? 1 : 0);  // with all that is registered for the end
+        }
+        int iStatus = -1;
+        waitpid(iPid, &iStatus, 0);
+        EXPECT_EQ(iStatus, 0);
+    }
+    EXPECT_EQ(iCHILD_ENDED(child), 0);
+    EXPECT_EQ(sVALUE("select pg_backend_pid()"), sSession);
 }
 
 TEST_F(DATABASE, a_full_server_is_tried_again_for_retry_time)

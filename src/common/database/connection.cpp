@@ -12,6 +12,7 @@
 
 #include <poll.h>
 #include <strings.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -49,6 +50,18 @@ SESSION& HERE()
 void CLOSE_AT_END()
 {
     HERE().pConn.reset();
+}
+
+/* In a forked process: the session goes on in its parent. To free it would tell the
+   server that it ends. */
+void LEAVE_TO_PARENT()
+{
+    static IMMORTAL<std::vector<CONNECTION>> parents;
+    if (HERE().pConn) {
+        close(PQsocket(HERE().pConn.get()));
+        parents.Get().push_back(std::move(HERE().pConn));
+    }
+    HERE() = {};
 }
 
 void TELL_LOST(const std::string& sError)
@@ -183,7 +196,9 @@ int iCONNECT(DB_ERROR& error)
     PQsetErrorContextVisibility(pConn.get(), PQSHOW_CONTEXT_NEVER);
     PQsetNoticeReceiver(pConn.get(), v_TAKE_NOTICE, nullptr);
     PQsetnonblocking(pConn.get(), 1);
-    SESSION& here = HERE();
+    SESSION&         here = HERE();
+    static const int iOnce = (v_AFTER_FORK(LEAVE_TO_PARENT), 1);
+    static_cast<void>(iOnce);
     if (!here.bOnce) v_AT_END(CLOSE_AT_END);
     here.bOnce = true;
     here.bEnding = false;

@@ -244,6 +244,12 @@ void v_END_CHILDREN()
     for (CHILD* pChild : std::vector<CHILD*>(CHILDREN())) v_CHILD_END(*pChild, iGRACE_MS);
 }
 
+void v_FORGET_CHILDREN()
+{
+    for (CHILD* pChild : CHILDREN()) pChild->iPid = -1;
+    CHILDREN().clear();
+}
+
 CHILD::~CHILD()
 {
     v_CHILD_END(*this, iGRACE_MS);

@@ -138,6 +138,11 @@ int iSIGNALLED();
    registered first. pDone must not wait without a limit. */
 void v_AT_END(void (*pDone)());
 
+/* Work to be done at once in a process that a caller forks off this one: it has a copy
+   of everything that is open and registered here, but all that is its parent's, and it
+   may neither use nor give it back. It makes its own where it needs some. */
+void v_AFTER_FORK(void (*pForget)());
+
 /* Gives back everything on the registers, then exits, or ends by the signal.
    Standard output is flushed before; where that fails, it is told on standard error,
    and an exit code 0 becomes 2. */

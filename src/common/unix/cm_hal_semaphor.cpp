@@ -31,23 +31,27 @@ constexpr int iLOCK_PAUSE_MS = 2;
 enum TAKE { TAKE_HELD, TAKE_BUSY, TAKE_FAILED };
 
 /* Locks held by this process, by file. flock tells two open files of one process
-   apart like those of two, so it cannot say that the holder is ourselves. A forked
-   process has its parent's list, and holds nothing of it. */
+   apart like those of two, so it cannot say that the holder is ourselves. */
 std::map<std::string, FD>& HELD()
 {
     static IMMORTAL<std::map<std::string, FD>> held;
-    static pid_t                               iHolder = getpid();
-    if (iHolder != getpid()) held.Get().clear();
-    iHolder = getpid();
+    static const int                           iOnce = (v_AFTER_FORK([] { HELD().clear(); }), 1);
+    static_cast<void>(iOnce);
     return held.Get();
+}
+
+/* A caller may fill an array to its last byte. */
+template<size_t N>
+std::string sTEXT_OF(const char (&szText)[N])
+{
+    return {szText, strnlen(szText, N)};
 }
 
 std::string sSEMA_FILE(const sct_semaphore& sema)
 {
     std::string sDirectory;
     iCONFIG_VARIABLE("gv_rw", sDirectory);
-    const std::string sName = szFILE_NAME({sema.szSema, strnlen(sema.szSema, sizeof sema.szSema)});
-    return sDirectory + "sema/" + sName;
+    return sDirectory + "sema/" + szFILE_NAME(sTEXT_OF(sema.szSema));
 }
 
 void TELL(sct_semaphore& sema, const char* cpVerb, const std::string& sFile)
@@ -108,7 +112,7 @@ TAKE eTAKE(sct_semaphore& sema, const std::string& sFile, FD& fd)
 /* For people who look: who holds it. Nothing depends on it. */
 void SIGN(int iFd, const sct_semaphore& sema)
 {
-    const std::string sText = std::string(sema.szCaller) + " " + std::to_string(getpid()) + "\n";
+    const std::string sText = sTEXT_OF(sema.szCaller) + " " + std::to_string(getpid()) + "\n";
     if (ftruncate(iFd, 0) == 0 && pwrite(iFd, sText.data(), sText.size(), 0) < 0) errno = 0;
 }
 

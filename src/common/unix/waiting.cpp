@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -57,6 +58,13 @@ void GIVE_BACK()
     }
 }
 
+/* What is registered here is the parent's to give back. */
+void FORGET_PARENTS()
+{
+    AT_END().clear();
+    v_FORGET_CHILDREN();
+}
+
 /* What was printed has left. The stream may have failed long before; its reason is
    known only when it does so now. */
 bool bOUTPUT_WRITTEN()
@@ -103,7 +111,7 @@ timespec sctLEFT(long lDeadline)
 
 void v_GIVE_BACK_AT_EXIT()
 {
-    static const int iOnce = std::atexit(GIVE_BACK);
+    static const int iOnce = (v_AFTER_FORK(FORGET_PARENTS), std::atexit(GIVE_BACK));
     static_cast<void>(iOnce);
 }
 
@@ -200,6 +208,11 @@ void v_AT_END(void (*pDone)())
 {
     v_GIVE_BACK_AT_EXIT();
     AT_END().push_back(pDone);
+}
+
+void v_AFTER_FORK(void (*pForget)())
+{
+    pthread_atfork(nullptr, nullptr, pForget);
 }
 
 void v_END_PROCESS(int iExit)

@@ -5,6 +5,9 @@
 /* Ends every child on the register, all at once, but those that outlive this process. */
 void v_END_CHILDREN();
 
+/* In a process that was forked off this one: the children are its parent's. */
+void v_FORGET_CHILDREN();
+
 /* From now on exit gives back what stands on the registers. */
 void v_GIVE_BACK_AT_EXIT();
 

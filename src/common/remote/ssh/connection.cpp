@@ -249,6 +249,13 @@ void END_CONNECTIONS()
     DIRECTORY() = {};
 }
 
+/* In a forked process: the folder and the connections are its parent's. */
+void LEAVE_TO_PARENT()
+{
+    CONNECTIONS().clear();
+    DIRECTORY() = {};
+}
+
 }  // namespace
 
 void v_REMOTE_DONE()
@@ -271,6 +278,8 @@ const std::string& sPRIVATE_DIRECTORY()
     directory.sPath = sTemplate;
     directory.fdLock = fdLOCKED(sTemplate);
     prctl(PR_SET_CHILD_SUBREAPER, 1);
+    static const int iOnce = (v_AFTER_FORK(LEAVE_TO_PARENT), 1);
+    static_cast<void>(iOnce);
     v_AT_END(END_CONNECTIONS);
     return directory.sPath;
 }

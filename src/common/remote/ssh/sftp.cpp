@@ -221,8 +221,7 @@ void REMOVE_AT_END()
 struct UNDER_WAY {
     explicit UNDER_WAY(TRANSFER& transfer)
     {
-        static const bool bRegistered = (v_AT_END(REMOVE_AT_END), true);
-        static_cast<void>(bRegistered);
+        v_AT_END(REMOVE_AT_END);
         CURRENT() = &transfer;
     }
     UNDER_WAY(const UNDER_WAY&) = delete;
