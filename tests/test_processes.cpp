@@ -11,6 +11,7 @@
 #include "common/remote/ssh/connection.h"
 #include "common/remote/ssh/known_key.h"
 #include "common/remote/ssh/sftp.h"
+#include "common/remote/ssh/ssh_configuration.h"
 #include "common/remote/wrapper.h"
 #include "common/unix/local_command.h"
 #include "common/unix/read_now.h"
@@ -343,6 +344,35 @@ TEST_F(TRIES, keep_their_sockets_where_nobody_can_put_another_folder)
             const std::string sPlace = sPRIVATE_DIRECTORY();
             std::filesystem::remove(sPlace);
             return !sPlace.empty() && sPlace.starts_with(sTmp) == row.bUsed;
+        }));
+    }
+}
+
+TEST_F(TRIES, nothing_of_the_administrators_goes_to_a_client_or_serves_a_jump_host)
+{
+    WRITE_FILE(sPATH("config"),
+               "Host *\nForwardAgent yes\nForwardX11 yes\nGSSAPIDelegateCredentials yes\n"
+               "SendEnv PATH\nSetEnv A=1\nPermitLocalCommand yes\nTunnel yes\n"
+               "ControlMaster auto\nControlPath /tmp/%h\n");
+    for (const bool bFolder : {true, false}) {
+        EXPECT_TRUE(bALONE([&] {
+            const std::string sFolder = sPRIVATE_DIRECTORY();
+            if (!bFolder) std::filesystem::remove_all(sFolder);
+            TEXTS       asWord;
+            std::string sReason;
+            iSSH_CONFIGURATION(sPATH("config"), asWord, sReason);
+            asWord.insert(asWord.begin(), {"ssh", "-G"});
+            asWord.emplace_back("alpha");
+            const std::string sSaid = sSAID_BY(asWord, 5000);
+            std::filesystem::remove_all(sFolder);
+            for (const char* cpLine :
+                 {"forwardagent no", "forwardx11 no", "gssapidelegatecredentials no",
+                  "permitlocalcommand no", "tunnel false", "setenv VK_CONFIG_CLIENT=1",
+                  "controlmaster false"})
+                EXPECT_THAT(sSaid, HasSubstr(std::string("\n") + cpLine + "\n"));
+            for (const char* cpKey : {"\nsendenv ", "A=1", "\ncontrolpath "})
+                EXPECT_THAT(sSaid, testing::Not(HasSubstr(cpKey)));
+            return !HasFailure();
         }));
     }
 }

@@ -79,7 +79,7 @@ int iJUMP_COMMAND(const HOST& host, const std::vector<std::string>& asConfig, in
     if (!mover.sUser.empty()) asWord.insert(asWord.end(), {"-l", mover.sUser});
     for (const std::string& s : asWord)
         sCommand += sPERCENT_DOUBLED(sSHELL_WORD(SHELL_POSIX, s)) + " ";
-    sCommand += "-W '[%h]:%p' -- " + sMover;
+    sCommand += "-W '[%h]:%p' -- " + sPERCENT_DOUBLED(sSHELL_WORD(SHELL_POSIX, sMover));
     return 1;
 }
 

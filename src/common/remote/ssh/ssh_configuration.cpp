@@ -2,6 +2,7 @@
 #include "ssh_configuration.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -18,7 +19,9 @@
 
 namespace {
 
-// Nothing of the administrator's goes to a client. Of several SetEnv the first counts.
+// Nothing of the administrator's goes to a client. Of several SetEnv the first counts. The
+// run's own connection is shared by the command line, which comes before this; the one to
+// a host in between by nobody, or it would outlive the run and serve the next.
 constexpr char szFIRST[] =
     "Host *\n"
     "    ForwardAgent no\n"
@@ -29,6 +32,8 @@ constexpr char szFIRST[] =
     "    RemoteCommand none\n"
     "    StdinNull no\n"
     "    ForkAfterAuthentication no\n"
+    "    ControlMaster no\n"
+    "    ControlPath none\n"
     "    SetEnv VK_CONFIG_CLIENT=1\n";
 // A new host key is kept, a changed one refused. What SendEnv gathered is let go.
 constexpr char szLAST[] =
@@ -74,25 +79,28 @@ int iSETTINGS(const std::string& sConfig, std::string& sText, std::string& sReas
 std::string sWRITTEN(const std::string& sConfig, const std::string& sText)
 {
     static IMMORTAL<std::map<std::string, std::string>> written;
-    std::string&                                        sFile = written.Get()[sConfig];
-    if (!sFile.empty()) return sFile;
-    const std::string& sDirectory = sPRIVATE_DIRECTORY();
+    const std::string&                                  sDirectory = sPRIVATE_DIRECTORY();
     if (sDirectory.empty()) return {};
+    std::string& sFile = written.Get()[sDirectory + "\n" + sConfig];
+    if (!sFile.empty()) return sFile;
     const std::string sPath = sDirectory + "/config" + std::to_string(written.Get().size());
     const FD          fd(open(sPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
     if (fd.bOpen() && iWRITE_ALL(fd.iGet(), sText)) sFile = sPath;
     return sFile;
 }
 
-/* The same on the command line alone, for a run that has no place for a file. */
-std::vector<std::string> asWITHOUT_FILE(const std::string& sConfig)
+/* The same in memory, for a run that has no place for a file: ssh reads it over this
+   process's descriptor. "" where there is no memory either (errno). */
+std::string sIN_MEMORY(const std::string& sConfig, const std::string& sText)
 {
-    std::vector<std::string> asWord = {"-o", "ForwardAgent=no",          "-o", "ForwardX11=no",
-                                       "-o", "PermitLocalCommand=no",    "-o", "Tunnel=no",
-                                       "-o", "SetEnv=VK_CONFIG_CLIENT=1"};
-    if (!sConfig.empty())
-        asWord.insert(asWord.end(), {"-F", sConfig, "-o", "StrictHostKeyChecking=accept-new"});
-    return asWord;
+    static IMMORTAL<std::map<std::string, FD>> kept;
+    FD&                                        fd = kept.Get()[sConfig];
+    if (!fd.bOpen()) {
+        FD fdNew(memfd_create("ssh_config", MFD_CLOEXEC));
+        if (!fdNew.bOpen() || !iWRITE_ALL(fdNew.iGet(), sText)) return {};
+        fd = std::move(fdNew);
+    }
+    return "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(fd.iGet());
 }
 
 }  // namespace
@@ -102,8 +110,11 @@ int iSSH_CONFIGURATION(const std::string& sConfig, std::vector<std::string>& asW
 {
     std::string sText = szFIRST;
     if (!iSETTINGS(sConfig, sText, sReason)) return 0;
-    const std::string sFile = sWRITTEN(sConfig, sText + szLAST);
-    asWord = sFile.empty() ? asWITHOUT_FILE(sConfig) : std::vector<std::string>{"-F", sFile};
+    sText += szLAST;
+    std::string sFile = sWRITTEN(sConfig, sText);
+    if (sFile.empty()) sFile = sIN_MEMORY(sConfig, sText);
+    if (sFile.empty()) return iCANNOT("write", "the configuration of ssh", sReason);
+    asWord = {"-F", sFile};
     return 1;
 }
 
