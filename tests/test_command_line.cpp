@@ -276,6 +276,14 @@ TEST_F(COMMAND_LINE, a_password_stands_in_no_text_that_the_run_leaves)
     EXPECT_THAT(TRACE_TEXT() + run.sErr, Not(testing::ContainsRegex("se'[\\\\']*cret")));
     EXPECT_THAT(PROTOCOL(), Each(Not(HasSubstr("cret"))));
     EXPECT_THAT(INFO(), Each(Not(HasSubstr("cret"))));
+    // Nor does a client show its own, which this run gives to nobody.
+    for (const std::string sOwn : {"own-word", "own"}) {
+        SQL("update clients set os_password='" + sOwn + "' where name='alpha'");
+        SWITCH("alpha", "qtc", {"mode=fail", "text=own-word refused"});
+        EXPECT_THAT(CONFIG_CLIENT({"-c", "alpha", "-C", "r"}).sOut,
+                    HasSubstr(sOwn == "own" ? "alpha: own-word refused" : "alpha: *** refused"));
+        EXPECT_THAT(COLUMN("alpha", "msg"), HasSubstr("own-word refused"));
+    }
     // One too short to be searched for: what the client says is left out whole.
     SQL("update clients set password='c7#' where name='nd1'");
     SWITCH("alpha", "qtc_ndmp", {"mode=fail", "text=login u/c7# refused"});

@@ -44,11 +44,15 @@ HOST sctREAD_HOST(const std::string& sName, const str_log& sctLog)
     char szUser[256] = "";
     char szMover[256] = "";
     char szPlatform[256] = "";
-    iDB_VA(SQL("select client_id,accessmode,os_user,data_mover,platform from clients left join "
-               "oper_systems on oper_systems.os=clients.os where name='%s'",
+    char szPassword[2048] = "";
+    char szOsPassword[2048] = "";
+    iDB_VA(SQL("select client_id,accessmode,os_user,data_mover,platform,password,os_password from "
+               "clients left join oper_systems on oper_systems.os=clients.os where name='%s'",
                std::string_view(sName)),
            szReply, static_cast<int>(sizeof szReply), &sctLog, "client_id", szId, "accessmode",
-           szMode, "os_user", szUser, "data_mover", szMover, "platform", szPlatform, "d");
+           szMode, "os_user", szUser, "data_mover", szMover, "platform", szPlatform, "password",
+           szPassword, "os_password", szOsPassword, "d");
+    for (const char* cpPassword : {szPassword, szOsPassword}) v_SECRET_SEEN(cpPassword);
     HOST host;
     host.sName = sName;
     // The reply of a statement that ran is a number of rows.

@@ -91,6 +91,11 @@ void v_SECRET(std::string_view svPassword, SECRET_PLACE ePlace)
     }
 }
 
+void v_SECRET_SEEN(std::string_view svPassword)
+{
+    if (svPassword.size() >= uSEARCHED) v_SECRET(svPassword);
+}
+
 std::string sFOREIGN(std::string_view svText, SECRET_PLACE ePlace)
 {
     return abShort[ePlace] && !svText.empty() ? "***" : sREPLACED(svText);

@@ -18,6 +18,10 @@ enum SECRET_PLACE {
    sFOREIGN shows nothing. */
 void v_SECRET(std::string_view svPassword, SECRET_PLACE ePlace = SECRET_OF_CLIENT);
 
+/* A password that this run hands to nobody, but its owner may: searched for where it is
+   long enough, and nothing is left out for a shorter one. */
+void v_SECRET_SEEN(std::string_view svPassword);
+
 /* A value of a line, every password in it replaced by "***". Of a message of the
    program's own catalogue only the text that came from elsewhere. */
 std::string sMASKED(std::string_view svText);
