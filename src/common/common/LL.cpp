@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
+#include <utility>
 
 #include "../text/immortal.h"
 #include "../text/pattern.h"
@@ -20,10 +20,17 @@ struct alignas(std::max_align_t) ELEMENT {
     l_list link;
 };
 
-/* Lists live until the process ends, so one owner holds all of them. */
-struct LIST : s_LL {
-    std::vector<std::unique_ptr<std::byte[]>> elements;
+/* Lists and elements live until the process ends, so one owner holds all of them. */
+struct OWNER {
+    std::deque<s_LL>                         lists;
+    std::deque<std::unique_ptr<std::byte[]>> elements;
 };
+
+OWNER& OWN()
+{
+    static IMMORTAL<OWNER> owner;
+    return owner.Get();
+}
 
 l_list* pLINK(void* pElement)
 {
@@ -39,19 +46,21 @@ void* pDATA(l_list* pLink)
 
 t_LL ConsLL()
 {
-    static IMMORTAL<std::deque<LIST>> lists;
-    LIST&                             list = lists.Get().emplace_back();
+    s_LL& list = OWN().lists.emplace_back();
     list.links.u.ll = {nullptr, nullptr, 0};
     return &list;
 }
 
 void* InsLastLLf(t_LL pList, size_t uSize, const void* pData)
 {
-    auto& elements = static_cast<LIST*>(pList)->elements;
-    elements.push_back(std::make_unique_for_overwrite<std::byte[]>(sizeof(ELEMENT) + uSize));
+    if (pList == nullptr || (pData == nullptr && uSize > 0)) return nullptr;
+    // A terminator of its own: elements are read as texts.
+    auto pBytes = std::make_unique_for_overwrite<std::byte[]>(sizeof(ELEMENT) + uSize + 1);
+    pBytes[sizeof(ELEMENT) + uSize] = std::byte{0};
     l_list& head = pList->links.u.ll;
     l_list* pLast = head.backward;
-    l_list* pNew = &(::new (static_cast<void*>(elements.back().get())) ELEMENT)->link;
+    l_list* pNew = &(::new (static_cast<void*>(pBytes.get())) ELEMENT)->link;
+    OWN().elements.push_back(std::move(pBytes));
     *pNew = {nullptr, pLast, uSize};
     (pLast != nullptr ? pLast->forward : head.forward) = pNew;
     head.backward = pNew;

@@ -37,7 +37,8 @@ using t_LL = s_LL*;
 /* A new empty list. */
 t_LL ConsLL();
 
-/* Appends an element of uSize bytes copied from pData. Returns its data. */
+/* Appends an element of uSize bytes copied from pData; a terminator stands behind them.
+   Returns its data; null, and nothing is appended, where there is no list or no data. */
 void* InsLastLLf(t_LL pList, size_t uSize, const void* pData);
 
 /* Number of elements; 0 for a null list. */

@@ -136,7 +136,7 @@ void TELL_UNKNOWN_SECTION(const READING& reading, std::string_view svSection)
                              "; what stands in it is not used"));
 }
 
-/* A value that makes no sense is told; it counts as not set. */
+/* A value that makes no sense is told; the key counts as not set, whatever stood before. */
 bool bSENSE(const READING& reading, const CONFIG_KEY& key, const std::string& sValue)
 {
     if (sValue.empty()) return true;
@@ -165,8 +165,10 @@ int iTAKE_VALUE(void* pReading, const char* cpSection, const char* cpKey, const 
     const CONFIG_KEY* pKey = pCONFIG_KEY(cpSection, cpKey);
     if (pKey == nullptr && !bOWN_DIRECTORY(cpSection, cpKey))
         TELL_UNKNOWN_KEY(reading, cpSection, cpKey);
-    if (pKey != nullptr && !bSENSE(reading, *pKey, cpValue)) return 1;
-    reading.pConfig->sections[cpSection][cpKey] = {cpValue, reading.iLine};
+    if (pKey == nullptr || bSENSE(reading, *pKey, cpValue))
+        reading.pConfig->sections[cpSection][cpKey] = {cpValue, reading.iLine};
+    else
+        reading.pConfig->sections[cpSection].erase(cpKey);
     return 1;
 }
 

@@ -23,6 +23,9 @@ constexpr size_t uREAD_AT_ONCE = size_t{256} * 1024;  // then the limits are loo
 // ssh ends at once after the command, unless something was left behind there.
 constexpr int iLET_GO_MS = 300;
 constexpr int iSTEP_MS = 250;  // how often a child is asked whether it moves
+// What a caller may ask for at most.
+constexpr int iLONGEST_S = 7 * 86400;
+constexpr int iMOST_RETRIES = 1000;
 
 struct RUNNING {
     CHILD       child;
@@ -170,6 +173,8 @@ void TRACE_COMMAND_LINE(const CHILD_SPEC& sctSpec, const str_log& sctLog)
 
 LIMITS sctLIMITS(int iTimeout, int iRetries)
 {
+    iTimeout = std::min(iTimeout, iLONGEST_S);
+    iRetries = std::clamp(iRetries, 0, iMOST_RETRIES);
     if (iTimeout > 0) return {iTimeout, iTimeout, 3 * iTimeout, iRetries};
     return {iCONFIG_CONNECT_TIMEOUT(), iCONFIG_IDLE_TIMEOUT(), iCONFIG_TOTAL_TIMEOUT(), iRetries};
 }

@@ -63,9 +63,15 @@ std::string sVALUE(const std::string& sGiven, va_list& args)
         case 'G':
         case 'a':
         case 'A': {
+            if (sPlace.find('L') != std::string::npos) {
+                const long double dLong = va_arg(args, long double);
+                return sPRINTED(cpPlace, dLong);
+            }
             const double dValue = va_arg(args, double);
             return sPRINTED(cpPlace, dValue);
         }
+        case 'm':
+            return sPRINTED(cpPlace);
         case 'p': {
             const void* pValue = va_arg(args, void*);
             return sPRINTED(cpPlace, pValue);
@@ -104,7 +110,7 @@ std::string sFORMATTED_MASKED(const char* cpFormat, va_list args)
         sText.append(cp, uLiteral);
         cp += uLiteral;
         if (*cp == '\0') break;
-        const size_t      uPlace = std::strspn(cp + 1, "0123456789.-+ #hlzjt*") + 2;
+        const size_t      uPlace = std::strcspn(cp + 1, "diouxXeEfFgGaAcspm%") + 2;
         const std::string sPlace(cp, cp[uPlace - 1] == '\0' ? uPlace - 1 : uPlace);
         cp += sPlace.size();
         sText += sVALUE(sPlace, rest);
