@@ -309,6 +309,11 @@ TEST_F(REGISTRATION, what_cannot_be_stored_is_told)
         SQL("drop trigger if exists no on interfaces");
     }
 
+    SQL("create trigger no before insert on clients for each row execute function no()");
+    run = CONFIG_CLIENT({"-c", "new", "-o", "Linux"});
+    EXPECT_THAT(run.sOut, HasSubstr("(ERROR: no room)"));
+    EXPECT_EQ(run.sErr, "");  // no word of a row that another run removed
+
     SQL("update clients set os='gone' where client_id=0");
     run = CONFIG_CLIENT(asRegister);
     EXPECT_THAT(run.sOut, HasSubstr("E004-HOSTS   Error during access to database  ()"));

@@ -29,8 +29,10 @@ int iSTORE_OUTCOME(const char* cpTxt, int iExit, const SCT_ARGS* pArg)
              "update clients set msg='%s',comment='%s',access_state='%d',access_time='%s',"
              "access_success='%s' where name='%s'",
              FREE_TEXT{cpTxt}, FREE_TEXT{cpTxt}, 0, szTime, szTime, pArg->szNodeName);
-    const int  iRows = iDB_EXECUTE(sNOT_STORED("outcome", pArg), szSql, strLog);
-    const bool bWasThere = pArg->szNodeId[0] != '\0' || !sctRUN_RECORD().sClientId.empty();
+    const int iRows = iDB_EXECUTE(sNOT_STORED("outcome", pArg), szSql, strLog);
+    // Where an insert failed (E004), the identifier is of a row that never was.
+    const bool bWasThere = (pArg->szNodeId[0] != '\0' && std::strncmp(cpTxt, "E004", 4) != 0) ||
+                           !sctRUN_RECORD().sClientId.empty();
     if (iRows == 0 && bWasThere && pArg->szCheck[0] != 'd')
         TELL("%s: another run has removed the client", sNOT_STORED("outcome", pArg).c_str());
     return iRows > 0;
