@@ -242,6 +242,7 @@ TEST_F(COMMAND_LINE, a_client_that_is_missing_and_one_of_an_unknown_system_are_t
         EXPECT_EQ(missing.sOut, cpE006);
         const RUN unknown = CONFIG_CLIENT({"-c", "odd", "-C", cpCheck});
         EXPECT_EQ(unknown.iExit, 1);
+        EXPECT_THAT(unknown.sErr, HasSubstr("operating system \"PalmOS\" is not in oper_systems"));
         EXPECT_EQ(unknown.sOut,
                   "STATUS=ERROR MSG=\"W003-HOSTS   Computer odd is not yet configured in QIR "
                   "velka´s database.\"\n");

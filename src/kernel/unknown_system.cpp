@@ -27,6 +27,10 @@ std::string sNEAREST(const char* cpGiven)
 void v_TELL_UNKNOWN_SYSTEM(const SCT_ARGS* pArg)
 {
     if (pArg->szPlatform[0] != '\0') return;
+    if (pArg->szOpersys[0] == '\0') {
+        TELL("%s is stored without an operating system; give it one with -o", pArg->szNodeName);
+        return;
+    }
     const std::string sNearest = sNEAREST(pArg->szOpersys);
     if (sNearest == pArg->szOpersys) return;  // known, and its class was not looked up
     const std::string sHint = sNearest.empty() ? "" : "; did you mean \"" + sNearest + "\"?";

@@ -72,6 +72,7 @@ int iDISPATCH(SCT_ARGS* pArg, const char* cpAccessMode, char (&szBuf)[N])
     const char cPath = pArg->szCheck[0];
     if (cPath != 'r' && cPath != 's' && cPath != 'd') return iREGISTER(pArg, cpAccessMode, szBuf);
     if (!iTEST_IF_ALREADY_IN_DATABASE(pArg, cpAccessMode)) {
+        v_TELL_UNKNOWN_SYSTEM(pArg);
         MESSAGE(szBuf, MSG_W003, pArg->szNodeName);
         return 0;
     }

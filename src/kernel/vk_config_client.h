@@ -124,8 +124,8 @@ void ARGUMENTS(int argc, char** argv, SCT_ARGS* pArg, char (&cpAccessMode)[11]);
                  failure ends the run with E004 */
 int iTEST_IF_ALREADY_IN_DATABASE(SCT_ARGS* pArg, const char* szAccessMode);
 
-/* Tells an operating system (-o) that is not in oper_systems, and the one that may be
-   meant; nothing for a known one. */
+/* Tells an operating system (of -o, or stored) that is not in oper_systems, and the one
+   that may be meant; nothing for a known one. */
 void v_TELL_UNKNOWN_SYSTEM(const SCT_ARGS* pArg);
 
 /* Registers the client, or refreshes its entry, and completes its interfaces;
