@@ -17,7 +17,6 @@
 #include <cstddef>
 #include <functional>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 #include "cm_trace.h"

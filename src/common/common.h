@@ -9,6 +9,7 @@
 #include "log/protocol.h"
 #include "text/appending.h"
 #include "text/command_line.h"
+#include "text/descriptor.h"
 #include "text/pattern.h"
 #include "text/secret.h"
 #include "text/standard_error.h"

@@ -193,12 +193,11 @@ int iPREPARE_INVENTORY(const SCT_ARGS* pArg, CLIENT_REPORT* pReport, bool bUpdat
 
 void v_STORE_INVENTORY(const SCT_ARGS* pArg, CLIENT_REPORT* pReport, INVENTORY* pInventory)
 {
-    char szReply[256];
-    if (iDB_ACCESS(pInventory->szSql, szReply, nullptr, strLog)) return;
+    if (iDB_RUN(pInventory->szSql, strLog) >= 0) return;
     if (sctDB_ERROR().sSqlState == cpTOO_LONG) {
         v_CUT_TO_COLUMNS(pReport);
         v_FORM_INVENTORY(pArg, *pReport, pInventory->ePart, pInventory->szSql);
-        iDB_ACCESS(pInventory->szSql, szReply, nullptr, strLog);
+        iDB_RUN(pInventory->szSql, strLog);
     }
     DB_TELL_FAILURE(sNOT_STORED("inventory", pArg), strLog);
 }

@@ -2,6 +2,8 @@
    Most texts write the acute accent where an apostrophe would stand. */
 #include "messages.h"
 
+#include <algorithm>
+
 #include "../common/common.h"
 
 namespace {
@@ -230,21 +232,9 @@ static_assert(bMARKS_FIT(), "no text may want more values than the English one")
 /* Messages whose last value comes from another program or a library. */
 bool bENDS_WITH_FOREIGN(MESSAGE_ID eId)
 {
-    switch (eId) {
-        case MSG_E002:
-        case MSG_E003:
-        case MSG_E004:
-        case MSG_E020:
-        case MSG_E021:
-        case MSG_E022:
-        case MSG_W004:
-        case MSG_W005:
-        case MSG_W006:
-        case MSG_W007:
-            return true;
-        default:
-            return false;
-    }
+    constexpr MESSAGE_ID aeForeign[] = {MSG_E002, MSG_E003, MSG_E004, MSG_E020, MSG_E021,
+                                        MSG_E022, MSG_W004, MSG_W005, MSG_W006, MSG_W007};
+    return std::find(std::begin(aeForeign), std::end(aeForeign), eId) != std::end(aeForeign);
 }
 
 }  // namespace

@@ -4,11 +4,9 @@
    rollout.h says. It works on no client itself; the children write day protocol, info
    output and rows. What a child could not write, since it was not started or was killed,
    this run writes into the outcome log. */
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <list>
 #include <set>
 #include <string>

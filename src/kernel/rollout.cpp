@@ -1,7 +1,7 @@
 /* Pilot and limit of failures of an update of many clients. */
 #include "rollout.h"
 
-#include "../common/config/variables.h"
+#include "../common/config/config.h"
 
 namespace {
 

@@ -1,7 +1,6 @@
 /* The end of every client run: the outcome goes to the client's row, the day
    protocol, the info output, standard output and the exit code, in one place. */
 #include <cstdio>
-#include <cstring>
 
 #include "../common/log/outcome_log.h"
 #include "run_outcome.h"

@@ -129,13 +129,6 @@ LINE_WORDS sctWORDS()
     }
 }
 
-std::string sJOINED(const std::vector<std::string>& asText)
-{
-    std::string s;
-    for (const std::string& sText : asText) s += (s.empty() ? "" : "; ") + sText;
-    return s;
-}
-
 /* What failed and where, the words, the cure, how to see it, where the protocol stands:
    at most five lines. */
 std::vector<std::string> asFAILURE_LINES(const RUN_RECORD& record)
@@ -145,7 +138,7 @@ std::vector<std::string> asFAILURE_LINES(const RUN_RECORD& record)
     std::vector<std::string> asLine{
         (record.sClient.empty() ? "" : record.sClient + ": ") + diagnosis.sSentence + " [" +
         (diagnosis.sStage.empty() ? "" : diagnosis.sStage + ", ") + diagnosis.sCause + "]"};
-    const std::string sWords = sJOINED(diagnosis.asWords);
+    const std::string sWords = sJOINED(diagnosis.asWords, "; ");
     if (!sWords.empty()) asLine.push_back(words.cpWords + sFOREIGN(sWords));
     if (!diagnosis.sCure.empty()) asLine.push_back(words.cpCure + diagnosis.sCure);
     if (!diagnosis.sTry.empty()) asLine.push_back(words.cpTry + diagnosis.sTry);

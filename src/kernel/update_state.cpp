@@ -9,15 +9,16 @@
 
 namespace {
 
-/* The words and the column that differ between the two kinds of update. */
+/* The words and columns that differ between the two kinds of update. */
 struct KIND_WORDS {
     const char* cpKind;
     const char* cpLowerKind;
+    const char* cpNumberColumn;
     const char* cpDateColumn;
 };
-constexpr KIND_WORDS sctPackage = {"Update", "update", "update_date"};
+constexpr KIND_WORDS sctPackage = {"Update", "update", "version_number", "update_date"};
 constexpr KIND_WORDS sctServicepack = {"Servicepack update", "servicepack update",
-                                       "servicepack_date"};
+                                       "servicepack_number", "servicepack_date"};
 
 const KIND_WORDS& sctWORDS(const UPDATE_RUN* pRun)
 {
@@ -37,10 +38,8 @@ void v_STATE_WITH_MESSAGE(const UPDATE_RUN* pRun, const char* cpFormat)
     const KIND_WORDS& words = sctWORDS(pRun);
     TRACE("Insert %s specific information update_state, update_message, %s in database",
           words.cpLowerKind, words.cpDateColumn);
-    char szSql[2048];
-    iSQL(szSql, cpFormat, FREE_TEXT{pRun->szMsg}, RAW_TEXT{words.cpDateColumn}, psz_now_iso(),
-         pRun->pArg->szNodeName);
-    v_EXECUTE(pRun, szSql);
+    v_EXECUTE(pRun, SQL(cpFormat, FREE_TEXT{pRun->szMsg}, RAW_TEXT{words.cpDateColumn},
+                        psz_now_iso(), pRun->pArg->szNodeName));
 }
 
 /* The run's message names no cause. cpRows is the number of rows that were read. */
@@ -60,19 +59,18 @@ void v_TELL_UNREAD(const SCT_ARGS* pArg, const char* cpRows)
 
 int iREAD_CLIENT(UPDATE_RUN* pRun)
 {
-    char szReply[256];
-    char szUserName[256];
-    char szPassword[256];
-    char szServerType[256];
-    char szPackage[256];
-    char szVelkaVersion[256];
-    char szSql[2048];
-    iSQL(szSql, "select * from clients where name='%s'", pRun->pArg->szNodeName);
-    const int iRead = iDB_VA(szSql, szReply, sizeof szReply, &strLog, "client_id", pRun->szClientId,
-                             "os", pRun->szOs, "user_name", szUserName, "password", szPassword,
-                             "vm_server_type", szServerType, "package", szPackage, "velka_version",
-                             szVelkaVersion, "version_number", pRun->szVersionNumber,
-                             "servicepack_number", pRun->szServicepackNumber, "d");
+    char      szReply[256];
+    char      szUserName[256];
+    char      szPassword[256];
+    char      szServerType[256];
+    char      szPackage[256];
+    char      szVelkaVersion[256];
+    const int iRead =
+        iDB_VA(SQL("select * from clients where name='%s'", pRun->pArg->szNodeName), szReply,
+               sizeof szReply, &strLog, "client_id", pRun->szClientId, "os", pRun->szOs,
+               "user_name", szUserName, "password", szPassword, "vm_server_type", szServerType,
+               "package", szPackage, "velka_version", szVelkaVersion, "version_number",
+               pRun->szVersionNumber, "servicepack_number", pRun->szServicepackNumber, "d");
     if (iRead != 1) {
         v_TELL_UNREAD(pRun->pArg, szReply);
         return 0;
@@ -89,12 +87,12 @@ void v_STATE_IN_PROGRESS(const UPDATE_RUN* pRun)
     const KIND_WORDS& words = sctWORDS(pRun);
     TRACE("Insert %s specific information update_state, update_message in database",
           words.cpLowerKind);
-    char szSql[2048];
-    iSQL(szSql,
-         "update clients set update_state='a',update_message='%s in progress using package %s' "
-         "where name='%s'",
-         words.cpKind, FREE_TEXT{pRun->pArg->szPackage}, pRun->pArg->szNodeName);
-    if (iDB_EXECUTE(sNOT_STORED("update state", pRun->pArg), szSql, strLog) >= 0) return;
+    if (iDB_EXECUTE_SQL(sNOT_STORED("update state", pRun->pArg), strLog,
+                        "update clients set update_state='a',update_message='%s in progress using "
+                        "package %s' where name='%s'",
+                        words.cpKind, FREE_TEXT{pRun->pArg->szPackage},
+                        pRun->pArg->szNodeName) >= 0)
+        return;
     TRACE("Error during update of update_state, update_message in clients table '%s'",
           sctDB_ERROR().sText.c_str());
 }
@@ -116,16 +114,11 @@ void v_STATE_ERROR(const UPDATE_RUN* pRun)
 void v_STATE_SUCCESS(const UPDATE_RUN* pRun)
 {
     const KIND_WORDS& words = sctWORDS(pRun);
-    char              szSql[2048];
-    if (pRun->pArg->eUpdate == sp_update)
-        iSQL(szSql,
-             "update clients set update_state='0',update_message='%s finished successfully',"
-             "servicepack_number=%ld,servicepack_date='%s' where name='%s'",
-             words.cpKind, pRun->lServicepack, psz_now_iso(), pRun->pArg->szNodeName);
-    else
-        iSQL(szSql,
-             "update clients set update_state='0',update_message='%s finished successfully',"
-             "version_number=%ld,update_date='%s' where name='%s'",
-             words.cpKind, pRun->lVersion, psz_now_iso(), pRun->pArg->szNodeName);
-    v_EXECUTE(pRun, szSql);
+    const bool        bServicepack = pRun->pArg->eUpdate == sp_update;
+    v_EXECUTE(pRun,
+              SQL("update clients set update_state='0',update_message='%s finished successfully',"
+                  "%s=%ld,%s='%s' where name='%s'",
+                  words.cpKind, RAW_TEXT{words.cpNumberColumn},
+                  bServicepack ? pRun->lServicepack : pRun->lVersion, RAW_TEXT{words.cpDateColumn},
+                  psz_now_iso(), pRun->pArg->szNodeName));
 }

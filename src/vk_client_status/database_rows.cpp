@@ -101,10 +101,7 @@ int iREAD_ROWS(std::vector<CLIENT>& clients, std::string& sError)
     char              szReply[1024];
     const std::string sSql = "select " + sCOLUMNS(asctColumn) +
                              " from clients where client_id<>0 order by name collate \"C\"";
-    if (!iDB_ACCESS(sSql.c_str(), szReply, &list, str_log{})) {
-        sError = szReply;
-        return 0;
-    }
+    if (!iDB_ACCESS(sSql.c_str(), szReply, &list, str_log{})) return iREASON(sError, szReply);
     clients.reserve(static_cast<size_t>(list.iRows));
     for (const auto* p = list.pstrFirstRec; p != nullptr; p = p->pstrNextRec) {
         CLIENT& client = clients.emplace_back();

@@ -17,7 +17,6 @@
 #include <unordered_map>
 
 #include "common/common.h"
-#include "common/config/config.h"
 #include "common/unix/cm_hal_semaphor.h"
 #include "database_rows.h"
 #include "moment.h"
@@ -34,12 +33,9 @@ enum LOCKS { LOCKS_NONE, LOCKS_SOME, LOCKS_HIDDEN };
 
 LOCKS eLOCKS()
 {
-    struct CLOSE {
-        void operator()(DIR* p) const { closedir(p); }
-    };
-    const std::string                 sDirectory = std::string(read_glbv("gv_rw")) + "sema";
-    const std::unique_ptr<DIR, CLOSE> pDir{opendir(sDirectory.c_str())};
-    LOCKS                             eSeen = pDir || errno == ENOENT ? LOCKS_NONE : LOCKS_HIDDEN;
+    const std::string sDirectory = std::string(read_glbv("gv_rw")) + "sema";
+    const std::unique_ptr<DIR, FREE_BY<closedir>> pDir{opendir(sDirectory.c_str())};
+    LOCKS eSeen = pDir || errno == ENOENT ? LOCKS_NONE : LOCKS_HIDDEN;
     while (const dirent* pEntry = pDir ? readdir(pDir.get()) : nullptr) {
         if (!std::string_view(pEntry->d_name).starts_with(svSEMAPHORE)) continue;
         eSeen = LOCKS_SOME;
@@ -246,7 +242,6 @@ int iREAD_FLEET(const READ_WISH& wish, FLEET& fleet, std::vector<OUTCOME>& runs)
         fleet.alDay[static_cast<size_t>(i)] = lDAY_BEGIN(wish.lNow, iSTRIP_DAYS - 1 - i);
     LOGS logs;
     v_READ_LOGS(wish, fleet.alDay, logs);
-    fleet.iLogFiles = static_cast<int>(logs.asFile.size());
     fleet.lBadLines = logs.lBad;
     fleet.bDatabase = iREAD_ROWS(fleet.clients, fleet.sDatabaseError) == 1;
     if (!fleet.bDatabase) v_CLIENTS_OF_LOGS(logs, fleet.clients);

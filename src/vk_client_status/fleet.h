@@ -81,9 +81,8 @@ struct FLEET {
     int                               iStaleDays = 3;
     bool                              bDatabase = true;
     std::string                       sDatabaseError;  // why the database could not be read
-    int                               iLogFiles = 0;
-    long                              lBadLines = 0;  // of the outcome logs, passed over
-    std::array<long, iSTRIP_DAYS + 1> alDay{};        // where the days of the strips begin
+    long                              lBadLines = 0;   // of the outcome logs, passed over
+    std::array<long, iSTRIP_DAYS + 1> alDay{};         // where the days of the strips begin
 };
 
 /* How many clients stand in each state. */

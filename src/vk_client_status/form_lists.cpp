@@ -61,9 +61,7 @@ std::string sCSV(const std::string& sValue)
     if (!s.empty() && std::string_view("=+-@\t\r").find(s[0]) != std::string_view::npos)
         s.insert(0, "'");
     if (s.find_first_of(",\"\r\n") == s.npos) return s;
-    std::string sQuoted = "\"";
-    for (const char c : s) sQuoted.append(c == '"' ? 2 : 1, c);
-    return sQuoted + "\"";
+    return "\"" + sMARKED(s, "\"", '"') + "\"";
 }
 
 struct CSV_COLUMN {

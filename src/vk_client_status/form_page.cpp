@@ -28,26 +28,14 @@ constexpr size_t uVERSIONS_MOST = 8;  // bars; the rest is one more
 /* A text as HTML, one line. */
 std::string sHTML(std::string_view svText)
 {
-    std::string s;
-    for (const char c : sONE_LINE(svText)) switch (c) {
-            case '&':
-                s += "&amp;";
-                break;
-            case '<':
-                s += "&lt;";
-                break;
-            case '>':
-                s += "&gt;";
-                break;
-            case '"':
-                s += "&quot;";
-                break;
-            case '\'':
-                s += "&#39;";
-                break;
-            default:
-                s += c;
-        }
+    constexpr std::string_view svSpecial = "&<>\"'";
+    constexpr const char*      acpName[] = {"&amp;", "&lt;", "&gt;", "&quot;", "&#39;"};
+    std::string                s;
+    for (const char c : sONE_LINE(svText))
+        if (const size_t u = svSpecial.find(c); u != svSpecial.npos)
+            s += acpName[u];
+        else
+            s += c;
     return s;
 }
 

@@ -5,7 +5,6 @@
 
 #include <charconv>
 #include <cstdio>
-#include <cstring>
 
 #include "common/common.h"
 
@@ -61,13 +60,6 @@ struct OPTION {
     const char* cpWants;  // what a value must be; null: it takes none
     bool (*pTake)(OPTIONS& options, const std::string& sValue);
 };
-
-bool bNUMBER(const std::string& sValue, int iMin, int iMax, int& iNumber)
-{
-    const char* cpEnd = sValue.data() + sValue.size();
-    const auto  result = std::from_chars(sValue.data(), cpEnd, iNumber);
-    return result.ec == std::errc() && result.ptr == cpEnd && iNumber >= iMin && iNumber <= iMax;
-}
 
 bool bLIMIT(std::string sValue, LIMIT& limit)
 {

@@ -17,7 +17,6 @@
 #include <nlohmann/json.hpp>
 
 #include "common/common.h"
-#include "common/text/descriptor.h"
 #include "line_keys.h"
 #include "moment.h"
 
@@ -39,10 +38,6 @@ struct LOG_FILE {
     }
 };
 
-struct CLOSE_DIRECTORY {
-    void operator()(DIR* pDir) const { closedir(pDir); }
-};
-
 /* A day label tells the file's day; of another label the time of the last writing. */
 long lDAY_OF(const std::string& sName, const std::string& sPath)
 {
@@ -57,9 +52,9 @@ long lDAY_OF(const std::string& sName, const std::string& sPath)
 
 std::vector<std::string> asLOG_FILES(long lFrom)
 {
-    const std::string                           sDirectory = read_glbv("gv_rw_prot");
-    const std::unique_ptr<DIR, CLOSE_DIRECTORY> pDir{opendir(sDirectory.c_str())};
-    std::vector<LOG_FILE>                       files;
+    const std::string                             sDirectory = read_glbv("gv_rw_prot");
+    const std::unique_ptr<DIR, FREE_BY<closedir>> pDir{opendir(sDirectory.c_str())};
+    std::vector<LOG_FILE>                         files;
     while (const dirent* pEntry = pDir ? readdir(pDir.get()) : nullptr) {
         const std::string sName = pEntry->d_name;
         if (!sName.ends_with(".jsonl")) continue;

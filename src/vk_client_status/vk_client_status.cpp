@@ -19,7 +19,6 @@
 #include "common/cm_db_access.h"
 #include "common/common.h"
 #include "common/config/config.h"
-#include "common/text/descriptor.h"
 #include "common/text/program.h"
 #include "common/unix/cm_hal_pipe.h"
 #include "options.h"

@@ -10,13 +10,13 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <memory>
 
 #include "common/config/config.h"
 #include "common/config/variables.h"
 #include "common/text/appending.h"
 #include "common/text/descriptor.h"
+#include "common/text/standard_error.h"
 #include "common/text/text.h"
 #include "common/unix/cm_hal_pipe.h"
 #include "gate.h"
@@ -42,11 +42,9 @@ int iREFUSED(TARGET& target, const char* cpCause)
     return 0;
 }
 
-int iFAILED(TARGET& target, const char* cpVerb, int iErrno)
+int iFAILED(TARGET& target, const char* cpVerb)
 {
-    target.sFailed =
-        std::string("cannot ") + cpVerb + " \"" + target.sName + "\": " + std::strerror(iErrno);
-    return 0;
+    return iCANNOT(cpVerb, target.sName, target.sFailed);
 }
 
 bool bLINK(int iFolder, const std::string& sName)
@@ -91,12 +89,13 @@ int iENTER(TARGET& target, const std::string& sFolder, bool bMake)
     constexpr int iFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
     const int     iFolder = target.fdFolder.iGet();
     if (bMake && mkdirat(iFolder, sFolder.c_str(), 0750) != 0 && errno != EEXIST)
-        return iFAILED(target, "make the folder of", errno);
+        return iFAILED(target, "make the folder of");
     FD        fdNext(openat(iFolder, sFolder.c_str(), iFlags));
     const int iErrno = errno;
     if (!fdNext.bOpen() && bLINK(iFolder, sFolder))
         return iREFUSED(target, "a symbolic link among the folders of the file");
-    if (!fdNext.bOpen()) return iFAILED(target, "reach", iErrno);
+    errno = iErrno;
+    if (!fdNext.bOpen()) return iFAILED(target, "reach");
     target.fdFolder = std::move(fdNext);
     return 1;
 }
@@ -111,7 +110,7 @@ int iFIND(const REQUEST& request, bool bMake, TARGET& target)
     asPart.pop_back();
     if (bMake) iMAKE_DIRECTORY(sDirectory);
     target.fdFolder = FD(open(sDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!target.fdFolder.bOpen()) return iFAILED(target, "open the folder of", errno);
+    if (!target.fdFolder.bOpen()) return iFAILED(target, "open the folder of");
     for (const std::string& sFolder : asPart)
         if (!iENTER(target, sFolder, bMake)) return 0;
     if (bLINK(target.fdFolder.iGet(), target.sName) || bLINK(target.fdFolder.iGet(), target.sPart))
@@ -138,7 +137,7 @@ FD fdTEMPORARY(TARGET& target)
         FD fd(openat(target.fdFolder.iGet(), target.sPart.c_str(),
                      O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
         if (!fd.bOpen()) {
-            iFAILED(target, "write", errno);
+            iFAILED(target, "write");
             return fd;
         }
         if (flock(fd.iGet(), LOCK_EX | LOCK_NB) != 0) break;
@@ -159,9 +158,9 @@ int iROOM(long lSize, TARGET& target)
     if (static_cast<double>(lSize) <= dFree) return 1;
     char szHost[256] = "this client";
     gethostname(szHost, sizeof szHost - 1);
-    target.sFailed = std::string("no space left on ") + szHost + ": " + std::to_string(lSize) +
-                     " bytes needed, " + std::to_string(static_cast<long>(dFree)) + " free";
-    return 0;
+    return iREASON(target.sFailed, std::string("no space left on ") + szHost + ": " +
+                                       std::to_string(lSize) + " bytes needed, " +
+                                       std::to_string(static_cast<long>(dFree)) + " free");
 }
 
 /* Takes standard input to its end, which must come after exactly lSize bytes. */
@@ -172,20 +171,19 @@ int iTAKE(int iFile, long lSize, TARGET& target)
     long       lTaken = 0;
     for (;;) {
         std::vector<WAIT_FD> fds{{STDIN_FILENO}};
-        if (iWAIT(fds, lNOW_MS() + 1000L * iIdle) != WAIT_READY) {
-            target.sFailed = "nothing came for " + std::to_string(iIdle) + " seconds";
-            return 0;
-        }
+        if (iWAIT(fds, lNOW_MS() + 1000L * iIdle) != WAIT_READY)
+            return iREASON(target.sFailed,
+                           "nothing came for " + std::to_string(iIdle) + " seconds");
         const ssize_t iGot = lREAD(STDIN_FILENO, acBuf.get(), uBUFFER);
         if (iGot < 0 && errno == EAGAIN) continue;
-        if (iGot < 0) return iFAILED(target, "take", errno);
+        if (iGot < 0) return iFAILED(target, "take");
         lTaken += iGot;
         if (lTaken > lSize || (iGot == 0 && lTaken < lSize))
             return iREFUSED(target, lTaken > lSize ? "more bytes than announced"
                                                    : "fewer bytes than announced");
         if (iGot == 0) return 1;
         if (!iWRITE_ALL(iFile, {acBuf.get(), static_cast<size_t>(iGot)}))
-            return iFAILED(target, "write", errno);
+            return iFAILED(target, "write");
     }
 }
 
@@ -196,12 +194,12 @@ int iTAKE_FILE(const REQUEST& request, TARGET& target)
     const FD  fdPart = fdTEMPORARY(target);
     if (!fdPart.bOpen()) return 0;
     int iGood = iROOM(request.lSize, target);
-    if (iGood && ftruncate(fdPart.iGet(), 0) != 0) iGood = iFAILED(target, "write", errno);
+    if (iGood && ftruncate(fdPart.iGet(), 0) != 0) iGood = iFAILED(target, "write");
     if (iGood) iGood = iTAKE(fdPart.iGet(), request.lSize, target);
     if (iGood && fchmod(fdPart.iGet(), request.uMode) != 0)
-        iGood = iFAILED(target, "set the mode of", errno);
+        iGood = iFAILED(target, "set the mode of");
     if (iGood && renameat(iFolder, target.sPart.c_str(), iFolder, target.sName.c_str()) != 0)
-        iGood = iFAILED(target, "rename into", errno);
+        iGood = iFAILED(target, "rename into");
     if (!iGood) unlinkat(iFolder, target.sPart.c_str(), 0);
     return iGood;
 }
@@ -238,7 +236,7 @@ int iGATE_SIZE(const REQUEST& request)
     struct stat sctStat {};
     if (iFound &&
         fstatat(target.fdFolder.iGet(), target.sName.c_str(), &sctStat, AT_SYMLINK_NOFOLLOW) != 0)
-        iFAILED(target, "find", errno);
+        iFAILED(target, "find");
     if (!target.sFailed.empty()) return iTOLD(request, target);
     iSAY(std::to_string(sctStat.st_size) + "\n");
     return iANSWER_END(request, 0);

@@ -6,8 +6,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <cstring>
 
 #include "common/text/descriptor.h"
 #include "common/text/standard_error.h"
@@ -42,10 +40,9 @@ int iPRIVATE_FOLDER(const std::string& sFolder, KEY_FILE& file, std::string& sRe
     if (mkdir(sFolder.c_str(), 0700) != 0 && errno != EEXIST)
         return iCANNOT("make", sFolder, sReason);
     fd = FD(open(sFolder.c_str(), iFOLDER_FLAGS | O_NOFOLLOW));
-    if (!fd.bOpen() && (errno == ELOOP || errno == ENOTDIR)) {
-        sReason = "\"" + sFolder + "\" is no folder of its own; name the file with --file";
-        return 0;
-    }
+    if (!fd.bOpen() && (errno == ELOOP || errno == ENOTDIR))
+        return iREASON(sReason,
+                       "\"" + sFolder + "\" is no folder of its own; name the file with --file");
     if (!fd.bOpen()) return iCANNOT("open", sFolder, sReason);
     const FD          fdHome(openat(fd.iGet(), "..", iFOLDER_FLAGS));
     const std::string sHome = sFolder.substr(0, sFolder.rfind('/'));
@@ -63,24 +60,21 @@ int iLOCK(const KEY_FILE& file, std::string& sReason)
     return 1;
 }
 
-int iREAD_FILE(KEY_FILE& file, std::string& sReason)
+int iREAD_KEYS(KEY_FILE& file, std::string& sReason)
 {
     const int iFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
     const FD  fd(openat(file.fdFolder.iGet(), file.sName.c_str(), iFlags));
     if (!fd.bOpen() && errno == ENOENT) return 1;
-    if (!fd.bOpen() && errno == ELOOP) {
-        sReason = "\"" + file.sPath + "\" is a symbolic link; name the file itself with --file";
-        return 0;
-    }
+    if (!fd.bOpen() && errno == ELOOP)
+        return iREASON(
+            sReason, "\"" + file.sPath + "\" is a symbolic link; name the file itself with --file");
     struct stat sctFile {};
     struct stat sctFolder {};
     if (!fd.bOpen() || fstat(fd.iGet(), &sctFile) != 0 ||
         fstat(file.fdFolder.iGet(), &sctFolder) != 0)
         return iCANNOT("read", file.sPath, sReason);
-    if (!S_ISREG(sctFile.st_mode)) {
-        sReason = "\"" + file.sPath + "\" is no regular file";
-        return 0;
-    }
+    if (!S_ISREG(sctFile.st_mode))
+        return iREASON(sReason, "\"" + file.sPath + "\" is no regular file");
     file.bThere = true;
     file.bRight = (sctFile.st_mode & 07777U) == uFILE_MODE && sctFile.st_uid == sctFolder.st_uid;
     return iREAD_ALL(fd.iGet(), file.sText, uFILE_MAX) || iCANNOT("read", file.sPath, sReason);
@@ -103,7 +97,7 @@ int iKEY_FILE_OPEN(const std::string& sPath, bool bPrivateFolder, KEY_FILE& file
         file.fdFolder = FD(open(sFolder.c_str(), iFOLDER_FLAGS));
         if (!file.fdFolder.bOpen()) return iCANNOT("open", sFolder, sReason);
     }
-    return iLOCK(file, sReason) && iREAD_FILE(file, sReason);
+    return iLOCK(file, sReason) && iREAD_KEYS(file, sReason);
 }
 
 int iKEY_FILE_REPLACE(const KEY_FILE& file, std::string_view svText, std::string& sReason)
@@ -125,10 +119,4 @@ int iKEY_FILE_REPLACE(const KEY_FILE& file, std::string_view svText, std::string
     iCANNOT("write", file.sPath, sReason);
     unlinkat(iFolder, sNew.c_str(), 0);
     return 0;
-}
-
-int iKEY_FILE_REMOVE(const KEY_FILE& file, std::string& sReason)
-{
-    if (!file.bThere || unlinkat(file.fdFolder.iGet(), file.sName.c_str(), 0) == 0) return 1;
-    return iCANNOT("remove", file.sPath, sReason);
 }

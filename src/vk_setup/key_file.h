@@ -30,6 +30,3 @@ int iKEY_FILE_OPEN(const std::string& sPath, bool bPrivateFolder, KEY_FILE& file
    written beside it, on the disk before it gets the name.
    Result  1 replaced; 0 not: sReason says why, the file is as it was */
 int iKEY_FILE_REPLACE(const KEY_FILE& file, std::string_view svText, std::string& sReason);
-
-/* Removes the file, if it is there. Result as above. */
-int iKEY_FILE_REMOVE(const KEY_FILE& file, std::string& sReason);

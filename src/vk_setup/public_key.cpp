@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <iterator>
 
-#include "common/text/holder.h"
+#include "common/text/descriptor.h"
+#include "common/text/standard_error.h"
 #include "common/text/text.h"
 
 namespace {
@@ -20,7 +20,7 @@ constexpr std::string_view asvType[] = {
     "sk-ecdsa-sha2-nistp256@openssh.com",
 };
 
-constexpr size_t uFILE_MAX = size_t{64} * 1024;
+constexpr size_t uFILE_MAX = size_t{64} * 1024 - 1;
 
 bool bTYPE(std::string_view sv)
 {
@@ -80,14 +80,6 @@ bool bCOMMENT_WORD(const std::string& sWord)
     return !sWord.starts_with('-') && sWord.find_first_of("\"\\") == std::string::npos;
 }
 
-int iREAD(const std::string& sFile, std::string& sText)
-{
-    const STREAM pFile{std::fopen(sFile.c_str(), "re")};
-    sText.assign(uFILE_MAX, '\0');
-    sText.resize(pFile ? std::fread(sText.data(), 1, uFILE_MAX, pFile.get()) : 0);
-    return !sText.empty() && sText.size() < uFILE_MAX;
-}
-
 /* A file stands for the words in it. */
 int iUNFOLD(const std::vector<std::string>& asWord, std::vector<std::string>& asAll,
             std::string& sReason)
@@ -96,16 +88,12 @@ int iUNFOLD(const std::vector<std::string>& asWord, std::vector<std::string>& as
         const bool bFile = sWord.starts_with('/') || sWord.starts_with("./") ||
                            sWord.starts_with("../") || sWord.ends_with(".pub");
         std::string sText = sWord;
-        if (bFile) {
-            if (!iREAD(sWord, sText)) {
-                sReason = "cannot read \"" + sONE_LINE(sWord) + "\" as a key";
-                return 0;
-            }
-        }
-        if (sText.find("PRIVATE KEY") != std::string::npos) {
-            sReason = "that is a private key, which must stay on the server; give the public one";
-            return 0;
-        }
+        if (bFile && (!iREAD_FILE(sWord, sText, uFILE_MAX) || sText.empty()))
+            return iREASON(sReason, "cannot read \"" + sONE_LINE(sWord) + "\" as a key");
+        if (sText.find("PRIVATE KEY") != std::string::npos)
+            return iREASON(
+                sReason,
+                "that is a private key, which must stay on the server; give the public one");
         for (std::string& s : asKEY_LINE_WORDS(sONE_LINE(sText))) asAll.push_back(std::move(s));
     }
     return 1;

@@ -36,10 +36,10 @@ struct CALL {
     std::vector<std::string> asKey;
 };
 
-int iTELL(const std::string& sText)
+int iTELL(const std::string& sText, int iResult = 0)
 {
     std::fprintf(stderr, "vk_setup: %s\n", sONE_LINE(sText).c_str());
-    return 0;
+    return iResult;
 }
 
 /* Words that stand in a quoted option of authorized_keys, or in a file name. */
@@ -163,12 +163,8 @@ int iSTORE(const KEY_FILE& file, const PERMIT_CHANGE& change, bool bWanted)
 {
     std::string sReason;
     const bool  bMend = file.bThere && !file.bRight;
-    if (file.sText != change.sText || bMend) {
-        if (!iKEY_FILE_REPLACE(file, change.sText, sReason)) {
-            iTELL(sReason);
-            return 1;
-        }
-    }
+    if ((file.sText != change.sText || bMend) && !iKEY_FILE_REPLACE(file, change.sText, sReason))
+        return iTELL(sReason, 1);
     for (const std::string& s : change.asDone)
         std::printf("%s: %s\n", file.sPath.c_str(), sONE_LINE(s).c_str());
     if (bMend) std::printf("%s: owner and mode put right\n", file.sPath.c_str());
@@ -197,16 +193,10 @@ int iADMIT(CALL& call)
     KEY_FILE    file;
     const bool  bRoots = call.sFile.empty();
     if (call.permit.sMode.empty()) call.permit.sMode = svMODE_CTRL;
-    if (!iPUBLIC_KEYS(call.asKey, call.permit.keys, sReason)) {
-        iTELL(sReason);
-        return iUSAGE;
-    }
+    if (!iPUBLIC_KEYS(call.asKey, call.permit.keys, sReason)) return iTELL(sReason, iUSAGE);
     if (call.permit.sMode == svMODE_CTRL && !iGATE(call)) return 1;
     if (!iFILE(call)) return 1;
-    if (!iKEY_FILE_OPEN(call.sFile, bRoots, file, sReason)) {
-        iTELL(sReason);
-        return 1;
-    }
+    if (!iKEY_FILE_OPEN(call.sFile, bRoots, file, sReason)) return iTELL(sReason, 1);
     const int iExit = iSTORE(file, sctADMIT(file.sText, call.permit), true);
     if (iExit == 0) REMEMBER(call.permit);
     if (bRoots) TELL_LOGIN_SHELL();
@@ -261,20 +251,18 @@ std::string sPERMIT_COMMAND(const CALL& call)
 int iADMIT_ASKED(const CALL& call)
 {
     const char* cpServer = call.permit.sServer.c_str();
-    if (isatty(STDIN_FILENO) != 0) {
+    if (isatty(STDIN_FILENO) != 0)
         std::fprintf(stderr, "Type on %s: %s\nand paste the line that it prints: ", cpServer,
                      sPERMIT_COMMAND(call).c_str());
-    }
     std::string sLine;
     for (int c = std::getchar(); c != EOF && c != '\n' && sLine.size() < uLINE_MAX;
          c = std::getchar())
         sLine += static_cast<char>(c);
-    sLine.erase(0, std::min(sLine.find_first_not_of(" \t\r"), sLine.size()));
-    sLine.erase(sLine.find_last_not_of(" \t\r") + 1);
+    sLine = std::string(svTRIMMED(sLine));
     if (!sLine.empty()) return iADMIT_LINE(call, sLine);
-    iTELL("no key of " + call.permit.sServer + "; the line to type is printed there by " +
-          sPERMIT_COMMAND(call));
-    return iUSAGE;
+    return iTELL("no key of " + call.permit.sServer + "; the line to type is printed there by " +
+                     sPERMIT_COMMAND(call),
+                 iUSAGE);
 }
 
 /* Also makes the configuration that was named the one that is read. */
@@ -301,18 +289,13 @@ int iUNSET_CLIENT(const std::vector<std::string>& asArgument)
 {
     CALL call;
     if (!iBEGIN(asArgument, call)) return iUSAGE;
-    if (!call.asKey.empty()) {
-        iTELL("unset_client takes the name of the server alone");
-        return iUSAGE;
-    }
+    if (!call.asKey.empty())
+        return iTELL("unset_client takes the name of the server alone", iUSAGE);
     const bool  bRoots = call.sFile.empty();
     std::string sReason;
     KEY_FILE    file;
     if (!iFILE(call)) return 1;
-    if (!iKEY_FILE_OPEN(call.sFile, bRoots, file, sReason)) {
-        iTELL(sReason);
-        return 1;
-    }
+    if (!iKEY_FILE_OPEN(call.sFile, bRoots, file, sReason)) return iTELL(sReason, 1);
     const int iExit = iSTORE(file, sctTAKE_BACK(file.sText, call.permit.sServer), false);
     for (const std::string_view svMode : {svMODE_CTRL, svMODE_VKSSH}) {
         const std::string sPath = sREMEMBERED_FILE(call.permit.sServer, svMode);

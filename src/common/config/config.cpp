@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -21,6 +20,7 @@
 #include "../text/likeness.h"
 #include "../text/program.h"
 #include "../text/standard_error.h"
+#include "../text/text_operations.h"
 #include "keys.h"
 
 namespace {
@@ -53,13 +53,6 @@ CONFIG& STORE()
 {
     static IMMORTAL<CONFIG> config;
     return config.Get();
-}
-
-bool bNUMBER(const std::string& sText, int iMin, int iMax, int& iValue)
-{
-    const char* cpEnd = sText.data() + sText.size();
-    const auto [cpStop, eError] = std::from_chars(sText.data(), cpEnd, iValue);
-    return eError == std::errc() && cpStop == cpEnd && iValue >= iMin && iValue <= iMax;
 }
 
 bool bLANGUAGE(const std::string& sText)
@@ -294,12 +287,13 @@ int iCONFIG_NUMBER(std::string_view svSection, std::string_view svKey)
     int               iValue = 0;
     if (pKey == nullptr) return 0;
     if (pSetting == nullptr || !bNUMBER(pSetting->sValue, pKey->iMin, pKey->iMax, iValue))
-        bNUMBER(std::string(pKey->svDefault), pKey->iMin, pKey->iMax, iValue);
+        bNUMBER(pKey->svDefault, pKey->iMin, pKey->iMax, iValue);
     return iValue;
 }
 
-int iCONFIG_NUMBER_OF(const char* cpVariable, const std::string& sText)
+int iCONFIG_VARIABLE_NUMBER(const char* cpVariable)
 {
+    const std::string sText = sENVIRONMENT(cpVariable);
     const CONFIG_KEY* pKey = pCONFIG_KEY("variables", cpVariable);
     int               iValue = 0;
     if (pKey == nullptr) return 0;

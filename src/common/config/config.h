@@ -46,6 +46,13 @@ inline int iCONFIG_IDLE_TIMEOUT() { return iCONFIG_NUMBER("remote", "idle_timeou
 inline int iCONFIG_TOTAL_TIMEOUT() { return iCONFIG_NUMBER("remote", "total_timeout"); }
 // clang-format on
 
-/* The number of a variable of keys.h, of which the environment has sText (empty: it
-   has none); one that makes no sense is told once. */
-int iCONFIG_NUMBER_OF(const char* cpVariable, const std::string& sText);
+/* The number of a variable of keys.h; the environment's goes before the file's. One there
+   that makes no sense is told once. */
+int iCONFIG_VARIABLE_NUMBER(const char* cpVariable);
+
+/* Seconds; clients (0: no pilot), clients (0: no limit). */
+// clang-format off
+inline int iCONFIG_UPDATE_WAIT() { return iCONFIG_VARIABLE_NUMBER("gv_update_wait"); }
+inline int iCONFIG_UPDATE_PILOT() { return iCONFIG_VARIABLE_NUMBER("gv_update_pilot"); }
+inline int iCONFIG_UPDATE_STOP_AFTER() { return iCONFIG_VARIABLE_NUMBER("gv_update_stop_after"); }
+// clang-format on

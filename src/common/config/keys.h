@@ -23,6 +23,8 @@ struct CONFIG_KEY {
 inline constexpr int iCONFIG_DAY = 86'400;         // seconds
 inline constexpr int iCONFIG_CLIENTS = 9'999'999;  // an identifier has at most 7 digits
 
+inline constexpr char szCONFIG_CONNINFO[] = "host=/run/postgresql dbname=velka user=velka";
+
 /* The value of each is its place in LANGUAGES. */
 inline constexpr std::string_view asvLANGUAGE[] = {"en", "es", "de", "by", "fr", "hr", "pt"};
 
@@ -45,7 +47,7 @@ inline constexpr CONFIG_KEY asctCONFIG_KEY[] = {
     {"variables",   "gv_update_pilot",                  CONFIG_NUMBER,    "0", 0, iCONFIG_CLIENTS},
     {"variables",   "gv_update_stop_after",             CONFIG_NUMBER,    "0", 0, iCONFIG_CLIENTS},
     {"defaults",    "vk_conf_default_interface_prefix", CONFIG_TEXT,      ""},
-    {"database",    "conninfo",                         CONFIG_TEXT,      "host=/run/postgresql dbname=velka user=velka"},
+    {"database",    "conninfo",                         CONFIG_TEXT,      szCONFIG_CONNINFO},
     {"database",    "statement_timeout",                CONFIG_NUMBER,    "60", 0, iCONFIG_DAY},
     {"database",    "retry_time",                       CONFIG_NUMBER,    "10", 0, iCONFIG_DAY},
     {"remote",      "connect_timeout",                  CONFIG_NUMBER,    "15", 1, iCONFIG_DAY},

@@ -4,11 +4,11 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <set>
 #include <string_view>
 
 #include "../text/immortal.h"
+#include "../text/program.h"
 #include "../text/standard_error.h"
 #include "../text/text.h"
 #include "../text/time_text.h"
@@ -65,15 +65,9 @@ std::string sVARIABLE_DEFAULT(const char* cpName)
    digits or "_", then a colon. */
 size_t uKEY_LENGTH(std::string_view svPath)
 {
-    if (!svPath.starts_with("gv_")) return 0;
-    for (size_t u = 3; u < svPath.size(); u++) {
-        const char c = svPath[u];
-        if (c == ':') return u;
-        if (!((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-              c == '_'))
-            return 0;
-    }
-    return 0;
+    const size_t uEnd =
+        svPath.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_");
+    return svPath.starts_with("gv_") && uEnd != svPath.npos && svPath[uEnd] == ':' ? uEnd : 0;
 }
 
 }  // namespace
@@ -81,9 +75,8 @@ size_t uKEY_LENGTH(std::string_view svPath)
 int iCONFIG_VARIABLE(const char* cpName, std::string& sValue)
 {
     const std::string_view svName = cpName;
-    const char* cpEnvironment = svName.starts_with("gv_") ? std::getenv(cpName) : nullptr;
     /* An empty environment variable counts as one that is not set. */
-    sValue = cpEnvironment != nullptr ? cpEnvironment : "";
+    sValue = svName.starts_with("gv_") ? sENVIRONMENT(cpName) : "";
     if (sValue.empty()) sValue = sCONFIG_TEXT("variables", cpName, "");
     if (sValue.empty()) sValue = sVARIABLE_DEFAULT(cpName);
     if (!sValue.empty() && bDIRECTORY_KEY(svName)) sValue = sENDED(sValue, false);
@@ -130,10 +123,8 @@ int iCONFIG_SERVER_PATH(const char* cpPath, std::string& sPath, std::string& sRe
     }
     const std::string sKey(svPath.substr(0, uKey));
     std::string       sDirectory;
-    if (!bDIRECTORY_KEY(sKey) || !iCONFIG_VARIABLE(sKey.c_str(), sDirectory)) {
-        sReason = "unknown directory key \"" + sKey + "\"";
-        return 0;
-    }
+    if (!bDIRECTORY_KEY(sKey) || !iCONFIG_VARIABLE(sKey.c_str(), sDirectory))
+        return iREASON(sReason, "unknown directory key \"" + sKey + "\"");
     std::string_view svRelative = svPath.substr(uKey + 1);
     svRelative.remove_prefix(std::min(svRelative.find_first_not_of('/'), svRelative.size()));
     sPath = sDirectory.append(svRelative);
@@ -167,25 +158,4 @@ int i_get_default2_N(const char* cpKey, const char* cpVariable, char* szBuf, siz
     if (sValue.empty() && !iCONFIG_VARIABLE(cpVariable, sValue)) return 0;
     iTEXT_COPY(szBuf, uSize, sValue);
     return 1;
-}
-
-int iCONFIG_VARIABLE_NUMBER(const char* cpName)
-{
-    const char* cpEnvironment = std::getenv(cpName);
-    return iCONFIG_NUMBER_OF(cpName, cpEnvironment != nullptr ? cpEnvironment : "");
-}
-
-int iCONFIG_UPDATE_WAIT()
-{
-    return iCONFIG_VARIABLE_NUMBER("gv_update_wait");
-}
-
-int iCONFIG_UPDATE_PILOT()
-{
-    return iCONFIG_VARIABLE_NUMBER("gv_update_pilot");
-}
-
-int iCONFIG_UPDATE_STOP_AFTER()
-{
-    return iCONFIG_VARIABLE_NUMBER("gv_update_stop_after");
 }

@@ -35,13 +35,6 @@ int i_get_default2(const char* cpKey, const char* cpVariable, char (&szBuf)[N],
     return i_get_default2_N(cpKey, cpVariable, szBuf, N);
 }
 
-/* gv_update_wait, seconds. */
-int iCONFIG_UPDATE_WAIT();
-
-/* gv_update_pilot and gv_update_stop_after, clients; 0: none, no limit. */
-int iCONFIG_UPDATE_PILOT();
-int iCONFIG_UPDATE_STOP_AFTER();
-
 /* The ssh configuration file of an access mode, its symbolic path resolved on
    the server; empty: the administrator's own configuration.
    Result  0 the mode has no [access MODE] section and none by default (VKSSH,

@@ -16,6 +16,7 @@
 #include <string_view>
 
 #include "../config/config.h"
+#include "../config/keys.h"
 #include "../text/program.h"
 #include "../text/secret.h"
 #include "../text/standard_error.h"
@@ -24,7 +25,6 @@
 
 namespace {
 
-constexpr char szDEFAULT[] = "host=/run/postgresql dbname=velka user=velka";
 /* Seconds for connecting to one host, unless the connection text says. */
 constexpr int iCONNECT_TIMEOUT = 10;
 /* Milliseconds before another try, from the first to the last. */
@@ -127,7 +127,7 @@ std::string sSESSION_OPTIONS(const std::string& sOwn)
 
 PLAN sctPLAN()
 {
-    const std::string sText = sCONFIG_TEXT("database", "conninfo", szDEFAULT);
+    const std::string sText = sCONFIG_TEXT("database", "conninfo", szCONFIG_CONNINFO);
     /* A text that cannot be parsed is told by the connect itself. */
     const CONNINFO          pInfo{PQconninfoParse(sText.c_str(), nullptr)};
     const PQconninfoOption* pOption = pInfo.get();
@@ -238,7 +238,7 @@ CONNECTION pTRY_HOST(const PLAN& plan, size_t uHost, DB_ERROR& error)
     if (sText.empty() && PQstatus(pConn.get()) == CONNECTION_OK) return pConn;
     if (sText.empty()) sText = PQerrorMessage(pConn.get());
     const std::string sState = sTAKE_SQLSTATE(sText);
-    error = sctDB_FAILURE(sState, sDB_LINE(sText));
+    error = sctDB_FAILURE(sState, sCONDENSED(sText));
     return nullptr;
 }
 
@@ -326,7 +326,7 @@ void v_DB_WAIT_AT_MOST(const DB_WAITS& sctWaits)
 
 std::string sDB_PASSWORD_FILE()
 {
-    const std::string sText = sCONFIG_TEXT("database", "conninfo", szDEFAULT);
+    const std::string sText = sCONFIG_TEXT("database", "conninfo", szCONFIG_CONNINFO);
     const CONNINFO    pInfo{PQconninfoParse(sText.c_str(), nullptr)};
     const std::string sFile = sSET_IN(pInfo.get(), "passfile", "PGPASSFILE");
     return sFile.empty() ? sENVIRONMENT("HOME") + "/.pgpass" : sFile;
@@ -367,13 +367,4 @@ int iDB_WAIT(PGconn* pConn, bool bRead, bool bWrite, long lDeadline)
     // Where the system cannot wait, the socket is looked at from time to time.
     if (eResult == WAIT_FAILED) return lDeadline == 0 || lNOW_MS() < lDeadline;
     return eResult == WAIT_READY;
-}
-
-std::string sDB_LINE(const std::string& sText)
-{
-    std::string s;
-    for (const char c : sONE_LINE(sText))
-        if (c != ' ' || (!s.empty() && s.back() != ' ')) s.push_back(c);
-    while (s.ends_with(' ')) s.pop_back();
-    return s;
 }

@@ -49,6 +49,3 @@ std::vector<std::string> asDB_SETTINGS_LEFT(PGconn* pConn);
    not end a statement that stores an outcome; the deadline (lNOW_MS time, 0: none)
    does. Result 0: it has passed. */
 int iDB_WAIT(PGconn* pConn, bool bRead, bool bWrite, long lDeadline);
-
-/* A text of the client library as one line without the line feeds and tabs in it. */
-std::string sDB_LINE(const std::string& sText);

@@ -17,7 +17,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "../config/config.h"
 #include "../log/outcome_log.h"
 #include "../text/immortal.h"
 #include "../text/secret.h"
@@ -76,7 +75,7 @@ void v_TAKE_NOTICE(void* /*pNone*/, const PGresult* pResult)
     const char* cpState = PQresultErrorField(pResult, PG_DIAG_SQLSTATE);
     if (cpState == nullptr || sctDB_FAILURE(cpState, "").eKind != DB_STARTING) return;
     HERE().bEnding = true;
-    HERE().sWord = sDB_LINE(PQresultErrorMessage(pResult));
+    HERE().sWord = sCONDENSED(PQresultErrorMessage(pResult));
 }
 
 /* How the traffic with the server stands. */
@@ -129,7 +128,7 @@ int iTAKE(const PGresult* pResult, const DB_ROW& pRow, DB_OUTCOME& outcome)
         case PGRES_FATAL_ERROR: {
             const char* cpState = PQresultErrorField(pResult, PG_DIAG_SQLSTATE);
             FAIL(outcome, cpState != nullptr ? cpState : "",
-                 sDB_LINE(PQresultErrorMessage(pResult)));
+                 sCONDENSED(PQresultErrorMessage(pResult)));
             return 1;
         }
         default:
@@ -170,7 +169,7 @@ void v_DROP(STEP eStep, int iLimit, DB_OUTCOME& outcome)
     if (sText.empty())
         sText = eStep == STEP_LATE
                     ? "no answer from the database within " + std::to_string(iLimit) + " seconds"
-                    : sDB_LINE(PQerrorMessage(HERE().pConn.get()));
+                    : sCONDENSED(PQerrorMessage(HERE().pConn.get()));
     if (eStep != STEP_UNFIT) outcome.error = sctDB_FAILURE("", sText);
     if (eStep == STEP_BROKEN && outcome.error.eKind != DB_STARTING) outcome.error.eKind = DB_LOST;
     HERE().pConn.reset();
@@ -263,7 +262,7 @@ int iREADY(DB_OUTCOME& outcome)
 {
     SESSION& here = HERE();
     if (here.pConn && !iSTILL_OPEN()) {
-        if (here.sWord.empty()) here.sWord = sDB_LINE(PQerrorMessage(here.pConn.get()));
+        if (here.sWord.empty()) here.sWord = sCONDENSED(PQerrorMessage(here.pConn.get()));
         outcome.sNote = "the server had closed the connection: " + here.sWord;
         here.pConn.reset();
     }

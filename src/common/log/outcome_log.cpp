@@ -4,16 +4,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
-#include <cstring>
 #include <ctime>
 #include <nlohmann/json.hpp>
 
 #include "../config/variables.h"
 #include "../text/appending.h"
 #include "../text/descriptor.h"
-#include "../text/holder.h"
 #include "../text/immortal.h"
 #include "../text/secret.h"
 #include "../text/standard_error.h"
@@ -165,11 +162,6 @@ std::string sOUTCOME_LINE(const RUN_RECORD& record)
 
 void v_OUTCOME_LOG(const RUN_RECORD& record)
 {
-    const std::string sFile = sDAY_FILE(".jsonl");
-    const FD          fdFile(iOPEN_APPEND(sFile));
-    if (fdFile.bOpen() && iWRITE_ALL(fdFile.iGet(), sOUTCOME_LINE(record) + "\n")) return;
     // It lies beside the day protocol: one trouble, told once.
-    const int iErrno = errno;
-    v_STDERR_ONCE("day protocol", "cannot write the outcome log \"%s\": %s", sFile.c_str(),
-                  std::strerror(iErrno));
+    APPEND_LINE("outcome log", sDAY_FILE(".jsonl"), sOUTCOME_LINE(record), "day protocol");
 }

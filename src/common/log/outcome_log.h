@@ -49,14 +49,14 @@ struct RUN_RECORD {
 /* The record of this run. */
 RUN_RECORD& sctRUN_RECORD();
 
-/* Adds the time from its making to its end, or to its Stop, to the run's. */
+/* Adds the time from its making to its end to the run's. */
 class STAGE_TIMER {
 public:
     explicit STAGE_TIMER(RUN_TIME eTime);
     STAGE_TIMER(const STAGE_TIMER&) = delete;
     STAGE_TIMER& operator=(const STAGE_TIMER&) = delete;
     ~STAGE_TIMER();
-    /* What follows belongs to another stage. */
+    /* What follows is another stage's time. */
     void Switch(RUN_TIME eTime);
 
 private:

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cstdarg>
-#include <cstdint>
 #include <string>
 
 #include "../config/variables.h"
@@ -18,23 +17,8 @@
 
 namespace {
 
-constexpr size_t uNAME_MOST = 255;  // bytes of a file name
-
-/* The beginning and the end of a name that is longer than a file name may be, and a
-   number between them that tells it from others with the same ones. */
-std::string sFITTED_NAME(const std::string& sName, std::string_view svEnding)
-{
-    if (sName.size() + svEnding.size() <= uNAME_MOST) return sName + std::string(svEnding);
-    uint32_t uHash = 2166136261U;  // FNV-1a
-    for (const char c : sName) uHash = (uHash ^ static_cast<unsigned char>(c)) * 16777619U;
-    char szMiddle[16];
-    x_Snprintf(szMiddle, sizeof szMiddle, "~%08x~", uHash);
-    const size_t     uHalf = (uNAME_MOST - svEnding.size() - std::string_view(szMiddle).size()) / 2;
-    std::string_view svEnd = std::string_view(sName).substr(sName.size() - uHalf);
-    while (!svEnd.empty() && (static_cast<unsigned char>(svEnd[0]) & 0xC0U) == 0x80U)
-        svEnd.remove_prefix(1);  // begins inside a character
-    return std::string(svTEXT_CUT(sName, uHalf)).append(szMiddle).append(svEnd).append(svEnding);
-}
+constexpr std::string_view svANSWER = ".inf";
+constexpr size_t           uNAME_MOST = 255 - svANSWER.size();  // bytes of a file name
 
 /* The run's answer file, empty until it has a name. */
 std::string& sANSWER_FILE()
@@ -91,6 +75,7 @@ void make_answ_file_name_N(const char* cpTimeStamp, const char* cpSender, char* 
 {
     std::string& sFile = sANSWER_FILE();
     iCONFIG_VARIABLE("gv_rw_work", sFile);
-    sFile += "answ/" + sFITTED_NAME(szFILE_NAME(cpTimeStamp) + "_" + szFILE_NAME(cpSender), ".inf");
+    const std::string sName = szFILE_NAME(cpTimeStamp) + "_" + szFILE_NAME(cpSender);
+    sFile.append("answ/").append(sSHORT_NAME(sName, uNAME_MOST)).append(svANSWER);
     iTEXT_COPY(szFile, uSize, sFile);
 }

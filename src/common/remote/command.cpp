@@ -7,6 +7,7 @@
 #include "../config/config.h"
 #include "../log/outcome_log.h"
 #include "../text/secret.h"
+#include "../text/standard_error.h"
 #include "../text/text.h"
 #include "../unix/read_now.h"
 #include "diagnose.h"
@@ -78,10 +79,9 @@ LISTENED eLISTEN(RUNNING& running, OUTPUT_SINK& sink, int iIdle,
 
 std::string sTIMEOUT(const HOST& host, const LIMITS& limits, const RUNNING& running)
 {
-    if (lNOW_MS() >= running.lTotal) {
+    if (lNOW_MS() >= running.lTotal)
         return "Timeout: " + host.sName + " did not come to an end within " +
                std::to_string(limits.iTotal) + " seconds";
-    }
     const bool bBefore = running.marks.eState() == MARK_READER::BEFORE;
     return "Timeout: no answer from " + host.sName + " within " +
            std::to_string(bBefore ? limits.iConnect : limits.iIdle) + " seconds";
@@ -93,11 +93,7 @@ std::string sBROKEN(const HOST& host, const RUNNING& running, const ATTEMPT& att
     if (!attempt.way.sReason.empty()) return attempt.way.sReason;
     if (running.marks.eState() == MARK_READER::RUNNING)
         return "Connection to " + host.sName + " was lost before the command ended";
-    OUTPUT      noise;
-    OUTPUT_SINK sink(noise);
-    sink.Take(attempt.sBefore);
-    sink.Finish();
-    if (!noise.sLastLine.empty()) return noise.sLastLine;
+    if (!attempt.sLastWords.empty()) return attempt.sLastWords;
     return "Connection to " + host.sName +
            " was lost before the command began; its login shell may run none";
 }
@@ -108,8 +104,13 @@ void JUDGE(const HOST& host, TRANSPORT& transport, const LIMITS& limits, LISTENE
 {
     ATTEMPT attempt;
     if (running.marks.eState() == MARK_READER::BEFORE) {
+        OUTPUT      noise;
+        OUTPUT_SINK sink(noise);
         running.marks.sRest();
         attempt.sBefore = running.marks.sNoise();
+        sink.Take(attempt.sBefore);
+        sink.Finish();
+        attempt.sLastWords = noise.sLastLine;
     }
     attempt.way = transport.sctWAY(host);
     attempt.bBegan = running.marks.eState() != MARK_READER::BEFORE;
@@ -145,10 +146,9 @@ void TRACE_LOG(const std::string& sText, const str_log& sctLog)
 /* A command line that could not be formed is empty. */
 int iSOUND(const HOST& host, const char* cpCommand, std::string& sReason)
 {
-    if (!host.sUnread.empty()) {
-        sReason = "cannot read what the database knows of " + host.sName + ": " + host.sUnread;
-        return 0;
-    }
+    if (!host.sUnread.empty())
+        return iREASON(
+            sReason, "cannot read what the database knows of " + host.sName + ": " + host.sUnread);
     if (*cpCommand != '\0') return 1;
     const size_t uLimit = uCMD_TOO_LONG();
     if (uLimit > 0)

@@ -39,10 +39,10 @@ struct COMMAND_END {
     bool bRan() const { return eFailure == FAILURE_NONE; }
 };
 
-/* Runs one child that a transport has formed, once. eTime: whose time it is once the
-   command runs. bMOVES, where given, is asked
-   several times a second about the child's process: true is a sign of life, as
-   output is. */
+/* Runs one child that a transport has formed, once.
+   eTime   whose time it is once the command runs
+   bMOVES  asked several times a second about the child's process, where given: true is a
+           sign of life, as output is */
 COMMAND_END sctRUN_CHILD(const HOST& host, TRANSPORT& transport, const CHILD_SPEC& sctSpec,
                          const LIMITS& limits, OUTPUT& output, RUN_TIME eTime,
                          const std::function<bool(pid_t)>& bMOVES = {});

@@ -6,6 +6,7 @@
 #include "../text/command_line.h"
 #include "../text/immortal.h"
 #include "../text/text.h"
+#include "cm_remote.h"
 #include "wrapper.h"
 
 namespace {
@@ -34,17 +35,6 @@ PLACES sctPLACES(const HOST& host)
     if (iCONFIG_CLIENT_DIRECTORY(host.sPlatform.c_str(), "gv_ro_bin", sDirectory))
         places["dir"] = sDirectory;
     return places;
-}
-
-/* The last words in front of the first mark, as a person may see them. */
-std::vector<std::string> asLAST_WORDS(const std::string& sBefore)
-{
-    OUTPUT      noise;
-    OUTPUT_SINK sink(noise);
-    sink.Take(sBefore);
-    sink.Finish();
-    if (noise.sLastLine.empty()) return {};
-    return {noise.sLastLine};
 }
 
 const char* cpLATE(const ATTEMPT& attempt)
@@ -103,8 +93,8 @@ bool bREAD_ONLY(const HOST& host, const std::string& sFolder, const str_log& sct
 /* The line that tells an error, else the last one; none of a silent program. */
 std::vector<std::string> asERROR_LINE(const OUTPUT& output)
 {
-    char szLine[2048] = "ssh:|Error:^";
-    if (output.LL_Lines != nullptr && i_LL_search(output.LL_Lines, szLine, sizeof szLine) > 0)
+    char szLine[2048];
+    if (output.LL_Lines != nullptr && iERROR_LINE(output.LL_Lines, szLine, sizeof szLine))
         return {szLine};
     if (output.sLastLine.empty()) return {};
     return {output.sLastLine};
@@ -150,7 +140,7 @@ DIAGNOSIS sctATTEMPT_DIAGNOSIS(const ATTEMPT& attempt)
     places["status"] = std::to_string(attempt.iChild);
     std::vector<std::string> asWords;
     const char*              cpId = "connection-lost";
-    if (!attempt.bBegan) asWords = asLAST_WORDS(attempt.sBefore);
+    if (!attempt.sLastWords.empty()) asWords = {attempt.sLastWords};
     if (attempt.bLate)
         cpId = cpLATE(attempt);
     else if (!attempt.bBegan && attempt.way.eReached >= STAGE_SHELL && attempt.iChild != 255)

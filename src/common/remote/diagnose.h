@@ -11,11 +11,11 @@
 struct ATTEMPT {
     WAY         way;
     std::string sBefore;         // what came before the first mark
+    std::string sLastWords;      // its last line that is not blank, as a person may see it
     bool        bBegan = false;  // the first mark came
     bool        bLate = false;   // a limit passed
     bool        bTotal = false;  // the one for all of it
     int         iChild = -1;     // status of the transport's process, -1: it still ran
-    std::string sProgram;        // that was to run
 };
 DIAGNOSIS sctATTEMPT_DIAGNOSIS(const ATTEMPT& attempt);
 

@@ -8,7 +8,6 @@
 #include <string>
 
 #include "../common.h"
-#include "../config/config.h"
 #include "../log/outcome_log.h"
 #include "cm_remote.h"
 #include "command.h"
@@ -123,11 +122,18 @@ int iPATH_ON_HOST(const HOST& host, const char* cpPath, std::string& sPath, std:
     std::string sText = cpPath;
     if (eSHELL_OF(host) == SHELL_WINDOWS) std::replace(sText.begin(), sText.end(), '\\', '/');
     if (("/" + sText + "/").find("/../") != std::string::npos ||
-        (sText + "/").find(":../") != std::string::npos) {
-        sReason = "\"" + sONE_LINE(cpPath) + "\" leaves its folder";
-        return 0;
-    }
+        (sText + "/").find(":../") != std::string::npos)
+        return iREASON(sReason, "\"" + sONE_LINE(cpPath) + "\" leaves its folder");
     return TRANSPORT_OF(host).iPLACE(host, cpPath, sPath, sReason);
+}
+
+/* "KEY=" of the key that a query of a configuration file asks for ("KEY=^"), or "". */
+std::string sASKED_FOR(std::string_view svCommand)
+{
+    const size_t uEnd = svCommand.find("=^");
+    if (uEnd == std::string_view::npos) return {};
+    const size_t uBegin = svCommand.find_last_of(" \"'", uEnd) + 1;
+    return std::string(svCommand.substr(uBegin, uEnd + 1 - uBegin));
 }
 
 }  // namespace
@@ -171,16 +177,6 @@ int iClientDir(const char* cpHost, char*, int, const char*, const char*, const c
     output.LL_Lines = LL_Output;
     return iRUN(cpHost, "", eSHELL_OF(host) == SHELL_WINDOWS ? "dir \\" : "ls -a /",
                 sctQUESTION_LIMITS(), output, sReason, sctLog, true);
-}
-
-/* "KEY=" of the key that a query of a configuration file asks for ("KEY=^"), or "". */
-std::string sASKED_FOR(std::string_view svCommand)
-{
-    const size_t uEnd = svCommand.find("=^");
-    if (uEnd == std::string_view::npos) return {};
-    const size_t uBefore = svCommand.find_last_of(" \"'", uEnd);
-    const size_t uBegin = uBefore == std::string_view::npos ? 0 : uBefore + 1;
-    return std::string(svCommand.substr(uBegin, uEnd + 1 - uBegin));
 }
 
 int i_RCMD_EXEC(const char* cpHost, const char* cpCommand, char* cpAnswer, size_t uAnswer,

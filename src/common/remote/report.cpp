@@ -2,7 +2,6 @@
 #include <strings.h>
 
 #include <span>
-#include <string>
 #include <string_view>
 
 #include "../log/outcome_log.h"
@@ -11,13 +10,6 @@
 #include "cm_remote.h"
 
 namespace {
-
-std::string_view svTRIMMED(std::string_view sv)
-{
-    const size_t uBegin = sv.find_first_not_of(" \t\r");
-    if (uBegin == std::string_view::npos) return {};
-    return sv.substr(uBegin, sv.find_last_not_of(" \t\r") - uBegin + 1);
-}
 
 bool bSAME_KEY(std::string_view svLeft, std::string_view svRight)
 {

@@ -4,6 +4,8 @@
 #include <charconv>
 #include <cstdint>
 
+#include "../text/standard_error.h"
+
 namespace {
 
 struct VERB {
@@ -74,10 +76,8 @@ int iREAD_WORD(std::string_view sv, std::string& sWord, std::string& sReason)
         if (sv[u] != '%') return 0;
         const int iHigh = u + 2 < sv.size() ? iHEX(sv[u + 1]) : -1;
         const int iLow = u + 2 < sv.size() ? iHEX(sv[u + 2]) : -1;
-        if (iHigh < 0 || iLow < 0 || iHigh + iLow == 0) {
-            sReason = "a \"%\" that stands for no byte";
-            return 0;
-        }
+        if (iHigh < 0 || iLow < 0 || iHigh + iLow == 0)
+            return iREASON(sReason, "a \"%\" that stands for no byte");
         sWord += static_cast<char>(iHigh * 16 + iLow);
         u += 2;
     }
@@ -142,9 +142,8 @@ int iREQUEST_FORM(const REQUEST& request, std::string& sLine)
 {
     sLine = asctVerb[request.eVerb].svName;
     ADD_WORD(sLine, request.sMark);
-    if (request.eVerb == REQUEST_RUN) {
+    if (request.eVerb == REQUEST_RUN)
         for (const std::string& sWord : request.asWord) ADD_WORD(sLine, sWord);
-    }
     if (request.eVerb == REQUEST_PUT || request.eVerb == REQUEST_SIZE)
         ADD_WORD(sLine, request.sPath);
     if (request.eVerb == REQUEST_PUT) {
@@ -198,11 +197,10 @@ int iPOSIX_WORDS(std::string_view svCommand, std::vector<std::string>& asWord, s
             bGood = iQUOTED(svCommand, u, asWord.back()) != 0;
         else if (c == '\\')
             bGood = u < svCommand.size() && svCommand[u] != '\n' && svCommand[u] != '\0';
-        if (!bGood) {
-            sReason = std::string("a \"") + (c == '\n' || c == '\r' || c == '\0' ? ' ' : c) +
-                      "\" that only a shell would read";
-            return 0;
-        }
+        if (!bGood)
+            return iREASON(sReason, std::string("a \"") +
+                                        (c == '\n' || c == '\r' || c == '\0' ? ' ' : c) +
+                                        "\" that only a shell would read");
         if (c == '\\') asWord.back() += svCommand[u++];
         if (c != '"' && c != '\'' && c != '\\') asWord.back() += c;
     }

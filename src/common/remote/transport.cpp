@@ -1,6 +1,7 @@
 #include "transport.h"
 
 #include "../config/variables.h"
+#include "../text/standard_error.h"
 #include "../text/text.h"
 
 TRANSPORT& TRANSPORT_OF(const HOST& host)
@@ -20,10 +21,8 @@ int iCLIENT_PATH(const HOST& host, const char* cpPath, std::string& sPath, std::
         return 1;
     }
     const std::string sKey = sText.substr(0, uColon);
-    if (!iCONFIG_CLIENT_DIRECTORY(host.sPlatform.c_str(), sKey.c_str(), sPath)) {
-        sReason = "unknown directory key \"" + sONE_LINE(sKey) + "\"";
-        return 0;
-    }
+    if (!iCONFIG_CLIENT_DIRECTORY(host.sPlatform.c_str(), sKey.c_str(), sPath))
+        return iREASON(sReason, "unknown directory key \"" + sONE_LINE(sKey) + "\"");
     const size_t uRelative = sText.find_first_not_of('/', uColon + 1);
     if (uRelative != std::string::npos) sPath += sText.substr(uRelative);
     return 1;

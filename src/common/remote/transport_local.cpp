@@ -1,6 +1,5 @@
 /* The backup server itself: commands run as children of /bin/sh, files are copied
    in the file system. */
-#include <fcntl.h>
 
 #include <cstdlib>
 #include <filesystem>

@@ -76,11 +76,12 @@ int iOPEN_APPEND(const std::string& sFile)
     return open(sFile.c_str(), iFlags, 0640);
 }
 
-void APPEND_LINE(const char* cpKey, const std::string& sFile, const std::string& sLine)
+void APPEND_LINE(const char* cpWhat, const std::string& sFile, const std::string& sLine,
+                 const char* cpKey)
 {
     const FD fdFile(iOPEN_APPEND(sFile));
     if (fdFile.bOpen() && iWRITE_ALL(fdFile.iGet(), sLine + "\n")) return;
     const int iErrno = errno;
-    v_STDERR_ONCE(cpKey, "cannot write the %s \"%s\": %s", cpKey, sFile.c_str(),
-                  std::strerror(iErrno));
+    v_STDERR_ONCE(cpKey != nullptr ? cpKey : cpWhat, "cannot write the %s \"%s\": %s", cpWhat,
+                  sFile.c_str(), std::strerror(iErrno));
 }

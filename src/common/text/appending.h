@@ -19,6 +19,7 @@ int iMAKE_DIRECTORY(const std::string& sDirectory);
    where that is missing. Result  the descriptor, or -1: errno says why */
 int iOPEN_APPEND(const std::string& sFile);
 
-/* Appends a line (without its line feed) to a file by one write; a failure is told
-   once for cpKey on standard error. */
-void APPEND_LINE(const char* cpKey, const std::string& sFile, const std::string& sLine);
+/* Appends a line (without its line feed) to a file, "the cpWhat", by one write; a failure
+   is told on standard error, once for cpKey (null: for cpWhat). */
+void APPEND_LINE(const char* cpWhat, const std::string& sFile, const std::string& sLine,
+                 const char* cpKey = nullptr);

@@ -62,12 +62,7 @@ std::string sWINDOWS_BODY(std::string_view svWord, bool bQuoteFollows)
 
 std::string sPOSIX_DOUBLE_BODY(std::string_view svWord)
 {
-    std::string s;
-    for (const char c : svWord) {
-        if (c == '$' || c == '`' || c == '"' || c == '\\') s.push_back('\\');
-        s.push_back(c);
-    }
-    return s;
+    return sMARKED(svWord, "$`\"\\");
 }
 
 /* Inside single quotes only the quote itself needs care. */

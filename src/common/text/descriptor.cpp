@@ -1,9 +1,12 @@
 /* Reading and writing of descriptors. */
 #include "descriptor.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
+
+#include "holder.h"
 
 ssize_t lREAD(int iFd, char* cpTo, size_t uSize)
 {
@@ -26,6 +29,13 @@ int iREAD_ALL(int iFd, std::string& sText, size_t uMax)
         if (uRead > uMax) return 0;
     }
     return lGot == 0;
+}
+
+int iREAD_FILE(const std::string& sFile, std::string& sText, size_t uMax)
+{
+    const FD fd(open(sFile.c_str(), O_RDONLY | O_CLOEXEC));
+    sText.clear();
+    return fd.bOpen() && iREAD_ALL(fd.iGet(), sText, uMax);
 }
 
 int iWRITE_ALL(int iFd, std::string_view svText)

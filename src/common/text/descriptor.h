@@ -15,6 +15,9 @@ ssize_t lREAD(int iFd, char* cpTo, size_t uSize);
            is in the text. */
 int iREAD_ALL(int iFd, std::string& sText, size_t uMax);
 
+/* The whole file, likewise. */
+int iREAD_FILE(const std::string& sFile, std::string& sText, size_t uMax = size_t{64} << 20);
+
 /* Writes all of it, in one call where the system takes it so: what several processes
    append to one file stays whole.
    Result  1; 0: errno says why not, ENOSPC where the system takes nothing more */

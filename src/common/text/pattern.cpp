@@ -3,6 +3,7 @@
 
 #define PCRE2_CODE_UNIT_WIDTH 8
 #include <pcre2.h>
+#include <strings.h>
 
 #include <cstring>
 #include <list>
@@ -23,18 +24,6 @@ using CODE = std::unique_ptr<pcre2_code, FREE_BY<pcre2_code_free>>;
 using MATCH_DATA = std::unique_ptr<pcre2_match_data, FREE_BY<pcre2_match_data_free>>;
 using MATCH_CONTEXT = std::unique_ptr<pcre2_match_context, FREE_BY<pcre2_match_context_free>>;
 
-char cLOWER(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool bSAME_LETTERS(std::string_view svOne, std::string_view svOther)
-{
-    for (size_t u = 0; u < svOne.size(); u++)
-        if (cLOWER(svOne[u]) != cLOWER(svOther[u])) return false;
-    return true;
-}
-
 bool bWORD_END(std::string_view sv, size_t u)
 {
     return u >= sv.size() || std::strchr(" \t\r\n", sv[u]) != nullptr;
@@ -46,7 +35,7 @@ int iNAME_HIT(std::string_view svName, std::string_view svLine)
     svLine = svLine.substr(0, svLine.find('#'));
     for (size_t u = 0; u + svName.size() <= svLine.size(); u++)
         if ((u == 0 || bWORD_END(svLine, u - 1)) && bWORD_END(svLine, u + svName.size()) &&
-            bSAME_LETTERS(svName, svLine.substr(u, svName.size())))
+            strncasecmp(svName.data(), svLine.data() + u, svName.size()) == 0)
             return 1;
     return 0;
 }

@@ -23,13 +23,6 @@ std::vector<std::string>& SECRETS()
     return secrets.Get();
 }
 
-std::string sDOUBLED(std::string_view sv, char c)
-{
-    std::string s;
-    for (const char cOne : sv) s.append(cOne == c ? 2 : 1, cOne);
-    return s;
-}
-
 void ADD_SECRET(const std::string& s)
 {
     auto& secrets = SECRETS();
@@ -45,10 +38,9 @@ void ADD_CLEANED(std::string_view svPassword)
     if (!bHAS_CONTROLS(svPassword)) return;
     if (sONE_LINE(svPassword).find_first_not_of(' ') == std::string::npos) return;
     ADD_SECRET(sONE_LINE(svPassword));
-    while (!svPassword.empty()) {
-        const size_t uEnd = std::min(svPassword.find('\n'), svPassword.size());
-        std::string  sLine;
-        for (const char c : svPassword.substr(0, uEnd))
+    for (const std::string_view svLine : asvPIECES(svPassword)) {
+        std::string sLine;
+        for (const char c : svLine)
             if (c == '\t' || !bHAS_CONTROLS({&c, 1})) sLine += c == '\t' ? ' ' : c;
         for (size_t u = sLine.find('\xC2'); u != sLine.npos; u = sLine.find('\xC2', u))
             if (bHAS_CONTROLS(std::string_view(sLine).substr(u, 2)))
@@ -57,7 +49,6 @@ void ADD_CLEANED(std::string_view svPassword)
                 u++;
         if (sLine.size() >= uSEARCHED && sLine.find_first_not_of(' ') != sLine.npos)
             ADD_SECRET(sLine);
-        svPassword.remove_prefix(std::min(uEnd + 1, svPassword.size()));
     }
 }
 
@@ -83,8 +74,8 @@ void v_SECRET(std::string_view svPassword, SECRET_PLACE ePlace)
     ADD_SECRET(std::string(svPassword));
     ADD_SECRET(sVALID_UTF8(svPassword));
     ADD_CLEANED(svPassword);
-    ADD_SECRET(sDOUBLED(svPassword, '\''));
-    ADD_SECRET(sDOUBLED(svPassword, '"'));
+    ADD_SECRET(sMARKED(svPassword, "'", '\''));
+    ADD_SECRET(sMARKED(svPassword, "\"", '"'));
     for (const SHELL eShell : {SHELL_POSIX, SHELL_WINDOWS}) {
         ADD_SECRET(sSHELL_WORD(eShell, svPassword));
         ADD_SECRET(sSHELL_INSIDE_QUOTES(eShell, svPassword));

@@ -48,43 +48,20 @@ std::string sVALUE(const std::string& sGiven, va_list& args)
 {
     const std::string sPlace = sWITH_WIDTHS(sGiven, args);
     const char*       cpPlace = sPlace.c_str();
-    switch (sPlace.back()) {
-        case '%':
-            return "%";
-        case 's': {
-            const char* cpText = va_arg(args, const char*);
-            return sPRINTED(cpPlace, sMASKED(cpText != nullptr ? cpText : "(null)").c_str());
-        }
-        case 'e':
-        case 'E':
-        case 'f':
-        case 'F':
-        case 'g':
-        case 'G':
-        case 'a':
-        case 'A': {
-            if (sPlace.find('L') != std::string::npos) {
-                const long double dLong = va_arg(args, long double);
-                return sPRINTED(cpPlace, dLong);
-            }
-            const double dValue = va_arg(args, double);
-            return sPRINTED(cpPlace, dValue);
-        }
-        case 'm':
-            return sPRINTED(cpPlace);
-        case 'p': {
-            const void* pValue = va_arg(args, void*);
-            return sPRINTED(cpPlace, pValue);
-        }
-        default:
-            break;
+    const char        cKind = sPlace.back();
+    if (cKind == '%') return "%";
+    if (cKind == 's') {
+        const char* cpText = va_arg(args, const char*);
+        return sPRINTED(cpPlace, sMASKED(cpText != nullptr ? cpText : "(null)").c_str());
     }
-    if (sPlace.find_first_of("lzjt") == std::string::npos) {
-        const int iValue = va_arg(args, int);
-        return sPRINTED(cpPlace, iValue);
-    }
-    const long lValue = va_arg(args, long);
-    return sPRINTED(cpPlace, lValue);
+    if (std::string_view("eEfFgGaA").find(cKind) != std::string_view::npos)
+        return sPlace.find('L') != std::string::npos ? sPRINTED(cpPlace, va_arg(args, long double))
+                                                     : sPRINTED(cpPlace, va_arg(args, double));
+    if (cKind == 'm') return sPRINTED(cpPlace);
+    if (cKind == 'p') return sPRINTED(cpPlace, va_arg(args, void*));
+    if (sPlace.find_first_of("lzjt") == std::string::npos)
+        return sPRINTED(cpPlace, va_arg(args, int));
+    return sPRINTED(cpPlace, va_arg(args, long));
 }
 
 }  // namespace
@@ -126,7 +103,12 @@ std::string sCANNOT(const char* cpVerb, const std::string& sObject)
 
 int iCANNOT(const char* cpVerb, const std::string& sObject, std::string& sReason)
 {
-    sReason = sCANNOT(cpVerb, sObject);
+    return iREASON(sReason, sCANNOT(cpVerb, sObject));
+}
+
+int iREASON(std::string& sReason, std::string sText)
+{
+    sReason = std::move(sText);
     return 0;
 }
 

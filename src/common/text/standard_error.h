@@ -22,5 +22,8 @@ std::string sFORMATTED_MASKED(const char* cpFormat, va_list args)
 std::string sCANNOT(const char* cpVerb, const std::string& sObject);
 int         iCANNOT(const char* cpVerb, const std::string& sObject, std::string& sReason);
 
+/* Puts a text into sReason, and gives 0. */
+int iREASON(std::string& sReason, std::string sText);
+
 /* Passwords masked, control characters and invalid UTF-8 replaced. */
 std::string sSAFE_LINE(const std::string& sText);

@@ -19,14 +19,7 @@ std::string sCLEAN(std::string_view svText)
 
 std::string sLITERAL_BODY(std::string_view svText, bool bPattern)
 {
-    std::string s;
-    s.reserve(svText.size() + 8);
-    for (const char c : svText) {
-        if (bPattern && (c == '\\' || c == '%' || c == '_')) s.push_back('\\');
-        if (c == '\'') s.push_back('\'');
-        s.push_back(c);
-    }
-    return s;
+    return sMARKED(bPattern ? sMARKED(svText, "\\%_") : std::string(svText), "'", '\'');
 }
 
 /* One piece of the statement, ready to stand in it. A free text is kept clean

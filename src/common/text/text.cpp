@@ -142,6 +142,40 @@ std::string sONE_LINE(std::string_view svText)
     return s;
 }
 
+std::string sCONDENSED(std::string_view svText)
+{
+    std::string s;
+    for (const char c : sONE_LINE(svText))
+        if (c != ' ' || (!s.empty() && s.back() != ' ')) s.push_back(c);
+    if (s.ends_with(' ')) s.pop_back();
+    return s;
+}
+
+std::string_view svTRIMMED(std::string_view svText, std::string_view svBlanks)
+{
+    const size_t uBegin = svText.find_first_not_of(svBlanks);
+    if (uBegin == svText.npos) return {};
+    return svText.substr(uBegin, svText.find_last_not_of(svBlanks) - uBegin + 1);
+}
+
+std::string sMARKED(std::string_view svText, std::string_view svMarked, char cMark)
+{
+    std::string s;
+    s.reserve(svText.size() + 8);
+    for (const char c : svText) {
+        if (svMarked.find(c) != svMarked.npos) s.push_back(cMark);
+        s.push_back(c);
+    }
+    return s;
+}
+
+std::string sJOINED(const std::vector<std::string>& asText, std::string_view svBetween)
+{
+    std::string s;
+    for (const std::string& sText : asText) s.append(s.empty() ? "" : svBetween).append(sText);
+    return s;
+}
+
 bool bHAS_CONTROLS(std::string_view svText)
 {
     while (!svText.empty()) {

@@ -36,5 +36,17 @@ std::string sVALID_UTF8(std::string_view svText);
    by a blank: what may stand inside one line that a person reads. */
 std::string sONE_LINE(std::string_view svText);
 
+/* sONE_LINE with one blank for several, and none at the ends. */
+std::string sCONDENSED(std::string_view svText);
+
+/* svText without the blanks (any of svBlanks) at its ends. */
+std::string_view svTRIMMED(std::string_view svText, std::string_view svBlanks = " \t\r");
+
+/* svText with cMark in front of each of its characters that stand in svMarked. */
+std::string sMARKED(std::string_view svText, std::string_view svMarked, char cMark = '\\');
+
+/* The texts in one, svBetween between them. */
+std::string sJOINED(const std::vector<std::string>& asText, std::string_view svBetween);
+
 /* 1 when a control character stands in svText (line feed, tab, C1 included). */
 bool bHAS_CONTROLS(std::string_view svText);

@@ -74,6 +74,13 @@ long l_cli_version(const char* cpVersion)
     return sv.empty() || iTAKE_ONE_OF(sv, "-_~+.") ? lVersion : 0;
 }
 
+bool bNUMBER(std::string_view svText, int iMin, int iMax, int& iValue)
+{
+    const char* cpEnd = svText.data() + svText.size();
+    const auto [cpStop, eError] = std::from_chars(svText.data(), cpEnd, iValue);
+    return eError == std::errc() && cpStop == cpEnd && iValue >= iMin && iValue <= iMax;
+}
+
 const char* intoas(long lNumber)
 {
     static char szNumber[24];

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <span>
+#include <string_view>
 
 #if !defined(__GLIBC__) || !__GLIBC_PREREQ(2, 38)
 /* Copies, or appends so that the whole stays within uSize, terminator
@@ -30,6 +31,9 @@ char* str_chain(char (&szBuf)[N], int iNew, const T*... texts)
    begins with - _ ~ + or . is ignored. 0 for null and for anything else (a
    above 9000, another part above 99999, a part missing). */
 long l_cli_version(const char* cpVersion);
+
+/* true when the whole text is a number from iMin to iMax: iValue is it. */
+bool bNUMBER(std::string_view svText, int iMin, int iMax, int& iValue);
 
 /* Decimal text; valid until the next call. */
 const char* intoas(long lNumber);

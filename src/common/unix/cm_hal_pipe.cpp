@@ -15,7 +15,6 @@ extern "C" {  // the header of some C libraries does not say it
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 
 #include "../text/descriptor.h"
 #include "../text/immortal.h"
@@ -238,9 +237,8 @@ void WAIT_FOR_GROUP(pid_t iGroup, long lDeadline)
 
 void v_END_CHILDREN()
 {
-    for (CHILD* pChild : std::vector<CHILD*>(CHILDREN())) {
+    for (CHILD* pChild : std::vector<CHILD*>(CHILDREN()))
         if (!pChild->bOutlives) v_CHILD_SIGNAL(*pChild, SIGTERM);
-    }
     for (CHILD* pChild : std::vector<CHILD*>(CHILDREN())) v_CHILD_END(*pChild, iGRACE_MS);
 }
 

@@ -19,6 +19,7 @@
 #include "../config/variables.h"
 #include "../text/appending.h"
 #include "../text/immortal.h"
+#include "../text/standard_error.h"
 #include "../text/text.h"
 #include "cm_hal_pipe.h"
 
@@ -56,8 +57,7 @@ std::string sSEMA_FILE(const sct_semaphore& sema)
 
 void TELL(sct_semaphore& sema, const char* cpVerb, const std::string& sFile)
 {
-    x_Snprintf(sema.szMsg, sizeof sema.szMsg, "cannot %s \"%s\": %s", cpVerb, sFile.c_str(),
-               std::strerror(errno));
+    iTEXT_SET(sema.szMsg, sCANNOT(cpVerb, sFile));
 }
 
 FD fdOPEN_LOCK(const std::string& sFile, int iFlags)

@@ -2,8 +2,6 @@
    else a caller runs through /bin/sh. */
 #include "local_command.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdlib>
 
@@ -18,11 +16,6 @@ std::string sSEARCH_PATH_OF_PROGRAM()
     const char*       cpPath = std::getenv("PATH");
     const std::string sPath = cpPath != nullptr ? cpPath : "/usr/sbin:/usr/bin:/sbin:/bin";
     return sFolder.empty() ? sPath : sFolder.substr(0, sFolder.size() - 1) + ":" + sPath;
-}
-
-long lLOCAL_COMMAND_LIMIT_MS()
-{
-    return 1000L * std::max(iCONFIG_TOTAL_TIMEOUT() + iCONFIG_IDLE_TIMEOUT(), 120);
 }
 
 int iRUN_LOCALLY(const char* cpCommand, long lLimitMs)
@@ -51,7 +44,8 @@ int iRUN_LOCALLY(const char* cpCommand, long lLimitMs)
 
 int start_system(const char* cpCommand)
 {
-    return iRUN_LOCALLY(cpCommand, lLOCAL_COMMAND_LIMIT_MS());
+    const int iLimit = std::max(iCONFIG_TOTAL_TIMEOUT() + iCONFIG_IDLE_TIMEOUT(), 120);
+    return iRUN_LOCALLY(cpCommand, 1000L * iLimit);
 }
 
 int i_cm_exec(const char* cpCommand)

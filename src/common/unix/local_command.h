@@ -4,10 +4,10 @@
 #include <string>
 
 /* Run a command line through /bin/sh on this server, the program's own
-   directory first in the search path, and wait for it, at most
-   lLOCAL_COMMAND_LIMIT_MS; then its process group is ended. Output goes where the
-   program's own goes. Result: exit status, 128 + signal of a killed command, -1 when
-   it could not be started (told on standard error). */
+   directory first in the search path, and wait for it, at most total_timeout and
+   idle_timeout together, two minutes at least; then its process group is ended. Output
+   goes where the program's own goes. Result: exit status, 128 + signal of a killed
+   command, -1 when it could not be started (told on standard error). */
 int start_system(const char* cpCommand);
 int i_cm_exec(const char* cpCommand);
 
@@ -16,7 +16,3 @@ int iRUN_LOCALLY(const char* cpCommand, long lLimitMs);
 
 /* PATH with the program's own directory in front. */
 std::string sSEARCH_PATH_OF_PROGRAM();
-
-/* How long a local command may run, milliseconds: total_timeout and idle_timeout
-   together, at least two minutes. */
-long lLOCAL_COMMAND_LIMIT_MS();

@@ -9,13 +9,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "check.h"
 #include "common/common.h"
 #include "common/config/config.h"
-#include "common/text/descriptor.h"
 #include "common/text/holder.h"
 #include "files.h"
-#include "programs.h"
 #include "report.h"
 #include "setup.h"
 

@@ -1,10 +1,8 @@
 /* The database: that it can be reached, and that it has what the tool reads and writes. */
 #include <sys/stat.h>
 
-#include <cstdlib>
 #include <cstring>
 
-#include "check.h"
 #include "common/common.h"
 #include "common/config/config.h"
 #include "common/remote/cause.h"
@@ -87,10 +85,8 @@ void CHECK_TABLES(PGconn* pConn)
 {
     SCHEMA      schema;
     std::string sError;
-    if (!iREAD_SCHEMA(schema, sError)) {
-        v_WRONG("tables", sError, "apt-get install --reinstall ./vk-config-client_*.deb");
-        return;
-    }
+    if (!iREAD_SCHEMA(schema, sError))
+        return v_WRONG("tables", sError, "apt-get install --reinstall ./vk-config-client_*.deb");
     const DB_GAPS            gaps = sctGAPS(pConn, schema);
     std::vector<std::string> asColumn;
     for (const auto& [sTable, column] : gaps.columns)
@@ -168,7 +164,7 @@ void CHECK_CLIENTS(PGconn* pConn)
 void v_CHECK_DATABASE()
 {
     const CONNECTION_TEXT text =
-        sctCONNECTION_TEXT(sCONFIG_TEXT("database", "conninfo", szDEFAULT_CONNINFO));
+        sctCONNECTION_TEXT(sCONFIG_TEXT("database", "conninfo", szCONFIG_CONNINFO));
     const CONNECTION pConn = pCHECK_CONNECTION(text);
     if (!pConn) return;
     CHECK_WRITABLE(pConn.get(), text);

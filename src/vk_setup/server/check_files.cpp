@@ -8,7 +8,6 @@
 #include <cstring>
 #include <set>
 
-#include "check.h"
 #include "common/common.h"
 #include "common/config/config.h"
 #include "common/remote/ssh/known_key.h"
@@ -170,19 +169,44 @@ int iCHECK_OWNER(const std::string& sWhat, const std::string& sFile)
     return 0;
 }
 
+/* The command that makes the key. */
+std::string sMAKE_KEY(const std::string& sKey, bool bOwn)
+{
+    return bOwn ? "vk_setup server" : sTYPED({"ssh-keygen", "-t", "ed25519", "-N", "", "-f", sKey});
+}
+
+/* The private key that is there, and its public half. */
+void CHECK_KEY_PAIR(const std::string& sKey, const std::string& sWhat, bool bOwn)
+{
+    const PROGRAM_RUN run = sctRUN_PROGRAM({"ssh-keygen", "-y", "-P", "", "-f", sKey});
+    if (!run.bGood() && run.sOut.find("passphrase") != std::string::npos)
+        return v_WRONG(sWhat, "has a passphrase, and nobody is there to type it",
+                       sTYPED({"ssh-keygen", "-p", "-N", "", "-f", sKey}));
+    if (!run.bGood())
+        return v_WRONG(sWhat, "cannot be read: " + sLAST_LINE(run.sOut),
+                       sTYPED({"mv", sKey, sKey + ".old"}) + " && " + sMAKE_KEY(sKey, bOwn));
+    // Comments may differ, type and key may not.
+    std::string       sPublic;
+    const std::string sOwn = sLAST_LINE(run.sOut);
+    const std::string sBody = sOwn.substr(0, sOwn.find(' ', sOwn.find(' ') + 1));
+    if (!iREAD_FILE(sKey + ".pub", sPublic) || !sPublic.starts_with(sBody))
+        return v_WRONG(sWhat, "its public half " + sKey + ".pub is missing or another key's",
+                       sTYPED({"ssh-keygen", "-y", "-f", sKey}) + " >" + sTYPED({sKey + ".pub"}));
+    std::string sValid;
+    if (iCERTIFICATE_INVALID(sKey, sValid))
+        return v_WRONG_ADVICE(sWhat, "its certificate is not valid now (" + sValid + ")",
+                              "have " + sKey + ".pub signed again");
+    v_GOOD(sWhat);
+}
+
 /* The private key of a mode. bOwn: the setup makes it where it is missing. */
 void CHECK_KEY(const std::string& sConfig, const std::string& sKey, bool bOwn)
 {
     struct stat       sctStat {};
     const std::string sWhat = "key " + sKey;
-    std::string       sPublic;
     std::string       sError;
-    if (stat(sKey.c_str(), &sctStat) != 0) {
-        v_WRONG(sWhat, std::strerror(errno),
-                bOwn ? "vk_setup server"
-                     : sTYPED({"ssh-keygen", "-t", "ed25519", "-N", "", "-f", sKey}));
-        return;
-    }
+    if (stat(sKey.c_str(), &sctStat) != 0)
+        return v_WRONG(sWhat, std::strerror(errno), sMAKE_KEY(sKey, bOwn));
     if (iAGENT_KEY(sKey)) {
         if (iAGENT_HOLDS(sConfig, sKey, sError))
             v_GOOD(sWhat + ": its private half is an agent's");
@@ -191,39 +215,12 @@ void CHECK_KEY(const std::string& sConfig, const std::string& sKey, bool bOwn)
                            "start the agent that IdentityAgent names, and ssh-add the key");
         return;
     }
-    if ((sctStat.st_mode & 0077U) != 0) {
-        v_WRONG(sWhat, "others may read it, so ssh does not use it", sCHMOD("600", sKey));
-        return;
-    }
-    if (sctStat.st_uid != geteuid()) {
-        v_WRONG(sWhat, "belongs to another user",
-                sTYPED({"chown", std::to_string(geteuid()), sKey}));
-        return;
-    }
-    const PROGRAM_RUN run = sctRUN_PROGRAM({"ssh-keygen", "-y", "-P", "", "-f", sKey});
-    if (!run.bGood()) {
-        const bool bSecret = run.sOut.find("passphrase") != std::string::npos;
-        if (bSecret)
-            v_WRONG(sWhat, "has a passphrase, and nobody is there to type it",
-                    sTYPED({"ssh-keygen", "-p", "-N", "", "-f", sKey}));
-        else
-            v_WRONG(sWhat, "cannot be read: " + sLAST_LINE(run.sOut),
-                    sTYPED({"mv", sKey, sKey + ".old"}) + " && " +
-                        (bOwn ? "vk_setup server"
-                              : sTYPED({"ssh-keygen", "-t", "ed25519", "-N", "", "-f", sKey})));
-        return;
-    }
-    // Comments may differ, type and key may not.
-    const std::string sOwn = sLAST_LINE(run.sOut);
-    const std::string sBody = sOwn.substr(0, sOwn.find(' ', sOwn.find(' ') + 1));
-    if (!iREAD_FILE(sKey + ".pub", sPublic) || !sPublic.starts_with(sBody))
-        v_WRONG(sWhat, "its public half " + sKey + ".pub is missing or another key's",
-                sTYPED({"ssh-keygen", "-y", "-f", sKey}) + " >" + sTYPED({sKey + ".pub"}));
-    else if (iCERTIFICATE_INVALID(sKey, sError))
-        v_WRONG_ADVICE(sWhat, "its certificate is not valid now (" + sError + ")",
-                       "have " + sKey + ".pub signed again");
-    else
-        v_GOOD(sWhat);
+    if ((sctStat.st_mode & 0077U) != 0)
+        return v_WRONG(sWhat, "others may read it, so ssh does not use it", sCHMOD("600", sKey));
+    if (sctStat.st_uid != geteuid())
+        return v_WRONG(sWhat, "belongs to another user",
+                       sTYPED({"chown", std::to_string(geteuid()), sKey}));
+    CHECK_KEY_PAIR(sKey, sWhat, bOwn);
 }
 
 /* The number behind "line ", 0 none. */
@@ -243,10 +240,8 @@ void CHECK_MODE(const std::string& sMode)
                         sCONFIG_PLACE()}));
         return;
     }
-    if (sConfig.empty()) {
-        v_GOOD("ssh configuration of mode " + sMode + ": the administrator's own");
-        return;
-    }
+    if (sConfig.empty())
+        return v_GOOD("ssh configuration of mode " + sMode + ": the administrator's own");
     const std::string sWhat = "ssh configuration " + sConfig;
     const std::string sFolder = sFOLDER(sConfig);
     if (!file_exist(sFolder.c_str())) v_WRONG(sWhat, std::strerror(ENOENT), "vk_setup server");
@@ -288,10 +283,7 @@ void v_CHECK_PROGRAMS()
 {
     CHECK_PROGRAM("vk_config_client", "./vk-config-client_*.deb");
     for (const char* cpName : {"sftp", "ssh-keygen"}) CHECK_PROGRAM(cpName, "openssh-client");
-    if (sPROGRAM_PATH("ssh").empty()) {
-        CHECK_PROGRAM("ssh", "openssh-client");
-        return;
-    }
+    if (sPROGRAM_PATH("ssh").empty()) return CHECK_PROGRAM("ssh", "openssh-client");
     const std::string sVersion = sLAST_LINE(sctRUN_PROGRAM({"ssh", "-V"}).sOut);
     if (lSSH_VERSION(sVersion) < lMIN_SSH)
         v_WRONG("program ssh: " + sVersion, "OpenSSH 7.6 or later is needed",

@@ -2,14 +2,11 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 
 #include "common/cm_db_access.h"
 #include "common/common.h"
 #include "common/text/program.h"
 #include "files.h"
-
-const char szDEFAULT_CONNINFO[] = "host=/run/postgresql dbname=velka user=velka";
 
 namespace {
 
@@ -22,10 +19,7 @@ constexpr char szTIMEOUT[] = "set statement_timeout='60s'";
 /* One line, blanks counted once, no "ERROR:" in front. */
 std::string sLINE(const char* cpText)
 {
-    std::string s;
-    for (const char c : sONE_LINE(cpText))
-        if (c != ' ' || (!s.empty() && s.back() != ' ')) s.push_back(c);
-    while (s.ends_with(' ')) s.pop_back();
+    std::string s = sCONDENSED(cpText);
     for (const std::string_view sv : {"ERROR: ", "FATAL: "})
         if (s.starts_with(sv)) s.erase(0, sv.size());
     return s;
@@ -120,9 +114,7 @@ std::string sVALUE(PGconn* pConn, const std::string& sSql)
 
 std::string sIDENTIFIER(const std::string& sName)
 {
-    std::string s = "\"";
-    for (const char c : sVALID_UTF8(sName)) s.append(c == '"' ? 2 : 1, c);
-    return s + "\"";
+    return "\"" + sMARKED(sVALID_UTF8(sName), "\"", '"') + "\"";
 }
 
 namespace {

@@ -8,12 +8,13 @@
 #include <string>
 #include <vector>
 
+#include "common/config/keys.h"
 #include "common/text/holder.h"
 
 using CONNECTION = std::unique_ptr<PGconn, FREE_BY<PQfinish>>;
 using DB_ROWS = std::vector<std::vector<std::string>>;  // NULL is ""
 
-/* What a connection text says; szDEFAULT_CONNINFO where vk.ini has none. */
+/* What a connection text says; szCONFIG_CONNINFO where vk.ini has none. */
 struct CONNECTION_TEXT {
     std::string sText;
     std::string sHost, sPort, sDatabase, sUser, sPassFile;
@@ -21,8 +22,7 @@ struct CONNECTION_TEXT {
     std::string sError;          // why it cannot be parsed; else ""
 };
 
-extern const char szDEFAULT_CONNINFO[];
-CONNECTION_TEXT   sctCONNECTION_TEXT(const std::string& sText);
+CONNECTION_TEXT sctCONNECTION_TEXT(const std::string& sText);
 /* "database velka at /run/postgresql as root": never a password. */
 std::string sSHOWN(const CONNECTION_TEXT& text);
 

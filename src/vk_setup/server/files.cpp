@@ -6,29 +6,16 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <string_view>
 #include <vector>
 
 #include "common/common.h"
-#include "common/config/config.h"
-#include "common/text/descriptor.h"
 #include "common/text/holder.h"
-#include "common/unix/cm_hal_pipe.h"
 
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr size_t uFILE_MAX = size_t{64} << 20;
-
-std::string_view svTRIMMED(std::string_view sv)
-{
-    const size_t uFirst = sv.find_first_not_of(" \t\r");
-    if (uFirst == sv.npos) return {};
-    return sv.substr(uFirst, sv.find_last_not_of(" \t\r") - uFirst + 1);
-}
 
 /* The section that a line opens, null when it opens none. */
 bool bSECTION(std::string_view svLine, std::string_view& svName)
@@ -78,13 +65,6 @@ PLACE sctPLACE(const std::vector<std::string>& asLine, const std::string& sSecti
 }
 
 }  // namespace
-
-int iREAD_FILE(const std::string& sFile, std::string& sText)
-{
-    const FD fd(open(sFile.c_str(), O_RDONLY | O_CLOEXEC));
-    sText.clear();
-    return fd.bOpen() && iREAD_ALL(fd.iGet(), sText, uFILE_MAX);
-}
 
 int iREPLACE_FILE(const std::string& sFile, const std::string& sText, mode_t uMode,
                   std::string& sReason)

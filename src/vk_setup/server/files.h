@@ -6,9 +6,6 @@
 
 #include <string>
 
-/* The whole file. Result 1 read, 0 not: errno says why. */
-int iREAD_FILE(const std::string& sFile, std::string& sText);
-
 /* Replaces a file by rename, so that no reader ever sees half of it. Owner and mode
    of an older file are kept; a new one gets uMode.
    Result  1 replaced, 0 not: sReason says why, the older file is as it was */

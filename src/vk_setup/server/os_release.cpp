@@ -2,8 +2,8 @@
 
 #include <sys/stat.h>
 
+#include "common/text/descriptor.h"
 #include "common/text/text.h"
-#include "files.h"
 
 namespace {
 

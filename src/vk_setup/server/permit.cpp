@@ -3,8 +3,6 @@
 #include <cstdlib>
 
 #include "common/common.h"
-#include "common/config/config.h"
-#include "files.h"
 #include "programs.h"
 #include "setup.h"
 
@@ -29,11 +27,9 @@ void ADD_KEY(const std::string& sPublic, std::vector<std::string>& asWord)
             asWord.push_back(std::move(sWord));
 }
 
-}  // namespace
-
 /* The values that ssh takes from a configuration for a keyword in lower case. */
-static std::vector<std::string> asVALUES(const std::string& sConfig, std::string_view svKeyword,
-                                         std::string& sError)
+std::vector<std::string> asVALUES(const std::string& sConfig, std::string_view svKeyword,
+                                  std::string& sError)
 {
     std::vector<std::string> asValue;
     std::vector<std::string> asCommand{"ssh", "-G"};
@@ -51,6 +47,8 @@ static std::vector<std::string> asVALUES(const std::string& sConfig, std::string
     return asValue;
 }
 
+}  // namespace
+
 std::vector<std::string> asIDENTITIES(const std::string& sConfig, std::string& sError)
 {
     return asVALUES(sConfig, "identityfile", sError);
@@ -61,10 +59,8 @@ int iAGENT_HOLDS(const std::string& sConfig, const std::string& sKey, std::strin
     const std::vector<std::string> asAgent = asVALUES(sConfig, "identityagent", sError);
     if (!sError.empty()) return 0;
     std::vector<std::string> asCommand{"env"};
-    if (!asAgent.empty() && asAgent[0] == "none") {
-        sError = "IdentityAgent in " + sConfig + " is none";
-        return 0;
-    }
+    if (!asAgent.empty() && asAgent[0] == "none")
+        return iREASON(sError, "IdentityAgent in " + sConfig + " is none");
     if (!asAgent.empty() && asAgent[0].starts_with('/'))
         asCommand.push_back("SSH_AUTH_SOCK=" + asAgent[0]);
     asCommand.insert(asCommand.end(), {"ssh-add", "-T", sKey});
@@ -91,17 +87,14 @@ int iPUBLIC_KEY(const std::string& sKey, std::string& sPublic, std::string& sErr
         sPublic = sLAST_LINE(run.sOut);
         return 1;
     }
-    sError = sLAST_LINE(run.sOut);
-    return 0;
+    return iREASON(sError, sLAST_LINE(run.sOut));
 }
 
 int iPERMIT_LINE(const std::string& sMode, std::string& sLine, std::string& sError)
 {
     std::string sConfig;
-    if (!iCONFIG_ACCESS(sMode.c_str(), sConfig)) {
-        sError = "access mode \"" + sMode + "\" is not configured";
-        return 0;
-    }
+    if (!iCONFIG_ACCESS(sMode.c_str(), sConfig))
+        return iREASON(sError, "access mode \"" + sMode + "\" is not configured");
     std::vector<std::string> asWord{"vk_setup", "set_client", sSERVER_NAME(), "--mode", sMode};
     const size_t             uWithoutKey = asWord.size();
     for (const std::string& sKey : asIDENTITIES(sConfig, sError)) {

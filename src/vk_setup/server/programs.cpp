@@ -1,7 +1,6 @@
 #include "programs.h"
 
 #include "common/common.h"
-#include "common/text/command_line.h"
 #include "common/unix/cm_hal_pipe.h"
 #include "common/unix/read_now.h"
 

@@ -4,8 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "common/text/command_line.h"
-
 /* What a program left. */
 struct PROGRAM_RUN {
     int         iStatus = -1;  // exit status; 128 + signal; -1: it did not start

@@ -20,13 +20,15 @@ void LINE(const char* cpWord, const std::string& sText)
 
 }  // namespace
 
-void v_STEP(STEP eStep, const std::string& sText)
+int iSTEP(STEP eStep, const std::string& sText)
 {
     constexpr const char* acpWord[] = {"there", "made", "to do", "failed"};
-    if (eStep == STEP_TO_DO || eStep == STEP_FAILED) iOpenSteps++;
+    const bool            bDone = eStep == STEP_THERE || eStep == STEP_MADE;
+    if (!bDone) iOpenSteps++;
     const bool bRights =
         eStep == STEP_FAILED && geteuid() != 0 && sText.find("ermission") != std::string::npos;
     LINE(acpWord[eStep], bRights ? sText + "; run it as root" : sText);
+    return bDone;
 }
 
 void v_STEP_MORE(const std::string& sText)

@@ -11,8 +11,9 @@ enum STEP {
     STEP_FAILED,  // it could not be done
 };
 
-/* One line on standard output. A step that failed for want of rights gets a hint. */
-void v_STEP(STEP eStep, const std::string& sText);
+/* One line on standard output. A step that failed for want of rights gets a hint.
+   Result  1 there or made, 0 to do or failed */
+int iSTEP(STEP eStep, const std::string& sText);
 /* A line that goes on with what the step before said. */
 void v_STEP_MORE(const std::string& sText);
 

@@ -11,13 +11,6 @@ namespace {
 
 constexpr char szBLANK[] = " \t\r\n";
 
-std::string_view svTRIM(std::string_view sv)
-{
-    const size_t uFirst = sv.find_first_not_of(szBLANK);
-    if (uFirst == sv.npos) return {};
-    return sv.substr(uFirst, sv.find_last_not_of(szBLANK) - uFirst + 1);
-}
-
 /* Texts between cMark, those inside quotes and parentheses left whole; comments go. */
 std::vector<std::string> asSPLIT(std::string_view svText, char cMark)
 {
@@ -39,7 +32,7 @@ std::vector<std::string> asSPLIT(std::string_view svText, char cMark)
         else
             asPart.back() += c;
     }
-    for (std::string& s : asPart) s = std::string(svTRIM(s));
+    for (std::string& s : asPart) s = std::string(svTRIMMED(s, szBLANK));
     std::erase(asPart, "");
     return asPart;
 }
@@ -109,8 +102,7 @@ int iREAD_PRODUCT_FILE(const char* cpName, std::string& sText, std::string& sErr
 {
     const std::string sFile = sPRODUCT_FILE(cpName);
     if (!sFile.empty() && iREAD_FILE(sFile, sText)) return 1;
-    sError = std::string("the product's file ") + cpName + " is missing";
-    return 0;
+    return iREASON(sError, std::string("the product's file ") + cpName + " is missing");
 }
 
 }  // namespace
@@ -126,8 +118,9 @@ int iREAD_SCHEMA(SCHEMA& schema, std::string& sError)
     for (const std::string& sSql : asSPLIT(sTables, ';')) TAKE_STATEMENT(sSql, schema);
     const std::vector<std::string> asRows = asSPLIT(sSystems, ';');
     const size_t uValues = asRows.empty() ? std::string::npos : asRows[0].find("values");
-    if (uValues != std::string::npos) schema.sSystems = svTRIM(asRows[0]).substr(uValues + 6);
+    if (uValues != std::string::npos)
+        schema.sSystems = svTRIMMED(asRows[0], szBLANK).substr(uValues + 6);
     if (!schema.tables.empty() && !schema.sSystems.empty()) return 1;
-    sError = "the product's files sql/schema.sql and sql/oper_systems.sql are not usable";
-    return 0;
+    return iREASON(sError,
+                   "the product's files sql/schema.sql and sql/oper_systems.sql are not usable");
 }

@@ -43,7 +43,7 @@ std::string sSERVER_NAME()
 {
     std::string      sError;
     const CONNECTION pConn =
-        pCONNECT(sCONFIG_TEXT("database", "conninfo", szDEFAULT_CONNINFO), sError);
+        pCONNECT(sCONFIG_TEXT("database", "conninfo", szCONFIG_CONNINFO), sError);
     if (!pConn) return sMACHINE_NAME();
     const SERVER_ROW row = sctSERVER_ROW(pConn.get());
     return row.bThere && !row.sName.empty() ? row.sName : sMACHINE_NAME();
@@ -53,7 +53,7 @@ int iSERVER(const SETUP_ARGS& args)
 {
     std::string sText;
     if (iREAD_FILE(sCONFIG_PLACE(), sText) && iINI_BAD_LINE(sText) == 0)
-        v_STEP(STEP_THERE, "configuration " + sCONFIG_PLACE());
+        iSTEP(STEP_THERE, "configuration " + sCONFIG_PLACE());
     const int iDatabase = iSETUP_DATABASE(args);
     v_SETUP_DIRECTORIES();
     v_SETUP_ACCESS(args.sName.empty() ? sSERVER_NAME() : args.sName);

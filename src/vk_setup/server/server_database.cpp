@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstring>
 
 #include "common/cm_db_access.h"
 #include "common/common.h"
@@ -57,12 +56,7 @@ std::string sUSER_NAME()
 std::string sCONN_VALUE(const std::string& sValue)
 {
     if (!sValue.empty() && sValue.find_first_of(" '\\;") == std::string::npos) return sValue;
-    std::string s = "'";
-    for (const char c : sValue) {
-        if (c == '\'' || c == '\\') s += '\\';
-        s += c;
-    }
-    return s + "'";
+    return "'" + sMARKED(sValue, "'\\") + "'";
 }
 
 std::string sTEXT_OF(const CONNECTION_TEXT& text, const std::string& sDatabase,
@@ -113,23 +107,19 @@ void START_LOCAL_SERVER(const CONNECTION_TEXT& text)
     const long        lEnd = lNOW_MS() + iSTART_MS;
     while (!file_exist(sSOCKET(text).c_str()) && lNOW_MS() < lEnd) iSLEEP_MS(50);
     if (file_exist(sSOCKET(text).c_str()))
-        v_STEP(STEP_MADE, "database server of this machine started");
+        iSTEP(STEP_MADE, "database server of this machine started");
     else
-        v_STEP(STEP_FAILED, "database server of this machine does not start (status " +
-                                std::to_string(run.iStatus) +
-                                "); its log in /var/log/postgresql says why");
+        iSTEP(STEP_FAILED, "database server of this machine does not start (status " +
+                               std::to_string(run.iStatus) +
+                               "); its log in /var/log/postgresql says why");
 }
 
 /* Runs a statement and reports it. */
 int iMAKE(PGconn* pConn, const std::string& sSql, const std::string& sWhat)
 {
     std::string sError;
-    if (!iRUN(pConn, sSql, nullptr, sError)) {
-        v_STEP(STEP_FAILED, sWhat + ": " + sError);
-        return 0;
-    }
-    v_STEP(STEP_MADE, sWhat);
-    return 1;
+    if (!iRUN(pConn, sSql, nullptr, sError)) return iSTEP(STEP_FAILED, sWhat + ": " + sError);
+    return iSTEP(STEP_MADE, sWhat);
 }
 
 /* Result 1: sRole is a member of sOwner now. */
@@ -163,7 +153,7 @@ int iMAKE_LOCAL(const CONNECTION_TEXT& text, const std::string& sOwner)
     std::string      sError;
     const CONNECTION pConn = pAS_SUPERUSER(text, "postgres", sError);
     if (!pConn) {
-        v_STEP(STEP_FAILED, "database server of this machine: " + sError);
+        iSTEP(STEP_FAILED, "database server of this machine: " + sError);
         if (sPROGRAM_PATH("pg_ctlcluster").empty())
             v_STEP_MORE(
                 "install one (apt-get install postgresql), or name another with --conninfo");
@@ -185,7 +175,7 @@ int iMAKE_LOCAL(const CONNECTION_TEXT& text, const std::string& sOwner)
 void TELL_ADMINISTRATOR(const CONNECTION_TEXT& text, const std::string& sError)
 {
     const std::string sUser = sIDENTIFIER(text.sUser);
-    v_STEP(STEP_TO_DO, sSHOWN(text) + ": " + sError);
+    iSTEP(STEP_TO_DO, sSHOWN(text) + ": " + sError);
     v_STEP_MORE("where it is missing, an administrator of that database server has to do this:");
     v_STEP_MORE("  create role " + sUser + " login password '...';");
     v_STEP_MORE("  create database " + sIDENTIFIER(text.sDatabase) + " owner " + sUser +
@@ -209,17 +199,14 @@ void TELL_TABLES(const CONNECTION_TEXT& text)
 /* Writes the connection text into vk.ini where that says something else. */
 int iKEEP_CONNINFO(const std::string& sText)
 {
-    if (sCONFIG_TEXT("database", "conninfo", szDEFAULT_CONNINFO) == sText) return 1;
+    if (sCONFIG_TEXT("database", "conninfo", szCONFIG_CONNINFO) == sText) return 1;
     std::string sReason;
     if (sText.find(" ;") != std::string::npos || sText.find('\n') != std::string::npos)
         sReason = "a connection text with \" ;\" or a line feed cannot stand there";
-    if (!sReason.empty() || !iINI_SET(sCONFIG_PLACE(), "database", "conninfo", sText, sReason)) {
-        v_STEP(STEP_FAILED, "conninfo in " + sCONFIG_PLACE() + ": " + sReason);
-        return 0;
-    }
+    if (!sReason.empty() || !iINI_SET(sCONFIG_PLACE(), "database", "conninfo", sText, sReason))
+        return iSTEP(STEP_FAILED, "conninfo in " + sCONFIG_PLACE() + ": " + sReason);
     v_CONFIG_FORGET();
-    v_STEP(STEP_MADE, "conninfo in " + sCONFIG_PLACE());
-    return 1;
+    return iSTEP(STEP_MADE, "conninfo in " + sCONFIG_PLACE());
 }
 
 /* Makes role and database on the machine's own server, and connects. bDefault: neither
@@ -236,7 +223,7 @@ CONNECTION pLOCAL_DATABASE(CONNECTION_TEXT& text, bool bDefault)
     if (!iMAKE_LOCAL(text, sOwner)) return nullptr;
     CONNECTION pConn = pCONNECT(text.sText, sError);
     if (!pConn) {
-        v_STEP(STEP_FAILED, sSHOWN(text) + ": " + sError);
+        iSTEP(STEP_FAILED, sSHOWN(text) + ": " + sError);
         v_STEP_MORE("admit that role in pg_hba.conf, or name one that is called as the user: " +
                     sTYPED({"vk_setup", "server", "--conninfo",
                             sTEXT_OF(text, text.sDatabase, sUSER_NAME())}));
@@ -251,9 +238,9 @@ CONNECTION pDATABASE(const SETUP_ARGS& args, CONNECTION_TEXT& text)
 {
     const std::string sConfigured = sCONFIG_TEXT("database", "conninfo", "");
     const std::string sGiven = args.sConninfo.empty() ? sConfigured : args.sConninfo;
-    text = sctCONNECTION_TEXT(sGiven.empty() ? szDEFAULT_CONNINFO : sGiven);
+    text = sctCONNECTION_TEXT(sGiven.empty() ? szCONFIG_CONNINFO : sGiven);
     if (!text.sError.empty()) {
-        v_STEP(STEP_FAILED, "conninfo: " + text.sError);
+        iSTEP(STEP_FAILED, "conninfo: " + text.sError);
         return nullptr;
     }
     if (!args.sConninfo.empty() && !iKEEP_CONNINFO(args.sConninfo)) return nullptr;
@@ -261,7 +248,7 @@ CONNECTION pDATABASE(const SETUP_ARGS& args, CONNECTION_TEXT& text)
     if (text.bLocal) START_LOCAL_SERVER(text);
     CONNECTION pConn = pCONNECT(text.sText, sError);
     if (pConn) {
-        v_STEP(STEP_THERE, sSHOWN(text));
+        iSTEP(STEP_THERE, sSHOWN(text));
         return pConn;
     }
     if (text.bLocal) return pLOCAL_DATABASE(text, sGiven.empty());
@@ -382,10 +369,7 @@ int iFILL_SCHEMA(const CONNECTION_TEXT& text, PGconn* pConn, const SCHEMA& schem
 {
     CONNECTION pSuper;
     DB_GAPS    gaps = sctGAPS(pConn, schema);
-    if (gaps.bNone()) {
-        v_STEP(STEP_THERE, "tables, columns and operating systems");
-        return 1;
-    }
+    if (gaps.bNone()) return iSTEP(STEP_THERE, "tables, columns and operating systems");
     PGconn* pMaker = pMAKER(text, pConn, pSuper);
     if (gaps.sError.empty()) {
         if (!iGRANT(pMaker, text, pConn, schema)) return 0;
@@ -397,10 +381,7 @@ int iFILL_SCHEMA(const CONNECTION_TEXT& text, PGconn* pConn, const SCHEMA& schem
         if (!iGRANT(pMaker, text, pConn, schema)) return 0;
         gaps = sctGAPS(pConn, schema);
     }
-    if (!gaps.sError.empty()) {
-        v_STEP(STEP_FAILED, "tables: " + gaps.sError);
-        return 0;
-    }
+    if (!gaps.sError.empty()) return iSTEP(STEP_FAILED, "tables: " + gaps.sError);
     if (gaps.lSystems == 0) return 1;
     return iMAKE(pMaker,
                  "insert into oper_systems (os,platform) select v.os,v.platform from (values " +
@@ -435,21 +416,18 @@ int iSERVER_ROW(PGconn* pConn, const SETUP_ARGS& args)
     const SERVER_ROW  row = sctSERVER_ROW(pConn);
     const std::string sOs = sKNOWN_SYSTEM(pConn);
     char              szSql[2048];
-    if (!row.sError.empty()) {
-        v_STEP(STEP_FAILED, "row of the server: " + row.sError);
-        return 0;
-    }
+    if (!row.sError.empty()) return iSTEP(STEP_FAILED, "row of the server: " + row.sError);
     if (row.bThere) {
         const bool bRename = !args.sName.empty() && args.sName != row.sName;
         if (bRename && !iCHANGE_ROW(pConn, "name", args.sName)) return 0;
         if (!row.bKnownOs) return iCHANGE_ROW(pConn, "os", sOs);
-        if (!bRename) v_STEP(STEP_THERE, "row of the server: " + row.sName + ", " + row.sOs);
+        if (!bRename) iSTEP(STEP_THERE, "row of the server: " + row.sName + ", " + row.sOs);
         return 1;
     }
     const std::string sName = args.sName.empty() ? sMACHINE_NAME() : args.sName;
     iSQL(szSql, "select client_id from clients where name='%s'", std::string_view(sName));
     if (const std::string sId = sVALUE(pConn, szSql); !sId.empty()) {
-        v_STEP(STEP_FAILED, "row of the server: client " + sId + " has the name \"" + sName + "\"");
+        iSTEP(STEP_FAILED, "row of the server: client " + sId + " has the name \"" + sName + "\"");
         v_STEP_MORE("give the server another one with --name, or remove that client: " +
                     sTYPED({"vk_config_client", "-c", sName, "-C", "d"}));
         return 0;
@@ -467,10 +445,8 @@ int iSETUP_DATABASE(const SETUP_ARGS& args)
 {
     SCHEMA      schema;
     std::string sError;
-    if (!iREAD_SCHEMA(schema, sError)) {
-        v_STEP(STEP_FAILED, "tables: " + sError + "; install the package again");
-        return 0;
-    }
+    if (!iREAD_SCHEMA(schema, sError))
+        return iSTEP(STEP_FAILED, "tables: " + sError + "; install the package again");
     CONNECTION_TEXT  text;
     const CONNECTION pConn = pDATABASE(args, text);
     return pConn && iFILL_SCHEMA(text, pConn.get(), schema) && iSERVER_ROW(pConn.get(), args);

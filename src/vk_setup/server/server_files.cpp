@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <filesystem>
 
 #include "common/common.h"
@@ -23,9 +22,9 @@ void TIGHTEN(const std::string& sFile, mode_t uForbidden)
     struct stat sctStat {};
     if (stat(sFile.c_str(), &sctStat) != 0 || (sctStat.st_mode & uForbidden) == 0) return;
     if (chmod(sFile.c_str(), sctStat.st_mode & 07777U & ~uForbidden) != 0)
-        v_STEP(STEP_FAILED, sCANNOT("change the mode of", sFile));
+        iSTEP(STEP_FAILED, sCANNOT("change the mode of", sFile));
     else
-        v_STEP(STEP_MADE, "mode of " + sFile);
+        iSTEP(STEP_MADE, "mode of " + sFile);
 }
 
 /* Result 1: it is there now. */
@@ -33,12 +32,9 @@ int iDIRECTORY(const std::string& sDirectory, mode_t uMode)
 {
     struct stat sctStat {};
     if (stat(sDirectory.c_str(), &sctStat) == 0 && S_ISDIR(sctStat.st_mode)) return 1;
-    if (!iMAKE_DIRECTORY(sDirectory) || chmod(sDirectory.c_str(), uMode) != 0) {
-        v_STEP(STEP_FAILED, sCANNOT("make", sDirectory));
-        return 0;
-    }
-    v_STEP(STEP_MADE, "directory " + sDirectory);
-    return 1;
+    if (!iMAKE_DIRECTORY(sDirectory) || chmod(sDirectory.c_str(), uMode) != 0)
+        return iSTEP(STEP_FAILED, sCANNOT("make", sDirectory));
+    return iSTEP(STEP_MADE, "directory " + sDirectory);
 }
 
 /* The scripts are links to the product's own, so that an upgrade renews them. */
@@ -53,17 +49,17 @@ void UPDATE_SCRIPTS()
         std::error_code   error;
         if (fs::exists(sLink, error)) continue;
         if (sTarget.empty()) {
-            v_STEP(STEP_FAILED, "update script " + sLink +
-                                    ": the product's own is missing too; "
-                                    "install the package again");
+            iSTEP(STEP_FAILED, "update script " + sLink +
+                                   ": the product's own is missing too; "
+                                   "install the package again");
             continue;
         }
         if (!iDIRECTORY(sSkel, 0755)) return;
         unlink(sLink.c_str());  // one that leads nowhere
         if (symlink(sTarget.c_str(), sLink.c_str()) != 0)
-            v_STEP(STEP_FAILED, sCANNOT("make", sLink));
+            iSTEP(STEP_FAILED, sCANNOT("make", sLink));
         else
-            v_STEP(STEP_MADE, "update script " + sLink);
+            iSTEP(STEP_MADE, "update script " + sLink);
     }
 }
 
@@ -91,9 +87,9 @@ void MAKE_KEY(const std::string& sKey, const std::string& sServer)
     const PROGRAM_RUN run = sctRUN_PROGRAM(
         {"ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-C", "velka@" + sServer, "-f", sKey});
     if (!run.bGood())
-        v_STEP(STEP_FAILED, "key pair " + sKey + ": " + sLAST_LINE(run.sOut));
+        iSTEP(STEP_FAILED, "key pair " + sKey + ": " + sLAST_LINE(run.sOut));
     else
-        v_STEP(STEP_MADE, "key pair " + sKey);
+        iSTEP(STEP_MADE, "key pair " + sKey);
 }
 
 void MAKE_PUBLIC(const std::string& sKey)
@@ -105,44 +101,38 @@ void MAKE_PUBLIC(const std::string& sKey)
         return;
     if (!iPUBLIC_KEY(sKey, sPublic, sReason) ||
         !iREPLACE_FILE(sKey + ".pub", sPublic + "\n", 0644, sReason))
-        v_STEP(STEP_FAILED, "public key of " + sKey + ": " + sReason);
+        iSTEP(STEP_FAILED, "public key of " + sKey + ": " + sReason);
     else
-        v_STEP(STEP_MADE, "public key " + sKey + ".pub");
+        iSTEP(STEP_MADE, "public key " + sKey + ".pub");
 }
 
 /* Keys that the configuration names beside itself are the product's; others are the
-   administrator's, and stay his. */
-void ACCESS(const std::string& sMode, const std::string& sServer)
+   administrator's, and stay his. Result 1: the mode has what it needs. */
+int iACCESS(const std::string& sMode, const std::string& sServer)
 {
     std::string sConfig;
     std::string sReason;
-    if (!iCONFIG_ACCESS(sMode.c_str(), sConfig)) return;
-    if (sConfig.empty()) {
-        v_STEP(STEP_THERE, "mode " + sMode + ": the administrator's own ssh configuration");
-        return;
-    }
+    if (!iCONFIG_ACCESS(sMode.c_str(), sConfig)) return 0;
+    if (sConfig.empty())
+        return iSTEP(STEP_THERE, "mode " + sMode + ": the administrator's own ssh configuration");
     const std::string sFolder = sFOLDER(sConfig);
-    if (!iDIRECTORY(sFolder, 0700)) return;
+    if (!iDIRECTORY(sFolder, 0700)) return 0;
     if (!file_exist(sConfig.c_str())) {
-        if (!iREPLACE_FILE(sConfig, sSSH_CONFIGURATION(sMode, sFolder), 0600, sReason)) {
-            v_STEP(STEP_FAILED, "ssh configuration: " + sReason);
-            return;
-        }
-        v_STEP(STEP_MADE, "ssh configuration " + sConfig);
+        if (!iREPLACE_FILE(sConfig, sSSH_CONFIGURATION(sMode, sFolder), 0600, sReason))
+            return iSTEP(STEP_FAILED, "ssh configuration: " + sReason);
+        iSTEP(STEP_MADE, "ssh configuration " + sConfig);
     }
     TIGHTEN(sConfig, 0022);
     const std::vector<std::string> asKey = asIDENTITIES(sConfig, sReason);
-    if (!sReason.empty()) {
-        v_STEP(STEP_FAILED, "ssh configuration " + sConfig + ": " + sReason);
-        return;
-    }
+    if (!sReason.empty())
+        return iSTEP(STEP_FAILED, "ssh configuration " + sConfig + ": " + sReason);
     for (const std::string& sKey : asKey) {
         if (!sKey.starts_with(sFolder)) continue;
         if (!file_exist(sKey.c_str())) MAKE_KEY(sKey, sServer);
         MAKE_PUBLIC(sKey);
         TIGHTEN(sKey, 0077);
     }
-    v_STEP(STEP_THERE, "ssh configuration and key of mode " + sMode);
+    return iSTEP(STEP_THERE, "ssh configuration and key of mode " + sMode);
 }
 
 }  // namespace
@@ -161,24 +151,23 @@ void v_SETUP_DIRECTORIES()
         (!iMAKE_DIRECTORY(sFOLDER(sCONFIG_PLACE())) ||
          !iREPLACE_FILE(sCONFIG_PLACE(), "; Configuration of vk_config_client(8)\n", 0640,
                         sReason)))
-        v_STEP(STEP_FAILED,
-               "configuration: " +
-                   (sReason.empty() ? sCANNOT("make", sFOLDER(sCONFIG_PLACE())) : sReason));
+        iSTEP(STEP_FAILED,
+              "configuration: " +
+                  (sReason.empty() ? sCANNOT("make", sFOLDER(sCONFIG_PLACE())) : sReason));
     TIGHTEN(sCONFIG_PLACE(), 0027);
     int iAll = 1;
     for (const WORK_DIRECTORY& directory : asctWorkDirectory) {
         iAll &= iDIRECTORY(sDIRECTORY(directory), 0750);
         TIGHTEN(sDIRECTORY(directory), 0002);
     }
-    if (iAll) v_STEP(STEP_THERE, "directories of the tool");
+    if (iAll) iSTEP(STEP_THERE, "directories of the tool");
     UPDATE_SCRIPTS();
 }
 
 void v_SETUP_ACCESS(const std::string& sServer)
 {
-    if (sPROGRAM_PATH("ssh-keygen").empty() || sPROGRAM_PATH("ssh").empty()) {
-        v_STEP(STEP_TO_DO, "ssh is not installed: apt-get install openssh-client");
-        return;
-    }
-    for (const char* cpMode : acpKeyMode) ACCESS(cpMode, sServer);
+    if (sPROGRAM_PATH("ssh-keygen").empty() || sPROGRAM_PATH("ssh").empty())
+        iSTEP(STEP_TO_DO, "ssh is not installed: apt-get install openssh-client");
+    else
+        for (const char* cpMode : acpKeyMode) iACCESS(cpMode, sServer);
 }

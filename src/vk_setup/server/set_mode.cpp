@@ -77,7 +77,7 @@ int iBRING_TO_MODE(const SETUP_ARGS& args)
     std::string      sMode;
     std::string      sError;
     const CONNECTION pConn =
-        pCONNECT(sCONFIG_TEXT("database", "conninfo", szDEFAULT_CONNINFO), sError);
+        pCONNECT(sCONFIG_TEXT("database", "conninfo", szCONFIG_CONNINFO), sError);
     if (!pConn) {
         v_STDERR("cannot reach the database: %s; vk_setup check says more", sError.c_str());
         return 0;
@@ -89,12 +89,12 @@ int iBRING_TO_MODE(const SETUP_ARGS& args)
                  args.sClient.c_str());
     if (eFound == FOUND_NOT && !args.sSystem.empty() && iREGISTER(args)) {
         eFound = eSTORED_MODE(pConn.get(), args, sMode);
-        if (eFound == FOUND_ROW) v_STEP(STEP_MADE, "row of " + args.sClient);
+        if (eFound == FOUND_ROW) iSTEP(STEP_MADE, "row of " + args.sClient);
     }
     if (eFound != FOUND_ROW) return 0;
     const bool bThere = sMode == args.sMode;
     if (!bThere && !iSTORE(pConn.get(), args)) return 0;
-    v_STEP(bThere ? STEP_THERE : STEP_MADE, "access mode " + args.sMode + " of " + args.sClient);
+    iSTEP(bThere ? STEP_THERE : STEP_MADE, "access mode " + args.sMode + " of " + args.sClient);
     return 1;
 }
 

@@ -26,6 +26,13 @@ int iSETUP_DATABASE(const SETUP_ARGS& args);
 void v_SETUP_DIRECTORIES();
 void v_SETUP_ACCESS(const std::string& sServer);
 
+/* ---- groups of the check; each prints its lines ---------------------------- */
+
+void v_CHECK_DIRECTORIES();
+void v_CHECK_PROGRAMS();
+void v_CHECK_ACCESS();
+void v_CHECK_DATABASE();
+
 /* ---- what they share ------------------------------------------------------ */
 
 /* The name of the server: its row's, else the machine's. */

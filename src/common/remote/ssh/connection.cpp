@@ -133,9 +133,8 @@ FD fdLOCKED(const std::string& sPath)
     FD          fd(open(sPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
     struct stat sctStat {};
     if (!fd.bOpen() || fstat(fd.iGet(), &sctStat) != 0 || sctStat.st_uid != geteuid() ||
-        flock(fd.iGet(), LOCK_EX | LOCK_NB) != 0) {
+        flock(fd.iGet(), LOCK_EX | LOCK_NB) != 0)
         return FD();
-    }
     return fd;
 }
 

@@ -15,6 +15,7 @@
 
 #include "../../config/config.h"
 #include "../../text/descriptor.h"
+#include "../../text/standard_error.h"
 #include "../../text/text.h"
 #include "../../unix/read_now.h"
 #include "copy_progress.h"
@@ -32,12 +33,7 @@ constexpr int    iREMOVE_MS = 5000;  // for taking an unfinished file away
    character for a wildcard. */
 std::string sQUOTED(const std::string& sPath)
 {
-    std::string sWord = "\"";
-    for (char c : sPath) {
-        if (c == '"' || c == '\\') sWord += '\\';
-        sWord += c;
-    }
-    return sWord + "\"";
+    return "\"" + sMARKED(sPath, "\"\\") + "\"";
 }
 
 /* C:\a\b is /C:/a/b for an sftp server. */
@@ -85,9 +81,8 @@ int iLISTEN(TALK& talk, COPY_PROGRESS* pProgress, DONE bDone)
             return 0;
         }
         std::vector<WAIT_FD> fds{{talk.child.fdExit.iGet()}};
-        for (FD* pFd : {&talk.child.fdOut, &talk.child.fdErr}) {
+        for (FD* pFd : {&talk.child.fdOut, &talk.child.fdErr})
             if (pFd->bOpen()) fds.push_back({pFd->iGet()});
-        }
         iWAIT(fds, std::min(lDeadline, lNOW_MS() + iSTEP_MS));
         const bool bEnded = fds[0].bReady;
         READ_BOUNDED(talk.child.fdOut, talk.sOut);
@@ -275,9 +270,8 @@ int iGIVE_NAME(TRANSFER& transfer, TALK& talk, std::string& sReason)
         return 0;
     }
     iLAST_WORDS(talk, "-rm " + sPart + "\n");
-    sReason = "\"" + transfer.sPath + "\" arrived with " + std::to_string(lArrived) + " of " +
-              std::to_string(transfer.lSize) + " bytes";
-    return 0;
+    return iREASON(sReason, "\"" + transfer.sPath + "\" arrived with " + std::to_string(lArrived) +
+                                " of " + std::to_string(transfer.lSize) + " bytes");
 }
 
 enum TRIED { TRIED_DONE, TRIED_FAILED, TRIED_NO_FOLDER };
@@ -305,10 +299,7 @@ int iSFTP_PUT(CHILD_SPEC sctSpec, const std::string& sHost, const std::string& s
     const std::string sPath = sREMOTE_PATH(sTarget);
     std::error_code   error;
     const auto        uSize = std::filesystem::file_size(sSource, error);
-    if (error) {
-        sReason = "cannot read \"" + sSource + "\": " + error.message();
-        return 0;
-    }
+    if (error) return iREASON(sReason, "cannot read \"" + sSource + "\": " + error.message());
     if ((sSource + sPath).find_first_of("\r\n") != std::string::npos) {
         sReason = "cannot copy \"" + sONE_LINE(sSource) + "\": its name holds a line end";
         return 0;

@@ -35,8 +35,7 @@ bool bHOST_NAME(const std::string& sName)
 
 int iBAD_NAME(const std::string& sName, std::string& sReason)
 {
-    sReason = "Host is unknown: \"" + sONE_LINE(sName) + "\" is not a host name";
-    return 0;
+    return iREASON(sReason, "Host is unknown: \"" + sONE_LINE(sName) + "\" is not a host name");
 }
 
 /* Options of ssh and sftp alike, as -o words. */
@@ -48,9 +47,7 @@ struct SSH_OPTIONS {
 /* A "%" begins a token in ssh's own options. */
 std::string sPERCENT_DOUBLED(const std::string& sText)
 {
-    std::string sDoubled;
-    for (char c : sText) sDoubled.append(c == '%' ? 2 : 1, c);
-    return sDoubled;
+    return sMARKED(sText, "%", '%');
 }
 
 /* The configuration of the host's access mode; PROXY goes by VKSSH's. */
@@ -58,9 +55,9 @@ int iMODE_CONFIG(const HOST& host, std::string& sConfig, std::string& sReason)
 {
     const std::string sMode = host.sAccessMode == "PROXY" ? "VKSSH" : host.sAccessMode;
     if (iCONFIG_ACCESS(sMode.c_str(), sConfig)) return 1;
-    sReason = "access mode \"" + sONE_LINE(sMode) + "\" is not configured; add a section [access " +
-              sONE_LINE(sMode) + "] to vk.ini";
-    return 0;
+    return iREASON(sReason, "access mode \"" + sONE_LINE(sMode) +
+                                "\" is not configured; add a section [access " + sONE_LINE(sMode) +
+                                "] to vk.ini");
 }
 
 /* The command by which ssh reaches a proxied client through its data mover. */

@@ -60,10 +60,9 @@ int iSETTINGS(const std::string& sConfig, std::string& sText, std::string& sReas
         return 1;
     }
     FD fd(open(sConfig.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
-    if (!fd.bOpen()) {
-        sReason = "Can't open user config file " + sConfig + ": " + std::strerror(errno);
-        return 0;
-    }
+    if (!fd.bOpen())
+        return iREASON(sReason,
+                       "Can't open user config file " + sConfig + ": " + std::strerror(errno));
     if (bCAN_BE_INCLUDED(fd.iGet(), sConfig)) {
         sText += "Include \"" + sConfig + "\"\n";
         return 1;

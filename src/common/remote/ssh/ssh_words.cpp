@@ -163,13 +163,6 @@ std::vector<std::string> asTELLING(const std::vector<std::string>& asLine)
     return asTold;
 }
 
-std::string sJOINED(const std::vector<std::string>& asLine, const char* cpBetween)
-{
-    std::string s;
-    for (const std::string& sLine : asLine) s += (s.empty() ? "" : cpBetween) + sLine;
-    return s;
-}
-
 /* The verdict on a host key first, as ssh says it of every kind; then why. */
 std::vector<std::string> asVERDICT_FIRST(std::vector<std::string> asLine)
 {

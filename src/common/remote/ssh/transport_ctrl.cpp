@@ -6,7 +6,6 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <set>
 
 #include "../../text/immortal.h"
@@ -46,18 +45,16 @@ int iREQUEST_OF(const HOST& host, std::string_view svCommand, REQUEST& request,
     request.eVerb = REQUEST_RUN;
     const int iWords = iPOSIX_WORDS(svCommand, request.asWord, sCause);
     if (iWords && !request.asWord.empty()) return 1;
-    sReason = "the gate of " + host.sName +
-              " takes a program and its words only; the command holds " +
-              (iWords ? "none" : sCause);
-    return 0;
+    return iREASON(sReason, "the gate of " + host.sName +
+                                " takes a program and its words only; the command holds " +
+                                (iWords ? "none" : sCause));
 }
 
 int iLINE(const HOST& host, const REQUEST& request, std::string& sLine, std::string& sReason)
 {
     if (iREQUEST_FORM(request, sLine)) return 1;
-    sReason = "the request to the gate of " + host.sName + " would be longer than " +
-              std::to_string(uREQUEST_MAX) + " bytes";
-    return 0;
+    return iREASON(sReason, "the request to the gate of " + host.sName + " would be longer than " +
+                                std::to_string(uREQUEST_MAX) + " bytes");
 }
 
 struct CTRL : OVER_SSH {
@@ -69,9 +66,8 @@ struct CTRL : OVER_SSH {
         if (!bGATE(host))
             return SSH_TRANSPORT().iFORM(host, sPort, svCommand, iConnectTimeout, sctSpec, sReason);
         if (!iREQUEST_OF(host, svCommand, request, sReason) ||
-            !iLINE(host, request, sLine, sReason)) {
+            !iLINE(host, request, sLine, sReason))
             return 0;
-        }
         sctSpec.bPipeIn = true;
         // Whoever is on this machine may read an argument vector.
         if (sFOREIGN(svCommand) != svCommand) {
@@ -135,9 +131,8 @@ private:
         std::string  sLine;
         const LIMITS limits = sctLIMITS(0, 0);
         if (!iLINE(host, request, sLine, sReason) ||
-            !iSSH_CALL(host, "", sLine, limits.iConnect, sctSpec, sReason)) {
+            !iSSH_CALL(host, "", sLine, limits.iConnect, sctSpec, sReason))
             return 0;
-        }
         TRACE_COMMAND_LINE(sctSpec, sctLog);
         sctSpec.sInFile = sSource;
         OUTPUT            output;

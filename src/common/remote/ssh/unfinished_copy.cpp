@@ -8,7 +8,6 @@
 #include "../../config/variables.h"
 #include "../../text/appending.h"
 #include "../../text/descriptor.h"
-#include "../../text/standard_error.h"
 #include "../../unix/read_now.h"
 
 namespace {
