@@ -3,25 +3,29 @@
 #include "sandbox_fixture.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
-#include <sys/syscall.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
-#include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <regex>
 #include <set>
 #include <sstream>
 
+#include "common/config/config.h"
 #include "common/text/command_line.h"
 
-namespace fs = std::filesystem;
+TEXTS operator+(TEXTS asFirst, const TEXTS& asMore)
+{
+    asFirst.insert(asFirst.end(), asMore.begin(), asMore.end());
+    return asFirst;
+}
 
 std::string sREAD_FILE(const std::string& sPath)
 {
@@ -36,6 +40,37 @@ void WRITE_FILE(const std::string& sPath, std::string_view svBytes)
     std::ofstream file{sPath, std::ios::binary | std::ios::trunc};
     file.write(svBytes.data(), static_cast<std::streamsize>(svBytes.size()));
     ASSERT_TRUE(file.flush()) << "cannot write " << sPath;
+}
+
+void WRITE_PROGRAM(const std::string& sPath, std::string_view svScript)
+{
+    unlink(sPath.c_str());
+    WRITE_FILE(sPath, "#!/bin/sh\n" + std::string(svScript) + "\n");
+    ASSERT_EQ(chmod(sPath.c_str(), 0755), 0);
+}
+
+mode_t iMODE(const std::string& sPath)
+{
+    struct stat sctStat {};
+    EXPECT_EQ(stat(sPath.c_str(), &sctStat), 0) << sPath;
+    return sctStat.st_mode & 07777U;
+}
+
+std::string sTEMP_DIR()
+{
+    char szDir[] = "/tmp/vk-test.XXXXXX";
+    return mkdtemp(szDir) ? szDir : "";
+}
+
+FD fdLISTENER(const std::string& sPath)
+{
+    sockaddr_un sctAddress{};
+    sctAddress.sun_family = AF_UNIX;
+    sPath.copy(sctAddress.sun_path, sizeof sctAddress.sun_path - 1);
+    FD fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    EXPECT_EQ(bind(fd.iGet(), reinterpret_cast<sockaddr*>(&sctAddress), sizeof sctAddress), 0);
+    EXPECT_EQ(listen(fd.iGet(), 8), 0);
+    return fd;
 }
 
 TEXTS asLINES(const std::string& sText)
@@ -56,6 +91,15 @@ std::string sALL_FILES(const std::string& sFolder, std::string_view svEnd)
     std::string sText;
     for (const std::string& sPath : paths) sText += sREAD_FILE(sPath);
     return sText;
+}
+
+TEXTS asFILES_NAMED(const std::string& sFolder, std::string_view svPart)
+{
+    TEXTS asFound;
+    for (const auto& entry : fs::recursive_directory_iterator{sFolder})
+        if (entry.path().filename().native().find(svPart) != std::string::npos)
+            asFound.push_back(entry.path());
+    return asFound;
 }
 
 namespace {
@@ -84,47 +128,61 @@ pid_t iSPAWN(const TEXTS& asCommand, const SETTINGS& environment, const std::str
     _exit(127);
 }
 
-/* 1 ended (*pStatus as of waitpid), 0 the limit has passed. */
-int iWAIT_PROCESS(pid_t iPid, int iLimitMs, int* pStatus)
+/* Whether it ended within the limit (*pStatus as of waitpid). */
+bool bENDS(pid_t iPid, int iLimitMs, int* pStatus)
 {
-    const FD   fdExit{static_cast<int>(syscall(SYS_pidfd_open, iPid, 0))};
-    pollfd     sctPoll{fdExit.iGet(), POLLIN, 0};
-    const long lEnd = lNOW_MS() + iLimitMs;
-    int        iReady;
-    do {
-        iReady = poll(&sctPoll, 1, static_cast<int>(std::max(0L, lEnd - lNOW_MS())));
-    } while (iReady < 0 && errno == EINTR);
-    return iReady == 1 && waitpid(iPid, pStatus, 0) == iPid;
+    return bWAIT_UNTIL(iLimitMs, [&] { return waitpid(iPid, pStatus, WNOHANG) == iPid; });
 }
 
 }  // namespace
 
+std::string sSTATUS(int iExit, const std::string& sMessage)
+{
+    return std::string("STATUS=") + (iExit ? "ERROR" : "SUCCESS") + " MSG=\"" + sMessage + "\"\n";
+}
+
+void EXPECT_ENDED(const RUN& run, int iExit, const std::string& sMessage)
+{
+    EXPECT_EQ(run.iExit, iExit);
+    EXPECT_EQ(run.sOut, sSTATUS(iExit, sMessage));
+}
+
+std::string sSUMMARY(int iOk, int iFailed)
+{
+    return std::string("STATUS=") + (iFailed ? "ERROR" : "SUCCESS") + " MSG=Checked " +
+           std::to_string(iOk + iFailed) + " clients: " + std::to_string(iOk) + " OK and " +
+           std::to_string(iFailed) + " failed.";
+}
+
 bool bSCRIPT(const TEXTS& asArgument)
 {
     const std::string sLog = "/tmp/vk-test-" + std::to_string(getpid()) + ".log";
-    TEXTS             asCommand{VK_SANDBOX_SCRIPT};
-    asCommand.insert(asCommand.end(), asArgument.begin(), asArgument.end());
-    const char* cpPath = getenv("PATH");
-    const char* cpHome = getenv("HOME");
-    const pid_t iPid = iSPAWN(asCommand,
-                              {{"PATH", cpPath ? cpPath : "/usr/bin:/bin"},
-                               {"HOME", cpHome ? cpHome : "/"},
-                               {"VK_BIN", fs::path{VK_PROGRAM}.parent_path().string()}},
-                              sLog, sLog);
-    int         iStatus = -1;
-    const bool  bGood = iWAIT_PROCESS(iPid, 60000, &iStatus) && iStatus == 0;
+    const char*       cpPath = getenv("PATH");
+    const char*       cpHome = getenv("HOME");
+    const pid_t       iPid = iSPAWN(TEXTS{VK_SANDBOX_SCRIPT} + asArgument,
+                                    {{"PATH", cpPath ? cpPath : "/usr/bin:/bin"},
+                                     {"HOME", cpHome ? cpHome : "/"},
+                                     {"VK_BIN", fs::path{VK_PROGRAM}.parent_path().string()}},
+                                    sLog, sLog);
+    int               iStatus = -1;
+    const bool        bGood = bENDS(iPid, 60000, &iStatus) && iStatus == 0;
     if (!bGood) ADD_FAILURE() << "sandbox " << asArgument[0] << ": " << sREAD_FILE(sLog);
     unlink(sLog.c_str());
     return bGood;
 }
 
-namespace {
-
-std::string sTEMP_DIR()
+RUN sctSHELL(const std::string& sLine)
 {
-    char szDir[] = "/tmp/vk-test.XXXXXX";
-    return mkdtemp(szDir) ? szDir : "";
+    RUN         run;
+    FILE* const pPipe = popen(sLine.c_str(), "re");
+    for (int c = 0; pPipe != nullptr && (c = fgetc(pPipe)) != EOF;)
+        run.sOut += static_cast<char>(c);
+    const int iStatus = pPipe != nullptr ? pclose(pPipe) : -1;
+    run.iExit = WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1;
+    return run;
 }
+
+namespace {
 
 /* The database server that this process uses: ctest's, else one of its own. */
 struct CLUSTER {
@@ -218,11 +276,15 @@ void SANDBOX::SetUp()
     m_sDatabase = PQdb(m_pConn.get());
     // Of the log that all tests share, only what comes from here on is looked at.
     m_uServerLog = fs::file_size(sSERVER_LOG());
+    setenv("VK_INI", (m_sDir + "/vk.ini").c_str(), 1);
+    v_CONFIG_FORGET();
 }
 
 void SANDBOX::TearDown()
 {
     if (HasFailure()) PRINT_STATE();
+    unsetenv("VK_INI");
+    v_CONFIG_FORGET();
     m_pConn.reset();
     if (!m_sDir.empty()) bSCRIPT({"down", m_sDir});
 }
@@ -257,9 +319,9 @@ std::string SANDBOX::sLITERAL(const std::string& sValue)
 void SANDBOX::ADD_CLIENT(const std::string& sName, const std::string& sMode, const std::string& sOs,
                          const SETTINGS& columns)
 {
-    SETTINGS all{
-        {"name", sName}, {"os", sOs}, {"accessmode", sMode}, {"location", "0"}, {"exec", "1"}};
-    for (const auto& [sColumn, sValue] : columns) all[sColumn] = sValue;
+    SETTINGS all = columns;
+    all.insert(
+        {{"name", sName}, {"os", sOs}, {"accessmode", sMode}, {"location", "0"}, {"exec", "1"}});
     std::string sColumns, sValues;
     for (const auto& [sColumn, sValue] : all) {
         sColumns += "," + sColumn;
@@ -275,9 +337,7 @@ void SANDBOX::ADD_CLIENT(const std::string& sName, const std::string& sMode, con
 
 void SANDBOX::START_CLIENTS(const TEXTS& asName)
 {
-    TEXTS asArgument{"add", m_sDir};
-    asArgument.insert(asArgument.end(), asName.begin(), asName.end());
-    ASSERT_TRUE(bSCRIPT(asArgument));
+    ASSERT_TRUE(bSCRIPT(TEXTS{"add", m_sDir} + asName));
 }
 
 void SANDBOX::SWITCH(const std::string& sClient, const std::string& sProgram,
@@ -297,9 +357,7 @@ void SANDBOX::SWITCH(const std::string& sClient, const std::string& sProgram,
 
 STARTED_RUN SANDBOX::START(const TEXTS& asArgument, const SETTINGS& environment)
 {
-    TEXTS asCommand{m_sProgram};
-    asCommand.insert(asCommand.end(), asArgument.begin(), asArgument.end());
-    return START_COMMAND(asCommand, environment);
+    return START_COMMAND(TEXTS{m_sProgram} + asArgument, environment);
 }
 
 STARTED_RUN SANDBOX::START_COMMAND(const TEXTS& asCommand, const SETTINGS& environment)
@@ -326,7 +384,7 @@ RUN SANDBOX::WAIT(STARTED_RUN& run, int iLimitMs)
 {
     RUN result;
     int iStatus = 0;
-    if (run.iPid <= 0 || !iWAIT_PROCESS(run.iPid, iLimitMs, &iStatus)) {
+    if (run.iPid <= 0 || !bENDS(run.iPid, iLimitMs, &iStatus)) {
         ADD_FAILURE() << "no run, or one that lasts longer than " << iLimitMs << " ms";
         const STARTED_RUN ended = std::move(run);
         result.iSignal = SIGKILL;
@@ -400,13 +458,11 @@ TEXTS SANDBOX::STATEMENTS()
 
 TEXTS SANDBOX::PROTOCOL()
 {
-    TEXTS asText;
-    for (const std::string& sLine : asLINES(sALL_FILES(sRW() + "prot", ".prt"))) {
-        size_t uText = 0;  // after date, time and process id
-        for (int i = 0; i < 3 && uText != std::string::npos; i++)
-            uText = sLine.find(' ', uText + 1);
-        EXPECT_NE(uText, std::string::npos) << "no line of the day protocol: " << sLine;
-        asText.push_back(uText == std::string::npos ? sLine : sLine.substr(uText + 1));
+    TEXTS asText = asLINES(sALL_FILES(sRW() + "prot", ".prt"));
+    for (std::string& sLine : asText) {
+        std::smatch found;  // date, time and process id, and what stands behind them
+        EXPECT_TRUE(std::regex_match(sLine, found, std::regex("[^ ]+ [^ ]+ [0-9]+ (.*)"))) << sLine;
+        sLine = std::string(found[1]);
     }
     return asText;
 }
@@ -415,17 +471,6 @@ TEXTS SANDBOX::PROTOCOL()
 
 void SANDBOX::INI(const std::string& sSection, const std::string& sKey, const std::string& sValue)
 {
-    std::string sText;
-    bool        bInside = false, bDone = false;
-    for (const std::string& sLine : asLINES(sREAD_FILE(m_sDir + "/vk.ini"))) {
-        if (bInside && sLine.starts_with(sKey + " =")) continue;
-        sText += sLine + "\n";
-        if (!sLine.starts_with("[")) continue;
-        bInside = sLine == "[" + sSection + "]";
-        if (!bInside || bDone) continue;
-        sText += sKey + " = " + sValue + "\n";
-        bDone = true;
-    }
-    if (!bDone) sText += "[" + sSection + "]\n" + sKey + " = " + sValue + "\n";
-    WRITE_FILE(m_sDir + "/vk.ini", sText);
+    const std::string sFile = m_sDir + "/vk.ini";
+    WRITE_FILE(sFile, sREAD_FILE(sFile) + "[" + sSection + "]\n" + sKey + " = " + sValue + "\n");
 }

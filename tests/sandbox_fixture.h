@@ -1,6 +1,6 @@
 /* A private backup server for one test: a database of its own, directories,
-   vk.ini, and clients behind real sshd with stand-in programs (sandbox/). Tests
-   run side by side without meeting. After a failure the runs' standard error, the
+   vk.ini, which the library reads in this process, too, and clients behind real sshd
+   with stand-in programs (sandbox/). Tests run side by side. After a failure the runs' standard error, the
    trace, the day protocol and the server log are printed. */
 #pragma once
 
@@ -9,6 +9,7 @@
 #include <libpq-fe.h>
 #include <signal.h>
 
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <string>
@@ -17,7 +18,9 @@
 
 #include "common/unix/cm_hal_pipe.h"
 
+namespace fs = std::filesystem;
 using TEXTS = std::vector<std::string>;
+TEXTS operator+(TEXTS asFirst, const TEXTS& asMore);
 using SETTINGS = std::map<std::string, std::string>;
 
 /* What a run left. */
@@ -57,16 +60,31 @@ bool bWAIT_UNTIL(int iLimitMs, F bDone)
 /* Whole file, "" when there is none. */
 std::string sREAD_FILE(const std::string& sPath);
 void        WRITE_FILE(const std::string& sPath, std::string_view svBytes);
+/* A shell script, in the place of what was there; and the last bits of a file's mode. */
+void        WRITE_PROGRAM(const std::string& sPath, std::string_view svScript);
+mode_t      iMODE(const std::string& sPath);
+std::string sTEMP_DIR();                           // a new one
+FD          fdLISTENER(const std::string& sPath);  // a socket that nobody serves
 TEXTS       asLINES(const std::string& sText);
 /* The bytes of its files whose names end so, in the order of the names. */
 std::string sALL_FILES(const std::string& sFolder, std::string_view svEnd = "");
-bool        bSCRIPT(const TEXTS& asArgument);  // runs sandbox/sandbox
+/* The status line of a run, and the last line of one over several clients. */
+std::string sSTATUS(int iExit, const std::string& sMessage);
+void        EXPECT_ENDED(const RUN& run, int iExit, const std::string& sMessage);  // all it said
+std::string sSUMMARY(int iOk, int iFailed);
+bool        bSCRIPT(const TEXTS& asArgument);    // runs sandbox/sandbox
+RUN         sctSHELL(const std::string& sLine);  // standard output and exit code of a line
 /* Living processes whose environment holds sVariable, after up to iWaitMs. */
 int iCOUNT_PROCESSES(const std::string& sVariable, int iWaitMs);
 
 struct CLOSE_DB {
     void operator()(PGconn* pConn) const { PQfinish(pConn); }
 };
+
+inline const std::string sE006 = "E006-HOSTS   Missing parameters for configuration of a client.";
+
+/* Paths below a folder of what has such a text in its name. */
+TEXTS asFILES_NAMED(const std::string& sFolder, std::string_view svPart);
 
 class SANDBOX : public testing::Test {
 protected:
@@ -79,6 +97,10 @@ protected:
        (sandbox/sandbox says what follows from a name). More columns by name. */
     void ADD_CLIENT(const std::string& sName, const std::string& sMode = "VKSSH",
                     const std::string& sOs = "Linux", const SETTINGS& columns = {});
+    void ADD_CLIENTS(const TEXTS& asName, const std::string& sMode = "VKSSH")
+    {
+        for (const std::string& sName : asName) ADD_CLIENT(sName, sMode);
+    }
     /* Starts clients that are not in the database. */
     void START_CLIENTS(const TEXTS& asName);
     /* Its sshd and every session; and starts it again. */
@@ -121,6 +143,7 @@ protected:
         STARTED_RUN run = START(asArgument, environment);
         return WAIT(run, iLimitMs);
     }
+    RUN CHECK(const std::string& sClient) { return CONFIG_CLIENT({"-c", sClient, "-C", "r"}); }
     STARTED_RUN START(const TEXTS& asArgument, const SETTINGS& environment = {});
     /* The same for any program, its path first. */
     STARTED_RUN START_COMMAND(const TEXTS& asCommand, const SETTINGS& environment = {});
@@ -152,7 +175,7 @@ protected:
 
     /* ---- configuration ---- */
 
-    /* Sets a key of vk.ini. */
+    /* Sets a key of vk.ini; what stands last there counts. */
     void INI(const std::string& sSection, const std::string& sKey, const std::string& sValue);
     /* Directory of the sandbox; rw() is gv_rw. */
     const std::string& sDIR() const { return m_sDir; }

@@ -2,12 +2,7 @@
    library reads from there, and gv_rw below it. */
 #pragma once
 
-#include <gtest/gtest.h>
 #include <stdlib.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <string>
 
 #include "common/config/config.h"
 #include "sandbox_fixture.h"
@@ -16,9 +11,8 @@ class SCRATCH : public testing::Test {
 protected:
     void SetUp() override
     {
-        char szDir[] = "/tmp/vk_scratch_XXXXXX";
-        ASSERT_NE(mkdtemp(szDir), nullptr);
-        m_sDir = szDir;
+        m_sDir = sTEMP_DIR();
+        ASSERT_FALSE(m_sDir.empty());
         setenv("VK_INI", sPATH("vk.ini").c_str(), 1);
         INI("");
     }
