@@ -1,20 +1,14 @@
 /* Statements and command lines: what was put in is what their reader gets out. The
    readers here are small ones of our own, after the rules of the database server,
    the POSIX shell and Windows programs. */
-#include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <vector>
 
 #include "common/cm_db_access.h"
 #include "common/text/command_line.h"
+#include "must.h"
 
 namespace {
-
-void MUST(bool bTrue)
-{
-    if (!bTrue) abort();
-}
 
 /* Takes the literals out of a statement. */
 std::vector<std::string> asLITERALS(std::string_view sv, std::string& sRest)

@@ -1,20 +1,13 @@
 /* What clients and hosts files say. However output comes in pieces, the marks go out
    of it, the bytes between them stay, and no line brings control characters; reports,
    dates, versions, patterns and names can be any text. */
-#include <cstdint>
-#include <cstdlib>
-
 #include "common/common.h"
 #include "common/remote/cm_remote.h"
 #include "common/remote/output.h"
 #include "common/remote/wrapper.h"
+#include "must.h"
 
 namespace {
-
-void MUST(bool bTrue)
-{
-    if (!bTrue) abort();
-}
 
 std::string sFED(MARK_READER& reader, const std::string& sStream, size_t uStep)
 {

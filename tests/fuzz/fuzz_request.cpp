@@ -1,18 +1,11 @@
 /* What a server may send to a client's gate, and the command lines that become
    requests. Whatever comes: a line that is taken means the same when it is formed
    again, and holds nothing that a shell would read as more than words. */
-#include <cstdint>
-#include <cstdlib>
-
 #include "common/remote/request.h"
 #include "common/text/command_line.h"
+#include "must.h"
 
 namespace {
-
-void MUST(bool bTrue)
-{
-    if (!bTrue) abort();
-}
 
 bool bSAME(const REQUEST& left, const REQUEST& right)
 {

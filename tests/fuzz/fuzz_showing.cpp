@@ -2,19 +2,13 @@
    one, a control character or broken text, and the status line stays one line whose
    last quote closes the whole text. */
 #include <algorithm>
-#include <cstdint>
-#include <cstdlib>
 
 #include "common/text/secret.h"
 #include "common/text/standard_error.h"
 #include "common/text/text.h"
+#include "must.h"
 
 namespace {
-
-void MUST(bool bTrue)
-{
-    if (!bTrue) abort();
-}
 
 bool bWITHOUT_CONTROLS(const std::string& s)
 {
