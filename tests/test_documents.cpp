@@ -106,4 +106,21 @@ TEST(DOCUMENTS, configuration_keys_are_the_same_in_code_man_page_and_default_fil
     EXPECT_EQ(rows, keys);
 }
 
+TEST(DOCUMENTS, options_of_the_fleet_view_are_the_same_in_usage_man_page_and_completion)
+{
+    const std::string sCode = TEXT("src/vk_client_status/options.cpp");
+    const std::string sMan = TEXT("man/vk_client_status.8");
+    WORDS             options = FOUND(sCode, "^    \\{\"([a-z-]+)\",");
+    options.insert("help");
+    EXPECT_EQ(FOUND(sCode, "^  --([a-z-]+)"), options);  // the last line has --version as well
+    options.insert("version");
+    ASSERT_GE(options.size(), 26U);
+    WORDS man = FOUND(sMan, "^\\.It [^\\n]*?Fl -([a-z-]+)");
+    man.merge(FOUND(sMan, "^\\.It [^\\n]*, Fl -([a-z-]+)"));
+    EXPECT_EQ(man, options);
+    for (const std::string& s : FOUND(sMan, "Fl -([a-z-]+)")) EXPECT_TRUE(options.contains(s)) << s;
+    EXPECT_EQ(FOUND(TEXT("packaging/vk_client_status.bash-completion"), "[ '\n]--([a-z-]+)"),
+              options);
+}
+
 }  // namespace

@@ -7,28 +7,21 @@
 #include <time.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <regex>
-#include <set>
 
 #include "common/cm_db_access.h"
 #include "common/common.h"
-#include "common/config/config.h"
 #include "sandbox_fixture.h"
 #include "vk_client_status/moment.h"
 #include "vk_client_status/options.h"
 
-using testing::ElementsAre;
-using testing::EndsWith;
-using testing::HasSubstr;
-using testing::Not;
-using testing::StartsWith;
+using namespace testing;
 
 namespace {
 
 /* Line of an outcome log. JSON by hand: it is what the reader is tested with. */
-std::string LINE(const std::string& sEnd, const std::string& sClient, const std::string& sExit,
-                 const std::string& sMore = "", const std::string& sTask = "check")
+std::string sLINE(const std::string& sEnd, const std::string& sClient, const std::string& sExit,
+                  const std::string& sMore = "", const std::string& sTask = "check")
 {
     return R"({"begin":")" + sEnd + R"(","end":")" + sEnd + R"(","client":")" + sClient +
            R"(","task":")" + sTask + R"(","exit":)" + sExit + (sMore.empty() ? "" : ",") + sMore +
@@ -42,24 +35,24 @@ protected:
         SANDBOX::SetUp();
         setenv("TZ", "UTC", 1);
         tzset();
-        setenv("VK_INI", (sDIR() + "/vk.ini").c_str(), 1);
-        v_CONFIG_FORGET();
         m_sProgram = VK_STATUS_PROGRAM;
         iMAKE_DIRECTORY(sRW() + "prot");
         char szReply[64];  // another test of this process has lost its database
         iDB_ACCESS("select 1", szReply, nullptr, str_log{});
     }
-    void TearDown() override
-    {
-        unsetenv("VK_INI");
-        v_CONFIG_FORGET();
-        SANDBOX::TearDown();
-    }
 
     void LOG(const std::string& sDay, const std::string& sLines)
     {
-        WRITE_FILE(sRW() + "prot/" + sDay + ".jsonl",
-                   sREAD_FILE(sRW() + "prot/" + sDay + ".jsonl") + sLines);
+        const std::string sFile = sRW() + "prot/" + sDay + ".jsonl";
+        WRITE_FILE(sFile, sREAD_FILE(sFile) + sLines);
+    }
+    /* A line in the file of its day. */
+    void LINE(const std::string& sEnd, const std::string& sClient, const std::string& sExit,
+              const std::string& sMore = "", const std::string& sTask = "check")
+    {
+        std::string sDay = sEnd.substr(0, 10);
+        std::erase(sDay, '-');
+        LOG(sDay, sLINE(sEnd, sClient, sExit, sMore, sTask));
     }
     /* A row, columns and values as SQL has them. */
     void ROW(const std::string& sName, const std::string& sColumns, const std::string& sValues)
@@ -91,77 +84,59 @@ protected:
     std::vector<OUTCOME>  m_runs;
 };
 
-CHOSEN ALL(const FLEET& fleet)
-{
-    return CHOOSE(fleet, {});
-}
-
 /* A fleet of every state. */
 class STATUS_FLEET : public STATUS {
 protected:
     void SetUp() override
     {
         STATUS::SetUp();
-        const char* cpColumns =
-            "os, accessmode, location, velka_version, version_number, servicepack_number, "
-            "update_state, update_message, update_date, access_state, access_time, access_success, "
-            "msg, exec";
-        const std::string sDone =
-            "5000020000000001, 0, '0', 'Update finished successfully', "
-            "'2026-05-01 20:00:00', ";
-        const std::string sOld = "'VKSSH', '2', '5.1.0-3', 5000010000000003, 12, '0', '', null, ";
-        // An update has stored its version as a number; the text is that of the last report.
-        ROW("'alpha'", cpColumns,
-            "'Linux', 'VKSSH', '1', '5.1.0-3', " + sDone +
-                "0, '2026-05-20 03:00:00', '2026-05-20 03:00:00', 'I005-HOSTS   well', '1'");
-        ROW("'beta'", cpColumns,
-            "'Linux', " + sOld +
-                "1, '2026-05-20 03:00:01', '2026-05-17 03:00:00', 'E011-HOSTS   no permit', '1'");
-        ROW("'gamma'", cpColumns,
-            "'Windows Server 2022', " + sOld +
-                "0, '2026-05-10 03:00:00', '2026-05-10 03:00:00', 'I005-HOSTS   well', '1'");
-        ROW("'delta'", cpColumns, "'Solaris', " + sOld + "null, null, null, null, '1'");
-        ROW("'omega'", cpColumns,
-            "'Linux', " + sOld + "1, '2026-01-01 03:00:00', null, 'E002-HOSTS   away', '0'");
-        ROW("'winbox'", cpColumns,
-            "'Windows Server 2022', 'VKSSH', '1', '5.1.0-3', 5000010000000003, null, '1', "
-            "'WARNING W004-HOSTS   A restart', '2026-05-19 20:00:00', 1, '2026-05-19 20:00:00', "
-            "'2026-05-19 03:00:00', 'W004-HOSTS   A restart', '1'");
-        ROW(R"('=<b>"x",|&\')", cpColumns,
-            R"('L<i>nux', '<s>', '''', '@5"', 0, 0, null, null, null, 1, '2026-05-20 03:00:02', null, )"
-            R"(E'E002-HOSTS   No <i>access</i> | "quoted"\n\x1b[31mred', '1')");
+        // An update has stored alpha's version as a number; the text is that of the last report.
+        SQL(R"(insert into clients (client_id, name, os, accessmode, location, velka_version,
+            version_number, servicepack_number, update_state, update_message, update_date,
+            access_state, access_time, access_success, msg, exec) values
+            (1, 'alpha', 'Linux', 'VKSSH', '1', '5.1.0-3', 5000020000000001, 0, '0',
+             'Update finished successfully', '2026-05-01 20:00:00', 0,
+             '2026-05-20 03:00:00', '2026-05-20 03:00:00', 'I005-HOSTS   well', '1'),
+            (2, 'beta', 'Linux', 'VKSSH', '2', '5.1.0-3', 5000010000000003, 12, '0', '', null, 1,
+             '2026-05-20 03:00:01', '2026-05-17 03:00:00', 'E011-HOSTS   no permit', '1'),
+            (3, 'gamma', 'Windows Server 2022', 'VKSSH', '2', '5.1.0-3', 5000010000000003, 12, '0',
+             '', null, 0, '2026-05-10 03:00:00', '2026-05-10 03:00:00', 'I005-HOSTS   well', '1'),
+            (4, 'delta', 'Solaris', 'VKSSH', '2', '5.1.0-3', 5000010000000003, 12, '0', '', null,
+             null, null, null, null, '1'),
+            (5, 'omega', 'Linux', 'VKSSH', '2', '5.1.0-3', 5000010000000003, 12, '0', '', null, 1,
+             '2026-01-01 03:00:00', null, 'E002-HOSTS   away', '0'),
+            (6, 'winbox', 'Windows Server 2022', 'VKSSH', '1', '5.1.0-3', 5000010000000003, null,
+             '1', 'WARNING W004-HOSTS   A restart', '2026-05-19 20:00:00', 1,
+             '2026-05-19 20:00:00', '2026-05-19 03:00:00', 'W004-HOSTS   A restart', '1'),
+            (7, '=<b>"x",|&\', 'L<i>nux', '<s>', '''', '@5"', 0, 0, null, null, null, 1,
+             '2026-05-20 03:00:02', null,
+             E'E002-HOSTS   No <i>access</i> | "quoted"\n\x1b[31mred', '1'))");
         // Updates last night: failed, left out, interrupted, and one that is under way.
-        const std::string sUpdate =
-            "'Linux', 'VKSSH', '3', '5.1.0-3', 5000010000000003, null, 'S', 'M', null, "
-            "0, '2026-05-20 03:00:00', '2026-05-20 03:00:00', 'I005-HOSTS   well', '1'";
-        for (const char* cpName : {"u-cut", "u-fail", "u-left", "u-run"}) {
-            const bool  bBegun = cpName[2] == 'c' || cpName[2] == 'r';
-            std::string sValues = sUpdate;
-            sValues.replace(sValues.find("'S'"), 8,
-                            bBegun ? "'a', 'Update in progress'" : "'0', ''");
-            ROW("'" + std::string(cpName) + "'", cpColumns, sValues);
-        }
-        LOG("20260519",
-            LINE("2026-05-19T20:00:00Z", "u-fail", "2", R"("id":"E021-HOSTS","cause":"disk-full")",
-                 "update") +
-                LINE("2026-05-19T20:00:01Z", "u-left", "null", R"("msg":"not started")", "update"));
+        SQL(R"(insert into clients (client_id, name, update_state, update_message, os, accessmode,
+            location, velka_version, version_number, access_state, access_time, access_success,
+            msg, exec) select v.*, 'Linux', 'VKSSH', '3', '5.1.0-3', 5000010000000003, 0,
+            '2026-05-20 03:00:00', '2026-05-20 03:00:00', 'I005-HOSTS   well', '1' from (values
+            (8, 'u-cut', 'a', 'Update in progress'), (9, 'u-fail', '0', ''),
+            (10, 'u-left', '0', ''), (11, 'u-run', 'a', 'Update in progress')) v)");
+        LINE("2026-05-19T20:00:00Z", "u-fail", "2", R"("id":"E021-HOSTS","cause":"disk-full")",
+             "update");
+        LINE("2026-05-19T20:00:01Z", "u-left", "null", R"("msg":"not started")", "update");
         LOCK("u-cut");
         m_held.push_back(LOCK("u-run"));
-        LOG("20260507", LINE("2026-05-07T03:00:00Z", R"(=<b>\"x\",|\u0026\\)", "1"));
-        LOG("20260517", LINE("2026-05-17T03:00:00Z", "beta", "0") +
-                            LINE("2026-05-17T05:00:00+02:00", "alpha", "0"));
-        LOG("20260518", LINE("2026-05-18T03:00:00Z", "beta", "1", R"("cause":"old")") +
-                            LINE("2026-05-18T03:00:00Z", "alpha", "1") +
-                            LINE("2026-05-18T04:00:00Z", "alpha", "0"));
-        LOG("20260520",
-            LINE("2026-05-20T03:00:00Z", "alpha", "0", R"("host_key":"SHA256:k")") +
-                LINE("2026-05-20T03:00:01Z", "beta", "1",
-                     R"("stage":"login","cause":"key-not-accepted","words":["root@beta: denied"],)"
-                     R"("cure":"vk_setup set_client velkasrv","host_key":"SHA256:k")") +
-                LINE(
-                    "2026-05-20T03:00:02Z", R"(=<b>\"x\",|\u0026\\)", "1",
-                    R"("cause":"<u>|\"","words":["</table><script>alert(1)</script>","a\u001b[1m}]"],)"
-                    R"("cure":"type \"<a>\"")"));
+        const char* cpHostile = R"(=<b>\"x\",|\u0026\\)";
+        LINE("2026-05-07T03:00:00Z", cpHostile, "1");
+        LINE("2026-05-17T03:00:00Z", "beta", "0");
+        LINE("2026-05-17T05:00:00+02:00", "alpha", "0");
+        LINE("2026-05-18T03:00:00Z", "beta", "1", R"("cause":"old")");
+        LINE("2026-05-18T03:00:00Z", "alpha", "1");
+        LINE("2026-05-18T04:00:00Z", "alpha", "0");
+        LINE("2026-05-20T03:00:00Z", "alpha", "0", R"("host_key":"SHA256:k")");
+        LINE("2026-05-20T03:00:01Z", "beta", "1",
+             R"("stage":"login","cause":"key-not-accepted","words":["root@beta: denied"],)"
+             R"("cure":"vk_setup set_client velkasrv","host_key":"SHA256:k")");
+        LINE("2026-05-20T03:00:02Z", cpHostile, "1",
+             R"("cause":"<u>|\"","words":["</table><script>alert(1)</script>","a\u001b[1m}]"],)"
+             R"("cure":"type \"<a>\"")");
         setlocale(LC_CTYPE, "C.UTF-8");
     }
     std::vector<FD> m_held;
@@ -178,7 +153,8 @@ std::string CARETS(std::string sText)
 TEST_F(STATUS_FLEET, every_form_whole)
 {
     FLEET        fleet = READ();
-    const CHOSEN all = ALL(fleet);
+    const CHOSEN all = CHOOSE(fleet, {});
+    const CHOSEN some{all[0], all[1], all[2], all[3], all[7], all[10]};  // each branch of a line once
     EXPECT_EQ(CARETS(sFORM_TABLE(fleet, all, {100, true})), R"~(^[1mNAME         STATE   SINCE  CHECKED  SUCCESS  VERSION  SP  UPDATE            SYSTEM^[0m
 =<b>"x",|&\  ^[31;1mfailed^[0m  13 d+  8 h               @5"                            L<i>nux
    ^[2m<u>|": </table><script>alert(1)</script>; a [1m}]^[0m
@@ -204,40 +180,30 @@ R"(NAME         STATE   SINCE  CHECKED  VERSION
    <u>|": </table><script>alert(1)</script>;…
    cure: type "<a>"
 )"));
-    EXPECT_EQ(sFORM_TABLE(fleet, all, {0, false}), R"~(NAME         STATE   SINCE                 CHECKED              SUCCESS              VERSION  SP  UPDATE                           SYSTEM               MODE   LOC
-=<b>"x",|&\  failed  2026-05-07 03:00:00+  2026-05-20 03:00:02                       @5"                                           L<i>nux              <s>    '
+    EXPECT_EQ(sFORM_TABLE(fleet, some, {0, false}), R"~(NAME         STATE   SINCE                 CHECKED              SUCCESS              VERSION  SP  UPDATE                       SYSTEM               MODE   LOC
+=<b>"x",|&\  failed  2026-05-07 03:00:00+  2026-05-20 03:00:02                       @5"                                       L<i>nux              <s>    '
    <u>|": </table><script>alert(1)</script>; a [1m}]
    cure: type "<a>"
-beta         failed  2026-05-18 03:00:00   2026-05-20 03:00:01  2026-05-17 03:00:00  5.1.0-3  12  done                             Linux                VKSSH  2
+beta         failed  2026-05-18 03:00:00   2026-05-20 03:00:01  2026-05-17 03:00:00  5.1.0-3  12  done                         Linux                VKSSH  2
    key-not-accepted (login): root@beta: denied
    cure: vk_setup set_client velkasrv
-winbox       warned                        2026-05-19 20:00:00  2026-05-19 03:00:00  5.1.0-3      restart 2026-05-19 20:00:00      Windows Server 2022  VKSSH  1
-gamma        stale                         2026-05-10 03:00:00  2026-05-10 03:00:00  5.1.0-3  12  done                             Windows Server 2022  VKSSH  2
-delta        never                                                                   5.1.0-3  12  done                             Solaris              VKSSH  2
-alpha        well                          2026-05-20 03:00:00  2026-05-20 03:00:00  5.2.0-1      done 2026-05-01 20:00:00         Linux                VKSSH  1
-u-cut        well                          2026-05-20 03:00:00  2026-05-20 03:00:00  5.1.0-3      interrupted 2026-05-20 10:00:00  Linux                VKSSH  3
-u-fail       well                          2026-05-20 03:00:00  2026-05-20 03:00:00  5.1.0-3      failed 2026-05-19 20:00:00       Linux                VKSSH  3
-u-left       well                          2026-05-20 03:00:00  2026-05-20 03:00:00  5.1.0-3      not started 2026-05-19 20:00:01  Linux                VKSSH  3
-u-run        well                          2026-05-20 03:00:00  2026-05-20 03:00:00  5.1.0-3      running 2026-05-20 10:00:00      Linux                VKSSH  3
-omega        off                           2026-01-01 03:00:00                       5.1.0-3  12  done                             Linux                VKSSH  2
+winbox       warned                        2026-05-19 20:00:00  2026-05-19 03:00:00  5.1.0-3      restart 2026-05-19 20:00:00  Windows Server 2022  VKSSH  1
+delta        never                                                                   5.1.0-3  12  done                         Solaris              VKSSH  2
+alpha        well                          2026-05-20 03:00:00  2026-05-20 03:00:00  5.2.0-1      done 2026-05-01 20:00:00     Linux                VKSSH  1
+u-fail       well                          2026-05-20 03:00:00  2026-05-20 03:00:00  5.1.0-3      failed 2026-05-19 20:00:00   Linux                VKSSH  3
 
-11 clients: 5 well, 2 failing, 1 with a warning, 1 stale, 1 never checked, 1 off; updates: 1 running, 1 interrupted, 1 failed, 1 not started, 1 waiting for a restart
+6 clients: 2 well, 2 failing, 1 with a warning, 1 never checked; updates: 1 failed, 1 waiting for a restart
 )~");
     EXPECT_EQ(sFORM_NAMES(all, false), "=<b>\"x\",|&\\\nalpha\nbeta\ndelta\ngamma\nomega\nu-cut\nu-fail\nu-left\nu-run\nwinbox\n");
     EXPECT_EQ(sFORM_NAMES({all[1], all[2]}, true), std::string("alpha\0beta\0", 11));
-    EXPECT_EQ(sFORM_JSON(fleet, all), R"~({"name":"=<b>\"x\",|&\\","client_id":"7","system":"L<i>nux","mode":"<s>","location":"'","version":"@5\"","state":"failed","since":"2026-05-07T03:00:00+00:00","since_exact":false,"last_check":"2026-05-20T03:00:02+00:00","id":"E002-HOSTS","msg":"E002-HOSTS   No <i>access</i> | \"quoted\"\n\u001b[31mred","cause":"<u>|\"","words":["</table><script>alert(1)</script>","a\u001b[1m}]"],"cure":"type \"<a>\"","days":"x------------x","source":"database"}
+    EXPECT_EQ(sFORM_JSON(fleet, some), R"~({"name":"=<b>\"x\",|&\\","client_id":"7","system":"L<i>nux","mode":"<s>","location":"'","version":"@5\"","state":"failed","since":"2026-05-07T03:00:00+00:00","since_exact":false,"last_check":"2026-05-20T03:00:02+00:00","id":"E002-HOSTS","msg":"E002-HOSTS   No <i>access</i> | \"quoted\"\n\u001b[31mred","cause":"<u>|\"","words":["</table><script>alert(1)</script>","a\u001b[1m}]"],"cure":"type \"<a>\"","days":"x------------x","source":"database"}
 {"name":"alpha","client_id":"1","system":"Linux","mode":"VKSSH","location":"1","version":"5.2.0-1","state":"well","last_check":"2026-05-20T03:00:00+00:00","last_success":"2026-05-20T03:00:00+00:00","last_update":"2026-05-01T20:00:00+00:00","update_state":"done","update_message":"Update finished successfully","id":"I005-HOSTS","msg":"I005-HOSTS   well","host_key":"SHA256:k","same_host_key_as":"beta","days":"----------+~-+","source":"database"}
 {"name":"beta","client_id":"2","system":"Linux","mode":"VKSSH","location":"2","version":"5.1.0-3","servicepack":"12","state":"failed","since":"2026-05-18T03:00:00+00:00","since_exact":true,"last_check":"2026-05-20T03:00:01+00:00","last_success":"2026-05-17T03:00:00+00:00","update_state":"done","id":"E011-HOSTS","msg":"E011-HOSTS   no permit","stage":"login","cause":"key-not-accepted","words":["root@beta: denied"],"cure":"vk_setup set_client velkasrv","host_key":"SHA256:k","same_host_key_as":"alpha","days":"----------+x-x","source":"database"}
 {"name":"delta","client_id":"4","system":"Solaris","mode":"VKSSH","location":"2","version":"5.1.0-3","servicepack":"12","state":"never","update_state":"done","days":"--------------","source":"database"}
-{"name":"gamma","client_id":"3","system":"Windows Server 2022","mode":"VKSSH","location":"2","version":"5.1.0-3","servicepack":"12","state":"stale","last_check":"2026-05-10T03:00:00+00:00","last_success":"2026-05-10T03:00:00+00:00","update_state":"done","id":"I005-HOSTS","msg":"I005-HOSTS   well","days":"--------------","source":"database"}
-{"name":"omega","client_id":"5","system":"Linux","mode":"VKSSH","location":"2","version":"5.1.0-3","servicepack":"12","state":"off","last_check":"2026-01-01T03:00:00+00:00","update_state":"done","id":"E002-HOSTS","msg":"E002-HOSTS   away","days":"--------------","source":"database"}
-{"name":"u-cut","client_id":"8","system":"Linux","mode":"VKSSH","location":"3","version":"5.1.0-3","state":"well","last_check":"2026-05-20T03:00:00+00:00","last_success":"2026-05-20T03:00:00+00:00","last_update":"2026-05-20T10:00:00+00:00","update_state":"interrupted","update_message":"Update in progress","id":"I005-HOSTS","msg":"I005-HOSTS   well","days":"--------------","source":"database"}
 {"name":"u-fail","client_id":"9","system":"Linux","mode":"VKSSH","location":"3","version":"5.1.0-3","state":"well","last_check":"2026-05-20T03:00:00+00:00","last_success":"2026-05-20T03:00:00+00:00","last_update":"2026-05-19T20:00:00+00:00","update_state":"failed","id":"I005-HOSTS","msg":"I005-HOSTS   well","days":"------------x-","source":"database"}
-{"name":"u-left","client_id":"10","system":"Linux","mode":"VKSSH","location":"3","version":"5.1.0-3","state":"well","last_check":"2026-05-20T03:00:00+00:00","last_success":"2026-05-20T03:00:00+00:00","last_update":"2026-05-19T20:00:01+00:00","update_state":"not started","id":"I005-HOSTS","msg":"I005-HOSTS   well","days":"--------------","source":"database"}
-{"name":"u-run","client_id":"11","system":"Linux","mode":"VKSSH","location":"3","version":"5.1.0-3","state":"well","last_check":"2026-05-20T03:00:00+00:00","last_success":"2026-05-20T03:00:00+00:00","last_update":"2026-05-20T10:00:00+00:00","update_state":"running","update_message":"Update in progress","id":"I005-HOSTS","msg":"I005-HOSTS   well","days":"--------------","source":"database"}
 {"name":"winbox","client_id":"6","system":"Windows Server 2022","mode":"VKSSH","location":"1","version":"5.1.0-3","state":"warned","last_check":"2026-05-19T20:00:00+00:00","last_success":"2026-05-19T03:00:00+00:00","last_update":"2026-05-19T20:00:00+00:00","update_state":"restart","update_message":"WARNING W004-HOSTS   A restart","id":"W004-HOSTS","msg":"W004-HOSTS   A restart","days":"--------------","source":"database"}
 )~");
-    std::string sCsv = sFORM_CSV(fleet, all);
+    std::string sCsv = sFORM_CSV(fleet, some);
     sCsv.erase(std::remove(sCsv.begin(), sCsv.end(), '\r'), sCsv.end());
     EXPECT_EQ(CARETS(sCsv), R"~(name,system,mode,location,version,servicepack,state,since,last_check,last_success,last_update,update_state,id,cause,cure,msg
 "'=<b>""x"",|&\",L<i>nux,<s>,',"'@5""",,failed,2026-05-07 03:00:00,2026-05-20 03:00:02,,,,E002-HOSTS,"<u>|""","type ""<a>""","E002-HOSTS   No <i>access</i> | ""quoted""
@@ -245,101 +211,59 @@ omega        off                           2026-01-01 03:00:00                  
 alpha,Linux,VKSSH,1,5.2.0-1,,well,,2026-05-20 03:00:00,2026-05-20 03:00:00,2026-05-01 20:00:00,done,I005-HOSTS,,,I005-HOSTS   well
 beta,Linux,VKSSH,2,5.1.0-3,12,failed,2026-05-18 03:00:00,2026-05-20 03:00:01,2026-05-17 03:00:00,,done,E011-HOSTS,key-not-accepted,vk_setup set_client velkasrv,E011-HOSTS   no permit
 delta,Solaris,VKSSH,2,5.1.0-3,12,never,,,,,done,,,,
-gamma,Windows Server 2022,VKSSH,2,5.1.0-3,12,stale,,2026-05-10 03:00:00,2026-05-10 03:00:00,,done,I005-HOSTS,,,I005-HOSTS   well
-omega,Linux,VKSSH,2,5.1.0-3,12,off,,2026-01-01 03:00:00,,,done,E002-HOSTS,,,E002-HOSTS   away
-u-cut,Linux,VKSSH,3,5.1.0-3,,well,,2026-05-20 03:00:00,2026-05-20 03:00:00,2026-05-20 10:00:00,interrupted,I005-HOSTS,,,I005-HOSTS   well
 u-fail,Linux,VKSSH,3,5.1.0-3,,well,,2026-05-20 03:00:00,2026-05-20 03:00:00,2026-05-19 20:00:00,failed,I005-HOSTS,,,I005-HOSTS   well
-u-left,Linux,VKSSH,3,5.1.0-3,,well,,2026-05-20 03:00:00,2026-05-20 03:00:00,2026-05-19 20:00:01,not started,I005-HOSTS,,,I005-HOSTS   well
-u-run,Linux,VKSSH,3,5.1.0-3,,well,,2026-05-20 03:00:00,2026-05-20 03:00:00,2026-05-20 10:00:00,running,I005-HOSTS,,,I005-HOSTS   well
 winbox,Windows Server 2022,VKSSH,1,5.1.0-3,,warned,,2026-05-19 20:00:00,2026-05-19 03:00:00,2026-05-19 20:00:00,restart,W004-HOSTS,,,W004-HOSTS   A restart
 )~");
     int iExit = 0;
     EXPECT_EQ(sFORM_NAGIOS(fleet, all, {}, iExit), R"~(CLIENTS CRITICAL - 2 of 10 clients failing: =<b>"x",/&\ (<u>/"), beta (key-not-accepted); 2 not checked for 3 days | failing=2;0;0;0;10 stale=2;0;;0;10 well=5 updating=1
 )~");
     EXPECT_EQ(iExit, 2);
-    EXPECT_EQ(sFORM_PROMETHEUS(fleet, all), R"~(# HELP vk_database_up Whether the database could be read.
-# TYPE vk_database_up gauge
-vk_database_up 1
-# HELP vk_clients Clients by state.
-# TYPE vk_clients gauge
+    const std::string sMetrics = sFORM_PROMETHEUS(fleet, some);
+    const std::regex comment("# (HELP|TYPE) [^\n]+\n");
+    EXPECT_THAT(sMetrics, StartsWith("# HELP vk_database_up Whether the database could be read.\n"
+                                     "# TYPE vk_database_up gauge\n"));
+    EXPECT_EQ(std::distance(std::sregex_iterator(sMetrics.begin(), sMetrics.end(), comment), {}), 20);
+    EXPECT_EQ(std::regex_replace(sMetrics, comment, ""), R"~(vk_database_up 1
 vk_clients{state="failed"} 2
 vk_clients{state="warned"} 1
-vk_clients{state="stale"} 1
+vk_clients{state="stale"} 0
 vk_clients{state="never"} 1
-vk_clients{state="well"} 5
-vk_clients{state="off"} 1
-# HELP vk_clients_update Clients by the state of their last update.
-# TYPE vk_clients_update gauge
+vk_clients{state="well"} 2
+vk_clients{state="off"} 0
 vk_clients_update{update_state="none"} 1
-vk_clients_update{update_state="done"} 5
+vk_clients_update{update_state="done"} 3
 vk_clients_update{update_state="warned"} 0
 vk_clients_update{update_state="restart"} 1
 vk_clients_update{update_state="failed"} 1
-vk_clients_update{update_state="not started"} 1
-vk_clients_update{update_state="interrupted"} 1
-vk_clients_update{update_state="running"} 1
-# HELP vk_client_info What is known of the client.
-# TYPE vk_client_info gauge
+vk_clients_update{update_state="not started"} 0
+vk_clients_update{update_state="interrupted"} 0
+vk_clients_update{update_state="running"} 0
 vk_client_info{client="=<b>\"x\",|&\\",system="L<i>nux",mode="<s>",location="'",version="@5\"",servicepack="",state="failed",update_state="",cause="<u>|\""} 1
 vk_client_info{client="alpha",system="Linux",mode="VKSSH",location="1",version="5.2.0-1",servicepack="",state="well",update_state="done",cause=""} 1
 vk_client_info{client="beta",system="Linux",mode="VKSSH",location="2",version="5.1.0-3",servicepack="12",state="failed",update_state="done",cause="key-not-accepted"} 1
 vk_client_info{client="delta",system="Solaris",mode="VKSSH",location="2",version="5.1.0-3",servicepack="12",state="never",update_state="done",cause=""} 1
-vk_client_info{client="gamma",system="Windows Server 2022",mode="VKSSH",location="2",version="5.1.0-3",servicepack="12",state="stale",update_state="done",cause=""} 1
-vk_client_info{client="omega",system="Linux",mode="VKSSH",location="2",version="5.1.0-3",servicepack="12",state="off",update_state="done",cause=""} 1
-vk_client_info{client="u-cut",system="Linux",mode="VKSSH",location="3",version="5.1.0-3",servicepack="",state="well",update_state="interrupted",cause=""} 1
 vk_client_info{client="u-fail",system="Linux",mode="VKSSH",location="3",version="5.1.0-3",servicepack="",state="well",update_state="failed",cause=""} 1
-vk_client_info{client="u-left",system="Linux",mode="VKSSH",location="3",version="5.1.0-3",servicepack="",state="well",update_state="not started",cause=""} 1
-vk_client_info{client="u-run",system="Linux",mode="VKSSH",location="3",version="5.1.0-3",servicepack="",state="well",update_state="running",cause=""} 1
 vk_client_info{client="winbox",system="Windows Server 2022",mode="VKSSH",location="1",version="5.1.0-3",servicepack="",state="warned",update_state="restart",cause=""} 1
-# HELP vk_client_failing Whether the last run for the client failed.
-# TYPE vk_client_failing gauge
 vk_client_failing{client="=<b>\"x\",|&\\"} 1
 vk_client_failing{client="alpha"} 0
 vk_client_failing{client="beta"} 1
 vk_client_failing{client="delta"} 0
-vk_client_failing{client="gamma"} 0
-vk_client_failing{client="omega"} 0
-vk_client_failing{client="u-cut"} 0
 vk_client_failing{client="u-fail"} 0
-vk_client_failing{client="u-left"} 0
-vk_client_failing{client="u-run"} 0
 vk_client_failing{client="winbox"} 0
-# HELP vk_client_last_check_timestamp_seconds End of the last run for the client.
-# TYPE vk_client_last_check_timestamp_seconds gauge
 vk_client_last_check_timestamp_seconds{client="=<b>\"x\",|&\\"} 1779246002
 vk_client_last_check_timestamp_seconds{client="alpha"} 1779246000
 vk_client_last_check_timestamp_seconds{client="beta"} 1779246001
-vk_client_last_check_timestamp_seconds{client="gamma"} 1778382000
-vk_client_last_check_timestamp_seconds{client="omega"} 1767236400
-vk_client_last_check_timestamp_seconds{client="u-cut"} 1779246000
 vk_client_last_check_timestamp_seconds{client="u-fail"} 1779246000
-vk_client_last_check_timestamp_seconds{client="u-left"} 1779246000
-vk_client_last_check_timestamp_seconds{client="u-run"} 1779246000
 vk_client_last_check_timestamp_seconds{client="winbox"} 1779220800
-# HELP vk_client_last_success_timestamp_seconds End of the last run that succeeded.
-# TYPE vk_client_last_success_timestamp_seconds gauge
 vk_client_last_success_timestamp_seconds{client="alpha"} 1779246000
 vk_client_last_success_timestamp_seconds{client="beta"} 1778986800
-vk_client_last_success_timestamp_seconds{client="gamma"} 1778382000
-vk_client_last_success_timestamp_seconds{client="u-cut"} 1779246000
 vk_client_last_success_timestamp_seconds{client="u-fail"} 1779246000
-vk_client_last_success_timestamp_seconds{client="u-left"} 1779246000
-vk_client_last_success_timestamp_seconds{client="u-run"} 1779246000
 vk_client_last_success_timestamp_seconds{client="winbox"} 1779159600
-# HELP vk_client_failing_since_timestamp_seconds First failure after the last success.
-# TYPE vk_client_failing_since_timestamp_seconds gauge
 vk_client_failing_since_timestamp_seconds{client="=<b>\"x\",|&\\"} 1778122800
 vk_client_failing_since_timestamp_seconds{client="beta"} 1779073200
-# HELP vk_client_last_update_timestamp_seconds End of the last update, or begin of one under way.
-# TYPE vk_client_last_update_timestamp_seconds gauge
 vk_client_last_update_timestamp_seconds{client="alpha"} 1777665600
-vk_client_last_update_timestamp_seconds{client="u-cut"} 1779271200
 vk_client_last_update_timestamp_seconds{client="u-fail"} 1779220800
-vk_client_last_update_timestamp_seconds{client="u-left"} 1779220801
-vk_client_last_update_timestamp_seconds{client="u-run"} 1779271200
 vk_client_last_update_timestamp_seconds{client="winbox"} 1779220800
-# HELP vk_status_timestamp_seconds When these figures were taken.
-# TYPE vk_status_timestamp_seconds gauge
 vk_status_timestamp_seconds 1779278400
 )~");
     std::string sPage = sFORM_PAGE(fleet, all);
@@ -399,7 +323,7 @@ vk_status_timestamp_seconds 1779278400
 )~");
     EXPECT_THAT(sFORM_PAGE(fleet, {all[0]}), HasSubstr("--w:100%\"><span>1<"));
     fleet = READ("beta");
-    EXPECT_EQ(sFORM_CLIENT(fleet, *ALL(fleet)[2], READ_DETAILS("beta"), m_runs, {0, false}), R"~(beta  failed since 2026-05-18 03:00:00 (2 d)
+    EXPECT_EQ(sFORM_CLIENT(fleet, *CHOOSE(fleet, {})[2], READ_DETAILS("beta"), m_runs, {0, false}), R"~(beta  failed since 2026-05-18 03:00:00 (2 d)
   message         E011-HOSTS   no permit
   cause           key-not-accepted (login)
   words           root@beta: denied
@@ -439,131 +363,92 @@ TEXTS CHOSEN_BY(const FLEET& fleet, TEXTS asArgument)
 
 TEST_F(STATUS_FLEET, choices_narrow_and_one_option_takes_any_of_its_values)
 {
-    const FLEET fleet = READ();
-    struct ROW_OF {
-        TEXTS asArgument;
-        TEXTS asName;
+    const FLEET                   fleet = READ();
+    const std::string             sHostile = R"(=<b>"x",|&\)";
+    const std::pair<TEXTS, TEXTS> asRow[] = {
+        {{"--failed"}, {sHostile, "beta"}},
+        {{"--cause", "key-*"}, {"beta"}},
+        {{"--cause", "e011", "--cause", "E002"}, {sHostile, "beta"}},
+        {{"--stale", "3"}, {"delta", "gamma"}},
+        {{"--stale", "9"}, {"delta", "gamma"}},
+        {{"--stale", "11"}, {"delta"}},
+        {{"--never"}, {"delta"}},
+        {{"--location", "1"}, {"alpha", "winbox"}},
+        {{"--location", "1", "--location", "2", "--os", "windows"}, {"gamma", "winbox"}},
+        {{"--os", "*server*", "--stale", "3"}, {"gamma"}},
+        {{"--version-below", "5.2", "[!u]*"}, {"beta", "delta", "gamma", "omega", "winbox"}},
+        {{"--version-below", "5.1.0-3"}, {}},
+        {{"--restart-pending"}, {"winbox"}},
+        {{"--same-host-key"}, {"alpha", "beta"}},
+        {{"--updating"}, {"u-run"}},
+        {{"--update-failed"}, {"u-cut", "u-fail", "u-left"}},
+        {{"*a", "--failed"}, {"beta"}},
+        {{"alpha", "omeg?"}, {"alpha", "omega"}},
     };
-    const std::string sHostile = R"(=<b>"x",|&\)";
-    const ROW_OF      asctRow[] = {
-             {{"--failed"}, {sHostile, "beta"}},
-             {{"--cause", "key-*"}, {"beta"}},
-             {{"--cause", "e011", "--cause", "E002"}, {sHostile, "beta"}},
-             {{"--stale", "3"}, {"delta", "gamma"}},
-             {{"--stale", "9"}, {"delta", "gamma"}},
-             {{"--stale", "11"}, {"delta"}},
-             {{"--never"}, {"delta"}},
-             {{"--location", "1"}, {"alpha", "winbox"}},
-             {{"--location", "1", "--location", "2", "--os", "windows"}, {"gamma", "winbox"}},
-             {{"--os", "*server*", "--stale", "3"}, {"gamma"}},
-             {{"--version-below", "5.2", "[!u]*"}, {"beta", "delta", "gamma", "omega", "winbox"}},
-             {{"--version-below", "5.1.0-3"}, {}},
-             {{"--restart-pending"}, {"winbox"}},
-             {{"--same-host-key"}, {"alpha", "beta"}},
-             {{"--updating"}, {"u-run"}},
-             {{"--update-failed"}, {"u-cut", "u-fail", "u-left"}},
-             {{"*a", "--failed"}, {"beta"}},
-             {{"alpha", "omeg?"}, {"alpha", "omega"}},
-    };
-    for (const ROW_OF& row : asctRow) {
-        SCOPED_TRACE(testing::PrintToString(row.asArgument));
-        EXPECT_EQ(CHOSEN_BY(fleet, row.asArgument), row.asName);
-    }
+    for (const auto& [asArgument, asName] : asRow)
+        EXPECT_EQ(CHOSEN_BY(fleet, asArgument), asName) << PrintToString(asArgument);
 }
 
-TEST(STATUS_DOCUMENTS, options_are_the_same_in_usage_man_page_and_completion)
-{
-    const auto found = [](const char* cpFile, const char* cpPattern) {
-        const std::string     sText = sREAD_FILE(std::string(VK_SOURCE_DIR) + "/" + cpFile);
-        const std::regex      pattern(cpPattern);
-        std::set<std::string> names;
-        for (std::sregex_iterator it(sText.begin(), sText.end(), pattern), end; it != end; ++it)
-            names.insert((*it)[1]);
-        return names;
-    };
-    const char* cpCode = "src/vk_client_status/options.cpp";
-    auto        options = found(cpCode, "\n    \\{\"([a-z-]+)\",");
-    options.insert({"help", "version"});
-    ASSERT_GE(options.size(), 26U);
-    EXPECT_EQ(found(cpCode, "\n  --([a-z-]+)"), ([&] {
-                  auto usage = options;  // the last line of the usage text has two
-                  usage.erase("version");
-                  return usage;
-              }()));
-    EXPECT_EQ(found("man/vk_client_status.8", "\n\\.It [^\n]*?Fl -([a-z-]+)").size() +
-                  found("man/vk_client_status.8", "\n\\.It [^\n]*, Fl -([a-z-]+)").size(),
-              options.size());
-    for (const std::string& s : found("man/vk_client_status.8", "Fl -([a-z-]+)"))
-        EXPECT_TRUE(options.contains(s)) << s;
-    EXPECT_EQ(found("packaging/vk_client_status.bash-completion", "[ '\n]--([a-z-]+)"), options);
-}
-
-/* What of an update is known: the row, the newest line of the log, the lock. */
+/* What of an update is known: the row, the newest line of the log, the lock. Times are of
+   May 2026, those of the log 20 May, 01:00. */
 TEST_F(STATUS, state_of_the_last_update)
 {
-    const std::string sRestart = "WARNING W004-HOSTS   A restart";
-    const std::string sNight = "2026-05-20T01:00:00Z";
-    struct ROW_OF {
+    const std::string sRestart = "WARNING W004-HOSTS   A restart", sNight = "20 01:00";
+    const std::string sSame =
+        R"("msg":"Old and new Velka versions on client x are identical: 5. Do not run update.")";
+    const struct {
         const char* cpWhat;
-        std::string sColumn, sMessage, sDate, sSuccess;  // of the row
-        std::string sExit, sMore;                        // of the log's line at night; "": none
+        std::string sState, sMessage, sDate, sSuccess;  // of the row
+        std::string sExit, sMore;                       // of the log's line; "": none
         std::string sWanted, sTime;
         char        cLock = ' ';  // h held, f a file that nobody holds
-    };
-    const ROW_OF asctRow[] = {
+    } asctRow[] = {
+        // clang-format off
         {"none", "", "", "", "", "", "", "", ""},
-        {"done", "0", "", "2026-05-19 20:00:00", "", "", "", "done", "2026-05-19 20:00:00"},
-        {"failed in the row", "2", "", "2026-05-19 20:00:00", "", "", "", "failed",
-         "2026-05-19 20:00:00"},
-        {"the row has forgotten it", "0", "", "2026-05-01 20:00:00", "2026-05-20 03:00:00", "2", "",
-         "failed", "2026-05-20 01:00:00"},
-        {"a later one of another", "0", "", "2026-05-20 02:00:00", "", "2", "", "done",
-         "2026-05-20 02:00:00"},
-        {"same version", "0", "", "2026-05-01 20:00:00", "", "1",
-         R"("msg":"Old and new Velka versions on client x are identical: 5. Do not run update.")",
-         "done", "2026-05-20 01:00:00"},
-        {"left out", "0", "", "2026-05-01 20:00:00", "", "null", "", "not started",
-         "2026-05-20 01:00:00"},
-        {"a second run beside it", "0", "", "2026-05-19 20:00:00", "", "0",
-         R"("msg":"Update already running. Semaphore")", "done", "2026-05-19 20:00:00"},
-        {"not reachable afterwards", "1", "WARNING W006", "2026-05-20 01:00:00", "", "1",
-         R"("id":"W006-HOSTS")", "warned", "2026-05-20 01:00:00"},
-        {"restart wanted", "1", sRestart, "2026-05-20 01:00:00", "2026-05-19 03:00:00", "1",
-         R"("id":"W004-HOSTS")", "restart", "2026-05-20 01:00:00"},
-        {"and no log of it", "1", sRestart, "2026-05-20 01:00:00", "2026-05-19 03:00:00", "", "",
-         "restart", "2026-05-20 01:00:00"},
-        {"the report still says so", "1", "reboot", "2026-05-20 00:59:00", "2026-05-20 03:00:00",
-         "1", R"("id":"W005-HOSTS")", "restart", "2026-05-20 01:00:00"},
-        {"a report without it", "0", "installed", "2026-05-20 00:59:00", "2026-05-20 03:00:00", "1",
-         R"("id":"W004-HOSTS")", "done", "2026-05-20 01:00:00"},
-        {"under way", "a", "", "2026-05-01 20:00:00", "", "", "", "running", "2026-05-20 10:00:00",
-         'h'},
-        {"copying, the row not told yet", "0", "", "2026-05-01 20:00:00", "", "", "", "running",
-         "2026-05-20 10:00:00", 'h'},
-        {"killed", "a", "", "2026-05-01 20:00:00", "", "", "", "interrupted", "2026-05-20 10:00:00",
-         'f'},
-        {"killed, its file gone", "a", "", "2026-05-01 20:00:00", "", "", "", "interrupted", ""},
-        {"ended well, its file left", "0", "", "2026-05-19 20:00:00", "", "", "", "done",
-         "2026-05-19 20:00:00", 'f'},
+        {"done", "0", "", "19 20:00", "", "", "", "done", "19 20:00"},
+        {"failed in the row", "2", "", "19 20:00", "", "", "", "failed", "19 20:00"},
+        {"the row has forgotten it", "0", "", "01 20:00", "20 03:00", "2", "", "failed", sNight},
+        {"a later one of another", "0", "", "20 02:00", "", "2", "", "done", "20 02:00"},
+        {"same version", "0", "", "01 20:00", "", "1", sSame, "done", sNight},
+        {"left out", "0", "", "01 20:00", "", "null", "", "not started", sNight},
+        {"a second run beside it", "0", "", "19 20:00", "", "0",
+         R"("msg":"Update already running. Semaphore")", "done", "19 20:00"},
+        {"not reachable afterwards", "1", "WARNING W006", sNight, "", "1", R"("id":"W006-HOSTS")",
+         "warned", sNight},
+        {"restart wanted", "1", sRestart, sNight, "19 03:00", "1", R"("id":"W004-HOSTS")", "restart",
+         sNight},
+        {"and no log of it", "1", sRestart, sNight, "19 03:00", "", "", "restart", sNight},
+        {"the report still says so", "1", "reboot", "20 00:59", "20 03:00", "1",
+         R"("id":"W005-HOSTS")", "restart", sNight},
+        {"a report without it", "0", "installed", "20 00:59", "20 03:00", "1",
+         R"("id":"W004-HOSTS")", "done", sNight},
+        {"under way", "a", "", "01 20:00", "", "", "", "running", "20 10:00", 'h'},
+        {"copying, the row not told yet", "0", "", "01 20:00", "", "", "", "running", "20 10:00", 'h'},
+        {"killed", "a", "", "01 20:00", "", "", "", "interrupted", "20 10:00", 'f'},
+        {"killed, its file gone", "a", "", "01 20:00", "", "", "", "interrupted", ""},
+        {"ended well, its file left", "0", "", "19 20:00", "", "", "", "done", "19 20:00", 'f'},
+        // clang-format on
     };
     ROW("'b'", "update_state", "'a'");
-    std::filesystem::remove_all(sRW() + "sema");
+    fs::remove_all(sRW() + "sema");
     WRITE_FILE(sRW() + "sema", "");  // locks that cannot be read
     EXPECT_EQ(READ().clients[0].eUpdate, UPDATE_RUNNING);
-    std::filesystem::remove(sRW() + "sema");
+    fs::remove(sRW() + "sema");
     SQL("delete from clients where name = 'b'");
     iMAKE_DIRECTORY(sRW() + "sema");
     std::vector<FD> held;
     int             iNumber = 100;
-    for (const ROW_OF& row : asctRow) {
+    const auto      TIME = [](const std::string& s) { return "2026-05-" + s + ":00"; };
+    for (const auto& row : asctRow) {
         const std::string sName =
             "c" + std::to_string(iNumber++) + (row.cLock == 'h' ? std::string(200, 'x') : "");
-        const auto date = [](const std::string& s) { return s.empty() ? "null" : "'" + s + "'"; };
+        const auto DATE = [&](const std::string& s) {
+            return s.empty() ? "null" : "'" + TIME(s) + "'";
+        };
         ROW("'" + sName + "'", "update_state, update_message, update_date, access_success",
-            "'" + row.sColumn + "', '" + row.sMessage + "', " + date(row.sDate) + ", " +
-                date(row.sSuccess));
-        if (!row.sExit.empty())
-            LOG("20260520", LINE(sNight, sName, row.sExit, row.sMore, "update"));
+            "'" + row.sState + "', '" + row.sMessage + "', " + DATE(row.sDate) + ", " +
+                DATE(row.sSuccess));
+        if (!row.sExit.empty()) LINE("2026-05-20T01:00:00Z", sName, row.sExit, row.sMore, "update");
         if (row.cLock == ' ') continue;
         FD fd = LOCK(sName);
         if (row.cLock == 'h') held.push_back(std::move(fd));
@@ -572,7 +457,8 @@ TEST_F(STATUS, state_of_the_last_update)
     for (size_t u = 0; u < std::size(asctRow); u++) {
         SCOPED_TRACE(asctRow[u].cpWhat);
         EXPECT_EQ(svUPDATE(fleet.clients[u].eUpdate), asctRow[u].sWanted);
-        EXPECT_EQ(sTIME_TEXT(fleet.clients[u].lUpdate), asctRow[u].sTime);
+        const std::string& sTime = asctRow[u].sTime;
+        EXPECT_EQ(sTIME_TEXT(fleet.clients[u].lUpdate), sTime.empty() ? "" : TIME(sTime));
     }
 }
 
@@ -584,11 +470,11 @@ TEST_F(STATUS, run_that_could_not_be_stored_counts_by_its_line)
     ROW("'sick'", cpColumns, "1, '2026-05-19 03:00:00', null");
     ROW("'unlogged'", cpColumns, "1, '2026-05-20 06:00:00', '2026-05-18 03:00:00'");
     const std::string sNot = R"("stored":false,"cause":"program-missing")";
-    LOG("20260520", LINE("2026-05-20T03:00:00Z", "away", "1", sNot) +
-                        LINE("2026-05-20T03:00:00Z", "back", "1", sNot) +
-                        LINE("2026-05-20T04:00:00Z", "back", "0", R"("stored":true)") +
-                        LINE("2026-05-20T03:00:00Z", "unlogged", "1", R"("cause":"another")") +
-                        LINE("2026-05-20T03:00:00Z", "sick", "0", R"("stored":false)"));
+    LINE("2026-05-20T03:00:00Z", "away", "1", sNot);
+    LINE("2026-05-20T03:00:00Z", "back", "1", sNot);
+    LINE("2026-05-20T04:00:00Z", "back", "0", R"("stored":true)");
+    LINE("2026-05-20T03:00:00Z", "unlogged", "1", R"("cause":"another")");
+    LINE("2026-05-20T03:00:00Z", "sick", "0", R"("stored":false)");
     const FLEET fleet = READ();
     TEXTS       asSeen;
     for (const CLIENT& client : fleet.clients)
@@ -605,13 +491,13 @@ TEST_F(STATUS, lines_of_the_log_that_are_none_are_passed_over_and_the_others_rea
     LOG("20260520",
         "\nnot json\n[1]\n{}\n{\"client\":\"a\"\n"
         "{\"end\":\"2026-05-20T10:00:00Z\",\"task\":\"register\",\"exit\":2}\n" +
-            LINE("never", "a", "0") +
+            sLINE("never", "a", "0") +
             R"({"client":"a","exit":"0","end":"2026-05-20T10:00:00Z"})"
             "\n"
             R"( { "words" : [ "}\"" , {"client":"b"} ] , "new" : { "exit" : 0 } , "cause" : "c\\" ,)"
             R"( "exit" : 1 , "client" : "\u0061" , "end" : "2026-05-20T12:30:00.25+01:30" } )"
             "\n" +
-            LINE("2026-05-20T11:30:00Z", "a", "0").substr(0, 60));
+            sLINE("2026-05-20T11:30:00Z", "a", "0").substr(0, 60));
     const FLEET fleet = READ("a");
     ASSERT_EQ(fleet.clients.size(), 1U);
     EXPECT_EQ(sTIME_TEXT(fleet.clients[0].lSince), "2026-05-20 11:00:00");
@@ -631,9 +517,9 @@ TEST_F(STATUS_FLEET, program_answers_from_the_logs_when_the_database_is_gone)
     EXPECT_EQ(CONFIG_CLIENT({"--names", "--failed", "--output", sFile, "b*"}).iExit, 0);
     EXPECT_EQ(sREAD_FILE(sFile), "beta\n");
 
-    LOG("20260520", LINE("2026-05-20T09:00:00Z", "gone", "0", "", "remove") +
-                        LINE("2026-05-20T09:00:00Z", "alhpa", "2", R"("id":"E006-HOSTS")") +
-                        LINE("2026-05-20T09:00:00Z", "velkasrv", "0", R"("client_id":0)"));
+    LINE("2026-05-20T09:00:00Z", "gone", "0", "", "remove");
+    LINE("2026-05-20T09:00:00Z", "alhpa", "2", R"("id":"E006-HOSTS")");
+    LINE("2026-05-20T09:00:00Z", "velkasrv", "0", R"("client_id":0)");
     INI("database", "conninfo", "host=" + sDIR() + "/none dbname=velka user=velka");
     const RUN down = CONFIG_CLIENT({"--nagios", "--days", "36000"});
     EXPECT_EQ(down.iExit, 3);
@@ -657,15 +543,9 @@ TEST_F(STATUS_FLEET, program_answers_from_the_logs_when_the_database_is_gone)
     // A pipe is neither waited for nor renamed away.
     const std::string sPipe = sRW() + "prot/pipe.jsonl";
     mkfifo(sPipe.c_str(), 0600);
-    struct ROW_OF {
-        TEXTS       asArgument;
-        int         iExit;
-        std::string sErr;
-    };
-    const ROW_OF asctRow[] = {
-        {{"--days", "36000", "--html", sPipe},
-         2,
-         "no regular file; name one that may be replaced\n"},
+    const std::tuple<TEXTS, int, std::string> asRow[] = {
+        // clang-format off
+        {{"--days", "36000", "--html", sPipe}, 2, "no regular file; name one that may be replaced\n"},
         {{"--days", "36000", "alhpa"}, 1, "vk_client_status: no such client: alhpa\n"},
         {{"--days", "36000", "alpha", "--failed"}, 1, "logs alone\n"},
         {{"--days", "36000", "--cause", "port-*"}, 1, "logs alone\n"},
@@ -674,38 +554,25 @@ TEST_F(STATUS_FLEET, program_answers_from_the_logs_when_the_database_is_gone)
         {{"--version-below", "5."}, 2, "\"5.\" is not a version such as 5.2 or 5.2.0-1\n"},
         {{"--warning", "-1"}, 2, "\"-1\" is not a number, or one of per cent such as 10%\n"},
         {{"--days", "36000", "--html", sDIR() + "/no/x"}, 2, "No such file or directory\n"},
+        // clang-format on
     };
-    for (const ROW_OF& row : asctRow) {
-        SCOPED_TRACE(testing::PrintToString(row.asArgument));
-        const RUN run = CONFIG_CLIENT(row.asArgument);
-        EXPECT_EQ(run.iExit, row.iExit);
-        EXPECT_THAT(run.sErr, EndsWith(row.sErr));
+    for (const auto& [asArgument, iExit, sErr] : asRow) {
+        const RUN run = CONFIG_CLIENT(asArgument);
+        EXPECT_EQ(run.iExit, iExit) << PrintToString(asArgument);
+        EXPECT_THAT(run.sErr, EndsWith(sErr));
     }
-}
-
-/* Output of a shell command; the exit code stands in iExit. */
-std::string SHELL_OUTPUT(const std::string& sCommand, int& iExit)
-{
-    const std::unique_ptr<FILE, int (*)(FILE*)> pPipe(popen(sCommand.c_str(), "re"),
-                                                      [](FILE*) { return 0; });
-    std::string                                 s;
-    for (int c = 0; (c = std::fgetc(pPipe.get())) != EOF;) s += static_cast<char>(c);
-    iExit = WEXITSTATUS(pclose(pPipe.get()));
-    return s;
 }
 
 /* Opens the page with a filter in its address, as a link does. */
 void EXPECT_FILTERED(const std::string& sPage)
 {
-    int               iExit = 0;
     const std::string sDir = sPage.substr(0, sPage.rfind('/'));
-    const auto        dom = [&](const std::string& sHash) {
-        return SHELL_OUTPUT(
-                   "cd " + sDir + " && HOME=" + sDir +
-                       " timeout 60 chromium --headless "
-                              "--no-sandbox --disable-gpu --enable-logging=stderr --dump-dom 'file://" +
-                       sPage + sHash + "' 2>log; grep CONSOLE log",
-                   iExit);
+    const auto        dom = [&](const char* cpHash) {
+        return sctSHELL("cd " + sDir + " && HOME=" + sDir +
+                               " timeout 60 chromium --headless --no-sandbox --disable-gpu "
+                                      "--enable-logging=stderr --dump-dom 'file://" +
+                               sPage + cpHash + "' 2>log; grep CONSOLE log")
+            .sOut;
     };
     const std::string sBeta = dom("#q=BETA+5.1");
     EXPECT_THAT(sBeta, HasSubstr("1 of 11 clients</output>"));
@@ -719,22 +586,22 @@ void EXPECT_FILTERED(const std::string& sPage)
 
 TEST_F(STATUS_FLEET, page_filters_in_a_browser_and_checkers_take_page_and_metrics)
 {
-    int               iExit = 0;
     const FLEET       fleet = READ();
-    const std::string sPage = sDIR() + "/page.html";
-    WRITE_FILE(sPage, sFORM_PAGE(fleet, ALL(fleet)));
-    WRITE_FILE(sDIR() + "/metrics", sFORM_PROMETHEUS(fleet, ALL(fleet)));
-    const std::string sMissing = SHELL_OUTPUT(
-        "for p in tidy promtool chromium; do command -v $p >/dev/null || echo $p; done", iExit);
-    const auto has = [&](const char* cp) { return sMissing.find(cp) == sMissing.npos; };
-    if (has("tidy")) {
-        EXPECT_EQ(SHELL_OUTPUT("tidy -eq " + sPage + " 2>&1", iExit), "");
-    }
-    if (has("promtool")) {
-        EXPECT_EQ(SHELL_OUTPUT("promtool check metrics <" + sDIR() + "/metrics 2>&1", iExit), "");
-    }
+    const std::string sPage = sDIR() + "/page.html", sMetrics = sDIR() + "/metrics";
+    WRITE_FILE(sPage, sFORM_PAGE(fleet, CHOOSE(fleet, {})));
+    WRITE_FILE(sMetrics, sFORM_PROMETHEUS(fleet, CHOOSE(fleet, {})));
+    std::string sMissing;
+    const auto  has = [&](const std::string& s) {
+        const bool bHas = sctSHELL("command -v " + s).iExit == 0;
+        if (!bHas) sMissing += " " + s;
+        return bHas;
+    };
+    const std::string sTidy = has("tidy") ? sctSHELL("tidy -eq " + sPage + " 2>&1").sOut : "";
+    EXPECT_EQ(sTidy, "");
+    const std::string sCheck = "promtool check metrics <" + sMetrics + " 2>&1";
+    EXPECT_EQ(has("promtool") ? sctSHELL(sCheck).sOut : "", "");
     if (has("chromium")) EXPECT_FILTERED(sPage);
-    if (!sMissing.empty()) GTEST_SKIP() << "not installed: " << sONE_LINE(sMissing);
+    if (!sMissing.empty()) GTEST_SKIP() << "not installed:" << sMissing;
 }
 
 }  // namespace
