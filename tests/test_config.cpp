@@ -1,6 +1,4 @@
 /* Configuration, trace, time and files. */
-#include <gmock/gmock.h>
-
 #include <sys/stat.h>
 #include <time.h>
 
@@ -72,17 +70,15 @@ TEST_F(CONFIG, a_file_that_cannot_be_used_is_told_with_its_line)
     EXPECT_FALSE(iCONFIG_VALID());
     EXPECT_EQ(GetCapturedStderr(), "vk_config_client: cannot parse \"" + sPATH("vk.ini") +
                                        "\": line 8 is neither a section nor key = value\n");
-    setenv("VK_INI", sPATH("").c_str(), 1);
-    v_CONFIG_FORGET();
-    CaptureStderr();
-    EXPECT_FALSE(iCONFIG_VALID());
-    EXPECT_THAT(GetCapturedStderr(), HasSubstr("Is a directory"));
     mkfifo(sPATH("pipe").c_str(), 0600);
-    setenv("VK_INI", sPATH("pipe").c_str(), 1);
-    v_CONFIG_FORGET();
-    CaptureStderr();
-    EXPECT_FALSE(iCONFIG_VALID());
-    EXPECT_THAT(GetCapturedStderr(), HasSubstr("it is a pipe"));
+    for (const auto& [sFile, cpTold] :
+         {std::pair{sPATH(""), "Is a directory"}, {sPATH("pipe"), "it is a pipe"}}) {
+        setenv("VK_INI", sFile.c_str(), 1);
+        v_CONFIG_FORGET();
+        CaptureStderr();
+        EXPECT_FALSE(iCONFIG_VALID());
+        EXPECT_THAT(GetCapturedStderr(), HasSubstr(cpTold));
+    }
 }
 
 TEST_F(CONFIG, what_makes_no_sense_is_told_with_its_line_and_the_default_holds)
@@ -128,9 +124,7 @@ TEST_F(CONFIG, directories_and_symbolic_paths)
     INI("[access SSH]\nconfig = /etc/ssh/mine\n[access LAB]\nconfig = gv_rw_ini:lab/config\n"
         "[access BAD]\nconfig = gv_rx:x\n[directories AIX]\ngv_ro = /usr/velka\n"
         "[directories WINNT2]\ngv_ro = D:\\velka\n");
-    const struct {
-        const char *cpPlatform, *cpKey, *cpDirectory;
-    } asctRow[] = {
+    constexpr std::array<const char*, 3> aacpRow[] = {
         // clang-format off
         {"LINUX", "gv_ro_bin", "/opt/velka/bin/"}, {"", "gv_rw_work", "/var/opt/velka/work/"},
         {"AIX", "gv_ro", "/usr/velka/"}, {"AIX", "gv_rw_ini", "/etc/velka/"},
@@ -138,17 +132,14 @@ TEST_F(CONFIG, directories_and_symbolic_paths)
         {"WINNT2", "gv_ro", "D:\\velka\\"}, {"LINUX", "gv_nonsense", "(unknown)"},
         // clang-format on
     };
-    for (const auto& row : asctRow) {
-        SCOPED_TRACE(std::string(row.cpPlatform) + " " + row.cpKey);
-        EXPECT_EQ(sCLIENT_DIR(row.cpPlatform, row.cpKey), row.cpDirectory);
-    }
+    for (const auto& [cpPlatform, cpKey, cpDirectory] : aacpRow)
+        EXPECT_EQ(sCLIENT_DIR(cpPlatform, cpKey), cpDirectory) << cpPlatform << " " << cpKey;
     const std::string                         sIni = sPATH("gv_rw_ini/");
     std::string                               sPath;
     std::string                               sReason;
     const std::pair<const char*, std::string> asPath[] = {
         {"gv_rw_ini://a/b", sIni + "a/b"}, {"gv_rw_ini:", sIni}, {"/abs:x", "/abs:x"}};
     for (const auto& [cpPath, sWanted] : asPath) {
-        SCOPED_TRACE(cpPath);
         EXPECT_TRUE(iCONFIG_SERVER_PATH(cpPath, sPath, sReason));
         EXPECT_EQ(sPath, sWanted);
     }
@@ -157,7 +148,6 @@ TEST_F(CONFIG, directories_and_symbolic_paths)
     const std::pair<const char*, std::string> asMode[] = {
         {"CTRL", sIni + "ctrl/config"}, {"SSH", "/etc/ssh/mine"}, {"LAB", sIni + "lab/config"}};
     for (const auto& [cpMode, sWanted] : asMode) {
-        SCOPED_TRACE(cpMode);
         EXPECT_TRUE(iCONFIG_ACCESS(cpMode, sPath));
         EXPECT_EQ(sPath, sWanted);
     }
@@ -196,19 +186,13 @@ TEST_F(OUTPUT, trace_goes_where_the_record_says_and_makes_no_file_without_a_line
     WRITE_TRACE(&sctLog, "moved again");
     EXPECT_EQ(asLINES(sREAD_FILE(sPATH("gv_rw_lgc/tool-a_b_1.log"))).size(), 2U);
     EXPECT_EQ(asLINES(sREAD_FILE(sMain)).size(), 2U);
-    struct stat sctStat {};
-    ASSERT_EQ(stat(sPATH("gv_rw_lgc").c_str(), &sctStat), 0);
-    EXPECT_EQ(sctStat.st_mode & 0777U, 0750U);
-    ASSERT_EQ(stat(sMain.c_str(), &sctStat), 0);
-    EXPECT_EQ(sctStat.st_mode & 0777U, 0640U) << "no one else reads or writes it";
+    EXPECT_EQ(iMODE(sPATH("gv_rw_lgc")), 0750U);
+    EXPECT_EQ(iMODE(sMain), 0640U) << "no one else reads or writes it";
 }
 
 TEST_F(OUTPUT, the_command_line_hides_the_value_of_p)
 {
-    const struct {
-        TEXTS       asWord;
-        const char* cpText;
-    } asctRow[] = {
+    const std::pair<TEXTS, const char*> asRow[] = {
         // clang-format off
         {{"-p", "secret", "-c", "a"}, "-p *** -c a"}, {{"-psecret", "x"}, "-p*** x"},
         {{"-Fpsecret", "-U"}, "-Fp*** -U"}, {{"-Fp", "secret", "y"}, "-Fp *** y"},
@@ -216,13 +200,11 @@ TEST_F(OUTPUT, the_command_line_hides_the_value_of_p)
         {{"--", "-p", "name"}, "-- -p name"}, {{"a", "-p", "s", "-", "-p"}, "a -p *** - -p"},
         // clang-format on
     };
-    for (const auto& row : asctRow) {
-        SCOPED_TRACE(row.cpText);
-        TEXTS              asWord = row.asWord;
+    for (const auto& [asWord, cpText] : asRow) {
         std::vector<char*> acp{const_cast<char*>("tool")};
-        for (std::string& s : asWord) acp.push_back(s.data());
+        for (const std::string& s : asWord) acp.push_back(const_cast<char*>(s.c_str()));
         EXPECT_EQ(GET_CALL_PARAM(static_cast<int>(acp.size()), acp.data()),
-                  std::string("tool ") + row.cpText);
+                  std::string("tool ") + cpText);
     }
 }
 
@@ -245,9 +227,7 @@ TEST(TIME, stamps_become_iso_in_local_time)
 {
     setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
     tzset();
-    const struct {
-        const char *cpStamp, *cpIso;
-    } asctRow[] = {
+    constexpr std::pair<const char*, const char*> asRow[] = {
         // clang-format off
         {"2024-05-01 10:00:00", "2024-05-01 10:00:00"}, {"20240501100000", "2024-05-01 10:00:00"},
         {"2024-05-01T10:00:00Z", "2024-05-01 12:00:00"}, {"1714557600", "2024-05-01 12:00:00"},
@@ -260,12 +240,11 @@ TEST(TIME, stamps_become_iso_in_local_time)
         {"yesterday", ""}, {"-1", ""}, {"", ""},
         // clang-format on
     };
-    for (const auto& row : asctRow) {
-        SCOPED_TRACE(row.cpStamp);
+    for (const auto& [cpStamp, cpIso] : asRow) {
         char szStamp[256];
-        iTEXT_SET(szStamp, row.cpStamp);
+        iTEXT_SET(szStamp, cpStamp);
         cm_time_stamp2iso(szStamp);
-        EXPECT_STREQ(szStamp, row.cpIso);
+        EXPECT_STREQ(szStamp, cpIso) << cpStamp;
     }
     setenv("TZ", "EST5", 1);
     tzset();

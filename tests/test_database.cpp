@@ -20,15 +20,7 @@ protected:
     void SetUp() override
     {
         SANDBOX::SetUp();
-        setenv("VK_INI", (sDIR() + "/vk.ini").c_str(), 1);
-        v_CONFIG_FORGET();
         NEW_CONNECTION();
-    }
-    void TearDown() override
-    {
-        SANDBOX::TearDown();
-        unsetenv("VK_INI");
-        v_CONFIG_FORGET();
     }
     /* The process keeps one connection, also from test to test. */
     void NEW_CONNECTION()
@@ -59,26 +51,34 @@ protected:
     std::string m_sBase;
 };
 
-TEST_F(DATABASE, access_replies_with_value_number_or_error)
+TEST_F(DATABASE, access_replies_with_value_number_or_error_and_its_kind)
 {
+    INI("database", "statement_timeout", "1");
+    CONNECT_BY("");
     constexpr struct {
         const char *cpSql, *cpReply;
+        DB_KIND     eKind = DB_OTHER;
     } asctRow[] = {
-        {"select MAX(client_id) from clients where client_id>0", ""},
-        {"select E'two\\nlines'", "two lines"},
-        {"insert into interfaces values (0,'a',0),(0,'b',1)", "2"},
-        {"delete from interfaces", "2"},
+        {"select MAX(client_id) from clients where client_id>0", "", DB_FINE},
+        {"select E'two\\nlines'", "two lines", DB_FINE},
+        {"insert into interfaces values (0,'a',0),(0,'b',1)", "2", DB_FINE},
+        {"delete from interfaces", "2", DB_FINE},
         {"", "! the statement does not fit its buffer"},
         {"selec 1", "! ERROR: syntax error at or near \"selec\" at character 1"},
         {"copy clients to stdout", "! the statement opens a copy"},
         {"select 1; drop table interfaces",
          "! ERROR: cannot insert multiple commands into a prepared statement"},
+        {"select x from clients", "! ERROR: column \"x\" does not exist at character 8",
+         DB_NO_COLUMN},
+        {"select 1 from x", "! ERROR: relation \"x\" does not exist at character 15", DB_NO_TABLE},
+        {"select pg_sleep(30)", "! ERROR: canceling statement due to statement timeout", DB_LOCKED},
         {"insert into clients (client_id,name) values (0,'x')",
-         "! ERROR: duplicate key value violates unique constraint \"clients_pkey\""},
+         "! ERROR: duplicate key value violates unique constraint \"clients_pkey\"", DB_KEY_TAKEN},
     };
     for (const auto& row : asctRow) {
         SCOPED_TRACE(row.cpSql);
         EXPECT_EQ(sVALUE(row.cpSql), row.cpReply);
+        EXPECT_EQ(sctDB_ERROR().eKind, row.eKind);
     }
     EXPECT_EQ(sctDB_ERROR().sSqlState, "23505");
     char szSmall[8];
@@ -155,9 +155,6 @@ TEST_F(DATABASE, the_session_has_the_settings_that_the_operations_rely_on)
         {"statement_timeout", "1s"}, {"application_name", "vk_config_client"}};
     for (const auto& acpSetting : aacpSetting)
         EXPECT_EQ(sVALUE((std::string("show ") + acpSetting[0]).c_str()), acpSetting[1]);
-    EXPECT_EQ(sVALUE("select pg_sleep(60)"),
-              "! ERROR: canceling statement due to statement timeout");
-    EXPECT_EQ(sVALUE("select 'goes on'"), "goes on");
 
     // Of several hosts, one that answers is used.
     INI("database", "conninfo", sBase + " host=/nowhere," + SQL("show unix_socket_directories"));
@@ -166,23 +163,8 @@ TEST_F(DATABASE, the_session_has_the_settings_that_the_operations_rely_on)
     EXPECT_EQ(sVALUE("select count(*) from clients"), "1");
 }
 
-TEST_F(DATABASE, a_failure_has_a_kind)
+TEST_F(DATABASE, a_connection_that_fails_has_a_kind)
 {
-    constexpr struct {
-        const char* cpSql;
-        DB_KIND     eKind;
-    } asctRow[] = {{"select 1", DB_FINE},
-                   {"select nope from clients", DB_NO_COLUMN},
-                   {"select 1 from nope", DB_NO_TABLE},
-                   {"insert into clients (client_id,name) values (0,'x')", DB_KEY_TAKEN},
-                   {"select pg_sleep(30)", DB_LOCKED},
-                   {"selec", DB_OTHER}};
-    INI("database", "statement_timeout", "1");
-    CONNECT_BY("");
-    for (const auto& row : asctRow) {
-        sVALUE(row.cpSql);
-        EXPECT_EQ(sctDB_ERROR().eKind, row.eKind) << row.cpSql;
-    }
     const std::pair<const char*, DB_KIND> asConnect[] = {
         {" dbname=nope", DB_NO_DATABASE},
         {" user=nope", DB_PASSWORD},
@@ -302,17 +284,6 @@ TEST_F(DATABASE, a_full_server_is_tried_again_for_retry_time)
     later.join();
     CONNECT_BY("");
     SQL("drop role " + sRole);
-}
-
-TEST(STATEMENTS, one_as_long_as_its_buffer_allows_is_formed_and_a_longer_one_is_not)
-{
-    char szSql[16];  // 15 characters and the end
-    EXPECT_TRUE(iSQL(szSql, "select '%s'", "123456"));
-    EXPECT_STREQ(szSql, "select '123456'");
-    EXPECT_TRUE(iSQL(szSql, "select '%s'", FREE_TEXT{"1234567"}));
-    EXPECT_STREQ(szSql, "select '123456'");
-    EXPECT_FALSE(iSQL(szSql, "select '%s'", "1234567"));
-    EXPECT_STREQ(szSql, "");
 }
 
 }  // namespace

@@ -1,43 +1,22 @@
 /* Text, patterns, versions; values inside statements and command lines. */
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cstdio>
-#include <memory>
-
 #include "common/cm_db_access.h"
 #include "common/common.h"
 #include "common/text/command_line.h"
-#include "scratch.h"
+#include "sandbox_fixture.h"
 
 namespace {
 
-/* What /bin/sh makes of a command line. */
-std::string sSHELL_SAYS(const std::string& sCommand)
-{
-    const std::unique_ptr<FILE, int (*)(FILE*)> pPipe{popen(sCommand.c_str(), "r"), pclose};
-    std::string                                 sAll;
-    for (int c = 0; pPipe && (c = fgetc(pPipe.get())) != EOF;) sAll.push_back(static_cast<char>(c));
-    return sAll;
-}
-
 TEST(TEXT, is_cut_at_a_character_and_stays_valid)
 {
-    const struct {
-        const char* cpText;
-        size_t      uMax;
-        const char* cpCut;
-    } asctRow[] = {
+    const std::tuple<const char*, size_t, const char*> asRow[] = {
         // clang-format off
         {"abc", 3, "abc"}, {"abcd", 3, "abc"}, {"aä", 2, "a"}, {"aä", 3, "aä"}, {"a€€", 6, "a€"},
         {"😀x", 3, ""}, {"😀x", 4, "😀"}, {"\x80\x80\x80\x80\x80\x80", 5, "\x80\x80\x80\x80\x80"},
         {"", 0, ""}, {"ä", 0, ""},
         // clang-format on
     };
-    for (const auto& row : asctRow) {
-        SCOPED_TRACE(row.cpText);
-        EXPECT_EQ(svTEXT_CUT(row.cpText, row.uMax), row.cpCut);
-    }
+    for (const auto& [cpText, uMax, cpCut] : asRow)
+        EXPECT_EQ(svTEXT_CUT(cpText, uMax), cpCut) << cpText;
     char szEight[8];
     x_Snprintf(szEight, sizeof szEight, "%s", "12345678901234567890");
     EXPECT_STREQ(szEight, "1234567");
@@ -95,10 +74,7 @@ TEST(TEXT, is_joined_up_to_a_null_and_the_end_of_its_buffer)
 
 TEST(PATTERN, hits_where_its_texts_or_its_name_stand)
 {
-    const struct {
-        const char *cpPattern, *cpLine;
-        int         iHit;
-    } asctRow[] = {
+    const std::tuple<const char*, const char*, int> asRow[] = {
         // clang-format off
         {"ssh:|Error:^", "an Error: here", 1}, {"ssh:|Error:^", "ssh: connect", 1},
         {"ssh:|Error:^", "error: SSH:", 0}, {"a|OR|b^", "xORx", 0}, {"a|OR|b^", "xbx", 1},
@@ -107,10 +83,8 @@ TEST(PATTERN, hits_where_its_texts_or_its_name_stand)
         {"alpha", "10.0.0.1 beta # alpha", 0}, {"alpha", "alpha#comment", 1}, {"", "", 0},
         // clang-format on
     };
-    for (const auto& row : asctRow) {
-        SCOPED_TRACE(std::string(row.cpPattern) + " in " + row.cpLine);
-        EXPECT_EQ(iPATTERN_HIT(row.cpPattern, row.cpLine), row.iHit);
-    }
+    for (const auto& [cpPattern, cpLine, iHit] : asRow)
+        EXPECT_EQ(iPATTERN_HIT(cpPattern, cpLine), iHit) << cpPattern << " in " << cpLine;
 }
 
 TEST(PATTERN, captures_of_a_package_name)
@@ -141,21 +115,16 @@ TEST(VERSION, is_ordered_part_by_part_and_zero_for_anything_else)
     const char* const acpRising[] = {"0.0.0.1",  "3.9.9.9",    "4.2.2.98",        "4.2.2.99",
                                      "4.4.1-14", "4.4.3.73",   "4.4.3.99999",     "4.4.4.0",
                                      "4.10.0.0", "10.0.0.0.1", "9000.99999.0.1-x"};
-    for (size_t u = 1; u < std::size(acpRising); u++) {
-        SCOPED_TRACE(acpRising[u]);
-        EXPECT_LT(l_cli_version(acpRising[u - 1]), l_cli_version(acpRising[u]));
-    }
+    for (size_t u = 1; u < std::size(acpRising); u++)
+        EXPECT_LT(l_cli_version(acpRising[u - 1]), l_cli_version(acpRising[u])) << acpRising[u];
     EXPECT_EQ(l_cli_version("4.4.1-14"), 4000040000100014L);
-    for (const char* cpSuffix : {"-1", "_x", "~rc1", "+b", ".wheezy", "."}) {
+    for (const char* cpSuffix : {"-1", "_x", "~rc1", "+b", ".wheezy", "."})
         EXPECT_EQ(l_cli_version((std::string("4.4.1.14") + cpSuffix).c_str()), 4000040000100014L);
-    }
     EXPECT_EQ(l_cli_version(nullptr), 0);
-    for (const char* cpNone : {"", "4.4.1", "4.4.1.", "4.4-1.1", "4.4.1.x", "v4.4.1.1",
-                               "9001.0.0.0", "1.100000.0.0", "1.1.1.1a", "-1.1.1.1", "4.4.1.14 ",
-                               " 4.4.1.14", "99999999999999999999.1.1.1", "4..1.1"}) {
-        SCOPED_TRACE(cpNone);
-        EXPECT_EQ(l_cli_version(cpNone), 0);
-    }
+    for (const char* cpNone :
+         {"", "4.4.1", "4.4.1.", "4.4-1.1", "4.4.1.x", "v4.4.1.1", "9001.0.0.0", "1.100000.0.0",
+          "1.1.1.1a", "-1.1.1.1", "4.4.1.14 ", " 4.4.1.14", "99999999999999999999.1.1.1", "4..1.1"})
+        EXPECT_EQ(l_cli_version(cpNone), 0) << cpNone;
 }
 
 TEST(COMMAND, values_reach_the_program_as_they_are)
@@ -170,8 +139,8 @@ TEST(COMMAND, values_reach_the_program_as_they_are)
         ASSERT_TRUE(iCMD(szCmd, SHELL_POSIX, "printf '%%s|' %s pre%s \"in %s\" '%s'", cpValue,
                          cpValue, cpValue, cpValue));
         const std::string s = cpValue;
-        EXPECT_EQ(sSHELL_SAYS(szCmd), s + "|pre" + s + "|in " + s + "|" + s + "|");
-        EXPECT_EQ(sSHELL_SAYS("printf %s " + sSHELL_WORD(SHELL_POSIX, s)), s);
+        EXPECT_EQ(sctSHELL(szCmd).sOut, s + "|pre" + s + "|in " + s + "|" + s + "|");
+        EXPECT_EQ(sctSHELL("printf %s " + sSHELL_WORD(SHELL_POSIX, s)).sOut, s);
     }
     EXPECT_EQ(sSHELL_WORD(SHELL_POSIX, ""), "''");
     EXPECT_EQ(sSHELL_WORD(SHELL_WINDOWS, ""), "\"\"");
@@ -179,25 +148,21 @@ TEST(COMMAND, values_reach_the_program_as_they_are)
 
 TEST(COMMAND, on_windows_and_what_is_refused)
 {
-    const struct {
-        const char *cpValue, *cpBare, *cpQuoted;
-    } asctRow[] = {
-        // clang-format off
-        {"plain", "plain", "\"plain\""}, {"", "\"\"", "\"\""},
+    const std::array<const char*, 3> aacpRow[] = {
+        {"plain", "plain", "\"plain\""},
+        {"", "\"\"", "\"\""},
         {"two words", "\"two words\"", "\"two words\""},
         {"C:\\dir x\\", "\"C:\\dir x\\\\\"", "\"C:\\dir x\\\\\""},
         {"a\"&b", "\"a\"\"&b\"", "\"a\"\"&b\""},
         {"%OS%", "\"\"%\"OS\"%\"\"", "\"\"%\"OS\"%\"\""},
         {"a\\\"b", "\"a\\\\\"\"b\"", "\"a\\\\\"\"b\""},
-        // clang-format on
     };
     char szCmd[64];
-    for (const auto& row : asctRow) {
-        SCOPED_TRACE(row.cpValue);
-        ASSERT_TRUE(iCMD(szCmd, SHELL_WINDOWS, "%s", row.cpValue));
-        EXPECT_STREQ(szCmd, row.cpBare);
-        ASSERT_TRUE(iCMD(szCmd, SHELL_WINDOWS, "\"%s\"", row.cpValue));
-        EXPECT_STREQ(szCmd, row.cpQuoted);
+    for (const auto& [cpValue, cpBare, cpQuoted] : aacpRow) {
+        ASSERT_TRUE(iCMD(szCmd, SHELL_WINDOWS, "%s", cpValue));
+        EXPECT_STREQ(szCmd, cpBare);
+        ASSERT_TRUE(iCMD(szCmd, SHELL_WINDOWS, "\"%s\"", cpValue));
+        EXPECT_STREQ(szCmd, cpQuoted);
     }
     EXPECT_FALSE(iCMD(szCmd, SHELL_WINDOWS, "echo %s", "a\nb"));
     EXPECT_STREQ(szCmd, "");
@@ -228,8 +193,14 @@ TEST(STATEMENT, values_are_quoted_where_they_stand)
     EXPECT_STREQ(szSql, "");
 }
 
-TEST(STATEMENT, only_free_text_is_shortened_and_never_inside_a_pair_of_quotes)
+TEST(STATEMENT, fits_its_buffer_and_only_free_text_is_shortened_for_that)
 {
+    char szExact[16];  // 15 characters and the end
+    EXPECT_TRUE(iSQL(szExact, "select '%s'", "123456"));
+    EXPECT_STREQ(szExact, "select '123456'");
+    EXPECT_TRUE(iSQL(szExact, "select '%s'", FREE_TEXT{"1234567"}));
+    EXPECT_STREQ(szExact, "select '123456'");
+    EXPECT_FALSE(iSQL(szExact, "select '%s'", "1234567"));
     char szSql[40];
     /* 15 characters of frame leave 24 for the free texts. */
     ASSERT_TRUE(
