@@ -1,14 +1,11 @@
 /* Names, reports, error lines and settings that hold what a statement, a shell, a
    format or a terminal would read as its own: they stay text. */
 #include <algorithm>
-#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "sandbox_fixture.h"
 
-using testing::Contains;
-using testing::IsEmpty;
-using testing::StartsWith;
+using namespace testing;
 
 namespace {
 
@@ -41,26 +38,15 @@ protected:
        has happened. Gives the stored message. */
     std::string sCHECKED(const std::string& sClient, int iExit)
     {
-        const RUN run = CONFIG_CLIENT({"-c", sClient, "-C", "r"});
-        EXPECT_EQ(run.iExit, iExit);
-        EXPECT_EQ(asLINES(run.sOut).size(), 1U);
+        const RUN run = CHECK(sClient);
         EXPECT_EQ(run.sErr, "");
         EXPECT_EQ(COLUMN(sClient, "access_state"), std::to_string(iExit));
         const std::string sMessage = COLUMN(sClient, "msg");
-        EXPECT_EQ(run.sOut, std::string("STATUS=") + (iExit ? "ERROR" : "SUCCESS") + " MSG=\"" +
-                                sMessage + "\"\n");
+        EXPECT_ENDED(run, iExit, sMessage);
         EXPECT_EQ(COLUMN(sClient, "comment"), sMessage);
         return sMessage;
     }
-    /* No file that a hostile text would make lies anywhere below the sandbox. */
-    TEXTS asPWNED()
-    {
-        TEXTS asFound;
-        for (const auto& entry : std::filesystem::recursive_directory_iterator{sDIR()})
-            if (entry.path().filename().string().find("PWNED") != std::string::npos)
-                asFound.push_back(entry.path());
-        return asFound;
-    }
+    TEXTS asPWNED() { return asFILES_NAMED(sDIR(), "PWNED"); }
 };
 
 TEST_F(HOSTILE, reports_and_error_lines_reach_the_database_as_text)
@@ -127,27 +113,6 @@ TEST_F(HOSTILE, control_characters_and_broken_text_break_no_line)
               "E002-HOSTS   There is no access to computer alpha: Error: the last line of all");
 }
 
-TEST_F(HOSTILE, names_run_nothing_and_get_their_outcome)
-{
-    TEXTS asName = asHOSTILE;
-    for (const char* cpName :
-         {"-oProxyCommand=touch PWNED", "../../PWNED", "root@alpha", "ä€", " "})
-        asName.push_back(cpName);
-    for (const std::string& sName : asName) {
-        SCOPED_TRACE(sName);
-        ADD_CLIENT(sName);
-        const RUN run = CONFIG_CLIENT({"-C", "r", "-c" + sName});
-        EXPECT_EQ(run.iExit, 1);
-        EXPECT_EQ(asLINES(run.sOut).size(), 1U);
-        EXPECT_EQ(COLUMN(sName, "msg"), "E009-HOSTS   Could not resolve hostname [" + sName + "]");
-        EXPECT_EQ(COLUMN(sName, "access_state"), "1");
-    }
-    EXPECT_EQ(CONFIG_CLIENT({"-C", "r", "-c", "al\xffpha"}).iExit, 2);
-    EXPECT_EQ(SQL("select count(*) from clients where msg is null"), "1");  // the server's own
-    EXPECT_THAT(asPWNED(), IsEmpty());
-    for (const std::string& sLine : PROTOCOL()) EXPECT_EQ(sLine.substr(4, 6), "-HOSTS");
-}
-
 TEST_F(HOSTILE, settings_of_a_client_stay_words)
 {
     ADD_CLIENT("alpha");
@@ -157,14 +122,14 @@ TEST_F(HOSTILE, settings_of_a_client_stay_words)
         SCOPED_TRACE(sText);
         // The password reaches the program as one word, whatever it holds.
         SQL("update clients set user_name='u',password=$vk$" + sText + "$vk$ where name='nd1'");
-        EXPECT_EQ(CONFIG_CLIENT({"-c", "nd1", "-C", "r"}).iExit, 0);
+        EXPECT_EQ(CHECK("nd1").iExit, 0);
         EXPECT_EQ(CLIENT_LOG("alpha").back(),
                   "qtc_ndmp -D -s dir -a <auth=md5,server=nd1,user=u,passwd=" + sText + ">");
         // A data mover and a user that are none fail the check, no more.
         SQL("update clients set data_mover=$vk$" + sText + "$vk$ where name='nw1'");
         EXPECT_EQ(sCHECKED("nw1", 1), "E009-HOSTS   Could not resolve hostname [nw1]");
         SQL("update clients set os_user=$vk$" + sText + "$vk$ where name='alpha'");
-        EXPECT_THAT(sCHECKED("alpha", 1), testing::AnyOf(StartsWith("E011"), StartsWith("E002")));
+        EXPECT_THAT(sCHECKED("alpha", 1), AnyOf(StartsWith("E011"), StartsWith("E002")));
         SQL("update clients set os_user=null where name='alpha'");
         // A comment is stored as it was given.
         SQL("delete from clients where name='new'");
@@ -173,8 +138,8 @@ TEST_F(HOSTILE, settings_of_a_client_stay_words)
         EXPECT_EQ(COLUMN("new", "user_comment"), sText);
     }
     SQL("update clients set password=repeat('p',250) where name='nd1'");
-    EXPECT_THAT(sCHECKED("nd1", 1), testing::EndsWith("for alpha is longer than 255 bytes"));
-    EXPECT_THAT(OUTCOMES().back(), testing::HasSubstr("\"cause\":\"command-not-formed\""));
+    EXPECT_THAT(sCHECKED("nd1", 1), EndsWith("for alpha is longer than 255 bytes"));
+    EXPECT_THAT(OUTCOMES().back(), HasSubstr("\"cause\":\"command-not-formed\""));
     EXPECT_THAT(asPWNED(), IsEmpty());
     EXPECT_EQ(SQL("select count(*) from clients"), "5");
 }
