@@ -1,20 +1,12 @@
 /* Clients, connections, databases and runs that fail in the middle: each run ends
    in bounded time with the right message, and nothing of it stays behind. */
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/file.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
-#include <unistd.h>
-
-#include <filesystem>
 
 #include "sandbox_fixture.h"
 
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::StartsWith;
+using namespace testing;
 
 namespace {
 
@@ -36,12 +28,9 @@ protected:
     /* From now on that is the client's qtc; it answers well in the end. */
     void PROGRAM(const std::string& sClient, const std::string& sScript)
     {
-        const std::string sProgram = CLIENT_PATH(sClient, "velka/bin/qtc");
-        unlink(sProgram.c_str());
-        WRITE_FILE(sProgram,
-                   "#!/bin/sh\n" + sScript +
-                       "\nprintf 'QTC_VERSION=9.9\\nVELKA_VERSION=1.2.3-4\\nPACKAGE=p\\n'\n");
-        ASSERT_EQ(chmod(sProgram.c_str(), 0755), 0);
+        WRITE_PROGRAM(
+            CLIENT_PATH(sClient, "velka/bin/qtc"),
+            sScript + "\nprintf 'QTC_VERSION=9.9\\nVELKA_VERSION=1.2.3-4\\nPACKAGE=p\\n'");
     }
     /* Open as long as the descriptor is held. */
     FD OPEN_GATE(const std::string& sClient)
@@ -78,11 +67,8 @@ protected:
 
 TEST_F(FAILURES, a_client_that_says_nothing_or_never_stops_ends_the_check_in_time)
 {
-    const struct ROW {
-        const char *cpName, *cpMode;
-        int         iFrom, iTo;  // seconds
-        std::string sMessage;
-    } asctRow[] = {
+    // Name, mode, seconds from and to, message.
+    const std::tuple<const char*, const char*, long, long, std::string> asRow[] = {
         // in the order in which they end
         {"mutepx", "PROXY", 2, 12, sNO_ACCESS("mutepx", "")},
         {"silent", "VKSSH", 15, 25,
@@ -93,24 +79,23 @@ TEST_F(FAILURES, a_client_that_says_nothing_or_never_stops_ends_the_check_in_tim
          sNO_ACCESS("flood", "Timeout: flood did not come to an end within 45 seconds")},
     };
     INI("remote", "connect_timeout", "2");
-    for (const ROW& row : asctRow) ADD_CLIENT(row.cpName, row.cpMode);
+    for (const auto& row : asRow) ADD_CLIENT(std::get<0>(row), std::get<1>(row));
     std::vector<STARTED_RUN> runs;
-    for (const ROW& row : asctRow) runs.push_back(START_CHECK(row.cpName));
+    for (const auto& row : asRow) runs.push_back(START_CHECK(std::get<0>(row)));
     for (size_t u = 0; u < runs.size(); u++) {
-        const ROW& row = asctRow[u];
-        SCOPED_TRACE(row.cpName);
+        const auto& [cpName, cpMode, lFrom, lTo, sMessage] = asRow[u];
+        SCOPED_TRACE(std::string(cpName) + cpMode);
         const RUN run = WAIT(runs[u], 70000);
         EXPECT_EQ(run.iExit, 1);
         EXPECT_EQ(run.sErr, "");
-        EXPECT_EQ(COLUMN(row.cpName, "msg"), row.sMessage);
-        EXPECT_GE(run.iMilliseconds, row.iFrom * 1000L);
-        EXPECT_LE(run.iMilliseconds, row.iTo * 1000L);
-        EXPECT_EQ(iCLIENT_PROCESSES(row.cpName, 10000), 0);
+        EXPECT_EQ(COLUMN(cpName, "msg"), sMessage);
+        EXPECT_THAT(run.iMilliseconds, AllOf(Ge(lFrom * 1000), Le(lTo * 1000)));
+        EXPECT_EQ(iCLIENT_PROCESSES(cpName, 10000), 0);
     }
     EXPECT_EQ(iCHILDREN_LEFT(), 0);
 }
 
-TEST_F(FAILURES, a_connection_cut_under_the_command_ends_the_check)
+TEST_F(FAILURES, a_connection_cut_under_the_command_ends_the_check_and_a_leftover_holds_none)
 {
     ADD_CLIENT("cut");
     EXPECT_EQ(CONFIG_CLIENT({"-c", "cut", "-C", "r"}, {}, 20000).iExit, 1);
@@ -124,14 +109,10 @@ TEST_F(FAILURES, a_connection_cut_under_the_command_ends_the_check)
     EXPECT_THAT(COLUMN("alpha", "msg"), StartsWith(sNO_ACCESS("alpha", "Connection to ")));
     EXPECT_EQ(COLUMN("alpha", "qtc_version"), "NULL");
     NOTHING_LEFT(10000);
-}
 
-TEST_F(FAILURES, what_a_command_leaves_behind_holds_no_check)
-{
-    ADD_CLIENT("alpha");
+    RESTART_CLIENT("alpha");
     PROGRAM("alpha", "sleep 60 &");
-    const RUN run = CONFIG_CLIENT({"-c", "alpha", "-C", "r"}, {}, 30000);
-    EXPECT_EQ(run.iExit, 0);
+    EXPECT_EQ(CONFIG_CLIENT({"-c", "alpha", "-C", "r"}, {}, 30000).iExit, 0);
     EXPECT_EQ(COLUMN("alpha", "qtc_version"), "9.9");
     EXPECT_EQ(iCHILDREN_LEFT(), 0);
 }
@@ -188,27 +169,21 @@ TEST_F(FAILURES, a_database_that_is_not_there_is_told_once)
 {
     // One that takes connections and says nothing.
     const std::string sFolder = sDIR() + "/mute";
-    std::filesystem::create_directory(sFolder);
-    sockaddr_un sctAddress{};
-    sctAddress.sun_family = AF_UNIX;
-    (sFolder + "/.s.PGSQL.5432").copy(sctAddress.sun_path, sizeof sctAddress.sun_path - 1);
-    const FD fdServer(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    ASSERT_EQ(bind(fdServer.iGet(), reinterpret_cast<sockaddr*>(&sctAddress), sizeof sctAddress),
-              0);
-    ASSERT_EQ(listen(fdServer.iGet(), 8), 0);
+    fs::create_directory(sFolder);
+    const FD                                  fdServer = fdLISTENER(sFolder + "/.s.PGSQL.5432");
     const std::pair<std::string, const char*> asRow[] = {
         {sFolder, "timeout expired"}, {sDIR() + "/none", "No such file or directory"}};
     INI("database", "retry_time", "1");
     for (const auto& [sHost, cpTold] : asRow) {
         INI("database", "conninfo", "host=" + sHost + " dbname=velka connect_timeout=2");
         const RUN check = CONFIG_CLIENT({"-c", "alpha", "-C", "r"}, {}, 15000);
+        const RUN registration = CONFIG_CLIENT({"-c", "alpha"}, {}, 15000);
         EXPECT_EQ(check.iExit, 2);
         EXPECT_THAT(check.sOut, StartsWith("STATUS=ERROR MSG=\"E006-HOSTS"));
-        const RUN registration = CONFIG_CLIENT({"-c", "alpha"}, {}, 15000);
         EXPECT_EQ(registration.iExit, 1);
         EXPECT_THAT(registration.sOut, StartsWith("STATUS=ERROR MSG=\"E004-HOSTS"));
-        EXPECT_THAT(asLINES(check.sErr), ElementsAre(HasSubstr(cpTold)));
-        EXPECT_THAT(asLINES(registration.sErr), ElementsAre(HasSubstr(cpTold)));
+        for (const RUN& run : {check, registration})
+            EXPECT_THAT(asLINES(run.sErr), ElementsAre(HasSubstr(cpTold)));
     }
 }
 
@@ -219,13 +194,13 @@ TEST_F(FAILURES, a_database_that_goes_away_under_a_run_keeps_its_verdict)
     ADD_CLIENT("virt1", "VIRTUAL");
     // A part of it first: the columns that a run needs.
     SQL("alter table clients rename data_mover to dm");
-    EXPECT_EQ(CONFIG_CLIENT({"-c", "virt1", "-C", "r"}).iExit, 1);
+    EXPECT_EQ(CHECK("virt1").iExit, 1);
     EXPECT_EQ(COLUMN("virt1", "msg"),
               "E004-HOSTS   Error during access to database  (ERROR: column \"data_mover\" does "
               "not exist at character 23)");
     SQL("alter table clients rename dm to data_mover");
     SQL("alter table clients rename os_user to ou");
-    EXPECT_EQ(CONFIG_CLIENT({"-c", "alpha", "-C", "r"}).iExit, 1);
+    EXPECT_EQ(CHECK("alpha").iExit, 1);
     EXPECT_THAT(COLUMN("alpha", "msg"), HasSubstr("cannot read what the database knows of alpha"));
     EXPECT_THAT(OUTCOMES().back(), HasSubstr("\"cause\":\"column-missing"));
     EXPECT_THAT(CLIENT_LOG("alpha"), ElementsAre());
@@ -270,12 +245,19 @@ protected:
         const FD fd(open((sRW() + "sema/update_client_alpha").c_str(), O_RDONLY));
         return fd.bOpen() && flock(fd.iGet(), LOCK_EX | LOCK_NB) != 0;
     }
+    /* A private folder of a run. */
+    bool bFOLDER_LEFT()
+    {
+        const fs::directory_iterator files{sDIR()};
+        return std::any_of(begin(files), end(files), [](const auto& entry) {
+            return entry.path().filename().native().starts_with("vk-");
+        });
+    }
     /* Every line of every file that runs append to is whole. */
     void LINES_ARE_WHOLE()
     {
         for (const char* cpFolder : {"prot", "lgc", "work/answ"})
-            for (const auto& entry :
-                 std::filesystem::recursive_directory_iterator{sRW() + cpFolder}) {
+            for (const auto& entry : fs::recursive_directory_iterator{sRW() + cpFolder}) {
                 const std::string sText = sREAD_FILE(entry.path());
                 EXPECT_TRUE(sText.empty() || sText.back() == '\n') << entry.path();
             }
@@ -285,8 +267,7 @@ protected:
 
 TEST_F(ENDED_RUNS, killed_at_any_moment_leave_no_process_no_semaphore_and_whole_lines)
 {
-    ADD_CLIENT("mute");
-    ADD_CLIENT("beta");
+    ADD_CLIENTS({"mute", "beta"});
     ADD_CLIENT("virt1", "VIRTUAL");
     STARTED_RUN commanding = START_AT_GATE();
     STARTED_RUN updating = START_AT_GATE({"-U", "-c", "alpha"});
@@ -309,11 +290,8 @@ TEST_F(ENDED_RUNS, killed_at_any_moment_leave_no_process_no_semaphore_and_whole_
     EXPECT_FALSE(bUPDATE_RUNS());
     // Later runs end their connections and take their folders away, however close they follow.
     EXPECT_TRUE(bWAIT_UNTIL(28000, [&] {
-        EXPECT_EQ(CONFIG_CLIENT({"-c", "beta", "-C", "r"}).iExit, 0);
-        const std::filesystem::directory_iterator files{sDIR()};
-        return std::none_of(begin(files), end(files), [](const auto& entry) {
-            return entry.path().filename().string().starts_with("vk-");
-        });
+        EXPECT_EQ(CHECK("beta").iExit, 0);
+        return !bFOLDER_LEFT();
     }));
     // A run of its own for each stretch of the trace.
     for (size_t u = 0; u < 12; u++) {
@@ -325,7 +303,7 @@ TEST_F(ENDED_RUNS, killed_at_any_moment_leave_no_process_no_semaphore_and_whole_
     }
     LINES_ARE_WHOLE();
     NOTHING_LEFT(30000);
-    EXPECT_EQ(CONFIG_CLIENT({"-c", "virt1", "-C", "r"}).iExit, 0);
+    EXPECT_EQ(CHECK("virt1").iExit, 0);
 }
 
 TEST_F(ENDED_RUNS, by_a_signal_give_everything_back_first)
@@ -346,8 +324,7 @@ TEST_F(ENDED_RUNS, by_a_signal_give_everything_back_first)
         EXPECT_EQ(ended.sOut, "");
         EXPECT_EQ(iCHILDREN_LEFT(), 0);
         EXPECT_FALSE(bUPDATE_RUNS());
-        for (const auto& entry : std::filesystem::directory_iterator{sDIR()})
-            EXPECT_FALSE(entry.path().filename().string().starts_with("vk-")) << entry.path();
+        EXPECT_FALSE(bFOLDER_LEFT());
     }
     EXPECT_EQ(iCLIENT_PROCESSES("alpha", 10000), 0);
     EXPECT_EQ(COLUMN("alpha", "msg"), "NULL");
@@ -356,7 +333,6 @@ TEST_F(ENDED_RUNS, by_a_signal_give_everything_back_first)
 
 TEST_F(FAILURES, directories_that_cannot_be_written_are_told_once_and_hinder_no_check)
 {
-    namespace fs = std::filesystem;
     ADD_CLIENT("alpha");
     ADD_CLIENT("px1", "PROXY");
     INI("general", "trace_level", "9");
@@ -377,9 +353,9 @@ TEST_F(FAILURES, directories_that_cannot_be_written_are_told_once_and_hinder_no_
         EXPECT_THAT(run.sOut, StartsWith("STATUS=SUCCESS MSG=\"I005"));
         EXPECT_THAT(COLUMN("alpha", "msg"), StartsWith("I005"));
         EXPECT_THAT(asLINES(run.sErr),
-                    testing::UnorderedElementsAre(HasSubstr("cannot write the trace \""),
-                                                  HasSubstr("cannot write the day protocol \""),
-                                                  HasSubstr("cannot write the info output \"")));
+                    UnorderedElementsAre(HasSubstr("cannot write the trace \""),
+                                         HasSubstr("cannot write the day protocol \""),
+                                         HasSubstr("cannot write the info output \"")));
     }
     // Without a place for the shared connection each command connects by itself.
     CONFIG_CLIENT({"-c", "px1", "-C", "r"}, {{"TMPDIR", sRW() + "prot"}});
