@@ -3,8 +3,6 @@
 #include <fcntl.h>
 #include <sys/file.h>
 
-#include <filesystem>
-
 #include "sandbox_fixture.h"
 
 using namespace testing;
@@ -22,10 +20,7 @@ protected:
     }
     void EXPECT_CHECK(const std::string& sClient, int iExit, const std::string& sMessage)
     {
-        const RUN run = CONFIG_CLIENT({"-c", sClient, "-C", "s", "-v", "3"});
-        EXPECT_EQ(run.iExit, iExit);
-        EXPECT_EQ(run.sOut, std::string{"STATUS="} + (iExit ? "ERROR" : "SUCCESS") + " MSG=\"" +
-                                sMessage + "\"\n");
+        EXPECT_ENDED(CONFIG_CLIENT({"-c", sClient, "-C", "s", "-v", "3"}), iExit, sMessage);
     }
     std::string sOUTPUT_FILE(const std::string& sHost)
     {
@@ -62,7 +57,7 @@ TEST_F(BACKUP, the_command_follows_platform_and_version)
         EXPECT_CHECK(row.cpClient, 0, sI005(row.cpClient));
         EXPECT_THAT(asLINES(sREAD_FILE(CLIENT_PATH(row.cpClient, "log/lines"))).back(),
                     HasSubstr(row.cpCommand));
-        EXPECT_FALSE(std::filesystem::exists(sOUTPUT_FILE(row.cpClient)));
+        EXPECT_FALSE(fs::exists(sOUTPUT_FILE(row.cpClient)));
     }
     EXPECT_THAT(PROTOCOL(),
                 IsSupersetOf({"I010-HOSTS   Testing backup-connection from client alpha.",
@@ -97,7 +92,7 @@ TEST_F(BACKUP, a_NetWare_client_is_backed_up_by_its_data_mover_with_its_password
     EXPECT_THAT(CLIENT_LOG("dm1").back(),
                 HasSubstr("<nw1:nw1.NetWare File System:nw1:root:rootpw:0>"));
     EXPECT_EQ(sREAD_FILE(sOUTPUT_FILE("dm1")), sSTART);
-    EXPECT_FALSE(std::filesystem::exists(sOUTPUT_FILE("nw1")));
+    EXPECT_FALSE(fs::exists(sOUTPUT_FILE("nw1")));
 }
 
 TEST_F(BACKUP, the_first_marker_in_the_output_decides_and_only_success_deletes_the_file)
@@ -133,8 +128,8 @@ TEST_F(BACKUP, the_first_marker_in_the_output_decides_and_only_success_deletes_t
         WRITE_FILE(sOutput, "qtc-3007: of an earlier run\n");
         EXPECT_CHECK("alpha", bFails, row.sMessage);
         EXPECT_EQ(COLUMN("alpha", "msg"), row.sMessage);
-        EXPECT_FALSE(std::filesystem::exists(sRW() + "work/bck_test_alpha.tmp"));
-        EXPECT_EQ(std::filesystem::exists(sOutput), bFails);
+        EXPECT_FALSE(fs::exists(sRW() + "work/bck_test_alpha.tmp"));
+        EXPECT_EQ(fs::exists(sOutput), bFails);
         EXPECT_EQ(sREAD_FILE(sOutput), bFails ? sSTART + row.sKept : "");
         EXPECT_EQ(iCHILDREN_LEFT(), 0);
         EXPECT_EQ(iCLIENT_PROCESSES("alpha", 5000), 0);
@@ -173,7 +168,7 @@ TEST_F(BACKUP, runs_that_share_an_output_file_take_turns_and_none_judges_another
 TEST_F(BACKUP, an_output_file_that_cannot_be_removed_is_not_judged)
 {
     ADD_CLIENT("alpha");
-    std::filesystem::create_directories(sOUTPUT_FILE("alpha") + "/qtc-3007:");
+    fs::create_directories(sOUTPUT_FILE("alpha") + "/qtc-3007:");
     const RUN run = CONFIG_CLIENT({"-c", "alpha", "-C", "s"});
     EXPECT_EQ(run.iExit, 1);
     EXPECT_THAT(run.sOut, HasSubstr("E012-HOSTS   Backup from alpha not possible."));

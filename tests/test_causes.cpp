@@ -1,5 +1,4 @@
 /* Why a run failed, and what it leaves of that: the outcome log. */
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,9 +10,9 @@
 #include "common/remote/ssh/known_key.h"
 #include "common/remote/ssh/ssh_words.h"
 #include "common/text/secret.h"
-#include "sandbox_fixture.h"
 #include "scratch.h"
 
+using namespace testing;
 using JSON = nlohmann::json;
 
 namespace {
@@ -39,7 +38,7 @@ TEST(OUTCOME_LOG, texts_are_one_line_without_secrets_and_what_is_missing_is_left
     const JSON        line = JSON::parse(sLine);
     EXPECT_EQ(sKEYS(sLine), "begin end pid client client_id exit id msg words ms ");
     EXPECT_THAT(line.value("begin", ""),
-                testing::MatchesRegex("[0-9-]{10}T[0-9:]{8}\\.[0-9]{3}[+-][0-9]{2}:[0-9]{2}"));
+                MatchesRegex("[0-9-]{10}T[0-9:]{8}\\.[0-9]{3}[+-][0-9]{2}:[0-9]{2}"));
     EXPECT_EQ(line.value("client", ""), "al\"pha  [31m\xEF\xBF\xBD");
     EXPECT_EQ(line.value("client_id", 0), 12);
     EXPECT_EQ(line.value("id", ""), "E002-HOSTS");
@@ -73,9 +72,7 @@ TEST_F(OUTCOME_FILE, lines_of_eight_processes_stay_whole)
     const TEXTS       asLine = asLINES(sREAD_FILE(sFile));
     EXPECT_EQ(asLine.size(), 10000U);
     for (const std::string& sLine : asLine) ASSERT_TRUE(JSON::accept(sLine)) << sLine;
-    struct stat sctStat {};
-    stat(sFile.c_str(), &sctStat);
-    EXPECT_EQ(sctStat.st_mode & 0777U, 0640U);
+    EXPECT_EQ(iMODE(sFile), 0640U);
 }
 
 TEST(CAUSE_TABLE, is_the_man_pages)
@@ -144,29 +141,24 @@ TEST_F(KNOWN_HOSTS, kept_key_and_owner_of_the_offered_one_whatever_stands_behind
         EXPECT_EQ(known.sKept, "SHA256:" + asPrint[0]);
         EXPECT_EQ(known.sOther, "alpha");
         EXPECT_EQ(sctKNOWN_KEY(sPATH("known"), "3", asPrint[0]).sOther, "beta");
-        EXPECT_THAT(asSAME_KEY(sPATH("known") + ":4"), testing::IsEmpty());
+        EXPECT_THAT(asSAME_KEY(sPATH("known") + ":4"), IsEmpty());
         WRITE_FILE(sPATH("known"), sREAD_FILE(sPATH("known")) + "|1|x= " + asKey[0] + "\nx,gamma " +
                                        asKey[0] + "\n");
-        EXPECT_THAT(asSAME_KEY(sPATH("known") + ":4"), testing::ElementsAre("x", "gamma"));
-        EXPECT_THAT(asSAME_KEY(sKEPT_AT(sPATH("known"), "x,gamma")), testing::ElementsAre("beta"));
+        EXPECT_THAT(asSAME_KEY(sPATH("known") + ":4"), ElementsAre("x", "gamma"));
+        EXPECT_THAT(asSAME_KEY(sKEPT_AT(sPATH("known"), "x,gamma")), ElementsAre("beta"));
     }
 }
 
 TEST(SSH_WORDS, the_way_and_the_words_show_the_cause)
 {
-    struct ROW {
-        std::string sLog;
-        std::string sJump;
-        const char* cpCause;
-        std::string sReason;
-    };
     const std::string sWay = cpWAY;
     const std::string sLogin = sWay + cpGREETED + cpLOGIN;
     const std::string sNo = "root@beta: Permission denied (publickey).";
     const std::string sFailed = "Error: Authentication failed: ";
     const std::string sChanged =
         "Host key for beta has changed and you have requested strict checking.";
-    const ROW asctRow[] = {
+    // What ssh logged, and a jump host said; the cause and the reason.
+    const std::array<std::string, 4> aasRow[] = {
         {"ssh: Could not resolve hostname beta: Name or service not known\n", "", "host-unknown",
          "Host is unknown: ssh: Could not resolve hostname beta: Name or service not known"},
         {"Can't open user config file /c: Permission denied\n", "", "config-unreadable",
@@ -217,12 +209,12 @@ TEST(SSH_WORDS, the_way_and_the_words_show_the_cause)
          sFailed + sNo},
         {sLogin + "Authenticated to beta ([192.0.2.7]:22) using \"publickey\".\n", "", "", ""},
     };
-    for (const ROW& row : asctRow) {
-        SCOPED_TRACE(row.sLog + row.sJump);
+    for (const auto& [sLog, sJump, sCause, sReason] : aasRow) {
+        SCOPED_TRACE(sLog + sJump);
         PLACES    places{{"host", "beta"}};
         DIAGNOSIS diagnosis;
-        EXPECT_EQ(sWHY(sctSSH_STORY(row.sLog), row.sJump, places, diagnosis), row.sReason);
-        EXPECT_EQ(diagnosis.sCause, row.cpCause);
+        EXPECT_EQ(sWHY(sctSSH_STORY(sLog), sJump, places, diagnosis), sReason);
+        EXPECT_EQ(diagnosis.sCause, sCause);
     }
 }
 
@@ -236,28 +228,21 @@ TEST_F(CAUSES, each_run_leaves_a_line_also_without_a_database)
     ADD_CLIENT("alpha");
     CONFIG_CLIENT({"-c", "alpha", "-C", "r", "-i", "id7", "-s", "gui"});
     ASSERT_EQ(OUTCOMES().size(), 1U);
-    JSON line = LAST();
-    for (const auto& [sKey, value] : std::map<std::string, JSON>{{"run", "id7"},
-                                                                 {"sender", "gui"},
-                                                                 {"client", "alpha"},
-                                                                 {"client_id", 1},
-                                                                 {"task", "check"},
-                                                                 {"exit", 0},
-                                                                 {"id", "I005-HOSTS"},
-                                                                 {"msg", COLUMN("alpha", "msg")},
-                                                                 {"mode", "VKSSH"},
-                                                                 {"stored", true}})
-        EXPECT_EQ(line[sKey].dump(), value.dump()) << sKey;
+    JSON       line = LAST();
+    const JSON wanted = JSON::parse(
+        R"({"run":"id7","sender":"gui","client":"alpha","client_id":1,"task":"check","exit":0,)"
+        R"("id":"I005-HOSTS","mode":"VKSSH","stored":true})");
+    for (const auto& [sKey, value] : wanted.items()) EXPECT_EQ(line[sKey], value) << sKey;
+    EXPECT_EQ(line["msg"], COLUMN("alpha", "msg"));
     for (const char* cpStage : {"database", "connect", "command", "total"})
         EXPECT_TRUE(line["ms"][cpStage].is_number_integer()) << cpStage;
     EXPECT_FALSE(line["ms"].contains("copy"));
     EXPECT_FALSE(line.contains("cause"));
-
     EXPECT_TRUE(line["host_key"].get<std::string>().starts_with("SHA256:"));
     EXPECT_GT(line.value("port", 0), 0);
 
     DATABASE_GONE();
-    CONFIG_CLIENT({"-c", "alpha", "-C", "r"});
+    CHECK("alpha");
     line = LAST();
     EXPECT_EQ(line.value("cause", ""), "database-missing");
     EXPECT_EQ(OUTCOMES().size(), 2U);
@@ -267,9 +252,8 @@ TEST_F(CAUSES, each_run_leaves_a_line_also_without_a_database)
 
 TEST_F(CAUSES, two_clients_with_one_host_key_are_told_at_the_first_check_and_later)
 {
-    ADD_CLIENT("alpha");
-    ADD_CLIENT("beta");
-    EXPECT_EQ(CONFIG_CLIENT({"-c", "alpha", "-C", "r"}).sErr, "");
+    ADD_CLIENTS({"alpha", "beta"});
+    EXPECT_EQ(CHECK("alpha").sErr, "");
     const std::string sConfig = sRW() + "ini/ssh/config";
     const std::string sText = sREAD_FILE(sConfig);
     const std::regex  address("Host alpha\n    HostName (.*)\n");
@@ -278,15 +262,14 @@ TEST_F(CAUSES, two_clients_with_one_host_key_are_told_at_the_first_check_and_lat
     WRITE_FILE(sConfig, std::regex_replace(sText, std::regex("Host beta\n    HostName .*\n"),
                                            "Host beta\n    HostName " + found.str(1) + "\n"));
     for (int i = 0; i < 2; i++)
-        EXPECT_EQ(CONFIG_CLIENT({"-c", "beta", "-C", "r"}).sErr,
+        EXPECT_EQ(CHECK("beta").sErr,
                   "vk_config_client: beta shows the host key of alpha; one machine under two "
                   "names, or a clone\n");
 }
 
 TEST_F(CAUSES, a_user_is_told_only_where_another_is_admitted_with_the_same_key)
 {
-    ADD_CLIENT("alpha");
-    ADD_CLIENT("nokey");
+    ADD_CLIENTS({"alpha", "nokey"});
     const std::string sConfig = sRW() + "ini/ssh/config";
     const std::string sRight = sREAD_FILE(sConfig);
     const std::string sWrong = std::regex_replace(sRight, std::regex(" User .*"), " User nobody2");
@@ -301,8 +284,8 @@ TEST_F(CAUSES, a_user_is_told_only_where_another_is_admitted_with_the_same_key)
         SCOPED_TRACE(std::string(cpClient) + cpUser);
         SQL("update clients set os_user='" + std::string(cpUser) + "'");
         WRITE_FILE(sConfig, *cpUser != '\0' ? sRight : sWrong);
-        const RUN run = CONFIG_CLIENT({"-c", cpClient, "-C", "r"});
-        EXPECT_THAT(run.sOut, testing::HasSubstr("E011-HOSTS"));
+        const RUN run = CHECK(cpClient);
+        EXPECT_THAT(run.sOut, HasSubstr("E011-HOSTS"));
         EXPECT_EQ(LAST().value("cause", ""), cpCause);
     }
 }
@@ -321,29 +304,29 @@ TEST_F(CAUSES, failed_checks_name_stage_cause_and_words)
     for (const auto& [asSwitch, acpWanted] : asRow) {
         SCOPED_TRACE(acpWanted[1]);
         SWITCH("alpha", "qtc", asSwitch);
-        const RUN  run = CONFIG_CLIENT({"-c", "alpha", "-C", "r"});
+        const RUN  run = CHECK("alpha");
         const JSON line = LAST();
         EXPECT_EQ(line.value("stage", ""), acpWanted[0]);
         EXPECT_EQ(line.value("cause", ""), acpWanted[1]);
         const std::string sWords = line.contains("words") ? line["words"].dump() : "";
-        EXPECT_THAT(sWords, testing::HasSubstr(acpWanted[2]));
+        EXPECT_THAT(sWords, HasSubstr(acpWanted[2]));
         EXPECT_EQ(sWords.find("\\u001b"), sWords.npos);
-        EXPECT_THAT(run.sErr, testing::Not(testing::HasSubstr(acpWanted[1])));
-        EXPECT_THAT(TRACE_TEXT(), testing::HasSubstr(std::string(", ") + acpWanted[1] + "]"));
+        EXPECT_THAT(run.sErr, Not(HasSubstr(acpWanted[1])));
+        EXPECT_THAT(TRACE_TEXT(), HasSubstr(std::string(", ") + acpWanted[1] + "]"));
     }
-    std::filesystem::remove(CLIENT_PATH("alpha", "velka/bin/qtc"));
-    CONFIG_CLIENT({"-c", "alpha", "-C", "r"});
+    fs::remove(CLIENT_PATH("alpha", "velka/bin/qtc"));
+    CHECK("alpha");
     EXPECT_EQ(LAST().value("cause", ""), "program-missing");
-    EXPECT_THAT(TRACE_TEXT(), testing::HasSubstr("command line: ssh -T"));
-    EXPECT_THAT(TRACE_TEXT(), testing::HasSubstr("command for alpha: qtc -h"));
-    EXPECT_THAT(TRACE_TEXT(), testing::HasSubstr("try: ssh -F "));
+    EXPECT_THAT(TRACE_TEXT(), HasSubstr("command line: ssh -T"));
+    EXPECT_THAT(TRACE_TEXT(), HasSubstr("command for alpha: qtc -h"));
+    EXPECT_THAT(TRACE_TEXT(), HasSubstr("try: ssh -F "));
     // What ssh would take for an option is none by hand either.
     ADD_CLIENT("-oA=b");
     CONFIG_CLIENT({"-c-oA=b", "-C", "r"});
-    EXPECT_THAT(TRACE_TEXT(), testing::HasSubstr(" -- -oA=b 'qtc -h'"));
+    EXPECT_THAT(TRACE_TEXT(), HasSubstr(" -- -oA=b 'qtc -h'"));
     // A later success leaves nothing of it.
     ADD_CLIENT("beta");
-    CONFIG_CLIENT({"-c", "beta", "-C", "r"});
+    CHECK("beta");
     EXPECT_FALSE(LAST().contains("cause"));
 }
 

@@ -1,18 +1,13 @@
 /* The gate of mode CTRL and the admission of a server: what they refuse, and that
    the tool works through them. */
-#include <sys/stat.h>
-
-#include <filesystem>
-
 #include "common/remote/request.h"
 #include "common/remote/transport.h"
+#include "common/unix/read_now.h"
 #include "sandbox_fixture.h"
 
 using namespace testing;
 
 namespace {
-
-namespace fs = std::filesystem;
 
 const std::string sREFUSED = "is not allowed to connect or security problem for user";
 const std::string sDEB = "velka-cli_5.2.0-4_amd64.deb";
@@ -35,12 +30,9 @@ RUN CALLED(const TEXTS& asArgument, const SETTINGS& environment = {},
     sctSpec.sFirstInput = sInput;
     EXPECT_TRUE(iCHILD_START(child, sctSpec, run.sErr)) << run.sErr;
     if (!bOpen) child.fdIn.Close();
-    char       acBuf[4096];
     const bool bEnded = bWAIT_UNTIL(30000, [&] {
-        ssize_t iGot;
-        while ((iGot = read(child.fdOut.iGet(), acBuf, sizeof acBuf)) > 0)
-            run.sOut.append(acBuf, static_cast<size_t>(iGot));
-        return iGot == 0 && iCHILD_ENDED(child);
+        uREAD_NOW(child.fdOut, run.sOut, 1 << 20);
+        return !child.fdOut.bOpen() && iCHILD_ENDED(child);
     });
     EXPECT_TRUE(bEnded) << asArgument[0];
     run.iExit = child.iStatus;
@@ -63,11 +55,10 @@ protected:
                       sInput, bOpen);
     }
     /* An ordinary ssh with the key that the client admits. */
-    RUN SSH(TEXTS asArgument, const SETTINGS& environment = {})
+    RUN SSH(const TEXTS& asArgument, const SETTINGS& environment = {})
     {
         const TEXTS asBegin{"ssh", "-F", sRW() + "ini/ctrl/config", "-o", "BatchMode=yes"};
-        asArgument.insert(asArgument.begin(), asBegin.begin(), asBegin.end());
-        return CALLED(asArgument, environment, "", true);
+        return CALLED(asBegin + asArgument, environment, "", true);
     }
     std::string sWORK(const std::string& sName)
     {
@@ -77,30 +68,15 @@ protected:
 
 TEST_F(GATE, refuses_whatever_is_no_request_of_its_own)
 {
-    TEXTS asLine{"",
-                 "/bin/sh",
-                 "sh -c id",
-                 "internal-sftp",
-                 "/usr/lib/openssh/sftp-server",
-                 "scp -t /tmp",
-                 "run",
-                 "run m",
-                 "run m sh -c id",
-                 "run m /bin/sh",
-                 "run m ../qtc",
-                 "run m velka_installer",
-                 "run m qtc%2F..%2Fvelka_installer",
-                 "run m qtc%00",
-                 "run m qtc -h%2",
-                 "run m  qtc -h",
-                 " run m qtc -h",
-                 "run m qtc -h ",
-                 "RUN m qtc -h",
-                 "run m%20begin qtc -h",
-                 "list m /etc",
-                 "run m qtc -h\nrun m qtc -h",
-                 "run m qtc -h run m qtc -h;",
-                 "run m qtc " + std::string(100000, 'x')};
+    // clang-format off
+    TEXTS asLine{
+        "", "/bin/sh", "sh -c id", "internal-sftp", "/usr/lib/openssh/sftp-server", "scp -t /tmp",
+        "run", "run m", "run m sh -c id", "run m /bin/sh", "run m ../qtc", "run m velka_installer",
+        "run m qtc%2F..%2Fvelka_installer", "run m qtc%00", "run m qtc -h%2", "run m  qtc -h",
+        " run m qtc -h", "run m qtc -h ", "RUN m qtc -h", "run m%20begin qtc -h", "list m /etc",
+        "run m qtc -h\nrun m qtc -h", "run m qtc -h run m qtc -h;",
+        "run m qtc " + std::string(100000, 'x')};
+    // clang-format on
     for (const char c : std::string("|&;<>()$`\\\"'*?[]{}#~!^\t\r\n\x7f\x80"))
         asLine.push_back(std::string("run m qtc -h") + c + "id");
     for (const std::string& sLine : asLine) {
@@ -124,22 +100,15 @@ TEST_F(GATE, refuses_whatever_is_no_request_of_its_own)
     TEXTS asWord;
     for (const char* cpLine : {"qtc a|b", "qtc $x", "qtc \"a", "qtc a\nb", "qtc a\\"})
         EXPECT_EQ(iPOSIX_WORDS(cpLine, asWord, sReason), 0) << cpLine;
-    for (const TEXTS& asWrong :
-         {TEXTS{"--config"}, TEXTS{"--confg", "/x"}, TEXTS{"-c", "a", "b"}}) {
-        TEXTS asArgument{sBESIDE("vk_ctrl")};
-        asArgument.insert(asArgument.end(), asWrong.begin(), asWrong.end());
-        EXPECT_EQ(CALLED(asArgument).iExit, 2);
-    }
+    for (const TEXTS& asWrong : {TEXTS{"--config"}, TEXTS{"--confg", "/x"}, TEXTS{"-c", "a", "b"}})
+        EXPECT_EQ(CALLED(TEXTS{sBESIDE("vk_ctrl")} + asWrong).iExit, 2);
     EXPECT_THAT(ASKED("request", "run m qtc " + std::string((1 << 20) - 99, 'x')).sOut,
                 HasSubstr(sREFUSED));
 }
 
 TEST_F(GATE, runs_a_program_with_its_words_in_an_environment_of_its_own)
 {
-    fs::remove(CLIENT_PATH("ctrl1", "velka/bin/qtc_ndmp"));  // a link to all clients' own
-    WRITE_FILE(CLIENT_PATH("ctrl1", "velka/bin/qtc_ndmp"),
-               "#!/bin/sh\nprintf '<%s>' \"$@\"; env; exit 3");
-    chmod(CLIENT_PATH("ctrl1", "velka/bin/qtc_ndmp").c_str(), 0755);
+    WRITE_PROGRAM(CLIENT_PATH("ctrl1", "velka/bin/qtc_ndmp"), "printf '<%s>' \"$@\"; env; exit 3");
     const SETTINGS    environment{{"VK_INI", "/nowhere"},
                                {"gv_ro_bin", "/bin/"},
                                {"EVIL", "1"},
@@ -173,7 +142,7 @@ TEST_F(GATE, takes_the_files_of_an_update_whole_or_not_at_all)
     fs::create_directory_symlink("/tmp", sWORK("link"));
     fs::create_symlink(sDIR() + "/outside", sWORK("file"));
     fs::create_symlink(sDIR() + "/outside", sWORK("half.part"));
-    const ROW asctRow[] = {
+    std::vector<ROW> rows{
         {"gv_rw_work:a.deb", "100", "644", 100, "work/a.deb"},
         {"gv_rw_work:/tmp/new/b.deb", "0", "600", 0, "work/tmp/new/b.deb"},
         {"gv_ro_bin:vk_execute_update", "70000", "755", 70000, "bin/vk_execute_update"},
@@ -182,32 +151,23 @@ TEST_F(GATE, takes_the_files_of_an_update_whole_or_not_at_all)
         {"gv_rw_work:x", "-1", "644", 0, nullptr},
         {"gv_rw_work:x", "99999999999999999999", "644", 10, nullptr},
         {"gv_rw_work:x", "10", "4755", 10, nullptr},
-        {"gv_rw_work:../x", "10", "644", 10, nullptr},
-        {"gv_rw_work:tmp/../../x", "10", "644", 10, nullptr},
-        {"gv_rw_work:link/x", "10", "644", 10, nullptr},
-        {"gv_rw_work:file", "10", "644", 10, nullptr},
-        {"gv_rw_work:half", "10", "644", 10, nullptr},
-        {"gv_rw_work:", "10", "644", 10, nullptr},
-        {"gv_rw_work:a%0Ab", "10", "644", 10, nullptr},
-        {"gv_ro_bin:another", "10", "755", 10, nullptr},
-        {"gv_ro_bin:x/vk_execute_update", "10", "755", 10, nullptr},
-        {"gv_rw_ini:vk.ini", "10", "644", 10, nullptr},
-        {"/tmp/x", "10", "644", 10, nullptr},
-        {"x", "10", "644", 10, nullptr},
     };
-    for (const ROW& row : asctRow) {
+    for (const char* cpPath :
+         {"gv_rw_work:../x", "gv_rw_work:tmp/../../x", "gv_rw_work:link/x", "gv_rw_work:file",
+          "gv_rw_work:half", "gv_rw_work:", "gv_rw_work:a%0Ab", "gv_ro_bin:another",
+          "gv_ro_bin:x/vk_execute_update", "gv_rw_ini:vk.ini", "/tmp/x", "x"})
+        rows.push_back({cpPath, "10", "644", 10, nullptr});
+    for (const ROW& row : rows) {
         SCOPED_TRACE(std::string(row.cpPath) + " " + row.cpSize);
         const std::string sBytes(row.uSent, 'x');
         const RUN         run =
             ASKED(std::string("put m ") + row.cpPath + " " + row.cpSize + " " + row.cpMode, sBytes);
         EXPECT_EQ(run.sOut.find(sREFUSED) == std::string::npos, row.cpArrived != nullptr);
         if (row.cpArrived == nullptr) continue;
-        struct stat       sctStat {};
         const std::string sFile = CLIENT_PATH("ctrl1", std::string("velka/") + row.cpArrived);
         EXPECT_EQ(run.sOut, "m begin\n\nm 0\n");
         EXPECT_EQ(sREAD_FILE(sFile), sBytes);
-        ASSERT_EQ(stat(sFile.c_str(), &sctStat), 0);
-        EXPECT_EQ(sctStat.st_mode & 07777U, std::stoul(row.cpMode, nullptr, 8));
+        EXPECT_EQ(iMODE(sFile), std::stoul(row.cpMode, nullptr, 8));
         EXPECT_EQ(ASKED(std::string("size m ") + row.cpPath).sOut,
                   "m begin\n" + std::to_string(row.uSent) + "\n\nm 0\n");
     }
@@ -250,11 +210,7 @@ TEST_F(GATE, a_program_ends_with_the_connection_but_an_update_goes_on)
 
 TEST_F(GATE, its_key_opens_nothing_else)
 {
-    struct ROW {
-        TEXTS       asArgument;
-        const char* cpSaid;
-    };
-    const ROW asctRow[] = {
+    const std::pair<TEXTS, const char*> asRow[] = {
         {{"ctrl1"}, "not allowed to connect"},
         {{"ctrl1", "id; touch /tmp/x"}, "not allowed to connect"},
         {{"-s", "ctrl1", "sftp"}, "not allowed to connect"},
@@ -265,10 +221,8 @@ TEST_F(GATE, its_key_opens_nothing_else)
         {{"-Y", "ctrl1", "list m"}, "X11 forwarding request failed"},
         {{"-o", "SetEnv=VK_INI=/nowhere", "ctrl1", "run m qtc -h"}, "QTC_VERSION="},
     };
-    for (const ROW& row : asctRow) {
-        SCOPED_TRACE(testing::PrintToString(row.asArgument));
-        EXPECT_THAT(SSH(row.asArgument, {{"DISPLAY", ":99"}}).sOut, HasSubstr(row.cpSaid));
-    }
+    for (const auto& [asArgument, cpSaid] : asRow)
+        EXPECT_THAT(SSH(asArgument, {{"DISPLAY", ":99"}}).sOut, HasSubstr(cpSaid));
     EXPECT_THAT(CLIENT_LOG("ctrl1"), ElementsAre("qtc -h"));
 }
 
@@ -296,15 +250,14 @@ TEST_F(GATE, check_test_backup_and_update_go_through_it)
 
     // A key of older times that leads to a shell.
     ADD_CLIENT("oldctrl1", "CTRL");
-    run = CONFIG_CLIENT({"-c", "oldctrl1", "-C", "r"});
+    run = CHECK("oldctrl1");
     EXPECT_THAT(run.sOut, HasSubstr("I005"));
 }
 
 TEST_F(GATE, a_password_stands_in_no_argument_vector)
 {
-    WRITE_FILE(sDIR() + "/ssh", "#!/bin/sh\nprintf '%s\\n' \"$@\" >>" + sDIR() +
-                                    "/arguments\nexec /usr/bin/ssh \"$@\"\n");
-    chmod((sDIR() + "/ssh").c_str(), 0755);
+    WRITE_PROGRAM(sDIR() + "/ssh",
+                  "printf '%s\\n' \"$@\" >>" + sDIR() + "/arguments\nexec /usr/bin/ssh \"$@\"");
     ADD_CLIENT("nd1", "PROXY", "NDMP",
                {{"data_mover", "ctrl1"}, {"user_name", "backup"}, {"password", "top secret"}});
     const RUN run = CONFIG_CLIENT({"-c", "nd1", "-C", "r"}, {{"PATH", sDIR() + ":/usr/bin:/bin"}});
@@ -328,7 +281,7 @@ TEST_F(SANDBOX, set_client_admits_a_server_once_and_unset_takes_it_back)
                              "\ngv_rw_ini = " + CLIENT_PATH(sName, "velka/ini") + "\n");
         WRITE_FILE(sFile, sOthers);
         chmod(sFile.c_str(), 0666);
-        EXPECT_THAT(CONFIG_CLIENT({"-c", sName, "-C", "r"}).sOut, HasSubstr("E011"));
+        EXPECT_THAT(CHECK(sName).sOut, HasSubstr("E011"));
         EXPECT_THAT(OUTCOMES().back(),
                     HasSubstr(cpMode[0] == 'C' ? "vk_setup permit --mode CTRL\\\" prints"
                                                : "vk_setup permit\\\" prints"));
@@ -336,10 +289,8 @@ TEST_F(SANDBOX, set_client_admits_a_server_once_and_unset_takes_it_back)
         const std::string sKey = asLINES(
             sREAD_FILE(sDIR() + "/keys/" + (cpMode[0] == 'C' ? "ctrl" : "client") + ".pub"))[0];
         const TEXTS asWhere{"--file", sFile, "--config", sIni};
-        const auto  SETUP = [&](TEXTS asArgument, const std::string& sInput = "") {
-            asArgument.insert(asArgument.begin(), sBESIDE("vk_setup"));
-            asArgument.insert(asArgument.end(), asWhere.begin(), asWhere.end());
-            return CALLED(asArgument, {}, sInput);
+        const auto  SETUP = [&](const TEXTS& asArgument, const std::string& sInput = "") {
+            return CALLED(TEXTS{sBESIDE("vk_setup")} + asArgument + asWhere, {}, sInput);
         };
         // What permit prints, typed or pasted.
         EXPECT_EQ(SETUP({"set_client", "velkasrv"}).iExit, 2);
@@ -353,10 +304,8 @@ TEST_F(SANDBOX, set_client_admits_a_server_once_and_unset_takes_it_back)
                                                     : "") +
                                   sKey + " vk_setup:velkasrv\n";
         EXPECT_EQ(sAfter, sOthers + sLine);
-        struct stat sctStat {};
-        stat(sFile.c_str(), &sctStat);
-        EXPECT_EQ(sctStat.st_mode & 07777U, 0600U);
-        EXPECT_THAT(CONFIG_CLIENT({"-c", sName, "-C", "r"}).sOut, HasSubstr("I005"));
+        EXPECT_EQ(iMODE(sFile), 0600U);
+        EXPECT_THAT(CHECK(sName).sOut, HasSubstr("I005"));
 
         for (const TEXTS& asAgain :
              {TEXTS{"set_client", "velkasrv"},
@@ -379,34 +328,28 @@ TEST_F(SANDBOX, set_client_admits_a_server_once_and_unset_takes_it_back)
 
 TEST_F(SANDBOX, set_client_refuses_what_is_no_key_or_no_file_of_its_own)
 {
-    struct ROW {
-        TEXTS       asArgument;
-        const char* cpSaid;
-    };
-    const std::string sKey = asLINES(sREAD_FILE(sDIR() + "/keys/ctrl.pub"))[0];
-    const std::string sFile = sDIR() + "/authorized_keys";
-    const ROW         asctRow[] = {
-                {{"velkasrv", sKey.substr(0, 40)}, "not whole"},
-                {{"velkasrv", "nonsense"}, "no public key"},
-                {{"velkasrv", sDIR() + "/keys/ctrl"}, "private key"},
-                {{"velkasrv", "/nowhere.pub"}, "cannot read"},
-                {{"a b", sKey}, "no name of a server"},
-                {{"velkasrv", "--mode", "SSH", sKey}, "none of CTRL, VKSSH"},
-                {{"velkasrv", "--from", "10.0.0.1\",command=\"sh", sKey}, "no list of addresses"},
-                {{"velkasrv", "--config", "/a\" b", sKey}, "no absolute path"},
-                {{"velkasrv", "--what", sKey}, "unknown option"},
-                {{"velkasrv", sKey}, "symbolic link"},
+    const std::string                   sKey = asLINES(sREAD_FILE(sDIR() + "/keys/ctrl.pub"))[0];
+    const std::string                   sFile = sDIR() + "/authorized_keys";
+    const std::pair<TEXTS, const char*> asRow[] = {
+        {{"velkasrv", sKey.substr(0, 40)}, "not whole"},
+        {{"velkasrv", "nonsense"}, "no public key"},
+        {{"velkasrv", sDIR() + "/keys/ctrl"}, "private key"},
+        {{"velkasrv", "/nowhere.pub"}, "cannot read"},
+        {{"a b", sKey}, "no name of a server"},
+        {{"velkasrv", "--mode", "SSH", sKey}, "none of CTRL, VKSSH"},
+        {{"velkasrv", "--from", "10.0.0.1\",command=\"sh", sKey}, "no list of addresses"},
+        {{"velkasrv", "--config", "/a\" b", sKey}, "no absolute path"},
+        {{"velkasrv", "--what", sKey}, "unknown option"},
+        {{"velkasrv", sKey}, "symbolic link"},
     };
     WRITE_FILE(sDIR() + "/elsewhere", "");
     fs::create_symlink(sDIR() + "/elsewhere", sFile);
-    for (const ROW& row : asctRow) {
-        SCOPED_TRACE(row.cpSaid);
-        TEXTS asArgument{sBESIDE("vk_setup"), "set_client"};
-        asArgument.insert(asArgument.end(), row.asArgument.begin(), row.asArgument.end());
-        asArgument.insert(asArgument.end(), {"--file", sFile});
-        const RUN run = CALLED(asArgument);
+    for (const auto& [asArgument, cpSaid] : asRow) {
+        SCOPED_TRACE(cpSaid);
+        const RUN run =
+            CALLED(TEXTS{sBESIDE("vk_setup"), "set_client"} + asArgument + TEXTS{"--file", sFile});
         EXPECT_NE(run.iExit, 0);
-        EXPECT_THAT(run.sOut, HasSubstr(row.cpSaid));
+        EXPECT_THAT(run.sOut, HasSubstr(cpSaid));
         EXPECT_EQ(asLINES(run.sOut).size(), 1U);
         EXPECT_EQ(sREAD_FILE(sFile), "");
     }

@@ -34,9 +34,7 @@ TEST_F(HOSTS, an_entry_is_made_once_and_only_the_whole_name_in_a_line_counts_as_
     EXPECT_EQ(REGISTER("Alpha", sFile).iExit, 0);  // no such file
     umask(iMask);
     EXPECT_EQ(sREAD_FILE(sFile), sEntry);
-    struct stat sctStat {};
-    stat(sFile.c_str(), &sctStat);
-    EXPECT_EQ(sctStat.st_mode & 0777U, 0644U);
+    EXPECT_EQ(iMODE(sFile), 0644U);
     for (const auto& row : aRow) {
         SCOPED_TRACE(row.cpFile);
         WRITE_FILE(sFile, row.cpFile);
@@ -54,8 +52,7 @@ TEST_F(HOSTS, a_file_that_cannot_be_opened_ends_with_E005_and_keeps_the_registra
     const RUN         run = REGISTER("alpha", sFile);
     const std::string sE005 =
         "E005-HOSTS   cannot open local file " + sFile + " to insert QIR velka server computer.";
-    EXPECT_EQ(run.iExit, 1);
-    EXPECT_EQ(run.sOut, "STATUS=ERROR MSG=\"" + sE005 + "\"\n");
+    EXPECT_ENDED(run, 1, sE005);
     EXPECT_EQ(COLUMN("alpha", "msg"), sE005);
     EXPECT_EQ(SQL("select count(*) from interfaces where client_id=1"), "3");
 }

@@ -1,12 +1,9 @@
 /* What a check stores of the client's report, and what it asks the client for
    where the report has gaps. */
-#include <filesystem>
-
 #include "kernel/restart_status.h"
 #include "sandbox_fixture.h"
 
-using testing::Contains;
-using testing::ElementsAre;
+using namespace testing;
 
 namespace {
 
@@ -20,7 +17,7 @@ protected:
     /* Checks the client and gives columns of its row, joined by "|". */
     std::string sCHECKED(const std::string& sClient, const std::string& sColumns, int iExit = 0)
     {
-        EXPECT_EQ(CONFIG_CLIENT({"-c", sClient, "-C", "r"}).iExit, iExit);
+        EXPECT_EQ(CHECK(sClient).iExit, iExit);
         const TEXTS asRow =
             ROWS("select " + sColumns + " from clients where name='" + sClient + "'");
         return asRow.empty() ? "" : asRow[0];
@@ -59,9 +56,7 @@ TEST_F(INVENTORY, every_field_of_the_report_goes_to_its_column)
 
 TEST_F(INVENTORY, states_numbers_and_dates_become_what_the_columns_hold)
 {
-    constexpr struct {
-        const char *cpState, *cpNumber, *cpDate, *cpStored;
-    } asctRow[] = {
+    constexpr std::array<const char*, 4> aacpRow[] = {
         {"3010", "0", "20250301081500", "1|0|2025-03-01 08:15:00"},
         {"1654", "-5", "1740816900", "1|0|2025-03-01 08:15:00"},
         {"1642", "x9", "2025-02-30 00:00:00", "2|0|NULL"},
@@ -78,15 +73,13 @@ TEST_F(INVENTORY, states_numbers_and_dates_become_what_the_columns_hold)
             << lStatus;
     }
     ADD_CLIENT("alpha");
-    for (const auto& row : asctRow) {
-        SCOPED_TRACE(std::string(row.cpState) + " " + row.cpNumber + " " + row.cpDate);
+    for (const auto& [cpState, cpNumber, cpDate, cpStored] : aacpRow) {
         SQL("update clients set update_date=null where name='alpha'");
-        SWITCH("alpha", "qtc",
-               {std::string("update_state=") + row.cpState,
-                std::string("servicepack_number=") + row.cpNumber,
-                std::string("installation_date=") + row.cpDate});
-        EXPECT_EQ(sCHECKED("alpha", "update_state,servicepack_number,installation_date"),
-                  row.cpStored);
+        SWITCH(
+            "alpha", "qtc",
+            {std::string("update_state=") + cpState, std::string("servicepack_number=") + cpNumber,
+             std::string("installation_date=") + cpDate});
+        EXPECT_EQ(sCHECKED("alpha", "update_state,servicepack_number,installation_date"), cpStored);
     }
 }
 
@@ -127,25 +120,20 @@ TEST_F(INVENTORY, version_and_package_that_the_report_lacks_are_asked_for)
 
 TEST_F(INVENTORY, the_operating_system_is_corrected_unless_it_is_one_that_is_kept)
 {
-    constexpr struct {
-        const char *cpStored, *cpReported, *cpAfter, *cpPlatform;
-    } asctRow[] = {
-        // clang-format off
-        {"AIX", "LINUX", "LINUX", "LINUX"}, {"OES-Linux", "LINUX", "OES-Linux", "LINUX"},
+    constexpr std::array<const char*, 4> aacpRow[] = {
+        {"AIX", "LINUX", "LINUX", "LINUX"},         {"OES-Linux", "LINUX", "OES-Linux", "LINUX"},
         {"OES-Linux", "Debian", "Debian", "LINUX"}, {"ESX-Server", "AIX", "ESX-Server", "LINUX"},
-        {"AIX", "PalmOS", "AIX", "UNIX"}, {"AIX", "", "AIX", "UNIX"},
-        {"AIX", "x' or os='Linux", "AIX", "UNIX"}, {"Linux", "AIX", "AIX", "UNIX"},
-        // clang-format on
+        {"AIX", "PalmOS", "AIX", "UNIX"},           {"AIX", "", "AIX", "UNIX"},
+        {"AIX", "x' or os='Linux", "AIX", "UNIX"},  {"Linux", "AIX", "AIX", "UNIX"},
     };
     ADD_CLIENT("alpha");
-    for (const auto& row : asctRow) {
-        SCOPED_TRACE(std::string(row.cpStored) + " reports " + row.cpReported);
-        SQL(std::string("update clients set os='") + row.cpStored + "' where name='alpha'");
-        SWITCH("alpha", "qtc", {std::string("os=") + row.cpReported});
-        EXPECT_EQ(sCHECKED("alpha", "os"), row.cpAfter);
+    for (const auto& [cpStored, cpReported, cpAfter, cpPlatform] : aacpRow) {
+        SCOPED_TRACE(std::string(cpStored) + " reports " + cpReported);
+        SQL(std::string("update clients set os='") + cpStored + "' where name='alpha'");
+        SWITCH("alpha", "qtc", {std::string("os=") + cpReported});
+        EXPECT_EQ(sCHECKED("alpha", "os"), cpAfter);
         // The corrected class counts for the rest of the run.
-        EXPECT_EQ(PROTOCOL().back(), std::string("I003-HOSTS   Configuration of ") +
-                                         row.cpPlatform +
+        EXPECT_EQ(PROTOCOL().back(), std::string("I003-HOSTS   Configuration of ") + cpPlatform +
                                          " backup client alpha completed successfully.");
     }
 }
@@ -163,11 +151,11 @@ TEST_F(INVENTORY, what_is_longer_than_its_column_is_cut_to_it_and_loses_nothing_
         sReport += cpKey + ("=" + std::string(255, '\'')) + "\n";
     OUTPUT("alpha", "qtc", sReport + "PACKAGE=p\n");
     EXPECT_EQ(sCHECKED("alpha", "qtc_version,package,left(hw_platform,3)"), "6.1.0.9|p|'''");
-    std::filesystem::remove(CLIENT_PATH("alpha", "state/qtc.out"));
+    fs::remove(CLIENT_PATH("alpha", "state/qtc.out"));
     SWITCH("alpha", "qtc", {"mode=fail", "text= ", "exit=3"});
-    const RUN run = CONFIG_CLIENT({"-c", "alpha", "-C", "r"});
-    EXPECT_THAT(run.sOut, testing::HasSubstr("to computer alpha: No message found"));
-    EXPECT_THAT(run.sErr, testing::HasSubstr("alpha: \"qtc -h\" ended with status 3"));
+    const RUN run = CHECK("alpha");
+    EXPECT_THAT(run.sOut, HasSubstr("to computer alpha: No message found"));
+    EXPECT_THAT(run.sErr, HasSubstr("alpha: \"qtc -h\" ended with status 3"));
 }
 
 }  // namespace

@@ -64,23 +64,20 @@ bool bALONE(F bGood)
 
 TEST(PROCESSES, a_child_is_ended_whatever_it_does_about_it)
 {
-    const struct {
-        const char* cpText;
-        int         iStatus;
-    } asctRow[] = {
+    const std::pair<const char*, int> asRow[] = {
         {"echo ready; sleep 60", 128 + SIGTERM},
         {"trap '' TERM; echo ready; exec sleep 8", 128 + SIGKILL},  // ends by itself, but late
         {"trap 'exit 7' TERM; echo ready; while :; do sleep 0.01; done", 7},
     };
-    for (const auto& row : asctRow) {
-        SCOPED_TRACE(row.cpText);
-        SHELL_CHILD one(row.cpText);
+    for (const auto& [cpText, iStatus] : asRow) {
+        SCOPED_TRACE(cpText);
+        SHELL_CHILD one(cpText);
         ASSERT_TRUE(one.bSAYS("ready"));
         const pid_t iGroup = one.child.iPid;
         const long  lBegin = lNOW_MS();
         v_CHILD_END(one.child, 300);
         EXPECT_LT(lNOW_MS() - lBegin, 5000);
-        EXPECT_EQ(one.child.iStatus, row.iStatus);
+        EXPECT_EQ(one.child.iStatus, iStatus);
         EXPECT_TRUE(bWAIT_UNTIL(5000, [&] { return kill(-iGroup, 0) != 0; }));
     }
     SHELL_CHILD one("kill -USR1 $$");
@@ -176,19 +173,16 @@ std::string sSCRIPT(const std::string& sCommand)
 TEST(CLIENT_SHELL, carries_out_the_line_and_shows_nothing_of_it)
 {
     const std::string sShow = "tr '\\0' ' ' </proc/$$/cmdline; ps -ww -o args= $$ | grep -c s3cret";
-    const struct {
-        std::string sCommand, sOutput;
-        long        lStatus;
-    } asctRow[] = {
+    const std::tuple<std::string, const char*, long> asRow[] = {
         {"echo 'two\nlines' \"it's\"; exit 3", "two\nlines it's\n", 3},
         {"printf 'no end'; exit 255", "no end", 255},
         {"cat; read x || echo none", "none\n", 0},
         {"x=s3cret; " + sShow, "/bin/sh -c IFS= read -r vk; eval \"$vk\" 0\n", 1},
         {"echo $PATH | cut -d: -f1", "/opt/velka/bin\n", 0},
     };
-    for (const auto& row : asctRow) {
-        SCOPED_TRACE(row.sCommand);
-        SHELL_CHILD one(cpPOSIX_READER, sSCRIPT(row.sCommand));
+    for (const auto& [sCommand, cpOutput, lStatus] : asRow) {
+        SCOPED_TRACE(sCommand);
+        SHELL_CHILD one(cpPOSIX_READER, sSCRIPT(sCommand));
         MARK_READER marks;
         std::string sOutput;
         ASSERT_TRUE(bWAIT_UNTIL(10000, [&] {
@@ -197,8 +191,8 @@ TEST(CLIENT_SHELL, carries_out_the_line_and_shows_nothing_of_it)
             sOutput += marks.sFeed(sBytes);
             return marks.eState() == MARK_READER::ENDED;
         }));
-        EXPECT_EQ(sOutput, row.sOutput);
-        EXPECT_EQ(marks.lStatus(), row.lStatus);
+        EXPECT_EQ(sOutput, cpOutput);
+        EXPECT_EQ(marks.lStatus(), lStatus);
     }
 }
 
@@ -281,11 +275,10 @@ protected:
        remote command), with two further tries. */
     COMMAND_END sctRUN(const std::string& sSsh, const char* cpCommand)
     {
-        WRITE_FILE(sPATH("ssh"), "#!/bin/sh\necho >>" + sPATH("calls") +
-                                     "\nfor last; do [ \"$before\" != -E ] || log=$last; "
-                                     "before=$last; done\n" +
-                                     sSsh + "\n");
-        chmod(sPATH("ssh").c_str(), 0755);
+        WRITE_PROGRAM(sPATH("ssh"), "echo >>" + sPATH("calls") +
+                                        "\nfor last; do [ \"$before\" != -E ] || log=$last; "
+                                        "before=$last; done\n" +
+                                        sSsh);
         WRITE_FILE(sPATH("calls"), "");
         HOST host;
         host.sName = "alpha" + std::to_string(m_iHosts++);
@@ -302,11 +295,7 @@ private:
 
 TEST_F(TRIES, are_made_again_only_where_that_can_do_no_harm)
 {
-    const struct {
-        const char *cpSsh, *cpCommand;
-        size_t      uCalls;
-        FAILURE     eFailure;
-    } asctRow[] = {
+    const std::tuple<const char*, const char*, size_t, FAILURE> asRow[] = {
         {"eval \"$last\"", "exit 9", 1, FAILURE_NONE},
         {"echo 'Connection refused' >>$log; exit 255", "true", 3, FAILURE_OTHER},
         {"echo 'root@a: Permission denied (publickey).' >>$log; exit 255", "true", 1,
@@ -315,10 +304,10 @@ TEST_F(TRIES, are_made_again_only_where_that_can_do_no_harm)
         {"eval \"${last#exec }\"; exit 255", "kill -KILL $$", 1, FAILURE_OTHER},
     };
     EXPECT_TRUE(bALONE([&] {
-        for (const auto& row : asctRow) {
-            SCOPED_TRACE(row.cpSsh);
-            EXPECT_EQ(sctRUN(row.cpSsh, row.cpCommand).eFailure, row.eFailure);
-            EXPECT_EQ(uCALLS(), row.uCalls);
+        for (const auto& [cpSsh, cpCommand, uCalls, eFailure] : asRow) {
+            SCOPED_TRACE(cpSsh);
+            EXPECT_EQ(sctRUN(cpSsh, cpCommand).eFailure, eFailure);
+            EXPECT_EQ(uCALLS(), uCalls);
         }
         return !HasFailure();
     }));
@@ -337,12 +326,12 @@ TEST_F(TRIES, keep_their_sockets_where_nobody_can_put_another_folder)
     for (const auto& row : asctRow) {
         SCOPED_TRACE(row.cpName);
         const std::string sTmp = sPATH(row.cpName) + "/tmp";
-        std::filesystem::create_directories(sTmp);
+        fs::create_directories(sTmp);
         chmod(sPATH(row.cpName).c_str(), row.iMode);
         EXPECT_TRUE(bALONE([&] {
             setenv("TMPDIR", sTmp.c_str(), 1);
             const std::string sPlace = sPRIVATE_DIRECTORY();
-            std::filesystem::remove(sPlace);
+            fs::remove(sPlace);
             return !sPlace.empty() && sPlace.starts_with(sTmp) == row.bUsed;
         }));
     }
@@ -383,8 +372,7 @@ TEST_F(TRIES, only_the_update_script_outlives_the_limit_of_its_command)
         HOST host;
         host.bLocal = true;
         for (const std::string sProgram : {"vk_execute_update", "another"}) {
-            WRITE_FILE(sPATH(sProgram), "#!/bin/sh\necho $$ >$0.pid\nexec sleep 15\n");
-            chmod(sPATH(sProgram).c_str(), 0755);
+            WRITE_PROGRAM(sPATH(sProgram), "echo $$ >$0.pid\nexec sleep 15");
             OUTPUT output;
             sctRUN_COMMAND(host, "", sProgram.c_str(), {5, 1, 1, 0}, output, str_log{});
             const pid_t iPid = std::atoi(sREAD_FILE(sPATH(sProgram) + ".pid").c_str());
@@ -408,25 +396,23 @@ TEST_F(TRIES, a_copy_arrives_whole_or_not_at_all)
     const std::string sTarget = sPATH("a/b c/target");
     std::string       sReason;
     EXPECT_TRUE(iSFTP_PUT(sctSpec, "alpha", "/bin/sh", sTarget, "751", sReason)) << sReason;
-    struct stat sctStat {};
-    EXPECT_EQ(stat(sTarget.c_str(), &sctStat), 0);
-    EXPECT_EQ(sctStat.st_mode & 07777U, 0751U);
-    EXPECT_EQ(std::filesystem::file_size(sTarget), std::filesystem::file_size("/bin/sh"));
+    EXPECT_EQ(iMODE(sTarget), 0751U);
+    EXPECT_EQ(fs::file_size(sTarget), fs::file_size("/bin/sh"));
     // A file that says it is empty and is not.
     EXPECT_FALSE(iSFTP_PUT(sctSpec, "alpha", "/proc/version", sPATH("version"), nullptr, sReason));
     EXPECT_THAT(sReason, HasSubstr("of 0 bytes"));
-    EXPECT_FALSE(std::filesystem::exists(sPATH("version")));
-    EXPECT_FALSE(std::filesystem::exists(sPATH("version.part")));
-    EXPECT_TRUE(std::filesystem::is_empty(sPATH("gv_rw/copies")));
+    EXPECT_FALSE(fs::exists(sPATH("version")));
+    EXPECT_FALSE(fs::exists(sPATH("version.part")));
+    EXPECT_TRUE(fs::is_empty(sPATH("gv_rw/copies")));
     // What a killed run has left goes, nothing else.
     WRITE_FILE(sPATH("big.part"), "half");
     WRITE_FILE(sPATH("gv_rw/copies/alpha"), sPATH("big.part"));
     v_SFTP_TIDY(sctSpec, "alpha");
-    EXPECT_FALSE(std::filesystem::exists(sPATH("big.part")));
-    EXPECT_FALSE(std::filesystem::exists(sPATH("gv_rw/copies/alpha")));
+    EXPECT_FALSE(fs::exists(sPATH("big.part")));
+    EXPECT_FALSE(fs::exists(sPATH("gv_rw/copies/alpha")));
     WRITE_FILE(sPATH("gv_rw/copies/alpha"), sTarget);
     v_SFTP_TIDY(sctSpec, "alpha");
-    EXPECT_TRUE(std::filesystem::exists(sTarget));
+    EXPECT_TRUE(fs::exists(sTarget));
 }
 
 }  // namespace

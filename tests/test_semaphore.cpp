@@ -1,5 +1,6 @@
 /* Semaphores between processes. */
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -24,22 +25,19 @@ class OTHER {
 public:
     explicit OTHER(const char* cpName)
     {
-        int aiAsk[2];
-        int aiAnswer[2];
-        if (pipe(aiAsk) != 0 || pipe(aiAnswer) != 0) return;
+        int aiSocket[2];
+        if (socketpair(AF_UNIX, SOCK_STREAM, 0, aiSocket) != 0) return;
         m_iPid = fork();
-        if (m_iPid == 0) SERVE(aiAsk[0], aiAnswer[1], cpName);
-        close(aiAsk[0]);
-        close(aiAnswer[1]);
-        m_fdAsk = FD(aiAsk[1]);
-        m_fdAnswer = FD(aiAnswer[0]);
+        if (m_iPid == 0) SERVE(aiSocket[1], cpName);
+        close(aiSocket[1]);
+        m_fdAsk = FD(aiSocket[0]);
     }
     ~OTHER() { Kill(); }
     int iDo(char cOperation)
     {
         int iAnswer = -99;
         if (write(m_fdAsk.iGet(), &cOperation, 1) != 1) return iAnswer;
-        return read(m_fdAnswer.iGet(), &iAnswer, sizeof iAnswer) == sizeof iAnswer ? iAnswer : -98;
+        return read(m_fdAsk.iGet(), &iAnswer, sizeof iAnswer) == sizeof iAnswer ? iAnswer : -98;
     }
     void Kill()
     {
@@ -60,21 +58,20 @@ private:
         sctSpec.bOutlives = true;
         return iCHILD_START(child, sctSpec, sReason) ? child.iPid : -1;
     }
-    [[noreturn]] static void SERVE(int iAsk, int iAnswer, const char* cpName)
+    [[noreturn]] static void SERVE(int iSocket, const char* cpName)
     {
         alarm(60);
         sct_semaphore sema = sctSEMA(cpName);
         char          cOperation = 0;
-        while (read(iAsk, &cOperation, 1) == 1) {
+        while (read(iSocket, &cOperation, 1) == 1) {
             const int iResult = cOperation == 'c' ? iSTART_SLEEPER() : i_SEMA(cOperation, &sema);
-            if (write(iAnswer, &iResult, sizeof iResult) < 0) break;
+            if (write(iSocket, &iResult, sizeof iResult) < 0) break;
         }
         _exit(0);
     }
 
     pid_t m_iPid = -1;
     FD    m_fdAsk;
-    FD    m_fdAnswer;
 };
 
 class SEMAPHORE : public SCRATCH {};
@@ -93,7 +90,7 @@ TEST_F(SEMAPHORE, is_held_by_one_process_and_seen_by_the_others)
         for (const char c : {'?', '+', '-'}) EXPECT_EQ(pOther->iDo(c), c == '?');
     EXPECT_EQ(i_SEMA('-', &sema), 1);
     EXPECT_EQ(other.iDo('?'), 0);
-    EXPECT_FALSE(std::filesystem::exists(sFile));
+    EXPECT_FALSE(fs::exists(sFile));
 }
 
 TEST_F(SEMAPHORE, ends_with_its_process_and_is_taken_over)
@@ -106,7 +103,7 @@ TEST_F(SEMAPHORE, ends_with_its_process_and_is_taken_over)
     ASSERT_GT(iSleeper, 0);
     other.Kill();
     EXPECT_EQ(kill(iSleeper, 0), 0);
-    EXPECT_TRUE(std::filesystem::exists(sPATH("gv_rw/sema/job")));
+    EXPECT_TRUE(fs::exists(sPATH("gv_rw/sema/job")));
     EXPECT_EQ(i_SEMA('?', &sema), 0);
     EXPECT_EQ(i_SEMA('+', &sema), 1);
     EXPECT_EQ(i_SEMA('-', &sema), 1);

@@ -1,25 +1,9 @@
 /* First setup of a server, its check with what mends each fault, and permits. */
-#include <sys/stat.h>
-
-#include <algorithm>
-#include <filesystem>
-
 #include "sandbox_fixture.h"
 
+using namespace testing;
+
 namespace {
-
-using testing::Each;
-using testing::HasSubstr;
-using testing::StartsWith;
-
-/* What begins with sWord, without it. */
-TEXTS asBEGINNING(const std::string& sText, const std::string& sWord)
-{
-    TEXTS asFound;
-    for (const std::string& s : asLINES(sText))
-        if (s.starts_with(sWord)) asFound.push_back(s.substr(sWord.size()));
-    return asFound;
-}
 
 class SERVER : public SANDBOX {
 protected:
@@ -27,7 +11,7 @@ protected:
     {
         SANDBOX::SetUp();
         // The part that runs on the server answers to the name that is typed.
-        std::filesystem::create_symlink(VK_SETUP_SERVER, sDIR() + "/server/velka/bin/vk_setup");
+        fs::create_symlink(VK_SETUP_SERVER, sDIR() + "/server/velka/bin/vk_setup");
         START_CLIENTS({"alpha", "ctrl1"});
     }
 
@@ -62,16 +46,14 @@ TEST_F(SETUP, an_empty_database_is_filled_and_the_first_client_is_green)
     EXPECT_THAT(first.sOut, HasSubstr("\n  vk_setup set_client backup1 --mode CTRL ssh-ed25519 "));
     EXPECT_THAT(ROWS("select client_id,name,exec,o.os=c.os from clients c left join oper_systems o "
                      "on o.os=c.os"),
-                testing::ElementsAre("0|backup1|0|t"));
+                ElementsAre("0|backup1|0|t"));
     const std::string sCtrl = sRW() + "ini/ctrl/";
     for (const auto& [sFile, uMode] : std::map<std::string, mode_t>{{sDIR() + "/vk.ini", 0640},
                                                                     {sRW() + "work/answ", 0750},
                                                                     {sCtrl, 0700},
                                                                     {sCtrl + "config", 0600},
                                                                     {sCtrl + "id_ed25519", 0600}}) {
-        struct stat sctStat {};
-        EXPECT_EQ(stat(sFile.c_str(), &sctStat), 0) << sFile;
-        EXPECT_EQ(sctStat.st_mode & 07777U, uMode) << sFile;
+        EXPECT_EQ(iMODE(sFile), uMode) << sFile;
     }
     EXPECT_EQ(SHELL("vk_setup check").iExit, 0);
     EXPECT_EQ(CONFIG_CLIENT({"-c", "alpha", "-o", "Linux", "-t", "0"}).iExit, 0);
@@ -92,11 +74,7 @@ TEST_F(SETUP, an_empty_database_is_filled_and_the_first_client_is_green)
 
 TEST_F(SETUP, each_fault_is_found_alone_and_its_command_mends_it)
 {
-    struct ROW {
-        const char* cpBreak;
-        const char* cpTold;
-    };
-    const ROW asctRow[] = {
+    constexpr std::pair<const char*, const char*> asRow[] = {
         {"echo 'parallel 4' >>$D/vk.ini", "is neither a section nor key = value"},
         {"chmod 644 $D/vk.ini", "vk.ini: others may read it"},
         {"rm -r $D/server/rw/work/answ", "work/answ/: No such file or directory"},
@@ -132,14 +110,15 @@ TEST_F(SETUP, each_fault_is_found_alone_and_its_command_mends_it)
          "pw: others may read it"},
     };
     ASSERT_EQ(SHELL("vk_setup server").iExit, 0);
-    for (const ROW& row : asctRow) {
-        SCOPED_TRACE(row.cpBreak);
-        EXPECT_EQ(SHELL(row.cpBreak).sErr, "");
-        const RUN   broken = SHELL("vk_setup check");
-        const TEXTS asWrong = asBEGINNING(broken.sOut, "wrong   ");
+    for (const auto& [cpBreak, cpTold] : asRow) {
+        SCOPED_TRACE(cpBreak);
+        EXPECT_EQ(SHELL(cpBreak).sErr, "");
+        const RUN broken = SHELL("vk_setup check");
+        TEXTS     asWrong = asLINES(broken.sOut);
+        std::erase_if(asWrong, [](const std::string& s) { return !s.starts_with("wrong   "); });
         EXPECT_EQ(broken.iExit, 1);
         ASSERT_EQ(asWrong.size(), 1U) << broken.sOut;
-        EXPECT_THAT(asWrong[0], HasSubstr(row.cpTold));
+        EXPECT_THAT(asWrong[0], HasSubstr(cpTold));
         const std::string sMark = "; mend: ";
         ASSERT_THAT(asWrong[0], HasSubstr(sMark));
         const RUN mend = SHELL(asWrong[0].substr(asWrong[0].find(sMark) + sMark.size()));
@@ -158,17 +137,17 @@ TEST_F(SERVER, set_mode_registers_a_client_with_its_mode_and_checks_it)
     run = SHELL("vk_setup set_mode \"x' or ''='\" CTRL --os OS/2");
     EXPECT_EQ(run.iExit, 1);
     EXPECT_THAT(run.sErr, HasSubstr("OS/2"));
-    EXPECT_THAT(ROWS(sMode), testing::IsEmpty());
+    EXPECT_THAT(ROWS(sMode), IsEmpty());
     run = SHELL("vk_setup set_mode ctrl1 CTRL --os Linux");
     EXPECT_EQ(run.iExit, 0) << run.sOut << run.sErr;
-    EXPECT_THAT(run.sOut, testing::MatchesRegex("made    row of ctrl1\nmade    access mode CTRL of "
-                                                "ctrl1\nSTATUS=SUCCESS MSG=\"I005[^\n]*\n"));
+    EXPECT_THAT(run.sOut, MatchesRegex("made    row of ctrl1\nmade    access mode CTRL of "
+                                       "ctrl1\nSTATUS=SUCCESS MSG=\"I005[^\n]*\n"));
     EXPECT_EQ(run.sErr, "");
-    EXPECT_THAT(ROWS(sMode), testing::ElementsAre("CTRL"));
+    EXPECT_THAT(ROWS(sMode), ElementsAre("CTRL"));
     // The plain key of the other mode is not admitted there.
     EXPECT_THAT(SHELL("vk_setup set_mode ctrl1 VKSSH").sOut, HasSubstr("E011"));
     EXPECT_EQ(SHELL("vk_setup set_mode ctrl1 QUIC").iExit, 2);
-    EXPECT_THAT(ROWS(sMode), testing::ElementsAre("VKSSH"));
+    EXPECT_THAT(ROWS(sMode), ElementsAre("VKSSH"));
 }
 
 TEST_F(SETUP, arguments_that_make_no_sense_change_nothing_and_a_database_elsewhere_is_told)
@@ -189,7 +168,7 @@ TEST_F(SETUP, arguments_that_make_no_sense_change_nothing_and_a_database_elsewhe
         "vk_setup server --conninfo 'host=127.0.0.1 port=1 dbname=vdb user=\"vu\" password=pst'");
     EXPECT_EQ(far.iExit, 1);
     EXPECT_THAT(far.sOut, HasSubstr("create database \"vdb\" owner \"\"\"vu\"\"\""));
-    EXPECT_THAT(far.sOut + far.sErr, testing::Not(HasSubstr("pst'")));
+    EXPECT_THAT(far.sOut + far.sErr, Not(HasSubstr("pst'")));
     EXPECT_THAT(sINI(), HasSubstr("\nconninfo = host=127.0.0.1 port=1 "));
 }
 

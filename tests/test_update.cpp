@@ -1,14 +1,11 @@
 /* Updates of clients, with a stand-in for the update script on the client. */
 #include <algorithm>
-#include <filesystem>
 
 #include "sandbox_fixture.h"
 
 using namespace testing;
 
 namespace {
-
-namespace fs = std::filesystem;
 
 const std::string sDEB = "velka-cli_5.2.0-4_amd64.deb";
 const std::string sSP = "velka_sp-201909171332_1_5.1.0-3.deb";
@@ -24,11 +21,6 @@ const std::string sFAILED = "E021-HOSTS   Update of client alpha failed: ";
 std::string sI013(const std::string& sClient)
 {
     return "I013-HOSTS   Client " + sClient + " successfully updated: " + sDEB;
-}
-
-std::string sSTATUS(int iExit, const std::string& sMessage)
-{
-    return std::string{"STATUS="} + (iExit ? "ERROR" : "SUCCESS") + " MSG=\"" + sMessage + "\"\n";
 }
 
 class UPDATE : public SANDBOX {
@@ -50,11 +42,6 @@ protected:
         WRITE_FILE(CLIENT_PATH(sClient, "log/commands"), "");
         SWITCH(sClient, sSCRIPT, asScript);
     }
-    void EXPECT_ENDED(const RUN& run, int iExit, const std::string& sMessage)
-    {
-        EXPECT_EQ(run.iExit, iExit);
-        EXPECT_EQ(run.sOut, sSTATUS(iExit, sMessage));
-    }
     void EXPECT_COPY_FAILED(const RUN& run)
     {
         EXPECT_EQ(run.iExit, 2);
@@ -71,9 +58,7 @@ protected:
     }
     RUN CLIENT_UPDATE(const std::string& sClient, const TEXTS& asMore = {"-U", "-P", sDEB})
     {
-        TEXTS asArgument{"-c", sClient};
-        asArgument.insert(asArgument.end(), asMore.begin(), asMore.end());
-        return CONFIG_CLIENT(asArgument);
+        return CONFIG_CLIENT(TEXTS{"-c", sClient} + asMore);
     }
     /* Files below the client's work directory but the keys. */
     TEXTS WORK_FILES(const std::string& sClient)
@@ -115,8 +100,7 @@ TEST_F(UPDATE, a_package_is_copied_run_cleaned_up_and_recorded_in_that_order)
                          "using package " +
                          sDEB + "' where name='alpha'"));
     for (const char* cp : {"bin/vk_execute_update", "work/qir-gpg.key", "work/qir-gpg-2026.key"})
-        EXPECT_EQ(fs::status(CLIENT_PATH("alpha", std::string{"velka/"} + cp)).permissions(),
-                  fs::perms{0755});
+        EXPECT_EQ(iMODE(CLIENT_PATH("alpha", std::string{"velka/"} + cp)), 0755U);
     EXPECT_THAT(WORK_FILES("alpha"), IsEmpty());
 
     const std::string sPath = sDIR() + "/velka-cli_5.2.0-5_amd64.deb";  // not among packages
@@ -163,15 +147,13 @@ TEST_F(UPDATE, the_command_follows_system_and_options)
         const std::string sLines = CLIENT_PATH(sClient, "log/lines");
         WRITE_FILE(sLines, "");
         RESET(sClient);
-        TEXTS asOption = row.asOption;
-        asOption.insert(asOption.end(), {"-P", sPackage, "-e", "0"});
-        EXPECT_EQ(CLIENT_UPDATE(sClient, asOption).iExit, 0);
+        EXPECT_EQ(CLIENT_UPDATE(sClient, row.asOption + TEXTS{"-P", sPackage, "-e", "0"}).iExit, 0);
         const std::string sCommand = sSCRIPT + (bWindows ? ".cmd " : " ") + sPackage + row.cpMore;
         const std::string sRemove = "vk_client -r -f usefile -n \"";
         TEXTS             asCommand{bWindows ? "& " + sCommand + " <NUL" : "'" + sCommand + "'"};
         if (bWindows)
-            asCommand.insert(asCommand.end(), {sRemove + "gv_ro_bin:velka_update\" -m D <NUL",
-                                               sRemove + "gv_rw_work:velka_update\" -m D <NUL"});
+            for (const std::string sKey : {"gv_ro_bin", "gv_rw_work"})
+                asCommand.push_back(sRemove + sKey + ":velka_update\" -m D <NUL");
         asCommand.push_back(sRemove + "gv_rw_work:" + sPackage + "\" -m d");
         size_t uAt = 0;
         for (const std::string& sPart : asCommand)
@@ -245,7 +227,6 @@ TEST_F(UPDATE, the_status_of_the_script_decides_message_exit_code_state_and_chai
 
 TEST_F(UPDATE, what_may_not_be_updated_is_refused_before_anything_is_copied)
 {
-    const std::string sE006 = "E006-HOSTS   Missing parameters for configuration of a client.";
     const std::string sNone = "Could not determine Velka version from package name: ";
     const std::string sNew = "velka_cli-4.4.1-14.exe", sSame = "velka-cli_4.2.2-99_all.deb";
     const std::string sOld = " with QIR velka version 4.4.1.0 is not supported";
@@ -355,7 +336,7 @@ TEST_F(UPDATE, a_script_goes_on_by_itself_when_its_run_is_ended_or_its_connectio
         ASSERT_TRUE(bLOGGED(sSCRIPT));
         if (iSignal) {
             // A check beside it leaves the state alone.
-            EXPECT_EQ(CONFIG_CLIENT({"-c", "alpha", "-C", "r"}).iExit, 0);
+            EXPECT_EQ(CHECK("alpha").iExit, 0);
             EXPECT_THAT(sSTATE("alpha"), StartsWith("a|Update in progress using package "));
             KILL(started, iSignal);
         }
@@ -366,7 +347,7 @@ TEST_F(UPDATE, a_script_goes_on_by_itself_when_its_run_is_ended_or_its_connectio
             "later\n";
         EXPECT_EQ(run.sErr.find(sLeft) != std::string::npos, iSignal != 0) << run.sErr;
         // Nobody owns the "a" that is left: the next check takes what the client says.
-        EXPECT_EQ(CONFIG_CLIENT({"-c", "alpha", "-C", "r"}).iExit, 0);
+        EXPECT_EQ(CHECK("alpha").iExit, 0);
         EXPECT_THAT(sSTATE("alpha"), StartsWith("0|installed|"));
         WRITE_FILE(sGo, "");
         EXPECT_TRUE(

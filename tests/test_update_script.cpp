@@ -1,57 +1,37 @@
 /* The update script of Unix-like clients, run by sh in a work directory of its own
    with keys made for the occasion and a stand-in for the system's installer. */
-#include <stdlib.h>
-#include <sys/wait.h>
-
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-
 #include "common/text/command_line.h"
 #include "sandbox_fixture.h"
 
-namespace {
+using namespace testing;
 
-namespace fs = std::filesystem;
-using testing::EndsWith;
-using testing::HasSubstr;
+namespace {
 
 const std::string sSCRIPT = VK_SOURCE_DIR "/skel/vk_execute_update";
 const std::string sNAME = "/tmp/velka-cli_4.4.1-14.deb";
 
-struct RAN {
-    int         iExit = -1;
-    std::string sOutput;  // both streams
-    std::string sLast;    // its last line
-};
-
-// Runs a shell line; what does not end by itself is ended after half a minute.
-RAN SHELL_LINE(const std::string& sLine)
+// A shell line with its errors; what does not end by itself is ended after half a minute.
+RUN SHELL_LINE(const std::string& sLine)
 {
-    RAN   ran;
-    FILE* pPipe = popen(("exec 2>&1; timeout 30 sh -c '" + sLine + "'").c_str(), "r");
-    if (pPipe == nullptr) return ran;
-    char szPart[4096];
-    while (fgets(szPart, sizeof szPart, pPipe) != nullptr) ran.sOutput += szPart;
-    const int iStatus = pclose(pPipe);
-    ran.iExit = WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1;
-    if (!ran.sOutput.empty()) ran.sLast = asLINES(ran.sOutput).back();
-    return ran;
+    return sctSHELL("exec 2>&1; timeout 30 sh -c '" + sLine + "'");
 }
 
-class UPDATE_SCRIPT : public testing::Test {
+std::string sLAST(const RUN& run)
+{
+    return run.sOut.empty() ? "" : asLINES(run.sOut).back();
+}
+
+class UPDATE_SCRIPT : public Test {
 protected:
     // The two product keys, and the home that can sign with them.
     static void SetUpTestSuite()
     {
-        char szName[] = "/tmp/vkupdXXXXXX";
-        ASSERT_NE(mkdtemp(szName), nullptr);
-        pathKeys = szName;
+        pathKeys = sTEMP_DIR();
         for (const std::string sKey : {"qir-gpg", "qir-gpg-2026"}) {
-            const RAN made = SHELL_LINE(
+            const RUN made = SHELL_LINE(
                 sGPG() + "--quick-generate-key \"" + sID(sKey) + "\" ed25519 sign never && " +
                 sGPG() + "--export \"=" + sID(sKey) + "\" >" + (pathKeys / sKey).string() + ".key");
-            ASSERT_EQ(made.iExit, 0) << made.sOutput;
+            ASSERT_EQ(made.iExit, 0) << made.sOut;
         }
         // One of them armoured.
         SHELL_LINE(sGPG() + "--armor --export \"=" + sID("qir-gpg") + "\" >" + pathKeys.string() +
@@ -76,9 +56,7 @@ protected:
 
     void SetUp() override
     {
-        char szName[] = "/tmp/vkworkXXXXXX";
-        ASSERT_NE(mkdtemp(szName), nullptr);
-        pathWork = szName;
+        pathWork = sTEMP_DIR();
         fs::create_directory(pathWork / "tmp");
         for (const char* cpKey : {"qir-gpg.key", "qir-gpg-2026.key"})
             fs::copy_file(pathKeys / cpKey, pathWork / cpKey);
@@ -90,23 +68,19 @@ protected:
     std::string sFILE() const { return pathWork.string() + sNAME; }
     bool        bInstalled() const { return fs::exists(pathWork / "installed"); }
 
-    void INSTALLER(const std::string& sBody) const
-    {
-        WRITE_FILE(pathWork / "installer", "#!/bin/sh\n" + sBody + "\n");
-        fs::permissions(pathWork / "installer", fs::perms::owner_all);
-    }
+    void INSTALLER(const std::string& sBody) const { WRITE_PROGRAM(pathWork / "installer", sBody); }
     void SIGN(const std::string& sKey, const std::string& sOptions = "") const
     {
-        const RAN ran = SHELL_LINE(sGPG() + "-u \"=" + sID(sKey) + "\" " + sOptions +
+        const RUN ran = SHELL_LINE(sGPG() + "-u \"=" + sID(sKey) + "\" " + sOptions +
                                    " --detach-sign " + sFILE());
-        ASSERT_EQ(ran.iExit, 0) << ran.sOutput;
+        ASSERT_EQ(ran.iExit, 0) << ran.sOut;
     }
     std::string sCommand(const std::string& sArguments) const
     {
         return "VELKA_WORK=" + pathWork.string() + " VELKA_INSTALLER=" + pathWork.string() +
                "/installer sh " + sSCRIPT + " " + sArguments;
     }
-    RAN RUN(const std::string& sArguments = sNAME, const std::string& sBefore = "") const
+    RUN UPDATE(const std::string& sArguments = sNAME, const std::string& sBefore = "") const
     {
         return SHELL_LINE(sBefore + " " + sCommand(sArguments));
     }
@@ -123,9 +97,9 @@ TEST_F(UPDATE_SCRIPT, a_good_signature_of_either_key_and_none_at_all_install_the
             fs::remove(pathWork / "installed");
             for (const char* cpSuffix : {".sig", ".asc"}) fs::remove(sFILE() + cpSuffix);
             if (*cpKey != '\0') SIGN(cpKey, cpForm);
-            const RAN ran = RUN();
+            const RUN ran = UPDATE();
             EXPECT_EQ(ran.iExit, 0);
-            EXPECT_EQ(ran.sOutput,
+            EXPECT_EQ(ran.sOut,
                       "STATUS=SUCCESS MSG=\"package /tmp/velka-cli_4.4.1-14.deb installed\"\n");
             EXPECT_EQ(sREAD_FILE(pathWork / "installed"), "the package\n");
         }
@@ -135,25 +109,25 @@ TEST_F(UPDATE_SCRIPT, a_good_signature_of_either_key_and_none_at_all_install_the
 
 TEST_F(UPDATE_SCRIPT, a_package_that_cannot_be_trusted_reaches_no_installer)
 {
-    const auto EXPECT_REFUSED = [this](const RAN& ran, const char* cpReason) {
+    const auto EXPECT_REFUSED = [this](const RUN& ran, const char* cpReason) {
         SCOPED_TRACE(cpReason);
         EXPECT_EQ(ran.iExit, 2);
-        EXPECT_THAT(ran.sLast, testing::StartsWith("STATUS=ERROR MSG=\""));
-        EXPECT_THAT(ran.sLast, HasSubstr(cpReason));
+        EXPECT_THAT(sLAST(ran), StartsWith("STATUS=ERROR MSG=\""));
+        EXPECT_THAT(sLAST(ran), HasSubstr(cpReason));
         EXPECT_FALSE(bInstalled());
     };
-    EXPECT_REFUSED(RUN(sNAME, "VELKA_SIGNATURE=required"), "no signature");
+    EXPECT_REFUSED(UPDATE(sNAME, "VELKA_SIGNATURE=required"), "no signature");
 
     SIGN("qir-gpg-2026");
     fs::remove(pathWork / "qir-gpg-2026.key");
-    EXPECT_REFUSED(RUN(), "not among the product's keys");
+    EXPECT_REFUSED(UPDATE(), "not among the product's keys");
     fs::remove(pathWork / "qir-gpg.key");
-    EXPECT_REFUSED(RUN(), "no key file");
+    EXPECT_REFUSED(UPDATE(), "no key file");
     fs::copy_file(pathKeys / "qir-gpg-2026.key", pathWork / "qir-gpg-2026.key");
     WRITE_FILE(sFILE(), "another package\n");
-    EXPECT_REFUSED(RUN(), "is bad");
+    EXPECT_REFUSED(UPDATE(), "is bad");
     WRITE_FILE(sFILE() + ".sig", "rubbish");
-    EXPECT_REFUSED(RUN(), "cannot be checked");
+    EXPECT_REFUSED(UPDATE(), "cannot be checked");
 
     // gpgv alone calls the signature of an expired key good.
     const std::string sThen = "--faked-system-time 20200101T000000! ";
@@ -163,7 +137,7 @@ TEST_F(UPDATE_SCRIPT, a_package_that_cannot_be_trusted_reaches_no_installer)
                   .iExit,
               0);
     SIGN("old", sThen);
-    EXPECT_REFUSED(RUN(), "expired");
+    EXPECT_REFUSED(UPDATE(), "expired");
 }
 
 TEST_F(UPDATE_SCRIPT, bad_input_ends_with_one_line_and_no_installer)
@@ -177,11 +151,11 @@ TEST_F(UPDATE_SCRIPT, bad_input_ends_with_one_line_and_no_installer)
         // clang-format on
     };
     for (const auto& [cpArguments, cpReason] : asRow) {
-        const RAN ran = RUN(cpArguments);
-        SCOPED_TRACE(ran.sOutput);
+        const RUN ran = UPDATE(cpArguments);
+        SCOPED_TRACE(ran.sOut);
         EXPECT_EQ(ran.iExit, 2);
-        EXPECT_THAT(ran.sOutput, HasSubstr(cpReason));
-        EXPECT_EQ(ran.sOutput, ran.sLast + "\n");
+        EXPECT_THAT(ran.sOut, HasSubstr(cpReason));
+        EXPECT_EQ(asLINES(ran.sOut).size(), 1U);
     }
     EXPECT_FALSE(bInstalled());
 }
@@ -189,42 +163,42 @@ TEST_F(UPDATE_SCRIPT, bad_input_ends_with_one_line_and_no_installer)
 TEST_F(UPDATE_SCRIPT, a_failing_installer_gives_its_status_and_the_line_that_tells_most)
 {
     INSTALLER("echo one; echo 'error: \"postinst\" of it`s <said> \"no\"'; echo velka-cli; exit 7");
-    RAN ran = RUN();
+    RUN ran = UPDATE();
     EXPECT_EQ(ran.iExit, 7);
     EXPECT_EQ(
-        ran.sOutput,
+        ran.sOut,
         "STATUS=ERROR MSG=\"installation of /tmp/velka-cli_4.4.1-14.deb failed with status 7: "
         "error: 'postinst' of it`s <said> 'no'\"\n");
 
     INSTALLER("echo 'x: error processing velka-cli:'; echo ' its cause'; echo velka-cli; exit 100");
-    ran = RUN();
+    ran = UPDATE();
     EXPECT_EQ(ran.iExit, 100);
-    EXPECT_THAT(ran.sLast, EndsWith("status 100: x: error processing velka-cli:  its cause\""));
+    EXPECT_THAT(sLAST(ran), EndsWith("status 100: x: error processing velka-cli:  its cause\""));
 
     INSTALLER("exit 1");  // 1 would say that there is only a warning
-    EXPECT_EQ(RUN().iExit, 2);
+    EXPECT_EQ(UPDATE().iExit, 2);
 
     // The reason is cut at the end of a character, not within its three bytes.
     INSTALLER("awk 'BEGIN { for (i = 0; i < 30000; i++) printf \"\\342\\202\\254\" }'; exit 3");
-    ran = RUN();
-    const size_t uEuro = ran.sLast.find("\342\202\254");
-    ASSERT_NE(uEuro, std::string::npos) << ran.sLast;
-    EXPECT_EQ((ran.sLast.size() - uEuro - 1) % 3, 0U) << ran.sLast;
-    EXPECT_LT(ran.sLast.size(), 1100U);
+    ran = UPDATE();
+    const size_t uEuro = sLAST(ran).find("\342\202\254");
+    ASSERT_NE(uEuro, std::string::npos) << sLAST(ran);
+    EXPECT_EQ((sLAST(ran).size() - uEuro - 1) % 3, 0U) << sLAST(ran);
+    EXPECT_LT(sLAST(ran).size(), 1100U);
 
     INSTALLER("yes | head -c 9000000; exit 3");
-    ran = RUN(sNAME + " -v 1");
+    ran = UPDATE(sNAME + " -v 1");
     EXPECT_EQ(ran.iExit, 3);
-    EXPECT_LT(ran.sOutput.size(), 10000U);
+    EXPECT_LT(ran.sOut.size(), 10000U);
     EXPECT_LT(fs::file_size(pathWork / "vk_execute_update.log"), 5000000U);
 }
 
 TEST_F(UPDATE_SCRIPT, options_reach_the_installer_as_words_and_a_service_pack_is_called_so)
 {
     INSTALLER("shift; printf '%s.' \"$VELKA_FORCE\" \"$@\" >\"$VELKA_WORK/arguments\"");
-    const RAN ran = RUN(sNAME + " -f -s -v 1 -o \"--root=/x *\"");
+    const RUN ran = UPDATE(sNAME + " -f -s -v 1 -o \"--root=/x *\"");
     EXPECT_EQ(sREAD_FILE(pathWork / "arguments"), "1.--root=/x.*.");
-    EXPECT_EQ(ran.sLast,
+    EXPECT_EQ(sLAST(ran),
               "STATUS=SUCCESS MSG=\"service pack /tmp/velka-cli_4.4.1-14.deb installed\"");
 }
 
@@ -232,12 +206,12 @@ TEST_F(UPDATE_SCRIPT, the_package_is_taken_over_and_a_long_installation_says_tha
 {
     INSTALLER("rm -r \"$VELKA_WORK/tmp\"; sleep 2; cd / && cat \"$1\"; ls \"$1\".*");
     SIGN("qir-gpg");
-    const RAN ran = SHELL_LINE("cd " + pathWork.string() +
+    const RUN ran = SHELL_LINE("cd " + pathWork.string() +
                                " && VELKA_WORK=/proc/self/cwd VELKA_ALIVE=1 "
                                "VELKA_INSTALLER=./installer sh " +
                                sSCRIPT + " " + sNAME);
-    EXPECT_EQ(ran.iExit, 0) << ran.sOutput;
-    EXPECT_THAT(ran.sOutput, testing::StartsWith("still at work after 1 s: " + sNAME + "\n"));
+    EXPECT_EQ(ran.iExit, 0) << ran.sOut;
+    EXPECT_THAT(ran.sOut, StartsWith("still at work after 1 s: " + sNAME + "\n"));
     const std::string sTaken = pathWork.string() + "/vk_execute_update.tmp";
     EXPECT_EQ(sREAD_FILE(pathWork / "vk_execute_update.log"),
               "the package\n" + sTaken + "/package/velka-cli_4.4.1-14.deb.sig\n");
@@ -249,12 +223,12 @@ TEST_F(UPDATE_SCRIPT, two_runs_exclude_each_other_and_what_an_installer_leaves_b
     // The first installer runs until the second update has been refused.
     const std::string sGate = (pathWork / "gate").string();
     INSTALLER("echo >" + sGate + ".in; read x <" + sGate + ".out");
-    const RAN both =
+    const RUN both =
         SHELL_LINE("mkfifo " + sGate + ".in " + sGate + ".out; { " + sCommand(sNAME) +
                    "; echo first=$?; } & " + "read x <" + sGate + ".in; " + sCommand(sNAME) +
                    "; echo second=$?; " + "echo >" + sGate + ".out; wait");
     EXPECT_EQ(both.iExit, 0);
-    EXPECT_EQ(both.sOutput,
+    EXPECT_EQ(both.sOut,
               "STATUS=WARNING MSG=\"another update is running on this client; nothing was done\"\n"
               "second=1\n"
               "STATUS=SUCCESS MSG=\"package /tmp/velka-cli_4.4.1-14.deb installed\"\n"
@@ -262,22 +236,22 @@ TEST_F(UPDATE_SCRIPT, two_runs_exclude_each_other_and_what_an_installer_leaves_b
 
     // A service started by the package lives on with the output open.
     INSTALLER("echo ready; sleep 25 & echo $! >\"$VELKA_WORK/service\"");
-    const RAN first = RUN();
-    EXPECT_EQ(first.iExit, 0) << first.sOutput;
+    const RUN first = UPDATE();
+    EXPECT_EQ(first.iExit, 0) << first.sOut;
     EXPECT_EQ(sREAD_FILE(pathWork / "vk_execute_update.log"), "ready\n");
     const std::string sService = sREAD_FILE(pathWork / "service");
     INSTALLER("exit 0");
-    EXPECT_EQ(RUN().iExit, 0);
+    EXPECT_EQ(UPDATE().iExit, 0);
     EXPECT_EQ(SHELL_LINE("kill " + sService).iExit, 0) << "the service was to be alive";
 }
 
 TEST_F(UPDATE_SCRIPT, a_killed_run_does_not_hinder_the_next)
 {
     INSTALLER("kill -KILL $PPID; exit 0");
-    EXPECT_NE(RUN().iExit, 0);
+    EXPECT_NE(UPDATE().iExit, 0);
     INSTALLER("cat \"$1\" >\"$VELKA_WORK/installed\"");
     SIGN("qir-gpg");
-    EXPECT_EQ(RUN().iExit, 0);
+    EXPECT_EQ(UPDATE().iExit, 0);
     EXPECT_TRUE(bInstalled());
     EXPECT_FALSE(fs::exists(pathWork / "vk_execute_update.tmp"));
 }
@@ -301,9 +275,8 @@ TEST_F(UPDATE_SCRIPT, on_Windows_no_character_of_a_value_means_anything)
             << sREAD_FILE(pathWork / "output");
         return sREAD_FILE(pathWork / "arguments");
     };
-    WRITE_FILE(pathWork / "show.exe", "#!/bin/sh\ncd " + pathWork.string() +
-                                          "\nprintf '[%s]' \"$@\" >part\nmv part arguments\n");
-    fs::permissions(pathWork / "show.exe", fs::perms::owner_all);
+    WRITE_PROGRAM(pathWork / "show.exe",
+                  "cd " + pathWork.string() + "\nprintf '[%s]' \"$@\" >part\nmv part arguments");
     fs::copy_file(VK_SOURCE_DIR "/skel/vk_execute_update.cmd", pathWork / "update.cmd");
     WRITE_FILE(pathWork / "x_5.1.0-3.exe", "the package\n");
 
