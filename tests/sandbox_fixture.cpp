@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -117,6 +118,7 @@ pid_t iSPAWN(const TEXTS& asCommand, const SETTINGS& environment, const std::str
     apVariable.push_back(nullptr);
     const pid_t iPid = fork();
     if (iPid != 0) return iPid;
+    prctl(PR_SET_PDEATHSIG, SIGKILL);  // with a test that is killed
     setpgid(0, 0);
     const int iIn = open("/dev/null", O_RDONLY);
     const int iOut = open(sOutFile.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
