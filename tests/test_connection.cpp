@@ -83,7 +83,7 @@ TEST_F(SANDBOX, check_of_a_Linux_client_says_stores_sends_and_writes_this)
                     "select oper_systems.platform from oper_systems where oper_systems.os='Linux'",
                     StartsWith("select oper_systems.platform from clients,oper_systems where"),
                     StartsWith("select name,client_id,data_mover,accessmode,clients.os,platform"),
-                    StartsWith("select client_id,accessmode,os_user,data_mover,platform from"),
+                    StartsWith("select client_id,accessmode,os_user,data_mover,platform,"),
                     "select update_date from clients where name='alpha'",
                     StartsWith("update clients set qtc_version="),
                     StartsWith("update clients set msg=")));
