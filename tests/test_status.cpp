@@ -533,6 +533,9 @@ TEST_F(STATUS_FLEET, program_answers_from_the_logs_when_the_database_is_gone)
     EXPECT_THAT(names.sErr, HasSubstr("what follows is from the outcome logs alone\n"));
     EXPECT_EQ(CONFIG_CLIENT({"--names", "--days", "36000"}).sOut,
               "=<b>\"x\",|&\\\nalpha\nbeta\nu-fail\nu-left\n");
+    // What is no terminal gets whole values, as --width 0 does.
+    EXPECT_EQ(CONFIG_CLIENT({"--days", "36000"}).sOut,
+              CONFIG_CLIENT({"--days", "36000", "--width", "0"}).sOut);
     EXPECT_THAT(CONFIG_CLIENT({"--json", "--days", "36000", "beta"}).sOut,
                 HasSubstr(R"("cause":"key-not-accepted")"));
 
