@@ -171,6 +171,7 @@ TEST_F(GATE, takes_the_files_of_an_update_whole_or_not_at_all)
         EXPECT_EQ(ASKED(std::string("size m ") + row.cpPath).sOut,
                   "m begin\n" + std::to_string(row.uSent) + "\n\nm 0\n");
     }
+    EXPECT_THAT(ASKED("put m gv_rw_work:a.deb/x 1 644", "x").sOut, HasSubstr("cannot reach"));
     EXPECT_FALSE(fs::exists(sDIR() + "/outside"));
     TEXTS asName;
     for (const auto& entry : fs::directory_iterator{sWORK("")})

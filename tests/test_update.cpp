@@ -208,6 +208,8 @@ TEST_F(UPDATE, the_status_of_the_script_decides_message_exit_code_state_and_chai
         EXPECT_EQ(sSTATE("winbox"), row.iExit ? sState + row.sMessage + sDates : sDone);
         const TEXTS asChain{"vk_update_client sp_update -c winbox"};
         EXPECT_EQ(CLIENT_LOG("velkasrv"), bPackage && row.iExit <= 1 ? asChain : TEXTS{});
+        EXPECT_EQ(OUTCOMES().back().find("restart-needed") != std::string::npos,
+                  row.sMessage.find(sRestart) != std::string::npos);
         const bool bAgain = row.sMessage[0] == 'I' || row.sMessage[3] >= '6';  // after success
         EXPECT_THAT(CLIENT_LOG("winbox"), Contains("qtc -h").Times(bAgain ? 2 : 1));
         EXPECT_THAT(WORK_FILES("winbox"), IsEmpty());
@@ -444,6 +446,10 @@ TEST_F(UPDATE, a_session_or_copy_that_breaks_or_finds_no_room_ends_with_E021_and
         EXPECT_THAT(full.sOut, Not(HasSubstr("failed: \"")));
         EXPECT_THAT(WORK_FILES("alpha"), Each(StartsWith("big")));
     }
+    // Nor does it run what came and could not be given its name.
+    fs::create_directories(CLIENT_PATH("alpha", "velka/work/" + sDEB + "/folder"));
+    PACKAGE(sDEB, "x");
+    EXPECT_COPY_FAILED(CLIENT_UPDATE("alpha"));
     EXPECT_EQ(sSTATE("alpha"), sBEFORE);
     EXPECT_THAT(CLIENT_LOG("alpha"), Each("qtc -h"));
 }
