@@ -155,7 +155,8 @@ TEST_F(GATE, takes_the_files_of_an_update_whole_or_not_at_all)
     for (const char* cpPath :
          {"gv_rw_work:../x", "gv_rw_work:tmp/../../x", "gv_rw_work:link/x", "gv_rw_work:file",
           "gv_rw_work:half", "gv_rw_work:", "gv_rw_work:a%0Ab", "gv_ro_bin:another",
-          "gv_ro_bin:x/vk_execute_update", "gv_rw_ini:vk.ini", "/tmp/x", "x"})
+          "gv_ro_bin:x/vk_execute_update", "gv_ro_bin:vk_execute_update/x", "gv_rw_ini:vk.ini",
+          "/tmp/x", "x"})
         rows.push_back({cpPath, "10", "644", 10, nullptr});
     for (const ROW& row : rows) {
         SCOPED_TRACE(std::string(row.cpPath) + " " + row.cpSize);

@@ -54,9 +54,11 @@ std::string sVALUE(const std::string& sGiven, va_list& args)
         const char* cpText = va_arg(args, const char*);
         return sPRINTED(cpPlace, sMASKED(cpText != nullptr ? cpText : "(null)").c_str());
     }
-    if (std::string_view("eEfFgGaA").find(cKind) != std::string_view::npos)
-        return sPlace.find('L') != std::string::npos ? sPRINTED(cpPlace, va_arg(args, long double))
-                                                     : sPRINTED(cpPlace, va_arg(args, double));
+    if (std::string_view("eEfFgGaA").find(cKind) != std::string_view::npos) {
+        if (sPlace.find('L') != std::string::npos)
+            return sPRINTED(cpPlace, va_arg(args, long double));
+        return sPRINTED(cpPlace, va_arg(args, double));
+    }
     if (cKind == 'm') return sPRINTED(cpPlace);
     if (cKind == 'p') return sPRINTED(cpPlace, va_arg(args, void*));
     if (sPlace.find_first_of("lzjt") == std::string::npos)
