@@ -224,9 +224,11 @@ COMMAND_END sctRUN_COMMAND(const HOST& host, const std::string& sPort, const cha
     // The child's own words do not show it: most transports hand it over another way.
     TRACE_BY(sctLog, "command for %s: %s", host.sName.c_str(), sFOREIGN(cpCommand).c_str());
     // A shared connection that broke meanwhile, or as it was made, earns one more try;
-    // what was refused does not, unless the caller asked for it.
-    bool bMayBreak = !transport.bESTABLISHED(host);
-    int  iTriesLeft = 1 + limits.iRetries + (bMayBreak ? 0 : 1);
+    // what was refused does not, unless the caller asked for it. The first mark may be lost
+    // with the connection, so what a client is left to finish could run twice.
+    bool       bMayBreak = !transport.bESTABLISHED(host);
+    const bool bOnce = bMayBreak || iLEFT_TO_FINISH(cpCommand) != 0;
+    int        iTriesLeft = 1 + limits.iRetries + (bOnce ? 0 : 1);
     while (iTriesLeft-- > 0) {
         CHILD_SPEC sctSpec;
         if (!transport.iFORM(host, sPort, cpCommand, limits.iConnect, sctSpec, outcome.sReason)) {
