@@ -446,6 +446,14 @@ TEST_F(UPDATE, a_session_or_copy_that_breaks_or_finds_no_room_ends_with_E021_and
         EXPECT_THAT(full.sOut, Not(HasSubstr("failed: \"")));
         EXPECT_THAT(WORK_FILES("alpha"), Each(StartsWith("big")));
     }
+    // Whether the script began is not known then; it is not begun again.
+    WRITE_FILE(CLIENT_PATH("alpha", "cut"), "");
+    WRITE_FILE(CLIENT_PATH("alpha", "log/lines"), "");
+    PACKAGE(sDEB, "x");
+    EXPECT_THAT(CLIENT_UPDATE("alpha").sOut, HasSubstr("lost before the command began"));
+    EXPECT_THAT(asLINES(sREAD_FILE(CLIENT_PATH("alpha", "log/lines"))),
+                Contains(HasSubstr("eval 'vk_execute_update")).Times(1));
+    RESET("alpha");
     // Nor does it run what came and could not be given its name.
     fs::create_directories(CLIENT_PATH("alpha", "velka/work/" + sDEB + "/folder"));
     PACKAGE(sDEB, "x");
