@@ -1,6 +1,7 @@
 /* The end of every client run: the outcome goes to the client's row, the day
    protocol, the info output, standard output and the exit code, in one place. */
 #include <cstdio>
+#include <string_view>
 
 #include "../common/log/outcome_log.h"
 #include "run_outcome.h"
@@ -30,8 +31,9 @@ int iSTORE_OUTCOME(const char* cpTxt, int iExit, const SCT_ARGS* pArg)
              FREE_TEXT{cpTxt}, FREE_TEXT{cpTxt}, 0, szTime, szTime, pArg->szNodeName);
     const int iRows = iDB_EXECUTE(sNOT_STORED("outcome", pArg), szSql, strLog);
     // Where an insert failed (E004), the identifier is of a row that never was.
-    const bool bWasThere = (pArg->szNodeId[0] != '\0' && std::strncmp(cpTxt, "E004", 4) != 0) ||
-                           !sctRUN_RECORD().sClientId.empty();
+    const bool bWasThere =
+        (pArg->szNodeId[0] != '\0' && !std::string_view(cpTxt).starts_with("E004")) ||
+        !sctRUN_RECORD().sClientId.empty();
     if (iRows == 0 && bWasThere && pArg->szCheck[0] != 'd')
         TELL("%s: another run has removed the client", sNOT_STORED("outcome", pArg).c_str());
     return iRows > 0;
