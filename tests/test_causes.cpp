@@ -5,11 +5,11 @@
 #include <nlohmann/json.hpp>
 #include <regex>
 
+#include "common/lines/secret.h"
 #include "common/log/outcome_log.h"
 #include "common/remote/cause.h"
 #include "common/remote/ssh/known_key.h"
 #include "common/remote/ssh/ssh_words.h"
-#include "common/text/secret.h"
 #include "scratch.h"
 
 using namespace testing;

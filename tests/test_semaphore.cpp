@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
-#include "common/text/appending.h"
+#include "common/lines/appending.h"
 #include "common/text/text.h"
 #include "common/unix/cm_hal_semaphor.h"
 #include "scratch.h"

@@ -3,16 +3,16 @@
    per implementation file; this one has them all. */
 #pragma once
 
+#include "base/descriptor.h"
 #include "cm_lang.h"
 #include "cm_trace.h"
 #include "config/variables.h"
+#include "lines/appending.h"
+#include "lines/secret.h"
+#include "lines/standard_error.h"
 #include "log/protocol.h"
-#include "text/appending.h"
 #include "text/command_line.h"
-#include "text/descriptor.h"
 #include "text/pattern.h"
-#include "text/secret.h"
-#include "text/standard_error.h"
 #include "text/text.h"
 #include "text/text_operations.h"
 #include "text/time_text.h"

@@ -1,5 +1,5 @@
 /* The globals of the tool. */
-#include "../common/text/program.h"
+#include "../common/base/program.h"
 #include "vk_config_client.h"
 
 char    tmp_sc[34500];

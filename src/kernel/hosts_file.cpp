@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "../common/text/holder.h"
+#include "../common/base/holder.h"
 #include "vk_config_client.h"
 
 namespace {

@@ -13,8 +13,8 @@
 #include <memory>
 #include <string>
 
+#include "../common/base/descriptor.h"
 #include "../common/config/config.h"
-#include "../common/text/descriptor.h"
 #include "../common/unix/cm_hal_semaphor.h"
 #include "vk_config_client.h"
 

@@ -13,9 +13,9 @@
 #include <filesystem>
 #include <memory>
 
+#include "../common/base/immortal.h"
 #include "../common/config/config.h"
 #include "../common/log/outcome_log.h"
-#include "../common/text/immortal.h"
 #include "restart_status.h"
 
 namespace {

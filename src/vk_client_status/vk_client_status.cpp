@@ -16,10 +16,10 @@
 #include <cstring>
 #include <ctime>
 
+#include "common/base/program.h"
 #include "common/cm_db_access.h"
 #include "common/common.h"
 #include "common/config/config.h"
-#include "common/text/program.h"
 #include "common/unix/cm_hal_pipe.h"
 #include "options.h"
 

@@ -12,11 +12,11 @@
 #include <cerrno>
 #include <memory>
 
+#include "common/base/descriptor.h"
 #include "common/config/config.h"
 #include "common/config/variables.h"
-#include "common/text/appending.h"
-#include "common/text/descriptor.h"
-#include "common/text/standard_error.h"
+#include "common/lines/appending.h"
+#include "common/lines/standard_error.h"
 #include "common/text/text.h"
 #include "common/unix/cm_hal_pipe.h"
 #include "gate.h"

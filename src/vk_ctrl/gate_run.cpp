@@ -9,10 +9,10 @@
 #include <csignal>
 #include <cstring>
 
+#include "common/base/descriptor.h"
+#include "common/base/holder.h"
 #include "common/config/variables.h"
 #include "common/remote/wrapper.h"
-#include "common/text/descriptor.h"
-#include "common/text/holder.h"
 #include "common/unix/cm_hal_pipe.h"
 #include "common/unix/read_now.h"
 #include "gate.h"

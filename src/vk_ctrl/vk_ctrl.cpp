@@ -11,11 +11,11 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/base/descriptor.h"
+#include "common/base/immortal.h"
+#include "common/base/program.h"
 #include "common/config/config.h"
 #include "common/config/variables.h"
-#include "common/text/descriptor.h"
-#include "common/text/immortal.h"
-#include "common/text/program.h"
 #include "common/text/text.h"
 #include "common/unix/cm_hal_pipe.h"
 #include "gate.h"

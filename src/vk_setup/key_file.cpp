@@ -7,8 +7,8 @@
 
 #include <cerrno>
 
-#include "common/text/descriptor.h"
-#include "common/text/standard_error.h"
+#include "common/base/descriptor.h"
+#include "common/lines/standard_error.h"
 
 namespace {
 

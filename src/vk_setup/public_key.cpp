@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <iterator>
 
-#include "common/text/descriptor.h"
-#include "common/text/standard_error.h"
+#include "common/base/descriptor.h"
+#include "common/lines/standard_error.h"
 #include "common/text/text.h"
 
 namespace {

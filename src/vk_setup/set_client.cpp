@@ -12,10 +12,10 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/base/program.h"
 #include "common/config/config.h"
 #include "common/config/variables.h"
-#include "common/text/appending.h"
-#include "common/text/program.h"
+#include "common/lines/appending.h"
 #include "common/text/text.h"
 #include "key_file.h"
 #include "permit.h"

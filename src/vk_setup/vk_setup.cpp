@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "common/text/program.h"
+#include "common/base/program.h"
 #include "common/text/text.h"
 #include "common/unix/cm_hal_pipe.h"
 #include "set_client.h"

@@ -3,8 +3,8 @@
    last quote closes the whole text. */
 #include <algorithm>
 
-#include "common/text/secret.h"
-#include "common/text/standard_error.h"
+#include "common/lines/secret.h"
+#include "common/lines/standard_error.h"
 #include "common/text/text.h"
 #include "must.h"
 

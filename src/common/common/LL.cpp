@@ -8,7 +8,7 @@
 #include <string_view>
 #include <utility>
 
-#include "../text/immortal.h"
+#include "../base/immortal.h"
 #include "../text/pattern.h"
 #include "../text/text.h"
 

@@ -14,12 +14,12 @@
 #include <map>
 #include <vector>
 
-#include "../text/descriptor.h"
-#include "../text/holder.h"
-#include "../text/immortal.h"
+#include "../base/descriptor.h"
+#include "../base/holder.h"
+#include "../base/immortal.h"
+#include "../base/program.h"
+#include "../lines/standard_error.h"
 #include "../text/likeness.h"
-#include "../text/program.h"
-#include "../text/standard_error.h"
 #include "../text/text_operations.h"
 #include "keys.h"
 

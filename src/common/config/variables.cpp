@@ -7,9 +7,9 @@
 #include <set>
 #include <string_view>
 
-#include "../text/immortal.h"
-#include "../text/program.h"
-#include "../text/standard_error.h"
+#include "../base/immortal.h"
+#include "../base/program.h"
+#include "../lines/standard_error.h"
 #include "../text/text.h"
 #include "../text/time_text.h"
 #include "config.h"

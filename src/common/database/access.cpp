@@ -10,9 +10,9 @@
 #include <memory>
 #include <string>
 
-#include "../text/immortal.h"
-#include "../text/secret.h"
-#include "../text/standard_error.h"
+#include "../base/immortal.h"
+#include "../lines/secret.h"
+#include "../lines/standard_error.h"
 #include "connection.h"
 
 namespace {

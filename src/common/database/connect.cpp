@@ -15,11 +15,11 @@
 #include <random>
 #include <string_view>
 
+#include "../base/program.h"
 #include "../config/config.h"
 #include "../config/keys.h"
-#include "../text/program.h"
-#include "../text/secret.h"
-#include "../text/standard_error.h"
+#include "../lines/secret.h"
+#include "../lines/standard_error.h"
 #include "../text/text.h"
 #include "../unix/cm_hal_pipe.h"
 

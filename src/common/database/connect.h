@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "../base/holder.h"
 #include "../cm_db_access.h"
-#include "../text/holder.h"
 #include "failure.h"
 
 using CONNECTION = std::unique_ptr<PGconn, FREE_BY<PQfinish>>;

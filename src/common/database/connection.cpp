@@ -17,10 +17,10 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "../base/immortal.h"
+#include "../lines/secret.h"
+#include "../lines/standard_error.h"
 #include "../log/outcome_log.h"
-#include "../text/immortal.h"
-#include "../text/secret.h"
-#include "../text/standard_error.h"
 #include "../unix/cm_hal_pipe.h"
 #include "connect.h"
 

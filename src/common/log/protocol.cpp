@@ -6,12 +6,12 @@
 #include <cstdarg>
 #include <string>
 
+#include "../base/descriptor.h"
+#include "../base/immortal.h"
 #include "../config/variables.h"
-#include "../text/appending.h"
-#include "../text/descriptor.h"
-#include "../text/immortal.h"
-#include "../text/secret.h"
-#include "../text/standard_error.h"
+#include "../lines/appending.h"
+#include "../lines/secret.h"
+#include "../lines/standard_error.h"
 #include "../text/text.h"
 #include "../text/time_text.h"
 

@@ -9,17 +9,17 @@
 #include <iterator>
 #include <string>
 
+#include "../base/descriptor.h"
+#include "../base/holder.h"
+#include "../base/immortal.h"
+#include "../base/program.h"
 #include "../cm_lang.h"
 #include "../cm_trace.h"
 #include "../config/config.h"
 #include "../config/keys.h"
 #include "../config/variables.h"
-#include "../text/appending.h"
-#include "../text/descriptor.h"
-#include "../text/holder.h"
-#include "../text/immortal.h"
-#include "../text/program.h"
-#include "../text/standard_error.h"
+#include "../lines/appending.h"
+#include "../lines/standard_error.h"
 #include "../text/text.h"
 #include "../text/time_text.h"
 

@@ -5,9 +5,9 @@
 #include <cstring>
 
 #include "../config/config.h"
+#include "../lines/secret.h"
+#include "../lines/standard_error.h"
 #include "../log/outcome_log.h"
-#include "../text/secret.h"
-#include "../text/standard_error.h"
 #include "../text/text.h"
 #include "../unix/read_now.h"
 #include "diagnose.h"

@@ -2,9 +2,9 @@
 
 #include <filesystem>
 
+#include "../base/immortal.h"
 #include "../config/variables.h"
 #include "../text/command_line.h"
-#include "../text/immortal.h"
 #include "../text/text.h"
 #include "cm_remote.h"
 #include "wrapper.h"

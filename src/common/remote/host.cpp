@@ -7,10 +7,10 @@
 
 #include <map>
 
+#include "../base/immortal.h"
 #include "../cm_db_access.h"
 #include "../config/variables.h"
-#include "../text/immortal.h"
-#include "../text/secret.h"
+#include "../lines/secret.h"
 #include "../text/text.h"
 #include "cm_remote.h"
 

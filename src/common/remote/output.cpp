@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "../text/descriptor.h"
+#include "../base/descriptor.h"
 #include "../text/text.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <charconv>
 #include <cstdint>
 
-#include "../text/standard_error.h"
+#include "../lines/standard_error.h"
 
 namespace {
 

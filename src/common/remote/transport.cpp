@@ -1,7 +1,7 @@
 #include "transport.h"
 
 #include "../config/variables.h"
-#include "../text/standard_error.h"
+#include "../lines/standard_error.h"
 #include "../text/text.h"
 
 TRANSPORT& TRANSPORT_OF(const HOST& host)

@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "../base/immortal.h"
 #include "../config/variables.h"
-#include "../text/immortal.h"
 #include "transport.h"
 #include "wrapper.h"
 

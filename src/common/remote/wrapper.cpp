@@ -8,8 +8,8 @@
 #include <cstring>
 #include <utility>
 
-#include "../text/immortal.h"
-#include "../text/program.h"
+#include "../base/immortal.h"
+#include "../base/program.h"
 
 namespace {
 

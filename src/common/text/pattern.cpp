@@ -9,8 +9,8 @@
 #include <list>
 #include <memory>
 
-#include "holder.h"
-#include "immortal.h"
+#include "../base/holder.h"
+#include "../base/immortal.h"
 
 namespace {
 

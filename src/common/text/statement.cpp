@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <set>
 
-#include "immortal.h"
+#include "../base/immortal.h"
 #include "text.h"
 
 namespace {

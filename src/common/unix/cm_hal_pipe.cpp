@@ -16,9 +16,9 @@ extern "C" {  // the header of some C libraries does not say it
 #include <cstdlib>
 #include <cstring>
 
-#include "../text/descriptor.h"
-#include "../text/immortal.h"
-#include "../text/standard_error.h"
+#include "../base/descriptor.h"
+#include "../base/immortal.h"
+#include "../lines/standard_error.h"
 #include "waiting.h"
 
 namespace {

@@ -21,7 +21,7 @@
 #include <utility>
 #include <vector>
 
-#include "../text/holder.h"
+#include "../base/holder.h"
 
 /* State of a running command inside RCMD, for the library's own use. Plain:
    what owns a child process is CHILD. */

@@ -16,10 +16,10 @@
 #include <map>
 #include <string>
 
+#include "../base/immortal.h"
 #include "../config/variables.h"
-#include "../text/appending.h"
-#include "../text/immortal.h"
-#include "../text/standard_error.h"
+#include "../lines/appending.h"
+#include "../lines/standard_error.h"
 #include "../text/text.h"
 #include "cm_hal_pipe.h"
 

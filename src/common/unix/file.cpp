@@ -9,11 +9,11 @@
 #include <cstring>
 #include <string>
 
+#include "../base/descriptor.h"
+#include "../base/holder.h"
+#include "../lines/standard_error.h"
 #include "../log/protocol.h"
-#include "../text/descriptor.h"
-#include "../text/holder.h"
 #include "../text/pattern.h"
-#include "../text/standard_error.h"
 #include "../text/text.h"
 
 namespace {

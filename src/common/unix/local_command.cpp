@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "../base/program.h"
 #include "../config/config.h"
-#include "../text/program.h"
-#include "../text/standard_error.h"
+#include "../lines/standard_error.h"
 #include "cm_hal_pipe.h"
 
 std::string sSEARCH_PATH_OF_PROGRAM()

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "../text/descriptor.h"
+#include "../base/descriptor.h"
 
 size_t uREAD_NOW(FD& fd, std::string& sText, size_t uMax)
 {

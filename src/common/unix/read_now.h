@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "../text/holder.h"
+#include "../base/holder.h"
 
 /* Appends what can be read now, without waiting, up to uMax bytes; the
    descriptor, which does not block, is closed at its end.

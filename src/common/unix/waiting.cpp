@@ -16,8 +16,8 @@
 #include <memory>
 #include <new>
 
-#include "../text/immortal.h"
-#include "../text/standard_error.h"
+#include "../base/immortal.h"
+#include "../lines/standard_error.h"
 #include "cm_hal_pipe.h"
 
 namespace {

@@ -9,9 +9,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/base/holder.h"
 #include "common/common.h"
 #include "common/config/config.h"
-#include "common/text/holder.h"
 #include "files.h"
 #include "report.h"
 #include "setup.h"

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "common/base/program.h"
 #include "common/cm_db_access.h"
 #include "common/common.h"
-#include "common/text/program.h"
 #include "files.h"
 
 namespace {

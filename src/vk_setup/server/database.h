@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "common/base/holder.h"
 #include "common/config/keys.h"
-#include "common/text/holder.h"
 
 using CONNECTION = std::unique_ptr<PGconn, FREE_BY<PQfinish>>;
 using DB_ROWS = std::vector<std::vector<std::string>>;  // NULL is ""

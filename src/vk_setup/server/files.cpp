@@ -10,8 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "common/base/holder.h"
 #include "common/common.h"
-#include "common/text/holder.h"
 
 namespace fs = std::filesystem;
 

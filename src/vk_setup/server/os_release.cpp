@@ -2,7 +2,7 @@
 
 #include <sys/stat.h>
 
-#include "common/text/descriptor.h"
+#include "common/base/descriptor.h"
 #include "common/text/text.h"
 
 namespace {

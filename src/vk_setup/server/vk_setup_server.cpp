@@ -4,9 +4,9 @@
 #include <cstring>
 #include <string_view>
 
+#include "common/base/program.h"
 #include "common/common.h"
 #include "common/config/config.h"
-#include "common/text/program.h"
 #include "common/unix/cm_hal_pipe.h"
 #include "setup.h"
 

@@ -18,12 +18,12 @@
 #include <map>
 #include <utility>
 
+#include "../../base/descriptor.h"
+#include "../../base/immortal.h"
+#include "../../base/program.h"
 #include "../../config/variables.h"
+#include "../../lines/standard_error.h"
 #include "../../text/command_line.h"
-#include "../../text/descriptor.h"
-#include "../../text/immortal.h"
-#include "../../text/program.h"
-#include "../../text/standard_error.h"
 #include "../../text/text.h"
 #include "../../unix/cm_hal_pipe.h"
 #include "../../unix/read_now.h"

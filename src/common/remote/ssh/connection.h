@@ -12,7 +12,7 @@
 
 #include <string>
 
-#include "../../text/holder.h"
+#include "../../base/holder.h"
 #include "../host.h"
 
 constexpr int iCONNECTION_IDLE_S = 25;

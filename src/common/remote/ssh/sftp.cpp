@@ -13,9 +13,9 @@
 #include <utility>
 #include <vector>
 
+#include "../../base/descriptor.h"
 #include "../../config/config.h"
-#include "../../text/descriptor.h"
-#include "../../text/standard_error.h"
+#include "../../lines/standard_error.h"
 #include "../../text/text.h"
 #include "../../unix/read_now.h"
 #include "copy_progress.h"

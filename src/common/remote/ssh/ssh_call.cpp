@@ -7,12 +7,12 @@
 #include <map>
 #include <vector>
 
+#include "../../base/immortal.h"
 #include "../../config/config.h"
 #include "../../config/variables.h"
+#include "../../lines/secret.h"
+#include "../../lines/standard_error.h"
 #include "../../log/outcome_log.h"
-#include "../../text/immortal.h"
-#include "../../text/secret.h"
-#include "../../text/standard_error.h"
 #include "../../text/text.h"
 #include "connection.h"
 #include "known_key.h"

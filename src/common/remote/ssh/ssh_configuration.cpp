@@ -10,10 +10,10 @@
 #include <cstring>
 #include <map>
 
-#include "../../text/descriptor.h"
-#include "../../text/holder.h"
-#include "../../text/immortal.h"
-#include "../../text/standard_error.h"
+#include "../../base/descriptor.h"
+#include "../../base/holder.h"
+#include "../../base/immortal.h"
+#include "../../lines/standard_error.h"
 #include "../../unix/read_now.h"
 #include "connection.h"
 

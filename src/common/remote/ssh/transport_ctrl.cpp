@@ -8,9 +8,9 @@
 #include <cstdlib>
 #include <set>
 
-#include "../../text/immortal.h"
-#include "../../text/secret.h"
-#include "../../text/standard_error.h"
+#include "../../base/immortal.h"
+#include "../../lines/secret.h"
+#include "../../lines/standard_error.h"
 #include "../command.h"
 #include "../request.h"
 #include "../transport.h"

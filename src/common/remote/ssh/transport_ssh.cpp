@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <map>
 
+#include "../../base/immortal.h"
 #include "../../config/variables.h"
-#include "../../text/immortal.h"
-#include "../../text/secret.h"
+#include "../../lines/secret.h"
 #include "../command.h"
 #include "../transport.h"
 #include "../wrapper.h"

@@ -5,9 +5,9 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include "../../base/descriptor.h"
 #include "../../config/variables.h"
-#include "../../text/appending.h"
-#include "../../text/descriptor.h"
+#include "../../lines/appending.h"
 #include "../../unix/read_now.h"
 
 namespace {

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "../../text/holder.h"
+#include "../../base/holder.h"
 
 /* The note of a copy under way. Letting it go keeps the note; v_COPY_ENDED removes it. */
 struct COPY_NOTE {

@@ -4,10 +4,10 @@
 #include <algorithm>
 #include <utility>
 
-#include "command_line.h"
-#include "immortal.h"
-#include "program.h"
-#include "text.h"
+#include "../base/immortal.h"
+#include "../base/program.h"
+#include "../text/command_line.h"
+#include "../text/text.h"
 
 namespace {
 

@@ -9,10 +9,10 @@
 #include <cstdint>
 #include <cstring>
 
-#include "descriptor.h"
-#include "holder.h"
+#include "../base/descriptor.h"
+#include "../base/holder.h"
+#include "../text/text.h"
 #include "standard_error.h"
-#include "text.h"
 
 namespace {
 

@@ -8,11 +8,11 @@
 #include <cstring>
 #include <set>
 
-#include "descriptor.h"
-#include "immortal.h"
-#include "program.h"
+#include "../base/descriptor.h"
+#include "../base/immortal.h"
+#include "../base/program.h"
+#include "../text/text.h"
 #include "secret.h"
-#include "text.h"
 
 namespace {
 
