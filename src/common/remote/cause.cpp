@@ -231,6 +231,8 @@ constexpr CAUSE asctCause[] = {
      "the database has no row with client_id 0 and a known operating system", "vk_setup server"},
 
     // ---- the run
+    {"interrupted", STAGE_NONE, NOBODY, "",
+     "a signal ended the run", ""},
     {"not-registered", STAGE_NONE, NOBODY, "",
      "{host} is not registered", "vk_config_client -c {host} -o Linux"},
     {"parameters-missing", STAGE_NONE, NOBODY, "",
