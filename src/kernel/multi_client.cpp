@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "../common/config/config.h"
+#include "../common/package/eligibility.h"
 #include "../common/unix/observed_child.h"
 #include "../common/unix/progress_line.h"
 #include "rollout.h"

@@ -181,8 +181,5 @@ char* szEXTRACT_AUTH_DATA(char* cpAuthLine);
    Never returns: exit code 0, 1 (a warning), 2, or the update script's up to 9. */
 [[noreturn]] void UPDATE_CLIENT(SCT_ARGS* pArg);
 
-/* How the run message begins for a client that has the package's version already. */
-std::string sSAME_VERSION(const std::string& sName);
-
 /* 1 when an update of the client is under way in another process, 0 not. */
 int iUPDATE_RUNS(const SCT_ARGS* pArg);

@@ -17,6 +17,7 @@
 #include <unordered_map>
 
 #include "common/common.h"
+#include "common/package/eligibility.h"
 #include "common/unix/cm_hal_semaphor.h"
 #include "database_rows.h"
 #include "moment.h"

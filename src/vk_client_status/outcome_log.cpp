@@ -17,6 +17,7 @@
 #include <nlohmann/json.hpp>
 
 #include "common/common.h"
+#include "common/package/eligibility.h"
 #include "line_keys.h"
 #include "moment.h"
 
@@ -158,6 +159,7 @@ VERDICT eVERDICT(const SLICES& slices)
     if (slices.svExit.empty() || std::from_chars(slices.svExit.data(), end, iExit).ptr != end)
         return VERDICT_NONE;
     if (iExit == 0) return VERDICT_WELL;
+    // The version that a client has already is a failure by its exit code, and no trouble.
     return bRESTART_ID(svINSIDE_QUOTES(slices.svId)) ||
                    bSAME_VERSION(svINSIDE_QUOTES(slices.svMessage))
                ? VERDICT_WARNED
@@ -296,12 +298,6 @@ std::string_view svMESSAGE_ID(std::string_view svMessage)
 bool bRESTART_ID(std::string_view svId)
 {
     return svId.starts_with("W004") || svId.starts_with("W005");
-}
-
-bool bSAME_VERSION(std::string_view svMessage)
-{
-    return svMessage.starts_with("Old and new Velka versions on client ") &&
-           svMessage.find(" are identical: ") != svMessage.npos;
 }
 
 void v_READ_LOGS(const READ_WISH& wish, const std::array<long, iSTRIP_DAYS + 1>& alDay, LOGS& logs)

@@ -60,10 +60,6 @@ void v_READ_LOGS(const READ_WISH& wish, const std::array<long, iSTRIP_DAYS + 1>&
 /* The run of that line. Result 0: it cannot be read any more. */
 int iREAD_OUTCOME(LOGS& logs, const LINE_PLACE& place, OUTCOME& outcome);
 
-/* A message says that the client has the package's version already: a failure by its
-   exit code, and no trouble. */
-bool bSAME_VERSION(std::string_view svMessage);
-
 /* The identifier at the beginning of a message ("E011-HOSTS"), or empty. */
 std::string_view svMESSAGE_ID(std::string_view svMessage);
 
