@@ -1,14 +1,13 @@
-/* A check or an update of many clients. The parent selects them, starts the tool
-   once for each as a child with the same task, up to "parallel" of them at a time,
-   counts how they end, and reads back what a check stored. An update is rolled out as
-   rollout.h says. It works on no client itself; the children write day protocol, info
-   output and rows. What a child could not write, since it was not started or was killed,
-   this run writes into the outcome log. */
+/* A check or an update of many clients. The parent selects them (client_selection.h),
+   starts the tool once for each as a child with the same task, up to "parallel" of them
+   at a time, counts how they end, and reads back what a check stored. An update is
+   rolled out as rollout.h says. It works on no client itself; the children write day
+   protocol, info output and rows. What a child could not write, since it was not started
+   or was killed, this run writes into the outcome log. */
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <list>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -16,28 +15,22 @@
 #include "../common/package/eligibility.h"
 #include "../common/unix/observed_child.h"
 #include "../common/unix/progress_line.h"
+#include "client_selection.h"
 #include "rollout.h"
 #include "run_outcome.h"
 #include "vk_config_client.h"
 
 namespace {
 
-constexpr size_t      uLIST_LIMIT = 2048;  // selection with a name list, terminator included
 constexpr long        lREFRESH_MS = 1000;  // progress line
 constexpr int         iGRACE_MS = 10000;   // for children of an interrupted run
 constexpr int         iBY_SIGNAL = 128;    // and the signal: status of a child that was killed
 constexpr const char* cpSEPARATOR = "=========================================";
 
-struct SELECTION {
-    char szWhere[4096];
-    bool bTooLong;  // the name list does not fit; nothing may be selected with it
-    bool bByName;   // the list chooses the clients
-};
-
 /* The whole run. */
 struct MULTI_RUN {
     SCT_ARGS*                pArg;
-    char                     szSql[6144];  // the selection; later report line and summary
+    char                     szSql[6144];  // report line, summary
     DB_REC_LIS               sctList;
     int                      iRows;  // selected clients
     int                      iOk;
@@ -49,38 +42,6 @@ struct MULTI_RUN {
     PROGRESS                 progress;
     ROLLOUT                  rollout;
 };
-
-/* "where name in ('a','b') and " */
-std::string sNAME_LIST(t_LL LL_ClientList)
-{
-    std::string sWhere = "where name in (";
-    for (void* pName = FirstElmLL(LL_ClientList); IsElmLL(pName); pName = NextElmLL(pName)) {
-        char szQuoted[1024];
-        iSQL(szQuoted, "'%s',", static_cast<const char*>(pName));
-        sWhere += szQuoted;
-    }
-    sWhere.pop_back();
-    return sWhere + ") and ";
-}
-
-/* The condition in front of exec='1'. Location and operating system count only for
-   all clients, and each replaces what stood before. */
-void v_SELECT(const SCT_ARGS* pArg, t_LL LL_ClientList, SELECTION* pSelection)
-{
-    iTEXT_SET(pSelection->szWhere, "where ");
-    if (SizeLL(LL_ClientList) > 0) {
-        const std::string sList = sNAME_LIST(LL_ClientList);
-        pSelection->bTooLong = sList.size() >= uLIST_LIMIT;
-        pSelection->bByName = true;
-        iTEXT_SET(pSelection->szWhere, sList);
-    }
-    if (!bIS(pArg->szNodeName, cpALL_CLIENTS)) return;
-    const bool bLocation = bGIVEN(pArg->szLocationId);
-    const bool bSystem = bGIVEN(pArg->szOpersys);
-    if (bLocation) iSQL(pSelection->szWhere, "where location='%s' and ", pArg->szLocationId);
-    if (bSystem) iSQL(pSelection->szWhere, "where os like '%s%%' and ", LIKE_TEXT{pArg->szOpersys});
-    if (bLocation || bSystem) pSelection->bTooLong = pSelection->bByName = false;
-}
 
 /* The words of a child's command line, empty ones included. The child works as the
    parent was asked to: it checks, or without a check it updates with the parent's
@@ -101,18 +62,6 @@ std::vector<std::string> asCHILD_COMMAND(const SCT_ARGS* pArg, const std::string
     return asWord;
 }
 
-/* A row that bears the word for all clients is none: its run would start this one
-   again, without end. */
-bool bNO_CLIENT(const char* cpName)
-{
-    return bIS(cpName, cpALL_CLIENTS);
-}
-
-void v_TELL_NO_CLIENT()
-{
-    v_STDERR_ONCE(cpALL_CLIENTS, "%s is left out: it is no client's name", cpALL_CLIENTS);
-}
-
 /* Name of a row of the list. */
 template<size_t N>
 void v_ROW_NAME(MULTI_RUN* pRun, int iRow, char (&szName)[N])
@@ -128,35 +77,10 @@ void v_KEEP_NAMES(MULTI_RUN* pRun)
     for (int iRow = 1; iRow <= pRun->iRows; ++iRow) {
         char szName[256];
         v_ROW_NAME(pRun, iRow, szName);
-        if (bNO_CLIENT(szName))
-            v_TELL_NO_CLIENT();
-        else
-            pRun->asName.emplace_back(szName);
+        if (bCLIENT_NAME(szName)) pRun->asName.emplace_back(szName);
     }
     pRun->iRows = static_cast<int>(pRun->asName.size());
     DB_LET_GO(&pRun->sctList);
-}
-
-/* Tells which of the named clients are not selected, and why. */
-void v_TELL_LEFT_OUT(MULTI_RUN* pRun, t_LL LL_ClientList)
-{
-    std::set<std::string> known(pRun->asName.begin(), pRun->asName.end());
-    for (void* pName = FirstElmLL(LL_ClientList); IsElmLL(pName); pName = NextElmLL(pName)) {
-        const char* cpName = static_cast<const char*>(pName);
-        char        szReply[256] = "";
-        if (!known.insert(cpName).second) continue;
-        if (bNO_CLIENT(cpName)) {
-            v_TELL_NO_CLIENT();
-            continue;
-        }
-        if (!iDB_ACCESS(SQL("select count(*) from clients where name='%s'", cpName), szReply,
-                        nullptr, strLog))
-            return;
-        if (szReply[0] == '0')
-            TELL("no such client: %s", cpName);
-        else
-            TELL("%s is left out: exec is not '1'", cpName);
-    }
 }
 
 void v_FORWARD(MULTI_RUN* pRun, const std::string& sText, FILE* pTo)
@@ -381,7 +305,7 @@ void v_REPORT(MULTI_RUN* pRun)
         iDB_SEL_GET(&pRun->sctList, iRow, szReply, &strLog, "name", szName, "comment", szComment,
                     "os", szOs, "hw_platform", szHw, "password", szPassword, "os_password",
                     szOsPassword, "d");
-        if (bNO_CLIENT(szName)) continue;
+        if (!bCLIENT_NAME(szName)) continue;
         iClients++;
         const SECRETS_HERE secrets{szPassword, szOsPassword};  // the child's message may hold one
         x_Snprintf(pRun->szSql, sizeof pRun->szSql, "Client: %-64s %s %s %s Message: %s", szName,
@@ -400,25 +324,21 @@ void MULTI_CLIENT_RUN(SCT_ARGS* pArg, t_LL LL_ClientList)
     MULTI_RUN run = {};
     run.pArg = pArg;
     run.sctList = {"CONFIG_CLIENT", 0, 0, nullptr, nullptr};
-    SELECTION sctSelection = {};
-    v_SELECT(pArg, LL_ClientList, &sctSelection);
+    const SELECTION sctSelection = sctSELECTION(pArg, LL_ClientList);
     if (sctSelection.bTooLong)
         v_END_RUN(pArg, VK_WARNING, MSG_E004, "list of clients longer than 2047 characters");
-    char szSelection[6144];
-    iSQL(szSelection, "select * from clients %s(exec='1') order by name",
-         RAW_TEXT{sctSelection.szWhere});
 
-    v_FILL_LIST(&run, szSelection);
+    v_FILL_LIST(&run, sctSelection.szStatement);
     TRACE("Check %d clients", run.iRows);
     v_KEEP_NAMES(&run);
     if (sctSelection.bByName)
-        v_TELL_LEFT_OUT(&run, LL_ClientList);
+        v_TELL_LEFT_OUT(run.asName, LL_ClientList);
     else if (run.asName.empty())
         TELL("no client is selected: location, system or exec fit none");
     v_RUN_CHILDREN(&run);
     if (pArg->iCheck) {
         const int iSelected = run.iRows;
-        v_FILL_LIST(&run, szSelection);
+        v_FILL_LIST(&run, sctSelection.szStatement);
         v_REPORT(&run);
         if (pArg->szCheck[0] == 'd') run.iRows = iSelected;  // those removed have no row any more
     }
