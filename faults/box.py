@@ -237,15 +237,22 @@ def once():
     edit(INI, "^conninfo", "retry_time = 0\nconninfo")
 
 
+def reload():
+    """And until new connections meet what was changed."""
+    loaded = "psql -qXAtc 'select pg_conf_load_time()'"
+    before = shell(loaded).stdout
+    sql("select pg_reload_conf()")
+    wait_until(lambda: shell(loaded).stdout != before)
+
+
 def hba(line):
     write(HBA, line + "\n" + read(HBA))
-    sql("select pg_reload_conf()")
+    reload()
 
 
 def setting(text):
     sql(f"alter system set {text}")
-    sql("select pg_reload_conf()")
-    time.sleep(0.2)
+    reload()
 
 
 def with_password():
