@@ -18,6 +18,10 @@
 
 #include "common/unix/cm_hal_pipe.h"
 
+/* Where the sources and the programs of this build lie. */
+extern const char *const VK_SANDBOX_SCRIPT,
+    *const VK_SOURCE_DIR, *const VK_SETUP_SERVER, *const VK_STATUS_PROGRAM, *const VK_PROGRAM;
+
 namespace fs = std::filesystem;
 using TEXTS = std::vector<std::string>;
 TEXTS operator+(TEXTS asFirst, const TEXTS& asMore);

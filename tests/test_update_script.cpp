@@ -7,7 +7,7 @@ using namespace testing;
 
 namespace {
 
-const std::string sSCRIPT = VK_SOURCE_DIR "/skel/vk_execute_update";
+const std::string sSCRIPT = std::string(VK_SOURCE_DIR) + "/skel/vk_execute_update";
 const std::string sNAME = "/tmp/velka-cli_4.4.1-14.deb";
 
 // A shell line with its errors; what does not end by itself is ended after half a minute.
@@ -277,7 +277,8 @@ TEST_F(UPDATE_SCRIPT, on_Windows_no_character_of_a_value_means_anything)
     };
     WRITE_PROGRAM(pathWork / "show.exe",
                   "cd " + pathWork.string() + "\nprintf '[%s]' \"$@\" >part\nmv part arguments");
-    fs::copy_file(VK_SOURCE_DIR "/skel/vk_execute_update.cmd", pathWork / "update.cmd");
+    fs::copy_file(std::string(VK_SOURCE_DIR) + "/skel/vk_execute_update.cmd",
+                  pathWork / "update.cmd");
     WRITE_FILE(pathWork / "x_5.1.0-3.exe", "the package\n");
 
     EXPECT_EQ(WINE("show.exe %s", "A=%OS%&echo x>PWNED \"!^|"), "[A=%OS%&echo x>PWNED \"!^|]");
