@@ -1,14 +1,19 @@
 # Writes build_id.cpp when its content changed: revision, version, time, machine.
 # With SOURCE_DATE_EPOCH the time is that one and no machine is named, so that the
-# same commit gives the same bytes everywhere.
-execute_process(COMMAND git -C ${SOURCE} rev-parse --short=12 HEAD OUTPUT_VARIABLE REVISION
-                OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET RESULT_VARIABLE FAILED)
-if(FAILED)
-  set(REVISION "unversioned")
-endif()
-execute_process(COMMAND git -C ${SOURCE} status --porcelain OUTPUT_VARIABLE DIRTY ERROR_QUIET)
-if(DIRTY)
-  string(APPEND REVISION "+")
+# same commit gives the same bytes everywhere. VK_REVISION names the revision of a tree
+# without its history.
+if(DEFINED ENV{VK_REVISION})
+  set(REVISION $ENV{VK_REVISION})
+else()
+  execute_process(COMMAND git -C ${SOURCE} rev-parse --short=12 HEAD OUTPUT_VARIABLE REVISION
+                  OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET RESULT_VARIABLE FAILED)
+  if(FAILED)
+    set(REVISION "unversioned")
+  endif()
+  execute_process(COMMAND git -C ${SOURCE} status --porcelain OUTPUT_VARIABLE DIRTY ERROR_QUIET)
+  if(DIRTY)
+    string(APPEND REVISION "+")
+  endif()
 endif()
 set(ID "vk_config_client ${REVISION} v${VERSION}")
 string(TIMESTAMP TIME "%Y-%m-%d %H:%M:%S" UTC)

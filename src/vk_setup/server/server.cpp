@@ -51,9 +51,7 @@ std::string sSERVER_NAME()
 
 int iSERVER(const SETUP_ARGS& args)
 {
-    std::string sText;
-    if (iREAD_FILE(sCONFIG_PLACE(), sText) && iINI_BAD_LINE(sText) == 0)
-        iSTEP(STEP_THERE, "configuration " + sCONFIG_PLACE());
+    v_SETUP_CONFIGURATION();
     const int iDatabase = iSETUP_DATABASE(args);
     v_SETUP_DIRECTORIES();
     v_SETUP_ACCESS(args.sName.empty() ? sSERVER_NAME() : args.sName);

@@ -144,17 +144,29 @@ std::string sDIRECTORY(const WORK_DIRECTORY& directory)
     return sPath + directory.cpBelow;
 }
 
+void v_SETUP_CONFIGURATION()
+{
+    const std::string sPlace = sCONFIG_PLACE();
+    std::string       sText;
+    std::string       sReason;
+    if (file_exist(sPlace.c_str())) {
+        if (iREAD_FILE(sPlace, sText) && iINI_BAD_LINE(sText) == 0)
+            iSTEP(STEP_THERE, "configuration " + sPlace);
+    } else {
+        if (!iREAD_FILE(sPRODUCT_FILE("vk.ini"), sText))
+            sText = "; Configuration of vk_config_client(8)\n";
+        if (!iMAKE_DIRECTORY(sFOLDER(sPlace)))
+            iSTEP(STEP_FAILED, "configuration: " + sCANNOT("make", sFOLDER(sPlace)));
+        else if (!iREPLACE_FILE(sPlace, sText, 0640, sReason))
+            iSTEP(STEP_FAILED, "configuration: " + sReason);
+        else
+            iSTEP(STEP_MADE, "configuration " + sPlace);
+    }
+    TIGHTEN(sPlace, 0027);
+}
+
 void v_SETUP_DIRECTORIES()
 {
-    std::string sReason;
-    if (!file_exist(sCONFIG_PLACE().c_str()) &&
-        (!iMAKE_DIRECTORY(sFOLDER(sCONFIG_PLACE())) ||
-         !iREPLACE_FILE(sCONFIG_PLACE(), "; Configuration of vk_config_client(8)\n", 0640,
-                        sReason)))
-        iSTEP(STEP_FAILED,
-              "configuration: " +
-                  (sReason.empty() ? sCANNOT("make", sFOLDER(sCONFIG_PLACE())) : sReason));
-    TIGHTEN(sCONFIG_PLACE(), 0027);
     int iAll = 1;
     for (const WORK_DIRECTORY& directory : asctWorkDirectory) {
         iAll &= iDIRECTORY(sDIRECTORY(directory), 0750);

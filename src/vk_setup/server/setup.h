@@ -22,7 +22,9 @@ int iSET_MODE(const SETUP_ARGS& args);  // becomes the tool, which checks the cl
 
 /* Role, database, tables and rows. Result 1: the database is complete. */
 int iSETUP_DATABASE(const SETUP_ARGS& args);
-/* Mode of vk.ini, directories, update scripts; ssh configurations and keys. */
+/* vk.ini, where there is none from the commented default that comes with the product, and
+   its mode; directories and update scripts; ssh configurations and keys. */
+void v_SETUP_CONFIGURATION();
 void v_SETUP_DIRECTORIES();
 void v_SETUP_ACCESS(const std::string& sServer);
 
