@@ -8,6 +8,8 @@ set(VK_CMAKE ${CMAKE_INSTALL_LIBDIR}/cmake/vk)
 install(TARGETS vk_config_client vk_client_status vk_setup DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS vk_setup_server vk_ctrl DESTINATION ${VK_LIBEXEC})
 install(PROGRAMS ${CMAKE_CURRENT_LIST_DIR}/velka_checks DESTINATION ${VK_LIBEXEC})
+# The gate runs the client's own, whatever a server brings.
+install(PROGRAMS skel/vk_execute_update DESTINATION ${VK_LIBEXEC})
 install(FILES ${CMAKE_CURRENT_LIST_DIR}/vk.ini DESTINATION ${VK_DATA})
 install(DIRECTORY sql DESTINATION ${VK_DATA} FILES_MATCHING PATTERN "*.sql")
 install(PROGRAMS skel/vk_execute_update DESTINATION ${VK_DATA}/skel)
