@@ -3,6 +3,7 @@
 #include "kernel/rollout.h"
 
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "sandbox_fixture.h"
 
@@ -86,18 +87,33 @@ protected:
                   static_cast<size_t>(iFailed));
         EXPECT_EQ(run.sErr.find("already") == run.sErr.npos, iHaveVersion == 0);
     }
-    /* Clients and messages of the lines without an exit status that were added. */
-    TEXTS NOT_STARTED()
+    /* Clients and messages of the lines with that exit status that were added: the first of
+       them says what was planned, each client has one, and all hold the rollout. */
+    TEXTS ADDED(const nlohmann::json& exit, size_t uClients)
     {
-        TEXTS asLine;
-        TEXTS asAll = OUTCOMES();
-        for (; m_uSeen < asAll.size(); m_uSeen++) {
-            const auto line = nlohmann::json::parse(asAll[m_uSeen]);
-            if (!line.at("exit").is_null()) continue;
+        TEXTS                 asLine;
+        const TEXTS           asAll = OUTCOMES();
+        const nlohmann::json  plan = nlohmann::json::parse(asAll.at(m_uSeen));
+        std::set<std::string> clients;
+        EXPECT_EQ(plan.at("clients").size(), uClients);
+        EXPECT_EQ(plan.at("package"), sPACKAGE);
+        EXPECT_FALSE(plan.contains("exit"));
+        for (size_t u = m_uSeen + 1; u < asAll.size(); u++) {
+            const auto line = nlohmann::json::parse(asAll[u]);
             EXPECT_EQ(line.at("task"), "update");
-            asLine.push_back(line.at("client").get<std::string>() + ": " +
-                             line.at("msg").get<std::string>());
+            EXPECT_EQ(line.at("rollout"), plan.at("run"));
+            EXPECT_TRUE(clients.insert(line.at("client")).second) << asAll[u];
+            if (line.at("exit") == exit)
+                asLine.push_back(line.at("client").get<std::string>() + ": " +
+                                 line.at("msg").get<std::string>());
         }
+        EXPECT_EQ(clients.size(), uClients);
+        return asLine;
+    }
+    TEXTS NOT_STARTED(size_t uClients)
+    {
+        TEXTS asLine = ADDED(nullptr, uClients);
+        m_uSeen = OUTCOMES().size();
         return asLine;
     }
 
@@ -117,7 +133,7 @@ TEST_F(ROLLOUTS, twenty_clients_pilot_limit_Ctrl_C_and_a_rerun_that_ends_green)
                   sJOINED(asCLIENTS(3, 20)) + "\n");
     EXPECT_AGREED(run, 1, 19, 0);
     EXPECT_EQ(UPDATE_FAILED(), asCLIENTS(2, 20));
-    TEXTS asLine = NOT_STARTED();
+    TEXTS asLine = NOT_STARTED(20);
     ASSERT_EQ(asLine.size(), 18U);
     EXPECT_EQ(asLine[0], "c03: not started, since the pilot failed on c02 (gv_update_pilot = 3)");
     EXPECT_THAT(CLIENT_LOG("c03"), Not(Contains(StartsWith("vk_execute_update"))));
@@ -143,7 +159,7 @@ TEST_F(ROLLOUTS, twenty_clients_pilot_limit_Ctrl_C_and_a_rerun_that_ends_green)
             sJOINED(asCLIENTS(12, 20)) +
             "\nvk_config_client: 1 client with the version already: c01\n");
     EXPECT_AGREED(run, 7, 13, 1);
-    EXPECT_EQ(NOT_STARTED().size(), 9U);
+    EXPECT_EQ(NOT_STARTED(20).size(), 9U);
     EXPECT_EQ(SQL("select string_agg(update_state,'' order by name) from clients"), "02220000000");
 
     /* Ctrl-C, while c02 to c04 and c12 to c16 are at work. */
@@ -163,7 +179,9 @@ TEST_F(ROLLOUTS, twenty_clients_pilot_limit_Ctrl_C_and_a_rerun_that_ends_green)
     EXPECT_THAT(run.sErr, HasSubstr("c12: its run was ended by signal 15\n"));
     EXPECT_AGREED(run, 0, 12, 0);
     EXPECT_EQ(UPDATE_FAILED(), asLeft);
-    EXPECT_EQ(NOT_STARTED().size(), 12U);
+    EXPECT_THAT(ADDED(143, 12),
+                AllOf(SizeIs(8), Each(HasSubstr("ended by signal 15; the update script goes on"))));
+    EXPECT_EQ(NOT_STARTED(12).size(), 4U);
     EXPECT_EQ(iCHILDREN_LEFT(5000), 0);
 
     /* What is left, with a pilot again, as a person sees it. */
@@ -179,7 +197,7 @@ TEST_F(ROLLOUTS, twenty_clients_pilot_limit_Ctrl_C_and_a_rerun_that_ends_green)
         EXPECT_THAT(run.sOut, HasSubstr(cpShown));
     EXPECT_THAT(run.sOut, HasSubstr("Checked 12 clients: 12 OK and 0 failed."));
     EXPECT_THAT(UPDATE_FAILED(), IsEmpty());
-    EXPECT_EQ(NOT_STARTED().size(), 0U);
+    EXPECT_EQ(NOT_STARTED(12).size(), 0U);
 }
 
 }  // namespace

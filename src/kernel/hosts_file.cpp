@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "../common/base/holder.h"
+#include "../common/base/descriptor.h"
 #include "vk_config_client.h"
 
 namespace {
@@ -37,12 +37,12 @@ int iFILE_NAMES_CLIENT(const SCT_ARGS* pArg, const char* cpHostFile)
    program looks into it, whatever the umask. */
 STREAM pOPEN(const char* cpHostFile)
 {
-    constexpr int iFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC;
-    FD            fdFile{open(cpHostFile, iFlags | O_EXCL, 0644)};
+    constexpr int iFlags = O_WRONLY | O_APPEND | O_CREAT;
+    FD            fdFile = fdOPEN_FILE(cpHostFile, iFlags | O_EXCL, 0644);
     if (fdFile.bOpen())
         fchmod(fdFile.iGet(), 0644);
     else
-        fdFile = FD{open(cpHostFile, iFlags, 0644)};
+        fdFile = fdOPEN_FILE(cpHostFile, iFlags, 0644);
     return fdFile.bOpen() ? STREAM{fdopen(fdFile.iRelease(), "a")} : nullptr;
 }
 

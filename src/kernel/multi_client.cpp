@@ -23,7 +23,7 @@
 namespace {
 
 constexpr long        lREFRESH_MS = 1000;  // progress line
-constexpr int         iGRACE_MS = 10000;   // for children of an interrupted run
+constexpr int         iGRACE_MS = 4200;    // for children of an interrupted run
 constexpr int         iBY_SIGNAL = 128;    // and the signal: status of a child that was killed
 constexpr const char* cpSEPARATOR = "=========================================";
 
@@ -173,10 +173,9 @@ void v_TAKE_END(MULTI_RUN* pRun, const CLIENT_CHILD& child, bool bCount)
 {
     const int iStatus = child.child.iStatus;
     if (iStatus > iBY_SIGNAL) {
-        const std::string sWhy =
-            "its run was ended by signal " + std::to_string(iStatus - iBY_SIGNAL);
-        v_OUTCOME_NONE(pRun->pArg, {child.sName}, sWhy);
-        if (bCount) TELL("%s: %s", child.sName.c_str(), sWhy.c_str());
+        const int iSignal = iStatus - iBY_SIGNAL;
+        v_OUTCOME_KILLED(pRun->pArg, child.sName, child.lPid, iSignal);
+        if (bCount) TELL("%s: its run was ended by signal %d", child.sName.c_str(), iSignal);
     }
     if (bCount) v_COUNT(pRun, child.sName, iStatus, bHAS_VERSION(child));
 }
@@ -273,6 +272,7 @@ void v_RUN_CHILDREN(MULTI_RUN* pRun)
 {
     pRun->uAtOnce = static_cast<size_t>(iCONFIG_PARALLEL());
     pRun->rollout = sctROLLOUT(pRun->pArg);
+    v_ROLLOUT_BEGIN(pRun->pArg, &pRun->rollout, pRun->asName);
     v_PROGRESS_START(&pRun->progress, pRun->asName.size());
     while (pRun->uNext < pRun->asName.size() || !pRun->running.empty()) {
         if (iSIGNALLED() != 0) v_INTERRUPTED(pRun);
@@ -321,6 +321,7 @@ void v_REPORT(MULTI_RUN* pRun)
 void MULTI_CLIENT_RUN(SCT_ARGS* pArg, t_LL LL_ClientList)
 {
     v_SIGNALS_TO_CALLER();
+    v_OUTCOME_AT_SIGNAL(nullptr);  // its clients have lines of their own
     MULTI_RUN run = {};
     run.pArg = pArg;
     run.sctList = {"CONFIG_CLIENT", 0, 0, nullptr, nullptr};

@@ -1,7 +1,11 @@
 /* Pilot and limit of failures of an update of many clients. */
 #include "rollout.h"
 
+#include "../common/base/immortal.h"
 #include "../common/config/config.h"
+#include "../common/unix/cm_hal_pipe.h"
+#include "../common/unix/cm_hal_semaphor.h"
+#include "run_outcome.h"
 
 namespace {
 
@@ -17,6 +21,12 @@ void v_STOP(ROLLOUT* pRollout, const char* cpFormat, ...)
     va_end(args);
 }
 
+sct_semaphore& sctGOES_ON()
+{
+    static IMMORTAL<sct_semaphore> sema;
+    return sema.Get();
+}
+
 }  // namespace
 
 ROLLOUT sctROLLOUT(const SCT_ARGS* pArg)
@@ -26,6 +36,19 @@ ROLLOUT sctROLLOUT(const SCT_ARGS* pArg)
     rollout.iPilot = iCONFIG_UPDATE_PILOT();
     rollout.iStopAfter = iCONFIG_UPDATE_STOP_AFTER();
     return rollout;
+}
+
+void v_ROLLOUT_BEGIN(const SCT_ARGS* pArg, const ROLLOUT* pRollout,
+                     const std::vector<std::string>& asClient)
+{
+    if (pArg->iCheck || asClient.empty()) return;
+    sct_semaphore& sema = sctGOES_ON();
+    iTEXT_SET(sema.szSema,
+              sSHORT_NAME(std::string("rollout_") + pArg->szTimeStamp, sizeof sema.szSema - 1));
+    iTEXT_SET(sema.szCaller, "vk_config_client");
+    if (i_SEMA('+', &sema) < 0) TELL("the run cannot show that it goes on: %s", sema.szMsg);
+    v_AT_END([] { i_SEMA('-', &sctGOES_ON()); });
+    v_ROLLOUT_BEGINS(pArg, asClient, pRollout->iPilot, pRollout->iStopAfter);
 }
 
 bool bPILOT(const ROLLOUT* pRollout)

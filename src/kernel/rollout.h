@@ -20,6 +20,11 @@ struct ROLLOUT {
 /* The rollout of this run as the configuration wants it. A check has none. */
 ROLLOUT sctROLLOUT(const SCT_ARGS* pArg);
 
+/* Begins it: the line of the outcome log, and a semaphore for as long as this process
+   lives, "rollout_" and the run's identifier, that tells others whether it goes on. */
+void v_ROLLOUT_BEGIN(const SCT_ARGS* pArg, const ROLLOUT* pRollout,
+                     const std::vector<std::string>& asClient);
+
 /* Whether clients are still updated one at a time. */
 bool bPILOT(const ROLLOUT* pRollout);
 

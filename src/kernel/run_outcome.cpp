@@ -6,9 +6,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
+
+#include "../common/base/program.h"
 #include "../common/log/outcome_log.h"
 #include "../common/remote/cause.h"
+#include "../common/remote/command.h"
 #include "../common/text/command_line.h"
+#include "../common/unix/cm_hal_pipe.h"
 
 namespace {
 
@@ -34,6 +39,60 @@ const char* cpCHILD_TASK(const SCT_ARGS* pArg)
     SCT_ARGS sctChild = *pArg;
     if (pArg->iCheck) sctChild.eUpdate = notdefined;
     return cpTASK(&sctChild);
+}
+
+/* The environment carries it to the runs of a rollout. */
+constexpr const char* cpROLLOUT = "VK_ROLLOUT";
+
+/* Of this run, while it has no line. */
+const SCT_ARGS*& pUNTOLD()
+{
+    static const SCT_ARGS* pArg = nullptr;
+    return pArg;
+}
+
+/* What an end by a signal means for an update. */
+std::string sUPDATE_LEFT(const SCT_ARGS* pArg, STAGE eReached)
+{
+    if (pArg->eUpdate == notdefined) return "";
+    if (pArg->iUpdated != 0) return " after the update script";
+    if (eReached != STAGE_SCRIPT) return " before the update script began";
+    return std::string("; the update script goes on by itself on ") + pArg->szNodeName;
+}
+
+DIAGNOSIS sctINTERRUPTED(STAGE eReached)
+{
+    DIAGNOSIS diagnosis = sctDIAGNOSIS(sctCAUSE("interrupted"), {});
+    diagnosis.sStage = cpSTAGE(eReached);
+    return diagnosis;
+}
+
+std::string sBY_SIGNAL(int iSignal)
+{
+    return "ended by signal " + std::to_string(iSignal);
+}
+
+/* The signal ends the run: nothing is waited for here. */
+void v_TELL_INTERRUPTED()
+{
+    const SCT_ARGS* pArg = pUNTOLD();
+    if (pArg == nullptr || pArg->szNodeName[0] == '\0') return;
+    const STAGE       eReached = pArg->iUpdated != 0 ? STAGE_END : eSTAGE_NOW();
+    const std::string sMessage = sBY_SIGNAL(iSIGNALLED()) + sUPDATE_LEFT(pArg, eReached);
+    sctRUN_RECORD().diagnosis = sctINTERRUPTED(eReached);
+    v_RUN_OUTCOME(sMessage.c_str(), 128 + iSIGNALLED(), pArg, 0);
+}
+
+/* A line that the parent writes for a client. */
+RUN_RECORD sctOF_PARENT(const SCT_ARGS* pArg)
+{
+    RUN_RECORD record;
+    record.sRun = pArg->szTimeStamp;
+    record.sRollout = sENVIRONMENT(cpROLLOUT);
+    record.sSender = pArg->szSender;
+    record.sTask = cpCHILD_TASK(pArg);
+    record.bStarted = false;
+    return record;
 }
 
 /* Messages whose cause no operation on a client has shown. */
@@ -171,7 +230,9 @@ void v_RUN_FAILED(const char* cpTxt, const SCT_ARGS* pArg)
 void v_RUN_OUTCOME(const char* cpTxt, int iExit, const SCT_ARGS* pArg, int iStored)
 {
     RUN_RECORD& record = sctRUN_RECORD();
+    pUNTOLD() = nullptr;
     record.sRun = pArg->szTimeStamp;
+    record.sRollout = sENVIRONMENT(cpROLLOUT);
     record.sSender = pArg->szSender;
     record.sClient = pArg->szNodeName;
     if (record.sClientId.empty()) record.sClientId = pArg->szNodeId;
@@ -185,14 +246,35 @@ void v_RUN_OUTCOME(const char* cpTxt, int iExit, const SCT_ARGS* pArg, int iStor
     v_OUTCOME_LOG(record);
 }
 
+void v_OUTCOME_AT_SIGNAL(const SCT_ARGS* pArg)
+{
+    pUNTOLD() = pArg;
+    v_AT_SIGNAL(v_TELL_INTERRUPTED);
+}
+
+void v_ROLLOUT_BEGINS(const SCT_ARGS* pArg, const std::vector<std::string>& asClient, int iPilot,
+                      int iStopAfter)
+{
+    setenv(cpROLLOUT, pArg->szTimeStamp, 1);
+    v_ROLLOUT_LOG({pArg->szTimeStamp, pArg->szSender, cpCHILD_TASK(pArg), pArg->szPackage, asClient,
+                   iPilot, iStopAfter});
+}
+
+void v_OUTCOME_KILLED(const SCT_ARGS* pArg, const std::string& sClient, long lPid, int iSignal)
+{
+    if (iOUTCOME_STANDS(lPid, sClient)) return;
+    RUN_RECORD record = sctOF_PARENT(pArg);
+    record.sClient = sClient;
+    record.iExit = 128 + iSignal;
+    record.sMessage = sBY_SIGNAL(iSignal);
+    record.diagnosis = sctINTERRUPTED(STAGE_NONE);
+    v_OUTCOME_LOG(record);
+}
+
 void v_OUTCOME_NONE(const SCT_ARGS* pArg, const std::vector<std::string>& asClient,
                     const std::string& sWhy)
 {
-    RUN_RECORD record;
-    record.sRun = pArg->szTimeStamp;
-    record.sSender = pArg->szSender;
-    record.sTask = cpCHILD_TASK(pArg);
-    record.bStarted = false;
+    RUN_RECORD record = sctOF_PARENT(pArg);
     record.sMessage = sWhy;
     for (const std::string& sClient : asClient) {
         record.sClient = sClient;

@@ -19,8 +19,20 @@ void v_RUN_FAILED(const char* cpTxt, const SCT_ARGS* pArg);
    iStored  1 the outcome stands in the client's row */
 void v_RUN_OUTCOME(const char* cpTxt, int iExit, const SCT_ARGS* pArg, int iStored);
 
-/* The lines of clients that a run over many did not start, or whose runs ended without
-   an outcome: "exit" is null.
+/* From now on a run that a signal ends leaves its line, too, unless it has left one. Null:
+   no more. */
+void v_OUTCOME_AT_SIGNAL(const SCT_ARGS* pArg);
+
+/* Before the first run of an update of many clients: the line with what it is about to do,
+   and its identifier into the lines of those that follow. */
+void v_ROLLOUT_BEGINS(const SCT_ARGS* pArg, const std::vector<std::string>& asClient, int iPilot,
+                      int iStopAfter);
+
+/* The run of a client, process lPid, was ended by a signal: its line, where it could not
+   write that itself. */
+void v_OUTCOME_KILLED(const SCT_ARGS* pArg, const std::string& sClient, long lPid, int iSignal);
+
+/* The lines of clients that a run over many did not start: "exit" is null.
    sWhy  for "msg" */
 void v_OUTCOME_NONE(const SCT_ARGS* pArg, const std::vector<std::string>& asClient,
                     const std::string& sWhy);

@@ -6,6 +6,7 @@
 
 #include "../common/config/config.h"
 #include "../common/text/command_line.h"
+#include "run_outcome.h"
 
 namespace {
 
@@ -103,6 +104,7 @@ int main(int argc, char** argv)
     }
     if (!iCONFIG_VALID()) v_END_PROCESS(VK_ERROR);  // told by the library
 
+    v_OUTCOME_AT_SIGNAL(&sctArgs);
     ARGUMENTS(argc, argv, &sctArgs, szAccessMode);
     TRACE("Access %s", sctArgs.szAccessMode);
     const int iRet = iDISPATCH(&sctArgs, szAccessMode, szBuf);

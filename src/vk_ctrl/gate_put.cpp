@@ -153,8 +153,9 @@ int iROOM(long lSize, TARGET& target)
 {
     struct statvfs sctDisk {};
     if (fstatvfs(target.fdFolder.iGet(), &sctDisk) != 0) return 1;
-    const auto   uBlocks = geteuid() == 0 ? sctDisk.f_bfree : sctDisk.f_bavail;
-    const double dFree = static_cast<double>(uBlocks) * static_cast<double>(sctDisk.f_frsize);
+    // What is reserved for root is no room for a package.
+    const double dFree =
+        static_cast<double>(sctDisk.f_bavail) * static_cast<double>(sctDisk.f_frsize);
     if (static_cast<double>(lSize) <= dFree) return 1;
     char szHost[256] = "this client";
     gethostname(szHost, sizeof szHost - 1);
@@ -187,20 +188,45 @@ int iTAKE(int iFile, long lSize, TARGET& target)
     }
 }
 
+/* The file being taken, for a gate that a signal ends. */
+const TARGET*& pCURRENT()
+{
+    static const TARGET* pTarget = nullptr;
+    return pTarget;
+}
+
+struct UNDER_WAY {
+    explicit UNDER_WAY(const TARGET& target)
+    {
+        pCURRENT() = &target;
+        v_AT_END([] {
+            if (pCURRENT() != nullptr)
+                unlinkat(pCURRENT()->fdFolder.iGet(), pCURRENT()->sPart.c_str(), 0);
+        });
+    }
+    UNDER_WAY(const UNDER_WAY&) = delete;
+    UNDER_WAY& operator=(const UNDER_WAY&) = delete;
+    ~UNDER_WAY() { pCURRENT() = nullptr; }
+};
+
 /* Result 1: the file is there, whole and under its name. */
 int iTAKE_FILE(const REQUEST& request, TARGET& target)
 {
     const int iFolder = target.fdFolder.iGet();
     const FD  fdPart = fdTEMPORARY(target);
     if (!fdPart.bOpen()) return 0;
-    int iGood = iROOM(request.lSize, target);
+    const UNDER_WAY underWay(target);
+    int             iGood = iROOM(request.lSize, target);
     if (iGood && ftruncate(fdPart.iGet(), 0) != 0) iGood = iFAILED(target, "write");
     if (iGood) iGood = iTAKE(fdPart.iGet(), request.lSize, target);
     if (iGood && fchmod(fdPart.iGet(), request.uMode) != 0)
         iGood = iFAILED(target, "set the mode of");
+    // A name that outlives a crash of the machine must not stand for half a file.
+    if (iGood && fsync(fdPart.iGet()) != 0) iGood = iFAILED(target, "write");
     if (iGood && renameat(iFolder, target.sPart.c_str(), iFolder, target.sName.c_str()) != 0)
         iGood = iFAILED(target, "rename into");
     if (!iGood) unlinkat(iFolder, target.sPart.c_str(), 0);
+    if (iGood) fsync(iFolder);
     return iGood;
 }
 

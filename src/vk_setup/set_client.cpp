@@ -12,11 +12,13 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/base/descriptor.h"
 #include "common/base/program.h"
 #include "common/config/config.h"
 #include "common/config/variables.h"
 #include "common/lines/appending.h"
 #include "common/text/text.h"
+#include "common/unix/cm_hal_pipe.h"
 #include "key_file.h"
 #include "permit.h"
 
@@ -255,9 +257,10 @@ int iADMIT_ASKED(const CALL& call)
         std::fprintf(stderr, "Type on %s: %s\nand paste the line that it prints: ", cpServer,
                      sPERMIT_COMMAND(call).c_str());
     std::string sLine;
-    for (int c = std::getchar(); c != EOF && c != '\n' && sLine.size() < uLINE_MAX;
-         c = std::getchar())
-        sLine += static_cast<char>(c);
+    for (char c = 0; sLine.size() < uLINE_MAX; sLine += c) {
+        std::vector<WAIT_FD> fds{{STDIN_FILENO}};
+        if (iWAIT(fds, 0) != WAIT_READY || lREAD(STDIN_FILENO, &c, 1) <= 0 || c == '\n') break;
+    }
     sLine = std::string(svTRIMMED(sLine));
     if (!sLine.empty()) return iADMIT_LINE(call, sLine);
     return iTELL("no key of " + call.permit.sServer + "; the line to type is printed there by " +

@@ -1,10 +1,26 @@
-/* Reading and writing of descriptors. What a signal interrupts is done again. */
+/* Opening of files; reading and writing of descriptors. What a signal interrupts is done
+   again. */
 #pragma once
 
+#include <fcntl.h>
 #include <sys/types.h>
 
+#include <csignal>
 #include <string>
 #include <string_view>
+
+#include "holder.h"
+
+/* A signal is to end this process: what it interrupts is not done again, and nothing is
+   written to those who do not read (errno is EINTR). */
+inline volatile std::sig_atomic_t bINTERRUPTED = 0;
+
+/* std::strerror, for what is said here, too. */
+const char* cpERRNO(int iErrno);
+
+/* Opens a file, closed on exec, without waiting for anybody. iFlags as of open.
+   Result  -1: errno says why, ENOSTR (for cpERRNO) of a pipe in its place */
+FD fdOPEN_FILE(const std::string& sFile, int iFlags, mode_t uMode = 0);
 
 /* One read of up to uSize bytes.
    Result  as of read: bytes, 0 at the end, -1 with errno */

@@ -207,16 +207,12 @@ void UNUSABLE(CONFIG& config, const std::string& sReason)
 void READ_FILE(const std::string& sFile, CONFIG& config)
 {
     std::string sText;
-    // A pipe that nobody writes into would hold every run.
-    const FD    fd(open(sFile.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    struct stat sctStat {};
-    const bool  bPipe = fd.bOpen() && fstat(fd.iGet(), &sctStat) == 0 && S_ISFIFO(sctStat.st_mode);
-    const int   iRead = fd.bOpen() && !bPipe && iREAD_ALL(fd.iGet(), sText, uFILE_MAX);
-    if (!iRead && !bPipe && errno == ENOENT) return;
+    const FD    fd = fdOPEN_FILE(sFile, O_RDONLY);
+    const int   iRead = fd.bOpen() && iREAD_ALL(fd.iGet(), sText, uFILE_MAX);
+    if (!iRead && errno == ENOENT) return;
     config.sFile = sFile;
     const std::string sCannot = "\"" + sFile + "\": ";
-    if (bPipe) return UNUSABLE(config, "cannot read " + sCannot + "it is a pipe");
-    if (!iRead) return UNUSABLE(config, "cannot read " + sCannot + std::strerror(errno));
+    if (!iRead) return UNUSABLE(config, "cannot read " + sCannot + cpERRNO(errno));
     const STREAM pFile{fmemopen(sText.data(), sText.size(), "r")};
     const int    iBadLine = pFile ? iPARSE(pFile.get(), config) : -1;
     if (iBadLine < 0) return UNUSABLE(config, "cannot read " + sCannot + std::strerror(ENOMEM));

@@ -2,12 +2,13 @@
 #include "appending.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
-#include <cstring>
+#include <ctime>
 
 #include "../base/descriptor.h"
 #include "../base/holder.h"
@@ -18,6 +19,7 @@ namespace {
 
 // Leaves room for what stands around a name in the names of files.
 constexpr size_t uFILE_NAME_MAX = 200;
+constexpr int    iLOCK_TRIES = 250;  // half a second
 
 std::string sHASH(std::string_view svText)  // FNV-1a, 16 digits
 {
@@ -27,6 +29,44 @@ std::string sHASH(std::string_view svText)  // FNV-1a, 16 digits
     for (int iShift = 60; iShift >= 0; iShift -= 4)
         sHex += "0123456789abcdef"[uHash >> static_cast<unsigned>(iShift) & 15U];
     return sHex;
+}
+
+/* The lock of who appends, for the moment that it takes; a file system without locks, or a
+   stopped process that holds it, is not waited for long. */
+bool bLOCK(int iFd)
+{
+    constexpr timespec sctPAUSE{0, 2'000'000};
+    for (int iTry = 0; iTry < iLOCK_TRIES; iTry++) {
+        if (flock(iFd, LOCK_EX | LOCK_NB) == 0) return true;
+        if (errno != EWOULDBLOCK) return false;
+        nanosleep(&sctPAUSE, nullptr);
+    }
+    return false;
+}
+
+long lSIZE(int iFd)
+{
+    struct stat sctStat {};
+    return fstat(iFd, &sctStat) == 0 ? sctStat.st_size : 0;
+}
+
+/* Result  0: errno says why it is not there */
+int iAPPEND(int iFd, const std::string& sLine)
+{
+    const bool bLocked = bLOCK(iFd);
+    const long lBefore = lSIZE(iFd);
+    char       cLast = '\n';
+    const bool bCut = lBefore > 0 && pread(iFd, &cLast, 1, lBefore - 1) == 1 && cLast != '\n';
+    const std::string sAll = (bCut ? "\n" : "") + sLine + "\n";
+    if (iWRITE_ALL(iFd, sAll)) return 1;
+    const int iErrno = errno;
+    // Whole lines of others behind our part are worth more than a clean file.
+    const long lPart = lSIZE(iFd) - lBefore;
+    if (bLocked && lPart > 0 && lPart < static_cast<long>(sAll.size()) &&
+        ftruncate(iFd, lBefore) != 0)
+        errno = iErrno;
+    errno = iErrno;
+    return 0;
 }
 
 }  // namespace
@@ -68,20 +108,22 @@ int iMAKE_DIRECTORY(const std::string& sDirectory)
 
 int iOPEN_APPEND(const std::string& sFile)
 {
-    // Not blocking: a pipe of that name would hold the run until somebody reads it.
-    constexpr int iFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
-    const int     iFd = open(sFile.c_str(), iFlags, 0640);
-    if (iFd >= 0 || errno != ENOENT) return iFd;
+    // Read, too, to see how the file ends.
+    constexpr int iFlags = O_RDWR | O_APPEND | O_CREAT;
+    FD            fd = fdOPEN_FILE(sFile, iFlags, 0640);
+    if (!fd.bOpen() && errno == EACCES)
+        fd = fdOPEN_FILE(sFile, (iFlags & ~O_RDWR) | O_WRONLY, 0640);
+    if (fd.bOpen() || errno != ENOENT) return fd.iRelease();
     if (!iMAKE_DIRECTORY(sFile.substr(0, sFile.rfind('/') + 1))) return -1;
-    return open(sFile.c_str(), iFlags, 0640);
+    return fdOPEN_FILE(sFile, iFlags, 0640).iRelease();
 }
 
 void APPEND_LINE(const char* cpWhat, const std::string& sFile, const std::string& sLine,
                  const char* cpKey)
 {
     const FD fdFile(iOPEN_APPEND(sFile));
-    if (fdFile.bOpen() && iWRITE_ALL(fdFile.iGet(), sLine + "\n")) return;
+    if (fdFile.bOpen() && iAPPEND(fdFile.iGet(), sLine)) return;
     const int iErrno = errno;
     v_STDERR_ONCE(cpKey != nullptr ? cpKey : cpWhat, "cannot write the %s \"%s\": %s", cpWhat,
-                  sFile.c_str(), std::strerror(iErrno));
+                  sFile.c_str(), cpERRNO(iErrno));
 }

@@ -19,7 +19,9 @@ int iMAKE_DIRECTORY(const std::string& sDirectory);
    where that is missing. Result  the descriptor, or -1: errno says why */
 int iOPEN_APPEND(const std::string& sFile);
 
-/* Appends a line (without its line feed) to a file, "the cpWhat", by one write; a failure
-   is told on standard error, once for cpKey (null: for cpWhat). */
+/* Appends a line (without its line feed) to a file, "the cpWhat", by one write. It begins on
+   a line of its own, whatever a writer that was cut off has left; what cannot be written
+   whole is taken back. A failure is told on standard error, once for cpKey (null: for
+   cpWhat). */
 void APPEND_LINE(const char* cpWhat, const std::string& sFile, const std::string& sLine,
                  const char* cpKey = nullptr);

@@ -100,7 +100,7 @@ std::string sFORMATTED_MASKED(const char* cpFormat, va_list args)
 
 std::string sCANNOT(const char* cpVerb, const std::string& sObject)
 {
-    return std::string("cannot ") + cpVerb + " \"" + sObject + "\": " + std::strerror(errno);
+    return std::string("cannot ") + cpVerb + " \"" + sObject + "\": " + cpERRNO(errno);
 }
 
 int iCANNOT(const char* cpVerb, const std::string& sObject, std::string& sReason)

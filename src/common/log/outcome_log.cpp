@@ -92,6 +92,11 @@ void SET_DIAGNOSIS(JSON& line, const DIAGNOSIS& diagnosis)
     SET(line, "cure", diagnosis.sCure);
 }
 
+std::string sDUMPED(const JSON& line)
+{
+    return line.dump(-1, ' ', false, JSON::error_handler_t::replace);
+}
+
 long lROUNDED(long lMicroseconds)
 {
     return (lMicroseconds + 500) / 1000;
@@ -113,7 +118,10 @@ RUN_RECORD& sctRUN_RECORD()
     return record.Get();
 }
 
-STAGE_TIMER::STAGE_TIMER(RUN_TIME eTime) : m_eTime(eTime), m_lStart(lMICROSECONDS()) {}
+STAGE_TIMER::STAGE_TIMER(RUN_TIME eTime) : m_eTime(eTime), m_lStart(lMICROSECONDS())
+{
+    sctRUN_RECORD().iAt = eTime;
+}
 
 STAGE_TIMER::~STAGE_TIMER()
 {
@@ -125,6 +133,7 @@ void STAGE_TIMER::Switch(RUN_TIME eTime)
     Add();
     m_eTime = eTime;
     m_lStart = lMICROSECONDS();
+    sctRUN_RECORD().iAt = eTime;
 }
 
 void STAGE_TIMER::Add()
@@ -140,12 +149,13 @@ std::string sOUTCOME_LINE(const RUN_RECORD& record)
     line["begin"] = sISO(record.bStarted ? sctBEGIN : sctNow);
     line["end"] = sISO(sctNow);
     SET(line, "run", record.sRun);
+    SET(line, "rollout", record.sRollout);
     SET(line, "sender", record.sSender);
     line["pid"] = getpid();
     SET(line, "client", record.sClient);
     SET_NUMBER(line, "client_id", record.sClientId);
     SET(line, "task", record.sTask);
-    line["exit"] = record.bStarted ? JSON(record.iExit) : JSON();
+    line["exit"] = record.bStarted || record.iExit != 0 ? JSON(record.iExit) : JSON();
     line["id"] = sIDENTIFIER(record.sMessage);
     line["msg"] = sSAFE_LINE(record.sMessage);
     SET_DIAGNOSIS(line, record.diagnosis);
@@ -157,7 +167,39 @@ std::string sOUTCOME_LINE(const RUN_RECORD& record)
     SET(line, "version_before", record.sVersionBefore);
     SET(line, "version_after", record.sVersionAfter);
     if (record.iStored >= 0) line["stored"] = record.iStored == 1;
-    return line.dump(-1, ' ', false, JSON::error_handler_t::replace);
+    return sDUMPED(line);
+}
+
+void v_ROLLOUT_LOG(const ROLLOUT_RECORD& record)
+{
+    JSON line;
+    line["begin"] = line["end"] = sISO(sctCLOCK(CLOCK_REALTIME));
+    SET(line, "run", record.sRun);
+    SET(line, "rollout", record.sRun);
+    SET(line, "sender", record.sSender);
+    line["pid"] = getpid();
+    SET(line, "task", record.sTask);
+    SET(line, "package", record.sPackage);
+    for (const std::string& sClient : record.asClient)
+        line["clients"].push_back(sSAFE_LINE(sClient));
+    line["pilot"] = record.iPilot;
+    line["stop_after"] = record.iStopAfter;
+    APPEND_LINE("outcome log", sDAY_FILE(".jsonl"), sDUMPED(line), "day protocol");
+}
+
+int iOUTCOME_STANDS(long lPid, const std::string& sClient)
+{
+    constexpr long lLOOKED_AT = 4L << 20;
+    const FD       fd = fdOPEN_FILE(sDAY_FILE(".jsonl"), O_RDONLY);
+    const long     lEnd = fd.bOpen() ? lseek(fd.iGet(), 0, SEEK_END) : 0;
+    std::string    sText;
+    lseek(fd.iGet(), std::max(0L, lEnd - lLOOKED_AT), SEEK_SET);
+    JSON line;
+    line["pid"] = lPid;
+    SET(line, "client", sClient);
+    const std::string sWanted = sDUMPED(line);
+    return fd.bOpen() && (iREAD_ALL(fd.iGet(), sText, 2 * lLOOKED_AT), true) &&
+           sText.find(sWanted.substr(1, sWanted.size() - 2)) != sText.npos;
 }
 
 void v_OUTCOME_LOG(const RUN_RECORD& record)

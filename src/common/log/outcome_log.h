@@ -26,22 +26,25 @@ struct DIAGNOSIS {
 };
 
 struct RUN_RECORD {
-    std::string sRun;  // identifier of the run
+    std::string sRun;      // identifier of the run
+    std::string sRollout;  // that of the update of many that it belongs to
     std::string sSender;
     std::string sClient;
     std::string sClientId;
     std::string sTask;            // register check test remove update servicepack
-    bool        bStarted = true;  // false: a client that its parent did not start
-    int         iExit = 0;
-    std::string sMessage;   // run message
-    DIAGNOSIS   diagnosis;  // of the operation that decided
-    std::string sMode;      // access mode of the host
-    std::string sHost;      // host and port that were reached
+    bool        bStarted = true;  // false: the line is not written by the run itself
+    int         iExit = 0;        // with bStarted false 0 is null: nobody was started
+    std::string sMessage;         // run message
+    DIAGNOSIS   diagnosis;        // of the operation that decided
+    std::string sMode;            // access mode of the host
+    std::string sHost;            // host and port that were reached
     int         iPort = 0;
     std::string sHostKey;  // its fingerprint
     std::string sVersionBefore;
     std::string sVersionAfter;
     int         iStored = -1;  // 1 the outcome stands in the client's row, 0 not, -1 unknown
+
+    int iAt = -1;  // RUN_TIME of the operation under way, else of the last one; -1: none yet
 
     std::array<long, RUN_TIMES> alMicroseconds{-1, -1, -1, -1, -1};  // -1: none
 };
@@ -73,3 +76,21 @@ void v_OUTCOME_LOG(const RUN_RECORD& record);
 
 /* The line, without its end. */
 std::string sOUTCOME_LINE(const RUN_RECORD& record);
+
+/* An update of many clients that is about to begin. */
+struct ROLLOUT_RECORD {
+    std::string              sRun;  // identifier of the run, and of the rollout
+    std::string              sSender;
+    std::string              sTask;
+    std::string              sPackage;
+    std::vector<std::string> asClient;  // in the order of the rollout
+    int                      iPilot = 0;
+    int                      iStopAfter = 0;
+};
+
+/* Appends its line: who is killed before the end leaves by it what was planned. */
+void v_ROLLOUT_LOG(const ROLLOUT_RECORD& record);
+
+/* 1 when the run of that process has left a line for the client. Looks at the end of the
+   log only. */
+int iOUTCOME_STANDS(long lPid, const std::string& sClient);

@@ -56,6 +56,17 @@ void TAKE_OUTPUT(RUNNING& running, OUTPUT_SINK& sink, int iIdle)
         running.timer.Switch(running.eTime);
 }
 
+/* The connection that is being made, for who asks how far it has come. */
+struct CONNECTING {
+    TRANSPORT*  pTransport = nullptr;
+    const HOST* pHost = nullptr;
+};
+CONNECTING& sctCONNECTING()
+{
+    static CONNECTING connecting;
+    return connecting;
+}
+
 enum LISTENED { LISTENED_ENDED, LISTENED_LATE, LISTENED_FAILED };
 
 /* Reads until the second mark, the end of the child, or a limit. */
@@ -171,6 +182,24 @@ void TRACE_COMMAND_LINE(const CHILD_SPEC& sctSpec, const str_log& sctLog)
     WRITE_TRACE(&sctLog, "command line:%s", sLine.c_str());
 }
 
+STAGE eSTAGE_NOW()
+{
+    const CONNECTING& connecting = sctCONNECTING();
+    switch (sctRUN_RECORD().iAt) {
+        case TIME_CONNECT:
+            return connecting.pHost != nullptr ? connecting.pTransport->eREACHED(*connecting.pHost)
+                                               : STAGE_NAME;
+        case TIME_COMMAND:
+            return STAGE_ANSWER;
+        case TIME_COPY:
+            return STAGE_COPY;
+        case TIME_SCRIPT:
+            return STAGE_SCRIPT;
+        default:
+            return STAGE_NONE;
+    }
+}
+
 LIMITS sctLIMITS(int iTimeout, int iRetries)
 {
     iTimeout = std::min(iTimeout, iLONGEST_S);
@@ -193,6 +222,7 @@ COMMAND_END sctRUN_CHILD(const HOST& host, TRANSPORT& transport, const CHILD_SPE
     running.lTotal = lStart + 1000L * limits.iTotal;
     if (!iCHILD_START(running.child, sctSpec, outcome.sReason)) return outcome;
 
+    sctCONNECTING() = {&transport, &host};
     const LISTENED eHeard = eLISTEN(running, sink, limits.iIdle, bMOVES);
     outcome.bBegan = running.marks.eState() != MARK_READER::BEFORE;
     if (running.marks.eState() == MARK_READER::ENDED) {
@@ -202,6 +232,7 @@ COMMAND_END sctRUN_CHILD(const HOST& host, TRANSPORT& transport, const CHILD_SPE
         JUDGE(host, transport, limits, eHeard, running, outcome);
         if (outcome.bBegan) sink.Take(running.marks.sRest());
     }
+    sctCONNECTING() = {};
     sink.Finish();
     if (outcome.bRan())
         v_CHILD_LET_GO(running.child, iLET_GO_MS);

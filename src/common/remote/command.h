@@ -47,6 +47,9 @@ COMMAND_END sctRUN_CHILD(const HOST& host, TRANSPORT& transport, const CHILD_SPE
                          const LIMITS& limits, OUTPUT& output, RUN_TIME eTime,
                          const std::function<bool(pid_t)>& bMOVES = {});
 
+/* How far this run has come: the stage of what is under way on a host, or was at last. */
+STAGE eSTAGE_NOW();
+
 /* Traces the words that a child is started with, passwords masked. */
 void TRACE_COMMAND_LINE(const CHILD_SPEC& sctSpec, const str_log& sctLog);
 

@@ -97,7 +97,7 @@ void STATUS_AND_MESSAGE(RCMD* pCmd, const OUTPUT& output, const COMMAND_END& out
 
 void TELL_UNWRITTEN(const RCMD& cmd, int iErrno, const str_log& sctLog)
 {
-    const char* cpCause = std::strerror(iErrno);
+    const char* cpCause = cpERRNO(iErrno);
     v_STDERR("cannot write \"%s\": %s", cmd.szOutFile, cpCause);
     TRACE_BY(sctLog, "cannot write \"%s\": %s", cmd.szOutFile, cpCause);
 }
@@ -110,8 +110,8 @@ FD fdOUTPUT_FILE(const RCMD& cmd, const str_log& sctLog)
     std::error_code ignored;
     const auto      folder = std::filesystem::path(cmd.szOutFile).parent_path();
     iMAKE_DIRECTORY(folder.string());
-    const int iMode = O_WRONLY | O_CREAT | O_CLOEXEC | (cmd.bAppendMode ? O_APPEND : O_TRUNC);
-    FD        fd(open(cmd.szOutFile, iMode, 0640));
+    FD fd = fdOPEN_FILE(cmd.szOutFile, O_WRONLY | O_CREAT | (cmd.bAppendMode ? O_APPEND : O_TRUNC),
+                        0640);
     if (!fd.bOpen()) TELL_UNWRITTEN(cmd, errno, sctLog);
     return fd;
 }

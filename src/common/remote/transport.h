@@ -42,6 +42,8 @@ struct TRANSPORT {
     /* The same, and the way that it took. Where it ended at a host in between, that way is
        taken once more, to ask why. */
     virtual WAY sctWAY(const HOST& /*host*/) { return {}; }
+    /* How far the one that is under way has come before its command began. */
+    virtual STAGE eREACHED(const HOST& /*host*/) { return STAGE_PROGRAM; }
     /* The transport's own log of that command, for the trace. */
     virtual std::string sLOG(const HOST& /*host*/) { return {}; }
     /* A line for a person's shell that does the same as a command on the host.

@@ -178,8 +178,10 @@ pid_t iFORK(const CHILD_SPEC& sctSpec, const CHILD_PIPES& pipes)
     if (sctSpec.bPipeOut) side.iOut = pipes.sctOut.fdWrite.iGet();
     if (sctSpec.bErrToOut) side.iErr = side.iOut;
     if (sctSpec.bPipeErr) side.iErr = pipes.sctErr.fdWrite.iGet();
-    const pid_t iPid = vfork();       // NOLINT(clang-analyzer-security.insecureAPI.vfork)
-    if (iPid == 0) CHILD_EXEC(side);  // NOLINT(clang-analyzer-unix.Vfork)
+    // A handler in the child would work on our memory, and leave it an alarm.
+    const SIGNALS_HELD held;
+    const pid_t        iPid = vfork();  // NOLINT(clang-analyzer-security.insecureAPI.vfork)
+    if (iPid == 0) CHILD_EXEC(side);    // NOLINT(clang-analyzer-unix.Vfork)
     return iPid;
 }
 
@@ -261,7 +263,7 @@ int iCHILD_START(CHILD& child, const CHILD_SPEC& sctSpec, std::string& sReason)
     };
     CHILD_PIPES pipes;
     if (!sctSpec.sInFile.empty()) {
-        pipes.fdFile = FD(open(sctSpec.sInFile.c_str(), O_RDONLY | O_CLOEXEC));
+        pipes.fdFile = fdOPEN_FILE(sctSpec.sInFile, O_RDONLY);
         if (!pipes.fdFile.bOpen()) return iCANNOT("read", sctSpec.sInFile, sReason);
     }
     if (!bMAKE_PIPES(sctSpec, pipes) || !bEXIT_CAN_BE_SEEN()) return iFAILED(errno);

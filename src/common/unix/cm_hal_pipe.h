@@ -1,11 +1,13 @@
 /* Child processes, pipes and waiting.
 
    Every wait of the program goes through iWAIT: descriptors, child exits and a
-   deadline together. INT, TERM and HUP are blocked except inside it; when one
-   came, everything on the registers is given back (children ended, temporary
-   files removed) and the process ends by that signal, unless the caller asked
-   to see it (v_SIGNALS_TO_CALLER). While things are given back, no signal is
-   looked at.
+   deadline together. INT, TERM and HUP are looked at there; when one came,
+   everything on the registers is given back (children ended, temporary files
+   removed) and the process ends by that signal, unless the caller asked to see it
+   (v_SIGNALS_TO_CALLER). While things are given back, no signal is looked at.
+   Elsewhere a signal interrupts what waits (a library's call, output that nobody
+   reads), each second anew; a process that has not ended after four seconds ends
+   as it stands, and what it held the system and the next run give back.
 
    Children lead a session of their own, have no signal blocked, /dev/null or the
    given descriptors as standard input and output, and are told to end when
@@ -117,19 +119,24 @@ WAIT_RESULT iWAIT(std::vector<WAIT_FD>& fds, long lDeadline);
 int iSLEEP_MS(long lMilliseconds);
 
 /* Opens standard input, output and error on /dev/null where the caller has closed
-   them, so that nothing else gets their numbers. The first call of main. */
+   them, so that nothing else gets their numbers; a file that grows past RLIMIT_FSIZE
+   ends neither this process nor its children, the write fails. The first call of main. */
 void v_STANDARD_DESCRIPTORS();
 
 /* From then on a lack of memory is told and ends the process with exit code 2. */
 void v_MEMORY_SETUP();
 
-/* Installs the handlers and blocks INT, TERM and HUP, nothing else, whatever the
+/* Installs the handlers of INT, TERM, HUP and ALRM and blocks nothing, whatever the
    caller had blocked; ignores PIPE, no longer ignores CHLD; sets up what follows a lack of
    memory. Called once, at the start of main. */
 void v_SIGNALS_SETUP();
 
-/* From now on a signal is only noted: the next iWAIT returns WAIT_SIGNAL. */
+/* From now on a signal is only noted: the next iWAIT returns WAIT_SIGNAL. The caller has
+   four seconds then to end with v_END_BY_SIGNAL. */
 void v_SIGNALS_TO_CALLER();
+
+/* The first that is done when a signal ends the process, while its children still live. */
+void v_AT_SIGNAL(void (*pDo)());
 
 /* The signal that came, 0 none. */
 int iSIGNALLED();

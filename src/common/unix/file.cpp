@@ -42,8 +42,7 @@ int file_exist(const char* cpPath)
 int file_search2(const char* cpPath, char* cpPattern, size_t uSize, int /*iMode*/)
 {
     if (uSize == 0) return 0;
-    // Not blocking: a pipe of that name would hold the run until somebody writes.
-    const FD          fd(open(cpPath, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    const FD          fd = fdOPEN_FILE(cpPath, O_RDONLY);
     const std::string sPattern(cpPattern, strnlen(cpPattern, uSize));
     std::string       sText;
     if (!fd.bOpen() || (!iREAD_ALL(fd.iGet(), sText, uFILE_MAX) && errno != EFBIG)) return 0;

@@ -46,7 +46,9 @@ int iCLIENT_START(CLIENT_CHILD* pChild, const std::vector<std::string>& asWord,
     sctSpec.asEnvironment = {{"PATH", sPath}, {cpCONFIG_TOLD, "1"}};
     sctSpec.bErrToOut = false;
     sctSpec.bPipeErr = true;
-    return iCHILD_START(pChild->child, sctSpec, sReason);
+    const int iStarted = iCHILD_START(pChild->child, sctSpec, sReason);
+    pChild->lPid = pChild->child.iPid;
+    return iStarted;
 }
 
 void v_CLIENT_READ(CLIENT_CHILD* pChild, std::string& sForward)

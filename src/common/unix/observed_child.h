@@ -7,10 +7,11 @@
 #include "cm_hal_pipe.h"
 
 struct CLIENT_CHILD {
-    std::string sName;  // the client
-    CHILD       child;  // its process
-    std::string sOut;   // standard output so far, its end when there is much
-    std::string sErr;   // a line of standard error that is not complete yet
+    std::string sName;     // the client
+    CHILD       child;     // its process
+    long        lPid = 0;  // also when it has ended
+    std::string sOut;      // standard output so far, its end when there is much
+    std::string sErr;      // a line of standard error that is not complete yet
 };
 
 /* Starts a program (its name first, then its arguments) as a child, its output and

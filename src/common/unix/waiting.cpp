@@ -16,9 +16,11 @@
 #include <memory>
 #include <new>
 
+#include "../base/descriptor.h"
 #include "../base/immortal.h"
 #include "../lines/standard_error.h"
 #include "cm_hal_pipe.h"
+#include "drain.h"
 
 namespace {
 
@@ -26,14 +28,18 @@ constexpr int    iNO_MEMORY_TRIES = 50;
 constexpr long   lNO_MEMORY_PAUSE_NS = 20000000;
 constexpr int    iOUTPUT_LOST = 2;  // exit code when standard output could not be written
 constexpr size_t uRESERVE = size_t{256} * 1024;
+constexpr long   lDRAIN_MS = 250;
+constexpr int    iUNHEARD_S = 4;  // after which a signal ends the process as it stands
 constexpr int    aiSignal[] = {SIGINT, SIGTERM, SIGHUP};
 
 volatile sig_atomic_t iPendingSignal = 0;
 volatile sig_atomic_t bUnreported = 0;  // a signal came that no wait has told yet
+volatile sig_atomic_t iSecondsLeft = iUNHEARD_S;
 bool                  bSignalsSetUp = false;
 bool                  bToCaller = false;
 bool                  bEnding = false;
-sigset_t              setInWait;  // mask inside a wait, and of children
+sigset_t              setHandled;  // what the handlers below are for
+void (*pAtSignal)() = nullptr;
 
 std::vector<void (*)()>& AT_END()
 {
@@ -43,8 +49,42 @@ std::vector<void (*)()>& AT_END()
 
 void NOTE_SIGNAL(int iSignal)
 {
+    if (bINTERRUPTED == 0) alarm(1);
     iPendingSignal = iSignal;
     bUnreported = 1;
+    bINTERRUPTED = 1;
+}
+
+/* A second has passed since the signal. What still waits somewhere is interrupted again,
+   in case it began to wait just after the last time. */
+void TICK(int /*iSignal*/)
+{
+    iSecondsLeft = iSecondsLeft - 1;
+    if (iSecondsLeft > 0) {
+        alarm(1);
+        return;
+    }
+    signal(iPendingSignal, SIG_DFL);
+    sigprocmask(SIG_UNBLOCK, &setHandled, nullptr);
+    raise(iPendingSignal);
+}
+
+void HANDLE(int iSignal, void (*pHandler)(int))
+{
+    struct sigaction sctAction {};
+    sctAction.sa_handler = pHandler;
+    sigaction(iSignal, &sctAction, nullptr);
+}
+
+/* Nobody may read our output any more: then it goes nowhere, and holds nobody. */
+void LET_STALLED_OUTPUT_GO()
+{
+    for (const int iFd : {STDOUT_FILENO, STDERR_FILENO}) {
+        pollfd sctPoll{iFd, POLLOUT, 0};
+        if (poll(&sctPoll, 1, 0) != 0) continue;
+        const FD fdNull(open("/dev/null", O_WRONLY | O_CLOEXEC));
+        dup2(fdNull.iGet(), iFd);
+    }
 }
 
 void GIVE_BACK()
@@ -71,6 +111,7 @@ bool bOUTPUT_WRITTEN()
 {
     errno = 0;
     if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return true;
+    if (iPendingSignal != 0) return false;
     const char* cpCause = std::strerror(errno != 0 ? errno : EIO);
     v_STDERR_ONCE("stdout", "cannot write standard output: %s", cpCause);
     return false;
@@ -82,6 +123,7 @@ int iTAKE_SIGNAL()
     if (bUnreported == 0 || bEnding) return 0;
     bUnreported = 0;
     if (!bToCaller) v_END_BY_SIGNAL(iPendingSignal);
+    LET_STALLED_OUTPUT_GO();
     return 1;
 }
 
@@ -107,6 +149,43 @@ timespec sctLEFT(long lDeadline)
     return {lLeft / 1000, lLeft % 1000 * 1000000};
 }
 
+/* Reads what programs write beside what a wait is for. One that is new to a wait is left
+   for a moment, or every line of it would wake us. */
+class DRAINING {
+public:
+    long lUntil(long lDeadline)
+    {
+        m_bLook = lNOW_MS() >= m_lNext;
+        if (m_bLook || DRAINS().empty()) return lDeadline;
+        return lDeadline == 0 ? m_lNext : std::min(m_lNext, lDeadline);
+    }
+    /* Puts them behind the others, where it is time to. */
+    void Add(std::vector<pollfd>& polls)
+    {
+        m_uOthers = polls.size();
+        for (const DRAIN* pDrain : DRAINS())
+            if (m_bLook) polls.push_back({pDrain->iFd(), POLLIN, 0});
+    }
+    /* Result  how many were ready */
+    int iTake(std::vector<pollfd>& polls)
+    {
+        int iTaken = 0;
+        for (size_t u = m_uOthers; u < polls.size(); ++u) {
+            if (polls[u].revents == 0) continue;
+            DRAINS()[u - m_uOthers]->Take();
+            ++iTaken;
+        }
+        polls.resize(m_uOthers);
+        if (iTaken > 0) m_lNext = lNOW_MS() + lDRAIN_MS;
+        return iTaken;
+    }
+
+private:
+    long   m_lNext = lNOW_MS() + lDRAIN_MS;
+    bool   m_bLook = false;
+    size_t m_uOthers = 0;
+};
+
 }  // namespace
 
 void v_GIVE_BACK_AT_EXIT()
@@ -119,7 +198,20 @@ void v_SIGNALS_OF_CHILD()
 {
     for (int iSignal : aiSignal) signal(iSignal, SIG_DFL);
     signal(SIGPIPE, SIG_DFL);
-    if (bSignalsSetUp) sigprocmask(SIG_SETMASK, &setInWait, nullptr);
+    if (!bSignalsSetUp) return;
+    sigset_t setNone;
+    sigemptyset(&setNone);
+    sigprocmask(SIG_SETMASK, &setNone, nullptr);
+}
+
+SIGNALS_HELD::SIGNALS_HELD()
+{
+    if (bSignalsSetUp) sigprocmask(SIG_BLOCK, &setHandled, &m_setBefore);
+}
+
+SIGNALS_HELD::~SIGNALS_HELD()
+{
+    if (bSignalsSetUp) sigprocmask(SIG_SETMASK, &m_setBefore, nullptr);
 }
 
 long lNOW_MS()
@@ -136,15 +228,20 @@ WAIT_RESULT iWAIT(std::vector<WAIT_FD>& fds, long lDeadline)
         fd.bReady = false;
         polls.push_back({fd.iFd, static_cast<short>(fd.bWrite ? POLLOUT : POLLIN), 0});
     }
-    const bool bLook = bSignalsSetUp && !bEnding;
+    const SIGNALS_HELD held;
+    const sigset_t*    pMask = bSignalsSetUp && !bEnding ? held.pBefore() : nullptr;
+    DRAINING           draining;
     for (int iTriesLeft = iNO_MEMORY_TRIES;;) {
         if (iTAKE_SIGNAL()) return WAIT_SIGNAL;
-        const timespec sctLeft = sctLEFT(lDeadline);
-        const int      iReady =
-            ppoll(polls.data(), polls.size(), &sctLeft, bLook ? &setInWait : nullptr);
-        if (iReady > 0) break;
-        if (iReady == 0 && lDeadline != 0 && lNOW_MS() >= lDeadline) return WAIT_TIMEOUT;
-        if (iReady == 0 || errno == EINTR) continue;
+        const timespec sctLeft = sctLEFT(draining.lUntil(lDeadline));
+        draining.Add(polls);
+        const int iReady = ppoll(polls.data(), polls.size(), &sctLeft, pMask);
+        const int iErrno = errno;
+        const int iTaken = draining.iTake(polls);
+        errno = iErrno;
+        if (iReady > iTaken) break;
+        if (iReady >= 0 && lDeadline != 0 && lNOW_MS() >= lDeadline) return WAIT_TIMEOUT;
+        if (iReady >= 0 || errno == EINTR) continue;
         // The kernel is short of memory, which may pass.
         if (--iTriesLeft == 0) return WAIT_FAILED;
         const timespec sctPause{0, lNO_MEMORY_PAUSE_NS};
@@ -162,6 +259,7 @@ int iSLEEP_MS(long lMilliseconds)
 
 void v_STANDARD_DESCRIPTORS()
 {
+    signal(SIGXFSZ, SIG_IGN);  // what a limit refuses is a failed write
     for (const int iFd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
         if (fcntl(iFd, F_GETFD) < 0) open("/dev/null", O_RDWR);  // takes the lowest, which is iFd
 }
@@ -175,19 +273,19 @@ void v_MEMORY_SETUP()
 void v_SIGNALS_SETUP()
 {
     if (bSignalsSetUp) return;
-    sigset_t setBlocked;
-    sigemptyset(&setBlocked);
-    sigemptyset(&setInWait);
-    struct sigaction sctAction {};
-    sctAction.sa_handler = NOTE_SIGNAL;
+    sigset_t setNone;
+    sigemptyset(&setNone);
+    sigemptyset(&setHandled);
     for (int iSignal : aiSignal) {
         struct sigaction sctOld {};
         sigaction(iSignal, nullptr, &sctOld);
         if (sctOld.sa_handler == SIG_IGN) continue;  // nohup stays in force
-        sigaction(iSignal, &sctAction, nullptr);
-        sigaddset(&setBlocked, iSignal);
+        HANDLE(iSignal, NOTE_SIGNAL);
+        sigaddset(&setHandled, iSignal);
     }
-    sigprocmask(SIG_SETMASK, &setBlocked, nullptr);
+    HANDLE(SIGALRM, TICK);
+    sigaddset(&setHandled, SIGALRM);
+    sigprocmask(SIG_SETMASK, &setNone, nullptr);
     signal(SIGPIPE, SIG_IGN);
     v_MEMORY_SETUP();
     signal(SIGCHLD, SIG_DFL);  // where it is ignored, a child's status is lost
@@ -197,6 +295,12 @@ void v_SIGNALS_SETUP()
 void v_SIGNALS_TO_CALLER()
 {
     bToCaller = true;
+    iSecondsLeft = iUNHEARD_S + 1;
+}
+
+void v_AT_SIGNAL(void (*pDo)())
+{
+    pAtSignal = pDo;
 }
 
 int iSIGNALLED()
@@ -218,19 +322,20 @@ void v_AFTER_FORK(void (*pForget)())
 void v_END_PROCESS(int iExit)
 {
     const bool bWritten = bOUTPUT_WRITTEN();
+    if (!bWritten && iPendingSignal != 0) v_END_BY_SIGNAL(iPendingSignal);
     GIVE_BACK();
     std::exit(iExit == 0 && !bWritten ? iOUTPUT_LOST : iExit);
 }
 
 void v_END_BY_SIGNAL(int iSignal)
 {
+    bEnding = true;
+    LET_STALLED_OUTPUT_GO();
+    if (pAtSignal != nullptr) pAtSignal();
     bOUTPUT_WRITTEN();
     GIVE_BACK();
     signal(iSignal, SIG_DFL);
-    sigset_t setSignal;
-    sigemptyset(&setSignal);
-    sigaddset(&setSignal, iSignal);
     raise(iSignal);
-    sigprocmask(SIG_UNBLOCK, &setSignal, nullptr);
+    sigprocmask(SIG_UNBLOCK, &setHandled, nullptr);
     _exit(128 + iSignal);
 }

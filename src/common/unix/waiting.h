@@ -2,6 +2,8 @@
    need of each other; nobody else includes it. */
 #pragma once
 
+#include <csignal>
+
 /* Ends every child on the register, all at once, but those that outlive this process. */
 void v_END_CHILDREN();
 
@@ -14,3 +16,16 @@ void v_GIVE_BACK_AT_EXIT();
 /* In the child, between vfork and exec: default signals, the mask of a wait.
    Only system calls. */
 void v_SIGNALS_OF_CHILD();
+
+/* INT, TERM and HUP wait while it lives, once they are set up. */
+class SIGNALS_HELD {
+public:
+    SIGNALS_HELD();
+    ~SIGNALS_HELD();
+    SIGNALS_HELD(const SIGNALS_HELD&) = delete;
+    SIGNALS_HELD&   operator=(const SIGNALS_HELD&) = delete;
+    const sigset_t* pBefore() const { return &m_setBefore; }
+
+private:
+    sigset_t m_setBefore{};
+};

@@ -26,7 +26,6 @@
 #include "../../text/command_line.h"
 #include "../../text/text.h"
 #include "../../unix/cm_hal_pipe.h"
-#include "../../unix/read_now.h"
 #include "../cm_remote.h"
 
 namespace fs = std::filesystem;
@@ -292,25 +291,6 @@ CONNECTION& sctCONNECTION(const HOST& host)
     const std::string& sDirectory = sPRIVATE_DIRECTORY();
     if (sDirectory.empty()) return connection;
     const std::string sBase = sDirectory + "/" + std::to_string(DIRECTORY().uConnections++);
-    connection.sLog = sBase + ".log";
     if (sBase.size() < uSOCKET_MAX) connection.sSocket = sBase;
     return connection;
-}
-
-std::string sLOG_SINCE(const CONNECTION& connection)
-{
-    // A stream would throw where the file cannot be read.
-    constexpr size_t uMOST = size_t{16} << 20;
-    std::string      sText;
-    FD               fd(open(connection.sLog.c_str(), O_RDONLY | O_CLOEXEC));
-    if (fd.bOpen() && lseek(fd.iGet(), connection.lLogRead, SEEK_SET) >= 0)
-        uREAD_NOW(fd, sText, uMOST);
-    return sText;
-}
-
-void v_LOG_MARK(CONNECTION& connection)
-{
-    std::error_code error;
-    const auto      uSize = fs::file_size(connection.sLog, error);
-    connection.lLogRead = error ? 0 : static_cast<long>(uSize);
 }

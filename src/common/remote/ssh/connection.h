@@ -13,15 +13,15 @@
 #include <string>
 
 #include "../../base/holder.h"
+#include "../../unix/drain.h"
 #include "../host.h"
 
 constexpr int iCONNECTION_IDLE_S = 25;
 
 struct CONNECTION {
-    std::string sSocket;       // control socket, empty when there is no directory for it
-    std::string sLog;          // ssh's own words
-    long        lLogRead = 0;  // bytes of it that belong to earlier commands
-    FD          fdEnding;      // it was asked to end here, and closes this when it has
+    std::string sSocket;   // control socket, empty when there is no directory for it
+    DRAIN       words;     // ssh's own, since the command formed last
+    FD          fdEnding;  // it was asked to end here, and closes this when it has
 };
 
 /* The connection of a host, made known on first use. */
@@ -30,7 +30,3 @@ CONNECTION& sctCONNECTION(const HOST& host);
 /* The run's private directory, made on first use; empty where none can be made (told
    once on standard error). */
 const std::string& sPRIVATE_DIRECTORY();
-
-/* The words of ssh since the last call of v_LOG_MARK, one line each. */
-std::string sLOG_SINCE(const CONNECTION& connection);
-void        v_LOG_MARK(CONNECTION& connection);

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <sstream>
 #include <vector>
 
+#include "../../base/descriptor.h"
 #include "../../text/text.h"
 #include "../../text/time_text.h"
 #include "../../unix/cm_hal_pipe.h"
@@ -28,6 +28,14 @@ std::string sCALLED(const std::string& sLine, std::string& sName)
     words >> sName >> sType >> sKey;
     std::getline(words >> std::ws, sComment);
     return sComment.empty() ? sName : sComment;
+}
+
+/* Of what cannot be read, nothing. */
+std::string sCONTENT(const std::string& sFile)
+{
+    std::string sText;
+    iREAD_FILE(sFile, sText);
+    return sText;
 }
 
 /* What ssh-keygen prints, "" when it fails. */
@@ -52,11 +60,12 @@ std::string sSAID_BY(const std::vector<std::string>& asArgument, int iLimitMs, i
     sctSpec.asEnvironment = {{"LC_ALL", "C"}};
     if (!iCHILD_START(child, sctSpec, sReason)) return "";
     const long lDeadline = lNOW_MS() + iLimitMs;
-    while (child.fdOut.bOpen() && lNOW_MS() < lDeadline) {
+    while (child.fdOut.bOpen() && sOut.size() < uMOST && lNOW_MS() < lDeadline) {
         std::vector<WAIT_FD> fds{{child.fdOut.iGet()}};
         if (iWAIT(fds, lDeadline) != WAIT_READY) break;
-        uREAD_NOW(child.fdOut, sOut, uMOST);
+        uREAD_NOW(child.fdOut, sOut, uMOST - sOut.size());
     }
+    child.fdOut.Close();  // who says more than that is not waited for
     v_CHILD_LET_GO(child, 500);
     if (pStatus != nullptr) *pStatus = child.iStatus;
     return sOut;
@@ -69,7 +78,7 @@ KNOWN_KEY sctKNOWN_KEY(const std::string& sFile, const std::string& sLine,
     KNOWN_KEY known;
     if (sFile.empty() || sOffered.empty()) return known;
     // ssh-keygen numbers no line, and leaves out what is no key.
-    std::ifstream                      file(sFile);
+    std::istringstream                 file(sCONTENT(sFile));
     std::map<std::string, std::string> names;  // by what ssh-keygen calls the line
     std::string                        sCalled;
     long                               lLine = std::strtol(sLine.c_str(), nullptr, 10);
@@ -97,9 +106,9 @@ KNOWN_KEY sctKNOWN_KEY(const std::string& sFile, const std::string& sLine,
 
 std::string sKEPT_AT(const std::string& sFile, const std::string& sNames)
 {
-    std::ifstream file(sFile);
-    size_t        uLine = 0;
-    std::string   sFound;
+    std::istringstream file(sCONTENT(sFile));
+    size_t             uLine = 0;
+    std::string        sFound;
     for (std::string sText; std::getline(file, sText);) {
         uLine++;
         if (sText.starts_with(sNames + " ")) sFound = sFile + ":" + std::to_string(uLine);
@@ -114,7 +123,7 @@ std::vector<std::string> asSAME_KEY(const std::string& sWhere)
         std::string sKey;
     };
     const size_t       uColon = sWhere.rfind(':');
-    std::ifstream      file(sWhere.substr(0, uColon));
+    std::istringstream file(sCONTENT(sWhere.substr(0, uColon)));
     std::vector<ENTRY> entries;
     for (std::string sText; std::getline(file, sText);) {
         std::istringstream words(sText);

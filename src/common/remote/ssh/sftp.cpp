@@ -28,6 +28,7 @@ constexpr int    iSTEP_MS = 250;  // how often progress is looked at
 constexpr size_t uTEXT_MAX = 65536;
 constexpr int    iEND_GRACE_MS = 500;
 constexpr int    iREMOVE_MS = 5000;  // for taking an unfinished file away
+constexpr int    iAT_END_MS = 1500;  // the same, where the run is to end
 
 /* A path as sftp's own command line reads it back; inside quotes it takes no
    character for a wildcard. */
@@ -196,19 +197,19 @@ TRANSFER*& CURRENT()
 }
 
 /* Takes an unfinished file away. Result 1 it is gone, as far as the client says. */
-int iREMOVE_PART(CHILD_SPEC& sctSpec, const std::string& sPart)
+int iREMOVE_PART(CHILD_SPEC& sctSpec, const std::string& sPart, int iLimitMs = iREMOVE_MS)
 {
     TALK        talk;
     std::string sReason;
     if (!iSTART(talk, sctSpec, sReason)) return 0;
-    talk.lTotal = lNOW_MS() + iREMOVE_MS;
+    talk.lTotal = lNOW_MS() + iLimitMs;
     return iLAST_WORDS(talk, "-rm " + sQUOTED(sPart) + "\n");
 }
 
 void REMOVE_AT_END()
 {
     TRANSFER* pTransfer = std::exchange(CURRENT(), nullptr);
-    if (pTransfer != nullptr && iREMOVE_PART(pTransfer->sctSpec, pTransfer->sPart))
+    if (pTransfer != nullptr && iREMOVE_PART(pTransfer->sctSpec, pTransfer->sPart, iAT_END_MS))
         v_COPY_ENDED(pTransfer->note);
 }
 

@@ -262,11 +262,12 @@ int iSSH_CALL(const HOST& host, const std::string& sPort, const std::string& sRe
 {
     SSH_OPTIONS options;
     if (!iOPTIONS(host, sPort, iConnectTimeout, options, sReason)) return 0;
-    CONNECTION& connection = sctCONNECTION(host);
-    v_LOG_MARK(connection);
-    sctSpec.asArgument = {"ssh", "-T"};
-    // Its steps tell how far it came; they go to a file that nobody else writes.
-    if (!connection.sLog.empty()) ADD(sctSpec.asArgument, {"-E", connection.sLog, "-o", cpSTEPS});
+    // Its steps tell how far it came; they go to a pipe that nobody else writes into.
+    DRAIN&            words = sctCONNECTION(host).words;
+    const std::string sWords = words.sPath();
+    if (sWords.empty()) return iCANNOT("listen to", "ssh", sReason);
+    words.Forget();
+    sctSpec.asArgument = {"ssh", "-T", "-E", sWords, "-o", cpSTEPS};
     ADD(sctSpec.asArgument, options.asWord);
     if (!host.sUser.empty()) ADD(sctSpec.asArgument, {"-l", host.sUser});
     ADD(sctSpec.asArgument, {"--", host.sName, sRemote});
@@ -325,9 +326,14 @@ WAY OVER_SSH::sctWAY(const HOST& host)
     return way;
 }
 
+STAGE OVER_SSH::eREACHED(const HOST& host)
+{
+    return sctSSH_STORY(sLOG(host)).eReached;
+}
+
 std::string OVER_SSH::sLOG(const HOST& host)
 {
-    return sLOG_SINCE(sctCONNECTION(host));
+    return sctCONNECTION(host).words.sText();
 }
 
 std::string sSSH_BY_HAND(const HOST& host, std::string_view svCommand, bool bPath)

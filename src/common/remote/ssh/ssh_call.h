@@ -21,6 +21,7 @@ int iSFTP_CALL(const HOST& host, CHILD_SPEC& sctSpec, std::string& sReason);
 struct OVER_SSH : TRANSPORT {
     WAY         sctWAY(const HOST& host) override;
     void        NOTE_WAY(const HOST& host) override;
+    STAGE       eREACHED(const HOST& host) override;
     std::string sLOG(const HOST& host) override;
     bool        bESTABLISHED(const HOST& host) override;
     bool        bSHARING_FAILED(const HOST& host) override;

@@ -59,10 +59,9 @@ int iSETTINGS(const std::string& sConfig, std::string& sText, std::string& sReas
         sText += szOWN;
         return 1;
     }
-    FD fd(open(sConfig.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    FD fd = fdOPEN_FILE(sConfig, O_RDONLY);
     if (!fd.bOpen())
-        return iREASON(sReason,
-                       "Can't open user config file " + sConfig + ": " + std::strerror(errno));
+        return iREASON(sReason, "Can't open user config file " + sConfig + ": " + cpERRNO(errno));
     if (bCAN_BE_INCLUDED(fd.iGet(), sConfig)) {
         sText += "Include \"" + sConfig + "\"\n";
         return 1;
@@ -120,7 +119,7 @@ int iSSH_CONFIGURATION(const std::string& sConfig, std::vector<std::string>& asW
 bool bSSH_CONFIGURED_USER(const std::string& sConfig, const std::string& sUser)
 {
     constexpr size_t uMOST = size_t{1} << 20;
-    FD               fd(open(sConfig.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    FD               fd = fdOPEN_FILE(sConfig, O_RDONLY);
     std::string      sText = "\n";
     if (!fd.bOpen() || sUser.empty()) return false;
     uREAD_NOW(fd, sText, uMOST);
