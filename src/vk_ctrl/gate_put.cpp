@@ -1,6 +1,10 @@
-/* Files that an update needs. From the symbolic directory on, which the client's own
+/* Files of an update. From the symbolic directory on, which the client's own
    configuration names, every folder is opened without following a link, and all work
-   is done relative to the open folder. */
+   is done relative to the open folder.
+
+   What comes from the server lies in one folder that nothing else uses, so that whoever
+   has its key can neither read nor replace what programs of the client keep in the work
+   directory, the update script's own folder least of all. */
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -24,8 +28,13 @@
 namespace {
 
 constexpr const char* cpUPDATE_SCRIPT = "vk_execute_update";
-constexpr size_t      uBUFFER = size_t{256} * 1024;
-constexpr int         iTRIES = 5;  // to get hold of a temporary name that others use too
+constexpr const char* cpFROM_SERVER = "from_server";  // below gv_rw_work
+
+/* What an update brings besides the package. */
+constexpr std::string_view asvCLIENTS_OWN[] = {
+    "gv_ro_bin:vk_execute_update", "gv_rw_work:qir-gpg.key", "gv_rw_work:qir-gpg-2026.key"};
+constexpr size_t uBUFFER = size_t{256} * 1024;
+constexpr int    iTRIES = 5;  // to get hold of a temporary name that others use too
 
 /* Where a file belongs. */
 struct TARGET {
@@ -64,13 +73,25 @@ int iPARTS(std::string_view svPath, std::vector<std::string>& asPart)
     return !asPart.empty();
 }
 
-/* Takes a symbolic path apart: the update script in gv_ro_bin, or anything below gv_rw_work. */
+bool bANY()
+{
+    return sctCALLER().ePackages == PACKAGES_ANY;
+}
+
+bool bCLIENTS_OWN(const std::string& sPath)
+{
+    return !bANY() && std::find(std::begin(asvCLIENTS_OWN), std::end(asvCLIENTS_OWN), sPath) !=
+                          std::end(asvCLIENTS_OWN);
+}
+
+/* Takes a symbolic path apart: a file of the server's folder; of any work directory, or the
+   update script in gv_ro_bin, where the client takes any package. */
 int iPLACE(const std::string& sPath, std::string& sDirectory, std::vector<std::string>& asPart,
            TARGET& target)
 {
     const size_t      uColon = sPath.find(':');
     const std::string sKey = uColon == std::string::npos ? "" : sPath.substr(0, uColon);
-    if (sKey != "gv_rw_work" && sKey != "gv_ro_bin")
+    if (sKey != "gv_rw_work" && !(bANY() && sKey == "gv_ro_bin"))
         return iREFUSED(target, "a file outside the directories of updates");
     if (std::any_of(sPath.begin(), sPath.end(),
                     [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\177'; }))
@@ -80,6 +101,7 @@ int iPLACE(const std::string& sPath, std::string& sDirectory, std::vector<std::s
     if (sKey == "gv_ro_bin" && (asPart.size() != 1 || asPart[0] != cpUPDATE_SCRIPT))
         return iREFUSED(target, "a program other than the update script");
     iCONFIG_VARIABLE(sKey.c_str(), sDirectory);
+    if (!bANY()) asPart.insert(asPart.begin(), cpFROM_SERVER);
     return 1;
 }
 
@@ -100,11 +122,11 @@ int iENTER(TARGET& target, const std::string& sFolder, bool bMake)
     return 1;
 }
 
-int iFIND(const REQUEST& request, bool bMake, TARGET& target)
+int iFIND(const std::string& sPath, bool bMake, TARGET& target)
 {
     std::string              sDirectory;
     std::vector<std::string> asPart;
-    if (!iPLACE(request.sPath, sDirectory, asPart, target)) return 0;
+    if (!iPLACE(sPath, sDirectory, asPart, target)) return 0;
     target.sName = asPart.back();
     target.sPart = target.sName + ".part";
     asPart.pop_back();
@@ -241,10 +263,27 @@ int iTOLD(const REQUEST& request, const TARGET& target)
 
 }  // namespace
 
+std::string sFROM_SERVER()
+{
+    std::string sWork;
+    iCONFIG_VARIABLE("gv_rw_work", sWork);
+    return sWork + cpFROM_SERVER;
+}
+
 int iGATE_PUT(const REQUEST& request)
 {
-    TARGET    target;
-    const int iFound = iFIND(request, true, target);
+    TARGET target;
+    if (bCLIENTS_OWN(request.sPath)) {
+        v_ANSWER_BEGIN(request);
+        iSAY("kept: this client uses its own\n");
+        return iANSWER_END(request, 0);
+    }
+    if (sctCALLER().ePackages == PACKAGES_NONE) {
+        v_ANSWER_BEGIN(request);
+        iSAY("this client takes no packages from the backup server\n");
+        return iANSWER_END(request, 1);
+    }
+    const int iFound = iFIND(request.sPath, true, target);
     if (!target.sRefused.empty()) return iREFUSE(target.sRefused);
     syslog(LOG_INFO, "%s puts %s, %ld bytes", sctCALLER().sServer.c_str(), target.sName.c_str(),
            request.lSize);
@@ -256,7 +295,7 @@ int iGATE_PUT(const REQUEST& request)
 int iGATE_SIZE(const REQUEST& request)
 {
     TARGET    target;
-    const int iFound = iFIND(request, false, target);
+    const int iFound = iFIND(request.sPath, false, target);
     if (!target.sRefused.empty()) return iREFUSE(target.sRefused);
     v_ANSWER_BEGIN(request);
     struct stat sctStat {};
@@ -266,4 +305,16 @@ int iGATE_SIZE(const REQUEST& request)
     if (!target.sFailed.empty()) return iTOLD(request, target);
     iSAY(std::to_string(sctStat.st_size) + "\n");
     return iANSWER_END(request, 0);
+}
+
+int iGATE_REMOVE(const REQUEST& request, const std::string& sPath)
+{
+    TARGET    target;
+    const int iFound = iFIND(sPath, false, target);
+    if (!target.sRefused.empty()) return iREFUSE(target.sRefused);
+    v_ANSWER_BEGIN(request);
+    if (!iFound && errno == ENOENT) return iANSWER_END(request, 0);
+    if (iFound && unlinkat(target.fdFolder.iGet(), target.sName.c_str(), 0) != 0 && errno != ENOENT)
+        iFAILED(target, "remove");
+    return target.sFailed.empty() ? iANSWER_END(request, 0) : iTOLD(request, target);
 }

@@ -1,6 +1,7 @@
 /* Programs of the backup client, and the listing of the root directory. */
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -11,19 +12,20 @@
 
 #include "common/base/descriptor.h"
 #include "common/base/holder.h"
+#include "common/base/program.h"
 #include "common/config/variables.h"
+#include "common/lines/standard_error.h"
 #include "common/remote/wrapper.h"
+#include "common/text/text.h"
 #include "common/unix/cm_hal_pipe.h"
 #include "common/unix/read_now.h"
 #include "gate.h"
 
 namespace {
 
-constexpr std::string_view asvProgram[] = {"qtc", "qtc_smdr", "qtc_ndmp", "vk_client",
-                                           "vk_execute_update"};
-
 constexpr int    iEND_GRACE_MS = 3000;
 constexpr long   lLISTENER_MS = 60'000;  // a server that takes no output for that long is gone
+constexpr int    iNOT_RUN = 127;         // as a shell says of what it cannot run
 constexpr size_t uPIECE = 4096;          // what a descriptor that is ready takes at once
 
 /* Waits for the end of the child; the end of standard input ends it. What else
@@ -99,27 +101,105 @@ int iRUN_ON_LIFELINE(const REQUEST& request, CHILD_SPEC& sctSpec, CHILD& child,
     return iANSWER_END(request, child.iStatus);
 }
 
+/* Nobody but root, or the account itself, can put something else into its place. */
+int iONES_OWN(const std::string& sPath, std::string& sReason)
+{
+    struct stat sctStat {};
+    if (lstat(sPath.c_str(), &sctStat) != 0) return iCANNOT("read", sPath, sReason);
+    if ((sctStat.st_uid == 0 || sctStat.st_uid == geteuid()) &&
+        (sctStat.st_mode & (S_IWGRP | S_IWOTH)) == 0 && !S_ISLNK(sctStat.st_mode))
+        return 1;
+    return iREASON(sReason, "\"" + sPath +
+                                "\" is a link, or others than root may change it, so no package "
+                                "is trusted by it");
+}
+
+/* The keys that sign packages, and the places that stand between check and use. */
+int iSIGNING_KEYS(const std::string& sFolder, std::string& sReason)
+{
+    std::string sWork;
+    std::string sIni;
+    iCONFIG_VARIABLE("gv_rw_work", sWork);
+    iCONFIG_VARIABLE("gv_rw_ini", sIni);
+    const std::unique_ptr<DIR, FREE_BY<closedir>> pFolder{opendir(sFolder.c_str())};
+    int                                           iKeys = 0;
+    while (const dirent* pEntry = pFolder ? readdir(pFolder.get()) : nullptr) {
+        if (pEntry->d_name[0] == '.') continue;
+        if (!iONES_OWN(sFolder + pEntry->d_name, sReason)) return 0;
+        ++iKeys;
+    }
+    if (iKeys == 0)
+        return iREASON(sReason,
+                       "this client takes signed packages only, and no key that signs "
+                       "them lies in " +
+                           sFolder);
+    for (std::string sPlace : {sWork, sIni, sFolder}) {
+        while (sPlace.size() > 1 && sPlace.back() == '/') sPlace.pop_back();
+        if (!iONES_OWN(sPlace, sReason)) return 0;
+    }
+    return 1;
+}
+
+/* What the update script is told; with PACKAGES_ANY it is the server's and knows it all. */
+int iUPDATE_SETTINGS(CHILD_SPEC& sctSpec, std::string& sReason)
+{
+    std::string sPrograms;
+    std::string sWork;
+    std::string sKeys;
+    iCONFIG_VARIABLE("gv_ro_bin", sPrograms);
+    iCONFIG_VARIABLE("gv_rw_work", sWork);
+    iCONFIG_VARIABLE("gv_rw_ini", sKeys);
+    sKeys += cpPACKAGE_KEYS;
+    if (sctCALLER().ePackages == PACKAGES_ANY) return 1;
+    if (sctCALLER().ePackages == PACKAGES_NONE)
+        return iREASON(sReason, "this client takes no packages from the backup server");
+    sctSpec.asArgument[0] = sBESIDE("vk_execute_update");
+    for (const auto& setting : std::initializer_list<std::pair<std::string, std::string>>{
+             {"VELKA_WORK", sWork},
+             {"VELKA_CONF", sPrograms + "vk_execute_update.conf"},
+             {"VELKA_INCOMING", sFROM_SERVER()},
+             {"VELKA_SIGNATURE", "required"},
+             {"VELKA_KEYS", sKeys}})
+        sctSpec.asEnvironment.push_back(setting);
+    return iSIGNING_KEYS(sKeys, sReason);
+}
+
+int iGATE_UPDATE(const REQUEST& request, CHILD_SPEC& sctSpec)
+{
+    CHILD       child;
+    std::string sReason;
+    v_ANSWER_BEGIN(request);
+    if (!iUPDATE_SETTINGS(sctSpec, sReason)) {
+        iSAY("STATUS=ERROR MSG=\"" + sONE_LINE(sReason) + "\"\n");
+        return iANSWER_END(request, 2);
+    }
+    const int iExit = iRUN_TO_FINISH(request, sctSpec, child, sReason);
+    if (iExit >= 0) return iExit;
+    iSAY(sReason + "\n");
+    return iANSWER_END(request, iNOT_RUN);
+}
+
 }  // namespace
 
 int iGATE_RUN(const REQUEST& request)
 {
-    const std::string& sProgram = request.asWord[0];
-    if (std::find(std::begin(asvProgram), std::end(asvProgram), sProgram) == std::end(asvProgram))
-        return iREFUSE("a program that is none of the backup client's");
     CHILD_SPEC  sctSpec;
     CHILD       child;
     std::string sReason;
+    std::string sPath;
+    const WORK  eWork = eWORK(request.asWord, sPath);
+    if (eWork == WORK_NONE) return iREFUSE("a command that is none of the backup client's work");
+    syslog(LOG_INFO, "%s runs %s", sctCALLER().sServer.c_str(), request.asWord[0].c_str());
+    if (eWork == WORK_REMOVE) return iGATE_REMOVE(request, sPath);
     sctSpec.asArgument = request.asWord;
     iCONFIG_VARIABLE("gv_ro_bin", sctSpec.asArgument[0]);
-    sctSpec.asArgument[0] += sProgram;
-    syslog(LOG_INFO, "%s runs %s", sctCALLER().sServer.c_str(), sProgram.c_str());
+    sctSpec.asArgument[0] += request.asWord[0];
+    if (eWork == WORK_UPDATE) return iGATE_UPDATE(request, sctSpec);
     v_ANSWER_BEGIN(request);
-    const int iExit = iLEFT_TO_FINISH(sProgram)
-                          ? iRUN_TO_FINISH(request, sctSpec, child, sReason)
-                          : iRUN_ON_LIFELINE(request, sctSpec, child, sReason);
+    const int iExit = iRUN_ON_LIFELINE(request, sctSpec, child, sReason);
     if (iExit >= 0) return iExit;
     iSAY(sReason + "\n");
-    return iANSWER_END(request, 127);  // as a shell says of what it cannot run
+    return iANSWER_END(request, iNOT_RUN);
 }
 
 int iGATE_LIST(const REQUEST& request)

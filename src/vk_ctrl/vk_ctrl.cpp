@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -48,25 +49,33 @@ void CLEAN_ENVIRONMENT(const std::string& sConfig)
 }
 
 /* The line that comes first on standard input. Byte by byte: what follows it is not
-   the gate's to read yet. */
-std::string sFIRST_LINE()
+   the gate's to read yet. Result 0: its end did not come, so nobody knows what it was
+   to be. */
+int iFIRST_LINE(std::string& sLine)
 {
-    std::string sLine;
-    const long  lEnd = lNOW_MS() + lFIRST_LINE_MS;
+    const long lEnd = lNOW_MS() + lFIRST_LINE_MS;
     while (sLine.size() <= uREQUEST_MAX) {
         std::vector<WAIT_FD> fds{{STDIN_FILENO}};
-        char                 c = '\n';
-        if (iWAIT(fds, lEnd) != WAIT_READY || lREAD(STDIN_FILENO, &c, 1) <= 0 || c == '\n') break;
+        char                 c = '\0';
+        if (iWAIT(fds, lEnd) != WAIT_READY) return 0;
+        const ssize_t iGot = lREAD(STDIN_FILENO, &c, 1);
+        if (iGot < 0 && errno == EAGAIN) continue;
+        if (iGot <= 0) return 0;
+        if (c == '\n') return 1;
         sLine += c;
     }
-    return sLine;
+    return 1;  // too long, which is told
 }
 
 int iCARRY_OUT(const std::string& sSent)
 {
-    const std::string sLine = sSent == svREQUEST_FOLLOWS ? sFIRST_LINE() : sSent;
-    REQUEST           request;
-    std::string       sReason;
+    REQUEST     request;
+    std::string sReason;
+    std::string sLine;
+    if (sSent != svREQUEST_FOLLOWS)
+        sLine = sSent;
+    else if (!iFIRST_LINE(sLine))
+        return iREFUSE("a request whose line has no end");
     if (!iREQUEST_READ(sLine, request, sReason)) return iREFUSE(sReason);
     switch (request.eVerb) {
         case REQUEST_RUN:
@@ -84,11 +93,25 @@ int iCARRY_OUT(const std::string& sSent)
 void USAGE(FILE* pFile)
 {
     std::fputs(
-        "usage: vk_ctrl [--config FILE]\n"
+        "usage: vk_ctrl [--config FILE] [--packages signed|none|any]\n"
         "  the forced command of a backup server's key in authorized_keys; it carries out\n"
         "  the request that sshd hands it, and nothing else (see vk_ctrl(8))\n"
-        "  --config FILE   vk.ini of this client (default: /etc/velka/vk.ini)\n",
+        "  --config FILE     vk.ini of this client (default: /etc/velka/vk.ini)\n"
+        "  --packages WHICH  packages that the server may install (default: signed)\n",
         pFile);
+}
+
+int iREAD_ARGUMENTS(int argc, char** argv, std::string& sConfig)
+{
+    for (int i = 1; i < argc; i += 2) {
+        if (i + 1 == argc) return 0;
+        const std::string_view svOption = argv[i];
+        if (svOption == "--config")
+            sConfig = argv[i + 1];
+        else if (svOption != "--packages" || !iPACKAGES(argv[i + 1], sctCALLER().ePackages))
+            return 0;
+    }
+    return 1;
 }
 
 constexpr std::string_view asvLEFT_TO_FINISH[] = {"vk_execute_update"};
@@ -136,9 +159,7 @@ int main(int argc, char** argv)
     std::string sConfig;
     const bool  bHelp =
         argc == 2 && (std::strcmp(argv[1], "-h") == 0 || std::strcmp(argv[1], "--help") == 0);
-    if (argc == 3 && std::strcmp(argv[1], "--config") == 0) {
-        sConfig = argv[2];
-    } else if (argc != 1) {
+    if (bHelp || !iREAD_ARGUMENTS(argc, argv, sConfig)) {
         USAGE(bHelp ? stdout : stderr);
         return bHelp ? 0 : iEXIT_USAGE;
     }
