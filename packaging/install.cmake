@@ -13,8 +13,6 @@ install(PROGRAMS skel/vk_execute_update DESTINATION ${VK_LIBEXEC})
 install(FILES ${CMAKE_CURRENT_LIST_DIR}/vk.ini DESTINATION ${VK_DATA})
 install(DIRECTORY sql DESTINATION ${VK_DATA} FILES_MATCHING PATTERN "*.sql")
 install(PROGRAMS skel/vk_execute_update DESTINATION ${VK_DATA}/skel)
-# The gate runs the client's own, whatever a server brings.
-install(PROGRAMS skel/vk_execute_update DESTINATION ${VK_LIBEXEC})
 install(FILES skel/vk_execute_update.cmd DESTINATION ${VK_DATA}/skel)
 install(DIRECTORY man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 FILES_MATCHING PATTERN "*.8")
 foreach(PROGRAM vk_config_client vk_client_status vk_setup)
