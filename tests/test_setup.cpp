@@ -1,4 +1,6 @@
 /* First setup of a server, its check with what mends each fault, and permits. */
+#include "common/remote/reach.h"
+#include "common/text/text.h"
 #include "sandbox_fixture.h"
 
 using namespace testing;
@@ -58,6 +60,14 @@ TEST_F(SETUP, an_empty_database_is_filled_and_the_first_client_is_green)
     EXPECT_EQ(SHELL("vk_setup check").iExit, 0);
     EXPECT_EQ(CONFIG_CLIENT({"-c", "alpha", "-o", "Linux", "-t", "0"}).iExit, 0);
 
+    // Two at once wait for each other.
+    const RUN two = SHELL(
+        "rm -r $D/server/rw/ini/ctrl; psql -qc 'drop table interfaces'; "
+        "vk_setup server >$D/1 & vk_setup server >$D/2; wait $!; sort $D/1 $D/2 | grep -c ^failed; "
+        "cat $D/1 $D/2 | grep -c 'made    table'; vk_setup show gv_rw_prot");
+    EXPECT_EQ(two.sOut, "0\n1\n" + sRW() + "prot/\n") << two.sErr;
+    EXPECT_EQ(SHELL("vk_setup check").iExit, 0);
+
     // Once more: nothing is to do, nothing changes, a key least of all.
     const std::string sKey = sREAD_FILE(sCtrl + "id_ed25519");
     const std::string sIni = sINI();
@@ -68,14 +78,31 @@ TEST_F(SETUP, an_empty_database_is_filled_and_the_first_client_is_green)
     EXPECT_EQ(sREAD_FILE(sCtrl + "id_ed25519"), sKey);
     EXPECT_EQ(sINI(), sIni);
     const RUN permit = SHELL("vk_setup permit --mode CTRL");
-    EXPECT_THAT(first.sOut, HasSubstr("  " + permit.sOut));
+    EXPECT_THAT(again.sOut, HasSubstr("  " + permit.sOut));
     EXPECT_EQ(asLINES(permit.sOut).size(), 1U);
+}
+
+TEST_F(SETUP, what_a_stolen_key_reaches_stands_in_check_man_pages_and_security)
+{
+    const std::string sSource = fs::path{VK_SOURCE_DIR};
+    const std::string sCheck = sCONDENSED(SHELL("vk_setup check").sOut);
+    for (const REACH& reach : asctREACH)
+        for (const std::string& sText :
+             {sCheck, sCONDENSED(sREAD_FILE(sSource + "/man/vk_setup.8")),
+              sCONDENSED(sREAD_FILE(sSource + "/man/vk_ctrl.8")),
+              sCONDENSED(sREAD_FILE(sSource + "/docs/security.md"))}) {
+            EXPECT_THAT(sText, HasSubstr(reach.cpWay));
+            EXPECT_THAT(sText, HasSubstr(reach.cpReach));
+        }
 }
 
 TEST_F(SETUP, each_fault_is_found_alone_and_its_command_mends_it)
 {
     constexpr std::pair<const char*, const char*> asRow[] = {
         {"echo 'parallel 4' >>$D/vk.ini", "is neither a section nor key = value"},
+        {"printf '\\357\\273\\277' | cat - $D/vk.ini >$D/i; cat $D/i >$D/vk.ini; chmod 644 "
+         "$D/vk.ini",
+         "vk.ini: others"},
         {"chmod 644 $D/vk.ini", "vk.ini: others may read it"},
         {"rm -r $D/server/rw/work/answ", "work/answ/: No such file or directory"},
         {"chmod 777 $D/server/rw/prot", "prot/: everybody may write there"},
@@ -102,6 +129,9 @@ TEST_F(SETUP, each_fault_is_found_alone_and_its_command_mends_it)
         {"psql -qc \"update clients set os='OS/2'\"", "\"OS/2\" is not in oper_systems"},
         {"psql -qc \"delete from oper_systems where os='AIX'\"", "1 of the product's are missing"},
         {"psql -qc \"alter database $PGDATABASE set default_transaction_read_only=on\"",
+         "is read-only"},
+        {"psql -qc \"alter role velka in database $PGDATABASE set "
+         "default_transaction_read_only=on\"",
          "is read-only"},
         {"psql -qc \"insert into clients (client_id,name,os,accessmode) values "
          "(1,'a','AIX','QUIC')\"",
@@ -153,9 +183,10 @@ TEST_F(SERVER, set_mode_registers_a_client_with_its_mode_and_checks_it)
 TEST_F(SETUP, arguments_that_make_no_sense_change_nothing_and_a_database_elsewhere_is_told)
 {
     const std::string sIni = sINI();
-    for (const char* cp : {"server --name", "server --name -x", "server --name 'a b'",
-                           "server --name ALL_CLIENTS", "server now", "permit --mode SSH",
-                           "check all", "set_mode a", "set_mode a CTRL x", "chekc", ""}) {
+    for (const char* cp :
+         {"server --name", "server --name -x", "server --name 'a b'", "server --name ALL_CLIENTS",
+          "server --name 'a;b'", "server --name .a", "show", "server now", "permit --mode SSH",
+          "check all", "set_mode a", "set_mode a CTRL x", "chekc", ""}) {
         SCOPED_TRACE(cp);
         const RUN run = SHELL(std::string("vk_setup ") + cp);
         EXPECT_EQ(run.iExit, 2);

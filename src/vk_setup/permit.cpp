@@ -8,7 +8,7 @@ struct LINE {
     std::string              sText;  // with its line end, if it has one
     std::vector<std::string> asWord;
     int                      iKey = -1;  // place of the key's type
-    bool                     bOurs = false;
+    std::string              sServer;    // whom vk_setup wrote it for, "" it did not
 
     bool bHolds(const PUBLIC_KEY& key) const
     {
@@ -22,7 +22,9 @@ struct LINE {
     }
 };
 
-std::vector<LINE> LINES(std::string_view svText, const std::string& sServer)
+constexpr std::string_view svMARK = "vk_setup:";
+
+std::vector<LINE> LINES(std::string_view svText)
 {
     std::vector<LINE> lines;
     while (!svText.empty()) {
@@ -32,7 +34,8 @@ std::vector<LINE> LINES(std::string_view svText, const std::string& sServer)
         line.sText = svLine;
         line.asWord = asKEY_LINE_WORDS(svLine.substr(0, svLine.find_first_of("\r\n")));
         line.iKey = iKEY_PLACE(line.asWord);
-        line.bOurs = line.iKey >= 0 && line.asWord.back() == "vk_setup:" + sServer;
+        if (line.iKey >= 0 && line.asWord.back().starts_with(svMARK))
+            line.sServer = line.asWord.back().substr(svMARK.size());
         lines.push_back(std::move(line));
         svText.remove_prefix(uEnd);
     }
@@ -49,7 +52,7 @@ std::string sNEW_LINE(const PERMIT& permit, const PUBLIC_KEY& key)
     if (!sLine.empty()) sLine += " ";
     sLine += key.sType + " " + key.sBlob + " ";
     if (!key.sComment.empty()) sLine += key.sComment + " ";
-    return sLine + "vk_setup:" + permit.sServer + "\n";
+    return sLine + std::string(svMARK) + permit.sServer + "\n";
 }
 
 bool bGIVEN(const LINE& line, const PERMIT& permit)
@@ -64,14 +67,19 @@ void MAKE_WAY(std::vector<LINE>& lines, const PERMIT& permit,
 {
     std::vector<std::string> asSeen;
     std::erase_if(lines, [&](const LINE& line) {
-        if (!line.bOurs || (line.svMode() != permit.sMode && !bGIVEN(line, permit))) return false;
+        const bool bSame = line.sServer == permit.sServer && line.svMode() == permit.sMode;
+        if (line.sServer.empty() || (!bSame && !bGIVEN(line, permit))) return false;
         const bool bWanted =
             std::find(asWanted.begin(), asWanted.end(), line.sText) != asWanted.end() &&
             std::find(asSeen.begin(), asSeen.end(), line.sText) == asSeen.end();
         asSeen.push_back(line.sText);
+        if (line.sServer != permit.sServer) change.asRenamed.push_back(line.sServer);
         if (!bWanted)
-            change.asDone.push_back("removed an earlier line of " + permit.sServer + ", mode " +
-                                    std::string(line.svMode()));
+            change.asDone.push_back((line.sServer == permit.sServer
+                                         ? "removed an earlier line of " + permit.sServer
+                                         : "removed the line of " + line.sServer + ", which is " +
+                                               permit.sServer + " now: it has the same key") +
+                                    ", mode " + std::string(line.svMode()));
         return !bWanted;
     });
 }
@@ -88,9 +96,10 @@ void ADMIT_KEY(std::vector<LINE>& lines, const PERMIT& permit, const PUBLIC_KEY&
         const auto at = std::find_if(lines.begin(), lines.end(), bHOLDS);
         if (at == lines.end() && !lines.empty() && !lines.back().sText.ends_with('\n'))
             lines.back().sText += '\n';
-        lines.insert(at, LINES(sWanted, permit.sServer)[0]);
+        lines.insert(at, LINES(sWanted)[0]);
         change.asDone.push_back("admitted the " + key.sType + " key of " + permit.sServer +
-                                ", mode " + permit.sMode);
+                                ", mode " + permit.sMode +
+                                (permit.sPackages.empty() ? "" : ", packages " + permit.sPackages));
     }
     const auto other = std::find_if(lines.begin(), lines.end(), [&](const LINE& line) {
         return line.bHolds(key) && line.sText != sWanted;
@@ -113,10 +122,17 @@ PERMIT_CHANGE sctADMIT(std::string_view svText, const PERMIT& permit)
     PERMIT_CHANGE            change;
     std::vector<std::string> asWanted;
     for (const PUBLIC_KEY& key : permit.keys) asWanted.push_back(sNEW_LINE(permit, key));
-    std::vector<LINE> lines = LINES(svText, permit.sServer);
+    std::vector<LINE> lines = LINES(svText);
     MAKE_WAY(lines, permit, asWanted, change);
     for (size_t u = 0; u < permit.keys.size(); ++u)
         ADMIT_KEY(lines, permit, permit.keys[u], asWanted[u], change);
+    for (const LINE& line : lines)
+        if (permit.sMode == svMODE_CTRL && line.sServer == permit.sServer &&
+            line.svMode() == svMODE_VKSSH)
+            change.asWarning.push_back(permit.sServer +
+                                       " has a key of mode VKSSH here as well, "
+                                       "which goes past the gate; vk_setup unset_client takes "
+                                       "back both");
     JOIN(lines, change);
     return change;
 }
@@ -124,12 +140,12 @@ PERMIT_CHANGE sctADMIT(std::string_view svText, const PERMIT& permit)
 PERMIT_CHANGE sctTAKE_BACK(std::string_view svText, const std::string& sServer)
 {
     PERMIT_CHANGE     change;
-    std::vector<LINE> lines = LINES(svText, sServer);
+    std::vector<LINE> lines = LINES(svText);
     std::erase_if(lines, [&](const LINE& line) {
-        if (line.bOurs)
+        if (line.sServer == sServer)
             change.asDone.push_back("removed a line of " + sServer + ", mode " +
                                     std::string(line.svMode()));
-        return line.bOurs;
+        return line.sServer == sServer;
     });
     JOIN(lines, change);
     return change;

@@ -1,5 +1,5 @@
 /* set_client and unset_client. What a server was admitted with is kept below gv_rw_ini
-   (permits/SERVER.MODE), so that a client whose authorized_keys was lost is opened
+   (permits/SERVER.MODE, with what the gate takes), so that a client whose authorized_keys was lost is opened
    again by the command alone. */
 #include "set_client.h"
 
@@ -11,20 +11,23 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
 #include "common/base/descriptor.h"
 #include "common/base/program.h"
 #include "common/config/config.h"
 #include "common/config/variables.h"
 #include "common/lines/appending.h"
+#include "common/remote/reach.h"
 #include "common/text/text.h"
 #include "common/unix/cm_hal_pipe.h"
 #include "key_file.h"
 #include "permit.h"
+#include "server_name.h"
+#include "sshd_settings.h"
 
 namespace {
 
-constexpr size_t uNAME_MAX = 255;
 constexpr size_t uLINE_MAX = size_t{64} * 1024;
 constexpr int    iUSAGE = 2;
 
@@ -32,8 +35,8 @@ constexpr const char* acpGate[] = {"/usr/libexec/velka/vk_ctrl", "/usr/sbin/vk_c
                                    "/usr/bin/vk_ctrl"};
 
 struct CALL {
-    PERMIT                   permit;  // sMode is empty until one is given
-    std::string              sFile;   // authorized_keys; empty: root's
+    PERMIT                   permit;  // sMode and sPackages are empty until they are given
+    std::string              sFile;   // authorized_keys; empty: the one that sshd reads for root
     std::string              sConfig;
     std::vector<std::string> asKey;
 };
@@ -44,15 +47,6 @@ int iTELL(const std::string& sText, int iResult = 0)
     return iResult;
 }
 
-/* Words that stand in a quoted option of authorized_keys, or in a file name. */
-bool bPLAIN(const std::string& s, const char* cpMore)
-{
-    return !s.empty() && s.size() <= uNAME_MAX && std::all_of(s.begin(), s.end(), [&](char c) {
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-               (c != '\0' && std::strchr(cpMore, c) != nullptr);
-    });
-}
-
 struct OPTION {
     const char*  cpName;
     std::string* pValue;
@@ -61,6 +55,7 @@ struct OPTION {
 int iTAKE_OPTION(const std::vector<std::string>& asArgument, size_t& u, CALL& call)
 {
     const OPTION asctOption[] = {{"--mode", &call.permit.sMode},
+                                 {"--packages", &call.permit.sPackages},
                                  {"--from", &call.permit.sFrom},
                                  {"--file", &call.sFile},
                                  {"--config", &call.sConfig}};
@@ -76,18 +71,23 @@ int iTAKE_OPTION(const std::vector<std::string>& asArgument, size_t& u, CALL& ca
 int iCHECK(const CALL& call)
 {
     const PERMIT& permit = call.permit;
-    if (!bPLAIN(permit.sServer, "._-:") || permit.sServer.starts_with('.'))
+    PACKAGES      ePackages{};
+    if (!bSERVER_NAME(permit.sServer))
         return iTELL("\"" + permit.sServer + "\" is no name of a server");
     if (!permit.sMode.empty() && permit.sMode != svMODE_CTRL && permit.sMode != svMODE_VKSSH)
         return iTELL("--mode: \"" + permit.sMode + "\" is none of CTRL, VKSSH");
-    if (!permit.sFrom.empty() && !bPLAIN(permit.sFrom, "._-:/,*?![]%"))
+    if (!permit.sPackages.empty() && !iPACKAGES(permit.sPackages, ePackages))
+        return iTELL("--packages: \"" + permit.sPackages + "\" is none of signed, none, any");
+    if (!permit.sPackages.empty() && permit.sMode == svMODE_VKSSH)
+        return iTELL("--packages goes with mode CTRL; with VKSSH the server is root here");
+    if (!permit.sFrom.empty() && !bPLAIN_WORD(permit.sFrom, "._-:/,*?![]%"))
         return iTELL("--from: \"" + permit.sFrom + "\" is no list of addresses");
-    if (!call.sConfig.empty() && (!bPLAIN(call.sConfig, "._-/+,=@") || call.sConfig[0] != '/'))
+    if (!call.sConfig.empty() && (!bPLAIN_WORD(call.sConfig, "._-/+,=@") || call.sConfig[0] != '/'))
         return iTELL("--config: \"" + call.sConfig + "\" is no absolute path of plain characters");
     return 1;
 }
 
-/* Reads SERVER, options and key in any order. */
+/* Reads SERVER, unless it is known, options and key in any order. */
 int iREAD_ARGUMENTS(const std::vector<std::string>& asArgument, CALL& call)
 {
     for (size_t u = 0; u < asArgument.size(); ++u) {
@@ -102,15 +102,15 @@ int iREAD_ARGUMENTS(const std::vector<std::string>& asArgument, CALL& call)
     return iCHECK(call);
 }
 
-/* Where a session of the server looks for keys. Result 0: told. */
-int iFILE(CALL& call)
+std::string sROOTS_FILE()
 {
-    if (!call.sFile.empty()) return 1;
-    if (geteuid() != 0) return iTELL("root's authorized_keys is changed by root only; use sudo");
     const passwd* pRoot = getpwuid(0);
-    if (pRoot == nullptr) return iTELL("this system knows no root");
-    call.sFile = std::string(pRoot->pw_dir) + "/.ssh/authorized_keys";
-    return 1;
+    return std::string(pRoot != nullptr ? pRoot->pw_dir : "/root") + "/.ssh/authorized_keys";
+}
+
+int iROOT()
+{
+    return geteuid() == 0 || iTELL("root's authorized_keys is changed by root only; use sudo");
 }
 
 /* The command of the gate: beside this program, or where packages put it. */
@@ -123,36 +123,69 @@ int iGATE(CALL& call)
     });
     if (found == asPlace.end())
         return iTELL("the gate vk_ctrl is not installed; install the package velka-client-access");
-    if (!bPLAIN(*found, "._-/+,=@"))
+    if (!bPLAIN_WORD(*found, "._-/+,=@"))
         return iTELL("\"" + *found + "\" cannot stand in authorized_keys; install it elsewhere");
-    call.permit.sGate = *found + (call.sConfig.empty() ? "" : " --config " + call.sConfig);
+    call.permit.sGate = *found + (call.sConfig.empty() ? "" : " --config " + call.sConfig) +
+                        " --packages " + call.permit.sPackages;
     return 1;
 }
 
-std::string sREMEMBERED_FILE(const std::string& sServer, std::string_view svMode)
+std::string sINI_FOLDER()
 {
     std::string sPath;
     iCONFIG_VARIABLE("gv_rw_ini", sPath);
-    return sPath + "permits/" + sServer + "." + std::string(svMode);
+    return sPath;
 }
 
+/* Permits that are remembered, one file for each mode and what its gate takes. */
+struct REMEMBERED {
+    std::string_view svMode;
+    std::string_view svPackages;
+    const char*      cpSuffix;
+};
+constexpr REMEMBERED asctRemembered[] = {{svMODE_CTRL, "signed", ".CTRL"},
+                                         {svMODE_CTRL, "none", ".CTRL-none"},
+                                         {svMODE_CTRL, "any", ".CTRL-any"},
+                                         {svMODE_VKSSH, "", ".VKSSH"}};
+
+std::string sREMEMBERED_FILE(const std::string& sServer, const REMEMBERED& remembered)
+{
+    return sINI_FOLDER() + "permits/" + sServer + remembered.cpSuffix;
+}
+
+/* Keys, and the addresses that they are taken from: no more than a pasted line brings. */
 std::string sREMEMBERED_TEXT(const PERMIT& permit)
 {
-    std::string sText = "--mode " + permit.sMode;
-    if (!permit.sFrom.empty()) sText += " --from " + permit.sFrom;
+    std::string sText = permit.sFrom.empty() ? "" : "--from " + permit.sFrom;
     for (const PUBLIC_KEY& key : permit.keys)
-        sText +=
-            " " + key.sType + " " + key.sBlob + (key.sComment.empty() ? "" : " ") + key.sComment;
+        sText += (sText.empty() ? "" : " ") + key.sType + " " + key.sBlob +
+                 (key.sComment.empty() ? "" : " ") + key.sComment;
     return sText + "\n";
+}
+
+void FORGET(const std::string& sServer, std::string_view svMode, std::string_view svPackages)
+{
+    for (const REMEMBERED& remembered : asctRemembered) {
+        if (!svMode.empty() && remembered.svMode != svMode) continue;
+        if (!svMode.empty() && remembered.svPackages == svPackages) continue;
+        const std::string sPath = sREMEMBERED_FILE(sServer, remembered);
+        if (unlink(sPath.c_str()) != 0 && errno != ENOENT)
+            iTELL("cannot remove \"" + sPath + "\": " + std::strerror(errno));
+    }
 }
 
 /* A client that forgets has lost a convenience, no more. */
 void REMEMBER(const PERMIT& permit)
 {
-    const std::string sPath = sREMEMBERED_FILE(permit.sServer, permit.sMode);
+    const auto* const pRemembered = std::find_if(
+        std::begin(asctRemembered), std::end(asctRemembered), [&](const REMEMBERED& remembered) {
+            return remembered.svMode == permit.sMode && remembered.svPackages == permit.sPackages;
+        });
+    const std::string sPath = sREMEMBERED_FILE(permit.sServer, *pRemembered);
     const std::string sText = sREMEMBERED_TEXT(permit);
     std::string       sReason;
     KEY_FILE          file;
+    FORGET(permit.sServer, permit.sMode, permit.sPackages);
     iMAKE_DIRECTORY(sPath.substr(0, sPath.rfind('/')));
     if (iKEY_FILE_OPEN(sPath, false, file, sReason) &&
         (file.sText == sText || iKEY_FILE_REPLACE(file, sText, sReason)))
@@ -188,33 +221,102 @@ void TELL_LOGIN_SHELL()
           "\" cannot be run, so ssh admits nobody as root; type: usermod -s /bin/sh root");
 }
 
+/* The folder of the keys that sign packages, and whether some lie there. */
+void SIGNING_KEYS()
+{
+    std::error_code   error;
+    const std::string sFolder = sINI_FOLDER() + cpPACKAGE_KEYS;
+    iMAKE_DIRECTORY(sFolder);
+    if (std::filesystem::is_empty(sFolder, error) && !error)
+        std::printf(
+            "%s: put the public keys that sign packages here; until then none is "
+            "installed\n",
+            sFolder.c_str());
+}
+
+/* What sshd makes of the file. Result: how many things are wrong, each told. */
+int iTELL_SSHD(const CALL& call, const SSHD_SETTINGS& settings)
+{
+    std::vector<std::string> asFault = settings.asFault;
+    if (!settings.sUnknown.empty()) {
+        iTELL("cannot ask sshd what it reads, so " + call.sFile +
+              " is taken: " + settings.sUnknown);
+        return 0;
+    }
+    if (const std::string sFault = sSTRICT_FAULT(call.sFile); settings.bStrict && !sFault.empty())
+        asFault.push_back(sFault);
+    for (const std::string& s : asFault) iTELL("sshd: " + s);
+    return static_cast<int>(asFault.size());
+}
+
 /* Admits what call holds. Result: exit status. */
 int iADMIT(CALL& call)
 {
-    std::string sReason;
-    KEY_FILE    file;
-    const bool  bRoots = call.sFile.empty();
+    std::string   sReason;
+    KEY_FILE      file;
+    SSHD_SETTINGS settings;
+    const bool    bAsk = call.sFile.empty();
     if (call.permit.sMode.empty()) call.permit.sMode = svMODE_CTRL;
+    const bool bGate = call.permit.sMode == svMODE_CTRL;
+    if (bGate && call.permit.sPackages.empty())
+        call.permit.sPackages = asvPACKAGES[PACKAGES_SIGNED];
     if (!iPUBLIC_KEYS(call.asKey, call.permit.keys, sReason)) return iTELL(sReason, iUSAGE);
-    if (call.permit.sMode == svMODE_CTRL && !iGATE(call)) return 1;
-    if (!iFILE(call)) return 1;
-    if (!iKEY_FILE_OPEN(call.sFile, bRoots, file, sReason)) return iTELL(sReason, 1);
-    const int iExit = iSTORE(file, sctADMIT(file.sText, call.permit), true);
-    if (iExit == 0) REMEMBER(call.permit);
-    if (bRoots) TELL_LOGIN_SHELL();
-    return iExit;
+    if (bGate && !iGATE(call)) return 1;
+    if (bAsk) {
+        if (!iROOT()) return 1;
+        settings = sctSSHD_SETTINGS(call.permit.sServer, call.permit.sFrom, bGate);
+        call.sFile = settings.asKeyFile.empty() ? sROOTS_FILE() : settings.asKeyFile[0];
+    }
+    if (!iKEY_FILE_OPEN(call.sFile, bAsk && call.sFile == sROOTS_FILE(), file, sReason))
+        return iTELL(sReason, 1);
+    const PERMIT_CHANGE change = sctADMIT(file.sText, call.permit);
+    const int           iExit = iSTORE(file, change, true);
+    if (iExit != 0) return iExit;
+    for (const std::string& sOld : change.asRenamed) FORGET(sOld, "", "");
+    REMEMBER(call.permit);
+    if (call.permit.sPackages == asvPACKAGES[PACKAGES_SIGNED]) SIGNING_KEYS();
+    if (!bAsk) return 0;
+    TELL_LOGIN_SHELL();
+    return iTELL_SSHD(call, settings) == 0 ? 0 : 1;
 }
 
-/* Words of a line that holds arguments; the command itself may stand before them. */
-int iADMIT_LINE(const CALL& call, const std::string& sLine)
+int iCONTRADICTS(const char* cpOption, const std::string& sLine, const std::string& sHolds)
 {
-    CALL                     one = call;
+    if (sLine.empty() || sLine == sHolds) return 0;
+    iTELL(std::string("the line says ") + cpOption + " " + sLine + ", and " +
+          (sHolds.empty() ? "that is for this client to say" : sHolds + " holds here") +
+          "; nothing was changed");
+    return 1;
+}
+
+/* A line that was pasted or kept; the command itself may stand before its words. What is
+   typed here holds: the line brings keys and the addresses that they are taken from, and
+   where it says something else than what holds, nobody knows what was meant. */
+int iADMIT_LINE(const CALL& typed, const std::string& sLine)
+{
+    CALL                     call = typed;
+    CALL                     pasted;
     std::vector<std::string> asWord = asKEY_LINE_WORDS(sLine);
     const auto               command = std::find(asWord.begin(), asWord.end(), "set_client");
-    if (command != asWord.end()) asWord.erase(asWord.begin(), command + 1);
-    const auto server = std::find(asWord.begin(), asWord.end(), call.permit.sServer);
-    if (command != asWord.end() && server != asWord.end()) asWord.erase(server);
-    return iREAD_ARGUMENTS(asWord, one) ? iADMIT(one) : iUSAGE;
+    if (command != asWord.end())
+        asWord.erase(asWord.begin(), command + 1);
+    else
+        pasted.permit.sServer = typed.permit.sServer;
+    if (!iREAD_ARGUMENTS(asWord, pasted)) return iUSAGE;
+    if (call.permit.sMode.empty()) call.permit.sMode = svMODE_CTRL;
+    if (call.permit.sMode == svMODE_CTRL && call.permit.sPackages.empty())
+        call.permit.sPackages = asvPACKAGES[PACKAGES_SIGNED];
+    if (iCONTRADICTS("the name", pasted.permit.sServer, call.permit.sServer) ||
+        iCONTRADICTS("--mode", pasted.permit.sMode, call.permit.sMode) ||
+        iCONTRADICTS("--packages", pasted.permit.sPackages, call.permit.sPackages) ||
+        iCONTRADICTS("--file", pasted.sFile, call.sFile) ||
+        iCONTRADICTS("--config", pasted.sConfig, call.sConfig) ||
+        (!call.permit.sFrom.empty() &&
+         iCONTRADICTS("--from", pasted.permit.sFrom, call.permit.sFrom)))
+        return iUSAGE;
+    if (call.permit.sFrom.empty()) call.permit.sFrom = pasted.permit.sFrom;
+    call.asKey = pasted.asKey;
+    return iADMIT(call);
 }
 
 /* The line that was kept. Result 0: told, or there is none. */
@@ -224,6 +326,7 @@ int iREAD_REMEMBERED(const std::string& sPath, std::string& sLine)
     std::string sReason;
     if (access(sPath.c_str(), F_OK) != 0) return 0;
     if (!iKEY_FILE_OPEN(sPath, false, file, sReason)) return iTELL(sReason);
+    if (!file.bRight) return iTELL("\"" + sPath + "\" is not used: others may have written it");
     sLine = file.sText.substr(0, file.sText.find('\n'));
     return 1;
 }
@@ -233,11 +336,17 @@ int iREAD_REMEMBERED(const std::string& sPath, std::string& sLine)
 int iADMIT_REMEMBERED(const CALL& call)
 {
     int iExit = -1;
-    for (const std::string_view svMode : {svMODE_CTRL, svMODE_VKSSH}) {
+    for (const REMEMBERED& remembered : asctRemembered) {
+        CALL        one = call;
         std::string sLine;
-        const bool  bAsked = call.permit.sMode.empty() || call.permit.sMode == svMode;
-        if (bAsked && iREAD_REMEMBERED(sREMEMBERED_FILE(call.permit.sServer, svMode), sLine))
-            iExit = std::max(iExit, iADMIT_LINE(call, sLine));
+        const bool  bAsked = (call.permit.sMode.empty() && call.permit.sPackages.empty()) ||
+                            (call.permit.sMode.empty() ? svMODE_CTRL == remembered.svMode
+                                                       : call.permit.sMode == remembered.svMode);
+        if (!bAsked || !iREAD_REMEMBERED(sREMEMBERED_FILE(call.permit.sServer, remembered), sLine))
+            continue;
+        one.permit.sMode = remembered.svMode;
+        if (call.permit.sPackages.empty()) one.permit.sPackages = remembered.svPackages;
+        iExit = std::max(iExit, iADMIT_LINE(one, sLine));
     }
     return iExit;
 }
@@ -245,9 +354,8 @@ int iADMIT_REMEMBERED(const CALL& call)
 /* What prints the line there. */
 std::string sPERMIT_COMMAND(const CALL& call)
 {
-    const std::string sCommand = "vk_setup permit";
-    return call.permit.sMode.empty() ? sCommand + " (mode CTRL: " + sCommand + " --mode CTRL)"
-                                     : sCommand + " --mode " + call.permit.sMode;
+    return "vk_setup permit --mode " +
+           (call.permit.sMode.empty() ? std::string(svMODE_CTRL) : call.permit.sMode);
 }
 
 int iADMIT_ASKED(const CALL& call)
@@ -268,11 +376,15 @@ int iADMIT_ASKED(const CALL& call)
                  iUSAGE);
 }
 
-/* Also makes the configuration that was named the one that is read. */
+/* Also makes the configuration that was named the one that is read; one that is not there
+   would let the gate read another than was meant. */
 int iBEGIN(const std::vector<std::string>& asArgument, CALL& call)
 {
     call.sConfig = sENVIRONMENT("VK_INI");
     if (!iREAD_ARGUMENTS(asArgument, call)) return 0;
+    if (!call.sConfig.empty() && access(call.sConfig.c_str(), R_OK) != 0)
+        return iTELL("cannot read \"" + call.sConfig + "\": " + std::strerror(errno) +
+                     "; --config names vk.ini of this client");
     if (!call.sConfig.empty()) setenv("VK_INI", call.sConfig.c_str(), 1);
     return iCONFIG_VALID();
 }
@@ -294,16 +406,27 @@ int iUNSET_CLIENT(const std::vector<std::string>& asArgument)
     if (!iBEGIN(asArgument, call)) return iUSAGE;
     if (!call.asKey.empty())
         return iTELL("unset_client takes the name of the server alone", iUSAGE);
-    const bool  bRoots = call.sFile.empty();
-    std::string sReason;
-    KEY_FILE    file;
-    if (!iFILE(call)) return 1;
-    if (!iKEY_FILE_OPEN(call.sFile, bRoots, file, sReason)) return iTELL(sReason, 1);
-    const int iExit = iSTORE(file, sctTAKE_BACK(file.sText, call.permit.sServer), false);
-    for (const std::string_view svMode : {svMODE_CTRL, svMODE_VKSSH}) {
-        const std::string sPath = sREMEMBERED_FILE(call.permit.sServer, svMode);
-        if (iExit == 0 && unlink(sPath.c_str()) != 0 && errno != ENOENT)
-            iTELL("cannot remove \"" + sPath + "\": " + std::strerror(errno));
+    const std::string&       sServer = call.permit.sServer;
+    std::vector<std::string> asFile{call.sFile};
+    int                      iExit = 0;
+    if (call.sFile.empty()) {
+        if (!iROOT()) return 1;
+        // What sshd read when the server was admitted may be another file than today's.
+        asFile = sctSSHD_SETTINGS(sServer, "", true).asKeyFile;
+        if (std::find(asFile.begin(), asFile.end(), sROOTS_FILE()) == asFile.end())
+            asFile.insert(asFile.begin(), sROOTS_FILE());
+        std::erase_if(asFile, [&](const std::string& s) {
+            return s != asFile[0] && access(s.c_str(), F_OK) != 0;
+        });
     }
+    for (const std::string& sFile : asFile) {
+        std::string sReason;
+        KEY_FILE    file;
+        if (!iKEY_FILE_OPEN(sFile, call.sFile.empty() && sFile == sROOTS_FILE(), file, sReason))
+            iExit = iTELL(sReason, 1);
+        else
+            iExit = std::max(iExit, iSTORE(file, sctTAKE_BACK(file.sText, sServer), false));
+    }
+    if (iExit == 0) FORGET(sServer, "", "");
     return iExit;
 }

@@ -21,7 +21,7 @@ namespace {
 constexpr int         iUSAGE = 2;
 constexpr const char* cpSERVER_PROGRAM = "vk_setup_server";
 
-constexpr std::string_view asvServer[] = {"server", "check", "permit", "set_mode"};
+constexpr std::string_view asvServer[] = {"server", "check", "permit", "set_mode", "show"};
 
 void USAGE(FILE* pFile)
 {
@@ -30,11 +30,13 @@ void USAGE(FILE* pFile)
         "       vk_setup check\n"
         "       vk_setup permit [--mode CTRL|VKSSH]\n"
         "       vk_setup set_mode CLIENT MODE [--os SYSTEM]\n"
+        "       vk_setup show VARIABLE\n"
         "                             on the backup server: sets it up, looks at everything\n"
         "                             a check needs, prints the line to type on clients,\n"
-        "                             stores the access mode of a client and checks it\n"
-        "       vk_setup set_client SERVER [--mode CTRL|VKSSH] [--from ADDRESS]\n"
-        "                           [--file FILE] [--config FILE] [KEY...]\n"
+        "                             stores the access mode of a client and checks it,\n"
+        "                             prints a directory or variable of vk.ini\n"
+        "       vk_setup set_client SERVER [--mode CTRL|VKSSH] [--packages signed|none|any]\n"
+        "                           [--from ADDRESS] [--file FILE] [--config FILE] [KEY...]\n"
         "       vk_setup unset_client SERVER [--file FILE] [--config FILE]\n"
         "                             on a client: admits that server, takes it back\n"
         "vk_setup(8) explains them.\n",

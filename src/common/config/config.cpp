@@ -37,6 +37,7 @@ using SECTION = std::map<std::string, SETTING, std::less<>>;
 struct CONFIG {
     bool                                        bRead = false;
     bool                                        bValid = true;
+    int                                         iBadLine = 0;
     std::string                                 sFile;  // empty: none was read
     std::map<std::string, SECTION, std::less<>> sections;
 };
@@ -216,6 +217,7 @@ void READ_FILE(const std::string& sFile, CONFIG& config)
     const STREAM pFile{fmemopen(sText.data(), sText.size(), "r")};
     const int    iBadLine = pFile ? iPARSE(pFile.get(), config) : -1;
     if (iBadLine < 0) return UNUSABLE(config, "cannot read " + sCannot + std::strerror(ENOMEM));
+    config.iBadLine = iBadLine;
     if (iBadLine > 0)
         UNUSABLE(config, "cannot parse " + sCannot + "line " + std::to_string(iBadLine) +
                              " is neither a section nor key = value");
@@ -247,6 +249,11 @@ const SETTING* pSETTING(std::string_view svSection, std::string_view svKey)
 int iCONFIG_VALID()
 {
     return LOADED().bValid;
+}
+
+int iCONFIG_BAD_LINE()
+{
+    return LOADED().iBadLine;
 }
 
 void v_CONFIG_FORGET()

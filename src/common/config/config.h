@@ -16,6 +16,9 @@ inline constexpr const char* cpCONFIG_TOLD = "VK_INI_TOLD";
    standard error with file and line number). */
 int iCONFIG_VALID();
 
+/* The line that cannot be parsed, 0 where that is not the trouble. */
+int iCONFIG_BAD_LINE();
+
 /* The next question reads the configuration again: for a program that changes
    its VK_INI while it runs, such as a test. */
 void v_CONFIG_FORGET();

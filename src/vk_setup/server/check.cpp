@@ -9,9 +9,11 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "../programs.h"
 #include "common/base/holder.h"
 #include "common/common.h"
 #include "common/config/config.h"
+#include "common/remote/reach.h"
 #include "files.h"
 #include "report.h"
 #include "setup.h"
@@ -53,6 +55,13 @@ int iCHECK_WORDS(const std::string& sFile, const std::string& sWords)
     return iFound;
 }
 
+/* What whoever steals the key of this server can do, for those who choose a mode. */
+void TELL_REACH()
+{
+    std::printf("a stolen key of this server could, on a client of mode\n");
+    for (const REACH& reach : asctREACH) std::printf("  %-22s %s\n", reach.cpWay, reach.cpReach);
+}
+
 /* Result 0: the file cannot be used, and what follows would look at other places. */
 int iCHECK_CONFIGURATION()
 {
@@ -79,9 +88,13 @@ int iCHECK_CONFIGURATION()
         return 0;
     }
     const std::string sWords = sCONFIG_WORDS();
-    if (const int iLine = iINI_BAD_LINE(sText); iLine > 0 || !iCONFIG_VALID()) {
+    if (const int iLine = iCONFIG_BAD_LINE(); iLine > 0) {
         v_WRONG(sWhat, "line " + std::to_string(iLine) + " is neither a section nor key = value",
                 sTYPED({"sed", "-i", std::to_string(iLine) + "s/^/; /", sFile}));
+        return 0;
+    }
+    if (!iCONFIG_VALID()) {
+        v_WRONG_ADVICE(sWhat, sLAST_LINE(sWords), "put a file there that can be read");
         return 0;
     }
     if ((sctStat.st_mode & 0027U) != 0)
@@ -101,6 +114,7 @@ int iCHECK()
         v_CHECK_ACCESS();
         v_CHECK_DATABASE();
     }
+    TELL_REACH();
     if (iFAULTS() == 0)
         std::printf("all %d are good\n", iCHECKED());
     else

@@ -3,11 +3,11 @@
 
 #include <cstring>
 
+#include "../programs.h"
 #include "common/common.h"
 #include "common/config/config.h"
 #include "common/remote/cause.h"
 #include "database.h"
-#include "programs.h"
 #include "report.h"
 #include "setup.h"
 
@@ -62,6 +62,27 @@ CONNECTION pCHECK_CONNECTION(const CONNECTION_TEXT& text)
     return nullptr;
 }
 
+/* The statements that take the read-only default away, wherever it was set for this
+   database or this role; none: it is not set in the database. */
+std::vector<std::string> asRESETS(PGconn* pConn)
+{
+    DB_ROWS                  rows;
+    std::string              sError;
+    std::vector<std::string> asSql;
+    iRUN(pConn,
+         "select 'alter '||case when setrole=0 and setdatabase=0 then 'role all' "
+         "when setrole=0 then format('database %I',current_database()) "
+         "when setdatabase=0 then format('role %I',session_user) "
+         "else format('role %I in database %I',session_user,current_database()) end"
+         "||' reset default_transaction_read_only' from pg_db_role_setting "
+         "where setrole in (0,(select oid from pg_roles where rolname=session_user)) and "
+         "setdatabase in (0,(select oid from pg_database where datname=current_database())) and "
+         "exists (select from unnest(setconfig) c where c like 'default_transaction_read_only=%')",
+         &rows, sError);
+    for (const auto& asRow : rows) asSql.push_back(asRow[0]);
+    return asSql;
+}
+
 void CHECK_WRITABLE(PGconn* pConn, const CONNECTION_TEXT& text)
 {
     const std::string sVersion = sVALUE(pConn, "show server_version");
@@ -70,15 +91,21 @@ void CHECK_WRITABLE(PGconn* pConn, const CONNECTION_TEXT& text)
                                : PQsslInUse(pConn) != 0 ? ", with TLS"
                                                         : ", without TLS");
     if (sVALUE(pConn, "select pg_is_in_recovery()") == "t")
-        v_WRONG_ADVICE(sWhat, "is a standby", "name the primary, or both, in conninfo");
-    else if (sVALUE(pConn, "show transaction_read_only") == "on")
-        v_WRONG(
+        return v_WRONG_ADVICE(sWhat, "is a standby", "name the primary, or both, in conninfo");
+    if (sVALUE(pConn, "show transaction_read_only") != "on") return v_GOOD(sWhat);
+    const std::vector<std::string> asReset = asRESETS(pConn);
+    if (asReset.empty())
+        return v_WRONG_ADVICE(
             sWhat, "is read-only",
-            sTYPED({"psql", "-d", text.sText, "-c", "set default_transaction_read_only=off", "-c",
-                    "alter database " + sIDENTIFIER(text.sDatabase) +
-                        " reset default_transaction_read_only"}));
-    else
-        v_GOOD(sWhat);
+            sVALUE(pConn,
+                   "select source from pg_settings where "
+                   "name='default_transaction_read_only'") == "client"
+                ? "take default_transaction_read_only out of options in conninfo, or of PGOPTIONS"
+                : "set default_transaction_read_only off in postgresql.conf and reload it");
+    std::vector<std::string> asWord{"psql", "-d", text.sText, "-c",
+                                    "set default_transaction_read_only=off"};
+    for (const std::string& sSql : asReset) asWord.insert(asWord.end(), {"-c", sSql});
+    v_WRONG(sWhat, "is read-only", sTYPED(asWord));
 }
 
 void CHECK_TABLES(PGconn* pConn)

@@ -8,11 +8,11 @@
 #include <cstring>
 #include <set>
 
+#include "../programs.h"
 #include "common/common.h"
 #include "common/config/config.h"
 #include "common/remote/ssh/known_key.h"
 #include "files.h"
-#include "programs.h"
 #include "report.h"
 #include "setup.h"
 

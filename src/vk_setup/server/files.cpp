@@ -17,9 +17,11 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/* The section that a line opens, null when it opens none. */
+/* The section that a line opens, null when it opens none. The first line may begin with
+   the mark by which some editors tell UTF-8. */
 bool bSECTION(std::string_view svLine, std::string_view& svName)
 {
+    if (svLine.starts_with("\xEF\xBB\xBF")) svLine.remove_prefix(3);
     svLine = svTRIMMED(svLine);
     if (!svLine.starts_with('[') || svLine.find(']') == svLine.npos) return false;
     svName = svLine.substr(1, svLine.find(']') - 1);
@@ -30,10 +32,11 @@ bool bSECTION(std::string_view svLine, std::string_view& svName)
 int iSETS(std::string_view svLine, std::string_view svKey)
 {
     svLine = svTRIMMED(svLine);
-    const bool bComment = svLine.starts_with(';');
+    const bool bComment = svLine.starts_with(';') || svLine.starts_with('#');
     if (bComment) svLine = svTRIMMED(svLine.substr(1));
     if (!svLine.starts_with(svKey)) return 0;
-    if (!svTRIMMED(svLine.substr(svKey.size())).starts_with('=')) return 0;
+    svLine = svTRIMMED(svLine.substr(svKey.size()));
+    if (!svLine.starts_with('=') && !svLine.starts_with(':')) return 0;
     return bComment ? -1 : 1;
 }
 
@@ -112,20 +115,6 @@ int iINI_SET(const std::string& sFile, const std::string& sSection, const std::s
     for (const std::string& s : asLine) sText += s + "\n";
     if (!iMAKE_DIRECTORY(sFOLDER(sFile))) return iCANNOT("make", sFOLDER(sFile), sReason);
     return iREPLACE_FILE(sFile, sText, 0640, sReason);
-}
-
-int iINI_BAD_LINE(const std::string& sText)
-{
-    int iLine = 0;
-    for (const std::string_view sv : asvPIECES(sText)) {
-        iLine++;
-        std::string_view       svName;
-        const std::string_view svLine = svTRIMMED(sv);
-        if (svLine.empty() || svLine[0] == ';' || svLine[0] == '#' || bSECTION(svLine, svName))
-            continue;
-        if (svLine[0] == '[' || svLine.find_first_of("=:") == svLine.npos) return iLine;
-    }
-    return 0;
 }
 
 std::string sPRODUCT_FILE(const std::string& sName)

@@ -19,9 +19,6 @@ int iREPLACE_FILE(const std::string& sFile, const std::string& sText, mode_t uMo
 int iINI_SET(const std::string& sFile, const std::string& sSection, const std::string& sKey,
              const std::string& sValue, std::string& sReason);
 
-/* The first line that is neither empty, comment, section nor key; 0: none. */
-int iINI_BAD_LINE(const std::string& sText);
-
 /* A file that comes with the product ("sql/schema.sql"): below the share directory of
    the installation that this program belongs to, else in the source tree around it.
    "" when there is none. */

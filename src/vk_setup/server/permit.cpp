@@ -2,8 +2,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "../programs.h"
 #include "common/common.h"
-#include "programs.h"
 #include "setup.h"
 
 namespace {

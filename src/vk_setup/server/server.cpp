@@ -5,12 +5,16 @@
 
 #include "common/common.h"
 #include "common/config/config.h"
+#include "common/unix/cm_hal_pipe.h"
+#include "common/unix/cm_hal_semaphor.h"
 #include "database.h"
 #include "files.h"
 #include "report.h"
 #include "setup.h"
 
 namespace {
+
+constexpr long lALONE_MS = 600'000;
 
 void NEXT_STEPS()
 {
@@ -49,16 +53,52 @@ std::string sSERVER_NAME()
     return row.bThere && !row.sName.empty() ? row.sName : sMACHINE_NAME();
 }
 
+namespace {
+
+/* Two setups at once would each make what the other makes. Result 1: there was one, which
+   may have changed the configuration. */
+int iALONE(sct_semaphore& sema)
+{
+    std::snprintf(sema.szSema, sizeof sema.szSema, "vk_setup_server");
+    std::snprintf(sema.szCaller, sizeof sema.szCaller, "vk_setup");
+    const long lEnd = lNOW_MS() + lALONE_MS;
+    int        iWaited = 0;
+    // Where the lock cannot be made, the steps say what is missing.
+    while (i_SEMA('+', &sema) == 0 && lNOW_MS() < lEnd) {
+        iWaited = 1;
+        v_STDERR_ONCE("alone", "another vk_setup server is at work; waiting for its end");
+        iSLEEP_MS(100);
+    }
+    return iWaited;
+}
+
+}  // namespace
+
 int iSERVER(const SETUP_ARGS& args)
 {
+    sct_semaphore sema{};
+    if (iALONE(sema)) v_CONFIG_FORGET();
+    if (!iCONFIG_VALID()) return 2;
     v_SETUP_CONFIGURATION();
     const int iDatabase = iSETUP_DATABASE(args);
     v_SETUP_DIRECTORIES();
     v_SETUP_ACCESS(args.sName.empty() ? sSERVER_NAME() : args.sName);
+    i_SEMA('-', &sema);
     if (iREPORT_EXIT() != 0 || !iDatabase) {
         std::printf("\nNot everything is done; vk_setup check looks at the whole.\n");
         return 1;
     }
     NEXT_STEPS();
+    return 0;
+}
+
+int iSHOW(const SETUP_ARGS& args)
+{
+    std::string sValue;
+    if (!iCONFIG_VARIABLE(args.sVariable.c_str(), sValue) || sValue.empty()) {
+        v_STDERR("\"%s\" is no variable that has a value", args.sVariable.c_str());
+        return 1;
+    }
+    std::printf("%s\n", sValue.c_str());
     return 0;
 }

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 
+#include "../programs.h"
 #include "common/cm_db_access.h"
 #include "common/common.h"
 #include "common/config/config.h"
@@ -17,7 +18,6 @@
 #include "database.h"
 #include "files.h"
 #include "os_release.h"
-#include "programs.h"
 #include "report.h"
 #include "setup.h"
 

@@ -5,10 +5,10 @@
 
 #include <filesystem>
 
+#include "../programs.h"
 #include "common/common.h"
 #include "common/config/config.h"
 #include "files.h"
-#include "programs.h"
 #include "report.h"
 #include "setup.h"
 
@@ -150,8 +150,7 @@ void v_SETUP_CONFIGURATION()
     std::string       sText;
     std::string       sReason;
     if (file_exist(sPlace.c_str())) {
-        if (iREAD_FILE(sPlace, sText) && iINI_BAD_LINE(sText) == 0)
-            iSTEP(STEP_THERE, "configuration " + sPlace);
+        iSTEP(STEP_THERE, "configuration " + sPlace);
     } else {
         if (!iREAD_FILE(sPRODUCT_FILE("vk.ini"), sText))
             sText = "; Configuration of vk_config_client(8)\n";

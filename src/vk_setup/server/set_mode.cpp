@@ -6,12 +6,12 @@
 #include <cerrno>
 #include <cstring>
 
+#include "../programs.h"
 #include "common/common.h"
 #include "common/config/config.h"
 #include "common/config/variables.h"
 #include "common/text/statement.h"
 #include "database.h"
-#include "programs.h"
 #include "report.h"
 #include "setup.h"
 

@@ -11,12 +11,14 @@ struct SETUP_ARGS {
     std::string sMode;      // --mode; of set_mode its second word
     std::string sClient;    // set_mode: the client
     std::string sSystem;    // --os: its operating system, for one that is new
+    std::string sVariable;  // show: its name
 };
 
 int iSERVER(const SETUP_ARGS& args);
 int iCHECK();
 int iPERMIT(const SETUP_ARGS& args);
 int iSET_MODE(const SETUP_ARGS& args);  // becomes the tool, which checks the client
+int iSHOW(const SETUP_ARGS& args);
 
 /* ---- pieces of the first setup, each reports its steps -------------------- */
 

@@ -1,9 +1,11 @@
 /* The server half of vk_setup: first setup, check, permits, access modes. vk_setup(8)
-   starts it for the subcommands server, check, permit and set_mode. */
+   starts it for the subcommands server, check, permit, set_mode and show. */
 #include <cstdio>
 #include <cstring>
 #include <string_view>
+#include <vector>
 
+#include "../server_name.h"
 #include "common/base/program.h"
 #include "common/common.h"
 #include "common/config/config.h"
@@ -19,14 +21,15 @@ constexpr char szUSAGE[] =
     "usage: vk_setup server [--name NAME] [--conninfo TEXT]\n"
     "       vk_setup check\n"
     "       vk_setup permit [--mode CTRL|VKSSH]\n"
-    "       vk_setup set_mode CLIENT MODE [--os SYSTEM]\n";
+    "       vk_setup set_mode CLIENT MODE [--os SYSTEM]\n"
+    "       vk_setup show VARIABLE\n";
 
-enum SUBCOMMAND { SUB_NONE, SUB_SERVER, SUB_CHECK, SUB_PERMIT, SUB_MODE };
+enum SUBCOMMAND { SUB_NONE, SUB_SERVER, SUB_CHECK, SUB_PERMIT, SUB_MODE, SUB_SHOW };
 
 SUBCOMMAND eSUBCOMMAND(const char* cpWord)
 {
-    constexpr const char* acpWord[] = {"", "server", "check", "permit", "set_mode"};
-    for (int i = SUB_SERVER; i <= SUB_MODE; i++)
+    constexpr const char* acpWord[] = {"", "server", "check", "permit", "set_mode", "show"};
+    for (int i = SUB_SERVER; i <= SUB_SHOW; i++)
         if (std::strcmp(cpWord, acpWord[i]) == 0) return static_cast<SUBCOMMAND>(i);
     return SUB_NONE;
 }
@@ -47,8 +50,10 @@ constexpr OPTION asctOption[] = {
 /* Takes a word that is no option. Result 0: there is no place for it. */
 int iTAKE_WORD(SUBCOMMAND eSub, const char* cpWord, SETUP_ARGS& args)
 {
-    if (eSub != SUB_MODE) return 0;
-    for (std::string* pPlace : {&args.sClient, &args.sMode}) {
+    std::vector<std::string*> place;
+    if (eSub == SUB_MODE) place = {&args.sClient, &args.sMode};
+    if (eSub == SUB_SHOW) place = {&args.sVariable};
+    for (std::string* pPlace : place) {
         if (!pPlace->empty()) continue;
         *pPlace = cpWord;
         return 1;
@@ -94,9 +99,12 @@ int iVALID(SUBCOMMAND eSub, SETUP_ARGS& args)
         v_STDERR("set_mode needs the name of a client and its access mode");
         return 0;
     }
-    if (args.sName.size() > 255) return iREFUSED("--name", "a name has at most 255 bytes");
-    if (args.sName == "ALL_CLIENTS" || args.sName.starts_with('-') ||
-        sONE_LINE(args.sName) != args.sName || args.sName.find(' ') != std::string::npos)
+    if (eSub == SUB_SHOW) {
+        if (!args.sVariable.empty()) return 1;
+        v_STDERR("show needs the name of a variable, such as gv_rw_work");
+        return 0;
+    }
+    if (!args.sName.empty() && !bSERVER_NAME(args.sName))
         return iREFUSED("--name", "that is no name of a host");
     if (args.sMode.empty()) args.sMode = acpKeyMode[0];
     for (const char* cpMode : acpKeyMode)
@@ -124,5 +132,6 @@ int main(int argc, char** argv)
     if (eSub == SUB_CHECK) return iCHECK();
     if (!iCONFIG_VALID()) return 2;  // told by the library; the check says what mends it
     if (eSub == SUB_MODE) return iSET_MODE(args);
+    if (eSub == SUB_SHOW) return iSHOW(args);
     return eSub == SUB_SERVER ? iSERVER(args) : iPERMIT(args);
 }

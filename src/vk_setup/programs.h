@@ -1,4 +1,4 @@
-/* Programs that the setup runs: ssh, ssh-keygen, the start of a database server. */
+/* Programs that the setup runs: ssh, ssh-keygen, sshd, the start of a database server. */
 #pragma once
 
 #include <string>
