@@ -294,7 +294,7 @@ def in_german():
         postgres("stop")
         postgres("start")
     setting("lc_messages = 'de_DE.UTF-8'")
-    if b"FEHLER" not in shell("psql -qXc 'select nothing'").stdout:
+    if b"existiert nicht" not in shell("psql -qXc 'select nothing'").stdout:
         raise NotMade("the database server speaks no German here")
 
 

@@ -71,7 +71,8 @@ std::string sPOSIX_SCRIPT(std::string_view svCommand, const std::string& sDirect
     const std::string  sEval = "eval " + sON_ONE_LINE(svCommand);
     const std::string  sEnd = "s=$?; printf \"\\n%s %d\\n\" " + sMark + " $s";
 
-    std::string sScript = "PATH=" + sPath + ":$PATH; export PATH; echo " + sMark + " begin; ";
+    // What only repeats its input, as cat does, must not show the mark of the begin.
+    std::string sScript = "PATH=" + sPath + ":$PATH; export PATH; echo " + sMark + " 'begin'; ";
     if ((sPath + sEval).find("$vk_lf") != std::string::npos)
         sScript.insert(0, "vk_lf=$(printf '\\n_'); vk_lf=${vk_lf%_}; ");
     if (iLEFT_TO_FINISH(svCommand)) {
