@@ -1,9 +1,11 @@
 /* What a server may send to a client's gate, and the command lines that become
    requests. Whatever comes: a line that is taken means the same when it is formed
-   again, and holds nothing that a shell would read as more than words. */
+   again, and holds nothing that a shell would read as more than words. What the gate runs
+   has no option, file or folder that the server did not have to name. */
 #include "common/remote/request.h"
 #include "common/text/command_line.h"
 #include "must.h"
+#include "vk_ctrl/gate.h"
 
 namespace {
 
@@ -11,6 +13,20 @@ bool bSAME(const REQUEST& left, const REQUEST& right)
 {
     return left.eVerb == right.eVerb && left.sMark == right.sMark && left.asWord == right.asWord &&
            left.sPath == right.sPath && left.lSize == right.lSize && left.uMode == right.uMode;
+}
+
+void WORDS(const std::vector<std::string>& asWord)
+{
+    std::string sPath;
+    const WORK  eWork = eWORK(asWord, sPath);
+    if (eWork == WORK_NONE) return;
+    MUST((eWork == WORK_RUN) == sPath.empty());
+    MUST(("/" + sPath.substr(sPath.find(':') + 1) + "/").find("/../") == std::string::npos);
+    for (const std::string& sWord : asWord) {
+        MUST(sWord.find_first_of("\t\r\n") == std::string::npos);
+        MUST(!sWord.starts_with('/') || eWork == WORK_UPDATE || sWord == "/etc/velka2000.ini");
+        MUST(!sWord.starts_with('-') || sWord.size() == 2);
+    }
 }
 
 void LINE(const std::string& sLine)
@@ -22,6 +38,7 @@ void LINE(const std::string& sLine)
     if (!iREQUEST_READ(sLine, request, sReason)) return MUST(!sReason.empty());
     MUST(sLine.find_first_of("|&;<>()$`\\\"'*?[]#~!{}\t\r\n") == std::string::npos);
     MUST(request.lSize >= 0 && request.uMode <= 0777U);
+    WORDS(request.asWord);
     for (const std::string& sWord : request.asWord) MUST(sWord.find('\0') == std::string::npos);
     if (!iREQUEST_FORM(request, sFormed)) return;  // what was plain may grow too long
     MUST(iREQUEST_READ(sFormed, again, sReason) && bSAME(request, again));
@@ -44,6 +61,7 @@ void COMMAND(const std::string& sLine)
     request.eVerb = REQUEST_RUN;
     request.sMark = "m";
     request.asWord = asWord;
+    WORDS(asWord);
     if (asWord.empty() || !iREQUEST_FORM(request, sFormed)) return;
     MUST(iREQUEST_READ(sFormed, again, sReason) && bSAME(request, again));
 }

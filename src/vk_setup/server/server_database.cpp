@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 
 #include "../programs.h"
 #include "common/cm_db_access.h"
@@ -391,6 +392,33 @@ int iFILL_SCHEMA(const CONNECTION_TEXT& text, PGconn* pConn, const SCHEMA& schem
                  std::to_string(gaps.lSystems) + " operating systems");
 }
 
+/* An operating system's name is no longer than the tool takes it; the columns of older
+   installations are wider. One that holds a longer name stays as it is, which is told. */
+void NARROW_SYSTEMS(const CONNECTION_TEXT& text, PGconn* pConn, const SCHEMA& schema)
+{
+    constexpr std::string_view svTYPE = "os varchar(";
+    CONNECTION                 pSuper;
+    char                       szSql[1024];
+    for (const SCHEMA_TABLE& table : schema.tables)
+        for (const SCHEMA_COLUMN& column : table.columns) {
+            const std::string sColumn = sCONDENSED(column.sDefinition);
+            if (!sColumn.starts_with(svTYPE)) continue;
+            const long lMost = std::strtol(sColumn.c_str() + svTYPE.size(), nullptr, 10);
+            iSQL(szSql,
+                 "select 1 from pg_attribute where attrelid=to_regclass('%s') and attname='os' "
+                 "and atttypmod-4>%ld",
+                 std::string_view(table.sName), lMost);
+            if (sVALUE(pConn, szSql).empty() ||
+                iMAKE(pMAKER(text, pConn, pSuper),
+                      "alter table " + sIDENTIFIER(table.sName) + " alter column os type varchar(" +
+                          std::to_string(lMost) + ")",
+                      "column " + table.sName + ".os no longer than the tool takes it"))
+                continue;
+            v_STEP_MORE("shorten the names in: select os from " + table.sName +
+                        " where length(os)>" + std::to_string(lMost));
+        }
+}
+
 /* The operating system of this machine, by a name that the database knows. */
 std::string sKNOWN_SYSTEM(PGconn* pConn)
 {
@@ -449,5 +477,7 @@ int iSETUP_DATABASE(const SETUP_ARGS& args)
         return iSTEP(STEP_FAILED, "tables: " + sError + "; install the package again");
     CONNECTION_TEXT  text;
     const CONNECTION pConn = pDATABASE(args, text);
-    return pConn && iFILL_SCHEMA(text, pConn.get(), schema) && iSERVER_ROW(pConn.get(), args);
+    if (!pConn || !iFILL_SCHEMA(text, pConn.get(), schema)) return 0;
+    NARROW_SYSTEMS(text, pConn.get(), schema);
+    return iSERVER_ROW(pConn.get(), args);
 }
