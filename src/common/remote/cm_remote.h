@@ -166,6 +166,11 @@ int i_search_client_info(t_LL LL_Output, char* cpVersion, char* cpVelkaVersion, 
    256 bytes each, empty where it has none. Result 1 the first is there, 0 not. */
 int iREPORT_VERSIONS(t_LL LL_Output, char* cpVersion, char* cpInstalled);
 
+/* Says that one command is all that this run has for a host, as far as it knows now: it
+   makes a connection that ends with it. A further one to the same host begins a connection
+   that is shared from then on. */
+void v_REMOTE_ONE_COMMAND();
+
 /* Says that this run needs no host any more: the shared connections end while it does
    its last work. A later command would connect anew. */
 void v_REMOTE_DONE();

@@ -57,6 +57,13 @@ std::map<std::string, CONNECTION>& CONNECTIONS()
     return connections.Get();
 }
 
+/* The run has one command for a host. */
+bool& ONE_COMMAND()
+{
+    static IMMORTAL<bool> one;
+    return one.Get();
+}
+
 std::string sBASE_NAME()
 {
     return "vk-" + std::to_string(geteuid()) + "-";
@@ -168,7 +175,7 @@ PACKET acPACKET(uint32_t uType, uint32_t uValue)
 void ASK_TO_END(CONNECTION& connection)
 {
     constexpr uint32_t uHELLO = 1, uVERSION = 4, uTERMINATE = 0x10000005;
-    if (connection.sSocket.empty() || connection.fdEnding.bOpen()) return;
+    if (!connection.bShared || connection.sSocket.empty() || connection.fdEnding.bOpen()) return;
     FD           fd = fdCONNECTED(connection.sSocket);
     const PACKET acHello = acPACKET(uHELLO, uVERSION);
     const PACKET acEnd = acPACKET(uTERMINATE, 1);
@@ -180,6 +187,7 @@ void ASK_TO_END(CONNECTION& connection)
 /* Waits until it is gone. */
 void AWAIT_END(CONNECTION& connection)
 {
+    if (!connection.fdEnding.bOpen()) return;
     char       acAnswer[256];
     const long lDeadline = lNOW_MS() + iEND_MS;
     ssize_t    lGot = 1;
@@ -203,6 +211,7 @@ bool bLEFT_OVER(const std::string& sPath)
         if (!it->is_socket(error)) continue;
         CONNECTION connection;
         connection.sSocket = it->path().string();
+        connection.bShared = true;
         ASK_TO_END(connection);
         if (!connection.fdEnding.bOpen()) continue;
         AWAIT_END(connection);
@@ -239,8 +248,12 @@ void REAP_BACKGROUND()
 void END_CONNECTIONS()
 {
     v_REMOTE_DONE();
-    for (auto& [sKey, connection] : CONNECTIONS()) AWAIT_END(connection);
-    if (!CONNECTIONS().empty()) REAP_BACKGROUND();
+    bool bShared = false;
+    for (auto& [sKey, connection] : CONNECTIONS()) {
+        AWAIT_END(connection);
+        bShared |= connection.bShared;
+    }
+    if (bShared) REAP_BACKGROUND();
     CONNECTIONS().clear();
     std::error_code ignored;
     if (!DIRECTORY().sPath.empty()) fs::remove_all(DIRECTORY().sPath, ignored);
@@ -252,9 +265,15 @@ void LEAVE_TO_PARENT()
 {
     CONNECTIONS().clear();
     DIRECTORY() = {};
+    ONE_COMMAND() = false;
 }
 
 }  // namespace
+
+void v_REMOTE_ONE_COMMAND()
+{
+    ONE_COMMAND() = true;
+}
 
 void v_REMOTE_DONE()
 {
@@ -288,6 +307,7 @@ CONNECTION& sctCONNECTION(const HOST& host)
     const auto [entry, bNew] = CONNECTIONS().try_emplace(sKey);
     CONNECTION& connection = entry->second;
     if (!bNew) return connection;
+    connection.bAlone = ONE_COMMAND();
     const std::string& sDirectory = sPRIVATE_DIRECTORY();
     if (sDirectory.empty()) return connection;
     const std::string sBase = sDirectory + "/" + std::to_string(DIRECTORY().uConnections++);

@@ -1,5 +1,7 @@
 /* The shared connections of this run: one per host and access mode, made by the
-   first command, used by the rest, ended with the run.
+   first command, used by the rest, ended with the run. Where the run has one command for
+   a host (v_REMOTE_ONE_COMMAND), that one connects by itself, and a further one begins
+   what is shared.
 
    The first ssh makes the connection and, once it is authenticated, leaves it to a
    background process that later ones reach through a socket in a private
@@ -19,9 +21,11 @@
 constexpr int iCONNECTION_IDLE_S = 25;
 
 struct CONNECTION {
-    std::string sSocket;   // control socket, empty when there is no directory for it
-    DRAIN       words;     // ssh's own, since the command formed last
-    FD          fdEnding;  // it was asked to end here, and closes this when it has
+    std::string sSocket;          // control socket, empty when there is no directory for it
+    DRAIN       words;            // ssh's own, since the command formed last
+    bool        bAlone = false;   // the next command is the only one as far as is known
+    bool        bShared = false;  // a command was given the socket
+    FD          fdEnding;         // it was asked to end here, and closes this when it has
 };
 
 /* The connection of a host, made known on first use. */

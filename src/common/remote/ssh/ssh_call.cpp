@@ -99,7 +99,7 @@ int iOPTIONS(const HOST& host, const std::string& sPort, int iConnectTimeout, SS
     options.Add("ServerAliveCountMax=3");
     options.Add(cpQUIET);
     options.Add("ClearAllForwardings=yes");
-    if (connection.sSocket.empty()) {
+    if (connection.sSocket.empty() || connection.bAlone) {
         options.Add("ControlMaster=no");
         options.Add("ControlPath=none");
     } else {
@@ -262,11 +262,13 @@ int iSSH_CALL(const HOST& host, const std::string& sPort, const std::string& sRe
 {
     SSH_OPTIONS options;
     if (!iOPTIONS(host, sPort, iConnectTimeout, options, sReason)) return 0;
+    CONNECTION& connection = sctCONNECTION(host);
+    connection.bShared |= !connection.bAlone;
+    connection.bAlone = false;  // another command makes two
     // Its steps tell how far it came; they go to a pipe that nobody else writes into.
-    DRAIN&            words = sctCONNECTION(host).words;
-    const std::string sWords = words.sPath();
+    const std::string sWords = connection.words.sPath();
     if (sWords.empty()) return iCANNOT("listen to", "ssh", sReason);
-    words.Forget();
+    connection.words.Forget();
     sctSpec.asArgument = {"ssh", "-T", "-E", sWords, "-o", cpSTEPS};
     ADD(sctSpec.asArgument, options.asWord);
     if (!host.sUser.empty()) ADD(sctSpec.asArgument, {"-l", host.sUser});
@@ -278,6 +280,9 @@ int iSSH_CALL(const HOST& host, const std::string& sPort, const std::string& sRe
 int iSFTP_CALL(const HOST& host, CHILD_SPEC& sctSpec, std::string& sReason)
 {
     SSH_OPTIONS options;
+    CONNECTION& connection = sctCONNECTION(host);
+    connection.bAlone = false;
+    connection.bShared = true;
     if (!iOPTIONS(host, "", iCONFIG_CONNECT_TIMEOUT(), options, sReason)) return 0;
     // Quiet, ssh would not even say why there is no sftp.
     sctSpec.asArgument = {"sftp"};
