@@ -63,6 +63,16 @@ void UPDATE_SCRIPTS()
     }
 }
 
+/* The key exchange that costs least of those that protect against later quantum computers;
+   an ssh that does not know it would refuse the whole file. */
+std::string sKEY_EXCHANGE()
+{
+    constexpr const char* cpNAME = "mlkem768x25519-sha256";
+    const bool bKnown = sctRUN_PROGRAM({"ssh", "-Q", "kex"}).sOut.find(cpNAME) != std::string::npos;
+    return std::string(bKnown ? "    " : "    # From OpenSSH 9.9 on, connects faster:\n    # ") +
+           "KexAlgorithms ^" + cpNAME + "\n";
+}
+
 std::string sSSH_CONFIGURATION(const std::string& sMode, const std::string& sFolder)
 {
     return "# ssh_config(5) of vk_config_client for clients of access mode " + sMode +
@@ -78,7 +88,7 @@ std::string sSSH_CONFIGURATION(const std::string& sMode, const std::string& sFol
            "    IdentityAgent none\n"
            "    StrictHostKeyChecking accept-new\n"
            "    UserKnownHostsFile " +
-           sFolder + "known_hosts\n";
+           sFolder + "known_hosts\n" + sKEY_EXCHANGE();
 }
 
 /* A key pair without a passphrase, since nobody is there to type it. */
