@@ -2,6 +2,7 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <regex>
 
 #include "sandbox_fixture.h"
 
@@ -137,6 +138,63 @@ TEST_F(MANY, side_by_side_gives_the_same_rows_report_and_summary)
     EXPECT_EQ(iCHILDREN_LEFT(2000), 0);
 }
 
+/* The lines, with times, process ids and random names put out of them. */
+std::string sWITHOUT_CHANCE(const TEXTS& asLine)
+{
+    std::string sText;
+    for (const std::string& sLine : asLine) sText += sLine + "\n";
+    static const std::regex chance(
+        "\\d{4}-\\d\\d-\\d\\d[T ][\\d:.+]+( \\d+ )?|\\d{14}_\\d+|\"pid\":\\d+|\"ms\":\\{[^}]*\\}|"
+        " after \\d+ ms|/own/\\w+|/proc/\\d+/fd/\\d+|vk-[0-9a-f]{32}|vk-\\d+-\\w{6}");
+    return std::regex_replace(sText, chance, "#");
+}
+
+TEST_F(MANY, a_forked_child_leaves_what_an_executed_one_does)
+{
+    ADD_CLIENTS({"alpha", "noversion", "nokey", "nohost.invalid", "refused", "tkc", "exit255"});
+    ADD_CLIENT("v1", "VIRTUAL");
+    ADD_CLIENT("v2", "NOMODE", "NoSystem", {{"password", "Secret-1"}, {"comment", "Secret-1"}});
+    INI("general", "trace_level", "2");
+    CHECK("ALL_CLIENTS");  // the host keys are known from now on
+    // Beside the second program lies another that its children run; the first is its own.
+    fs::create_directory(sDIR() + "/own");
+    for (const char* cpName : {"/own/vk_config_client", "/own/many"})
+        fs::copy_file(VK_PROGRAM, sDIR() + cpName);
+    SETTINGS seen;
+    for (const char* cpProgram : {"/own/vk_config_client", "/own/many"}) {
+        SQL("update clients set msg=null,comment=null,access_state=null,access_success=null");
+        m_sProgram = sDIR() + cpProgram;
+        for (const TEXTS& asTask :
+             {TEXTS{"-C", "r"}, {"-C", "s"}, {"-U", "-P", "none.deb", "-v", "2"}}) {
+            for (const char* cpFolder : {"lgc", "prot", "work/answ"})
+                fs::remove_all(sRW() + cpFolder);
+            const RUN run = CONFIG_CLIENT(asTask + TEXTS{"-c", "ALL_CLIENTS"});
+            const std::map<std::string, TEXTS> left{
+                {"output", asLINES(run.sOut)},
+                {"error output", asLINES(run.sErr)},
+                {"rows", ROWS("select name,msg,comment,access_state,qtc_version,package,"
+                              "access_success is null from clients order by name")},
+                {"outcomes", OUTCOMES()},
+                {"day protocol", PROTOCOL()},
+                {"info output", INFO()},
+                {"traces", asLINES(TRACE_TEXT())}};
+            for (const auto& [sWhat, asLine] : left) {
+                std::string& sFirst = seen[asTask[0] + asTask[1] + " " + sWhat];
+                const auto   sMasked = sWITHOUT_CHANCE(asLine);
+                if (sFirst.empty()) sFirst = sMasked;
+                EXPECT_NE(sMasked, "") << sWhat;
+                const TEXTS asNow = asLINES(sMasked);
+                const TEXTS asThen = asLINES(sFirst);
+                const auto [itNow, itThen] =
+                    std::mismatch(asNow.begin(), asNow.end(), asThen.begin(), asThen.end());
+                EXPECT_EQ(itNow == asNow.end() ? "" : *itNow, itThen == asThen.end() ? "" : *itThen)
+                    << asTask[0] << " " << asTask[1] << " " << sWhat;
+            }
+        }
+    }
+    EXPECT_EQ(iCHILDREN_LEFT(2000), 0);
+}
+
 TEST_F(MANY, a_child_that_is_killed_counts_as_failed)
 {
     ADD_CLIENTS({"a"}, "VIRTUAL");
@@ -144,6 +202,9 @@ TEST_F(MANY, a_child_that_is_killed_counts_as_failed)
     const std::string sPid = std::to_string(started.iPid);
     const std::string sChild = sREAD_FILE("/proc/" + sPid + "/task/" + sPid + "/children");
     ASSERT_GT(std::atoi(sChild.c_str()), 0);
+    const std::string sShown =
+        sREAD_FILE("/proc/" + std::to_string(std::atoi(sChild.c_str())) + "/cmdline");
+    EXPECT_THAT(sShown, EndsWith(std::string("/vk_config_client\0-c\0silent\0-C\0r\0", 33)));
     kill(std::atoi(sChild.c_str()), SIGKILL);
     const RUN run = WAIT(started);
     EXPECT_THAT(run.sOut, AllOf(HasSubstr("\nClient: a "), HasSubstr("\nClient: silent ")));

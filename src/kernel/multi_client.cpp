@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "../common/config/config.h"
+#include "../common/database/handed.h"
 #include "../common/package/eligibility.h"
 #include "../common/unix/observed_child.h"
 #include "../common/unix/progress_line.h"
@@ -144,7 +145,13 @@ void v_START_NEXT(MULTI_RUN* pRun)
     std::string sReason;
     v_PROGRESS_CLEAR(&pRun->progress);
     pRun->uNext++;
-    if (iCLIENT_START(pChild, asWord, sReason)) return;
+    const auto v_READY = [pChild](CHILD_SPEC& sctSpec) {
+        const int iDatabase = pChild->iDatabase = iDB_HAND_OUT();
+        sctSpec.iKept = iDB_HANDED_FD(iDatabase);
+        sctSpec.pFirst = [iDatabase] { v_DB_TAKE_HANDED(iDatabase); };
+    };
+    if (iCLIENT_START(pChild, asWord, v_READY, sReason)) return;
+    v_DB_HAND_BACK(pChild->iDatabase, true);
     pRun->running.pop_back();
     TRACE("%s", cpSEPARATOR);
     if (pRun->running.empty()) {
@@ -177,6 +184,7 @@ void v_TAKE_END(MULTI_RUN* pRun, const CLIENT_CHILD& child, bool bCount)
         v_OUTCOME_KILLED(pRun->pArg, child.sName, child.lPid, iSignal);
         if (bCount) TELL("%s: its run was ended by signal %d", child.sName.c_str(), iSignal);
     }
+    v_DB_HAND_BACK(child.iDatabase, pRun->uNext < pRun->asName.size());
     if (bCount) v_COUNT(pRun, child.sName, iStatus, bHAS_VERSION(child));
 }
 

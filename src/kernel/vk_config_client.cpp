@@ -6,6 +6,7 @@
 
 #include "../common/config/config.h"
 #include "../common/text/command_line.h"
+#include "../common/unix/forked_run.h"
 #include "run_outcome.h"
 
 namespace {
@@ -78,15 +79,14 @@ int iDISPATCH(SCT_ARGS* pArg, const char* cpAccessMode, char (&szBuf)[N])
         return 0;
     }
     if (cPath == 'd') return iDELETE_FROM_DATABASE(pArg, szBuf);
+    if (cPath == 'r') v_REMOTE_ONE_COMMAND();
     const int iRet = iTEST_QTC_CONNECTION(pArg, szBuf, N);
     return cPath == 's' && iRet == 1 ? iTEST_BACKUP_CONNECTION(pArg, szBuf, N) : iRet;
 }
 
-}  // namespace
-
-int main(int argc, char** argv)
+/* One run of the tool: the whole process, or a child of a run over many. */
+[[noreturn]] void v_RUN(int argc, char** argv)
 {
-    v_STANDARD_DESCRIPTORS();
     v_SIGNALS_SETUP();
     SCT_ARGS   sctArgs = {};
     char       szAccessMode[11] = "";
@@ -109,4 +109,13 @@ int main(int argc, char** argv)
     TRACE("Access %s", sctArgs.szAccessMode);
     const int iRet = iDISPATCH(&sctArgs, szAccessMode, szBuf);
     ZFINISH(szBuf, iRet == 1 ? VK_SUCCESS : VK_WARNING, cDelFlg, &sctArgs);
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    v_STANDARD_DESCRIPTORS();
+    v_RUNS_CAN_BE_FORKED(argc, argv, v_RUN);
+    v_RUN(argc, argv);
 }

@@ -1,20 +1,59 @@
-/* An object that is never destroyed. What the end of the process still uses
+/* Objects that are never destroyed. What the end of the process still uses
    (texts handed out until then, the database connection, the known passwords)
    must not fall to the destructors of static objects, which run in an order of
-   their own. The storage is static, so nothing counts as lost. */
+   their own. The storage is static, so nothing counts as lost.
+
+   What such an object holds is known of one run of the program. A process that is
+   forked off to begin another run makes them anew (v_RUN_OBJECTS_ANEW), all but the
+   LASTING ones, which hold for both. */
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <new>
 
-template<class T>
-class IMMORTAL {
+/* Destroys and makes anew all that belongs to a run. */
+void v_RUN_OBJECTS_ANEW();
+
+/* A place in the list of those that belong to a run. */
+class RUN_OBJECT {
 public:
-    IMMORTAL() { ::new (static_cast<void*>(m_storage)) T(); }
-    IMMORTAL(const IMMORTAL&) = delete;
-    IMMORTAL& operator=(const IMMORTAL&) = delete;
-    T&        Get() { return *std::launder(reinterpret_cast<T*>(m_storage)); }
+    explicit RUN_OBJECT(void (*pAnew)(RUN_OBJECT*));
+    RUN_OBJECT(const RUN_OBJECT&) = delete;
+    RUN_OBJECT& operator=(const RUN_OBJECT&) = delete;
+
+private:
+    friend void v_RUN_OBJECTS_ANEW();
+
+    void (*m_pAnew)(RUN_OBJECT*);
+    RUN_OBJECT* m_pNext;
+};
+
+template<class T>
+class LASTING {
+public:
+    LASTING() { ::new (static_cast<void*>(m_storage)) T(); }
+    LASTING(const LASTING&) = delete;
+    LASTING& operator=(const LASTING&) = delete;
+    T&       Get() { return *std::launder(reinterpret_cast<T*>(m_storage)); }
 
 private:
     alignas(T) std::byte m_storage[sizeof(T)]{};
+};
+
+template<class T>
+class IMMORTAL : RUN_OBJECT {
+public:
+    IMMORTAL() : RUN_OBJECT(Anew) {}
+    T& Get() { return m_object.Get(); }
+
+private:
+    static void Anew(RUN_OBJECT* pObject)
+    {
+        T& object = static_cast<IMMORTAL*>(pObject)->Get();
+        std::destroy_at(&object);
+        ::new (static_cast<void*>(&object)) T();
+    }
+
+    LASTING<T> m_object;
 };

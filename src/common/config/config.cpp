@@ -52,7 +52,7 @@ struct READING {
 
 CONFIG& STORE()
 {
-    static IMMORTAL<CONFIG> config;
+    static LASTING<CONFIG> config;
     return config.Get();
 }
 

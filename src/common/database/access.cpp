@@ -102,8 +102,8 @@ DB_ERROR& LAST_ERROR()
 /* Trace context of the last operation that was traced, for the one that gets none. */
 str_log& LAST_LOG()
 {
-    static str_log sctLog{};
-    return sctLog;
+    static IMMORTAL<str_log> log;
+    return log.Get();
 }
 
 bool bTRACED(const str_log& sctLog)

@@ -15,6 +15,7 @@
 #include <random>
 #include <string_view>
 
+#include "../base/immortal.h"
 #include "../base/program.h"
 #include "../config/config.h"
 #include "../config/keys.h"
@@ -76,11 +77,15 @@ int iSHORTER(int iSeconds, int iAtMost)
     return iSeconds <= 0 ? iAtMost : std::min(iSeconds, iAtMost);
 }
 
+struct RANDOM {
+    std::minstd_rand engine{std::random_device{}()};
+};
+
 /* A pooler has refused session options. */
 bool& NO_OPTIONS()
 {
-    static bool bNone = false;
-    return bNone;
+    static IMMORTAL<bool> none;
+    return none.Get();
 }
 
 /* A value that the connection text sets, else the environment. */
@@ -125,6 +130,13 @@ std::string sSESSION_OPTIONS(const std::string& sOwn)
            std::to_string(iDB_STATEMENT_TIMEOUT()) + "s";
 }
 
+/* That the connection text or the environment gave last. */
+std::string& LAST_PASSWORD()
+{
+    static LASTING<std::string> password;
+    return password.Get();
+}
+
 PLAN sctPLAN()
 {
     const std::string sText = sCONFIG_TEXT("database", "conninfo", szCONFIG_CONNINFO);
@@ -132,7 +144,8 @@ PLAN sctPLAN()
     const CONNINFO          pInfo{PQconninfoParse(sText.c_str(), nullptr)};
     const PQconninfoOption* pOption = pInfo.get();
     PLAN                    plan;
-    v_SECRET(sSET_IN(pOption, "password", "PGPASSWORD"), SECRET_OF_DATABASE);
+    LAST_PASSWORD() = sSET_IN(pOption, "password", "PGPASSWORD");
+    v_DB_MASK_PASSWORD();
     v_READ_HOSTS(pOption, plan);
     plan.sOwnOptions = sSET_IN(pOption, "options", "PGOPTIONS");
     const std::string sTimeout = sSET_IN(pOption, "connect_timeout", "PGCONNECT_TIMEOUT");
@@ -283,8 +296,8 @@ int iRETRY_TIME()
 /* What passes by itself has not passed in retry_time. */
 bool& IN_VAIN()
 {
-    static bool bInVain = false;
-    return bInVain;
+    static IMMORTAL<bool> inVain;
+    return inVain.Get();
 }
 
 }  // namespace
@@ -297,12 +310,12 @@ DB_PATIENCE::DB_PATIENCE()
 /* Half to one and a half times the pause, which grows by half each time. */
 int DB_PATIENCE::iAnother()
 {
-    static std::minstd_rand         random{std::random_device{}()};
+    static IMMORTAL<RANDOM>         random;
     std::uniform_int_distribution<> spread(m_iPause / 2, m_iPause * 3 / 2);
     const long                      lLeft = m_lUntil - lNOW_MS();
     m_iPause = std::min(m_iPause * 3 / 2, iLONGEST_PAUSE);
     IN_VAIN() = lLeft <= 0;
-    return !IN_VAIN() && iSLEEP_MS(std::min<long>(spread(random), lLeft));
+    return !IN_VAIN() && iSLEEP_MS(std::min<long>(spread(random.Get().engine), lLeft));
 }
 
 void DB_PATIENCE::Restore()
@@ -317,6 +330,16 @@ CONNECTION pDB_CONNECT(DB_ERROR& error)
         CONNECTION pConn = pTRY(error);
         if (pConn || !bDB_PASSES(error.eKind) || !patience.iAnother()) return pConn;
     }
+}
+
+CONNECTION pDB_CONNECT_ONCE(DB_ERROR& error)
+{
+    return pTRY(error);
+}
+
+void v_DB_MASK_PASSWORD()
+{
+    v_SECRET(LAST_PASSWORD(), SECRET_OF_DATABASE);
 }
 
 void v_DB_WAIT_AT_MOST(const DB_WAITS& sctWaits)

@@ -35,6 +35,12 @@ private:
    Result  null: error says why; one line of text */
 CONNECTION pDB_CONNECT(DB_ERROR& error);
 
+/* The same, but each host is asked once. */
+CONNECTION pDB_CONNECT_ONCE(DB_ERROR& error);
+
+/* Masks the password of the connection text, as connecting does. */
+void v_DB_MASK_PASSWORD();
+
 /* Seconds that a statement may take; 0: no limit. */
 int iDB_STATEMENT_TIMEOUT();
 

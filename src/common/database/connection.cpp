@@ -38,6 +38,7 @@ struct SESSION {
     bool        bInTransaction = false;  // what breaks is not replaced
     bool        bEnding = false;         // the server has said that it ends the session
     std::string sWord;                   // what it said last
+    bool*       pIdle = nullptr;         // of a connection that the parent gets back
 };
 
 SESSION& HERE()
@@ -48,14 +49,21 @@ SESSION& HERE()
 
 void CLOSE_AT_END()
 {
-    HERE().pConn.reset();
+    SESSION&   here = HERE();
+    const bool bIdle = here.pConn && PQstatus(here.pConn.get()) == CONNECTION_OK &&
+                       PQtransactionStatus(here.pConn.get()) == PQTRANS_IDLE && !here.bEnding;
+    if (here.pIdle != nullptr && bIdle) {
+        *here.pIdle = true;
+        static_cast<void>(here.pConn.release());
+    }
+    here.pConn.reset();
 }
 
 /* In a forked process: the session goes on in its parent. To free it would tell the
    server that it ends. */
 void LEAVE_TO_PARENT()
 {
-    static IMMORTAL<std::vector<CONNECTION>> parents;
+    static LASTING<std::vector<CONNECTION>> parents;
     if (HERE().pConn) {
         close(PQsocket(HERE().pConn.get()));
         parents.Get().push_back(std::move(HERE().pConn));
@@ -191,16 +199,14 @@ int iCONNECT(DB_ERROR& error)
 {
     CONNECTION pConn = pDB_CONNECT(error);
     if (!pConn) return 0;
-    PQsetErrorVerbosity(pConn.get(), PQERRORS_TERSE);
-    PQsetErrorContextVisibility(pConn.get(), PQSHOW_CONTEXT_NEVER);
-    PQsetNoticeReceiver(pConn.get(), v_TAKE_NOTICE, nullptr);
-    PQsetnonblocking(pConn.get(), 1);
+    v_DB_SET_UP(pConn.get());
     SESSION&         here = HERE();
     static const int iOnce = (v_AFTER_FORK(LEAVE_TO_PARENT), 1);
     static_cast<void>(iOnce);
     if (!here.bOnce) v_AT_END(CLOSE_AT_END);
     here.bOnce = true;
     here.bEnding = false;
+    here.pIdle = nullptr;
     here.pConn = std::move(pConn);
     for (const std::string& sSet : asDB_SETTINGS_LEFT(here.pConn.get())) {
         STEP             eStep = STEP_READY;
@@ -218,17 +224,21 @@ int iCONNECT(DB_ERROR& error)
    again for as long: a run whose database is silent ends after one wait. */
 int iCONNECT_OR_REMEMBER(DB_ERROR& error)
 {
-    static IMMORTAL<DB_ERROR> lastError;
-    static long               lNotBefore = 0;
-    const long                lStart = lNOW_MS();
-    if (lStart < lNotBefore) {
-        error = lastError.Get();
+    struct LAST {
+        DB_ERROR error;
+        long     lNotBefore = 0;
+    };
+    static IMMORTAL<LAST> failed;
+    LAST&                 last = failed.Get();
+    const long            lStart = lNOW_MS();
+    if (lStart < last.lNotBefore) {
+        error = last.error;
         return 0;
     }
     if (iCONNECT(error)) return 1;
-    lastError.Get() = error;
+    last.error = error;
     const long lWaited = lNOW_MS() - lStart;
-    lNotBefore = error.eKind == DB_SILENT ? lNOW_MS() + lWaited : 0;
+    last.lNotBefore = error.eKind == DB_SILENT ? lNOW_MS() + lWaited : 0;
     TELL_LOST(error.sText);
     return 0;
 }
@@ -288,6 +298,28 @@ int iAGAIN(const char* cpSql, STEP eStep, const DB_OUTCOME& outcome, int iTry,
 }
 
 }  // namespace
+
+void v_DB_SET_UP(PGconn* pConn)
+{
+    PQsetErrorVerbosity(pConn, PQERRORS_TERSE);
+    PQsetErrorContextVisibility(pConn, PQSHOW_CONTEXT_NEVER);
+    PQsetNoticeReceiver(pConn, v_TAKE_NOTICE, nullptr);
+    PQsetnonblocking(pConn, 1);
+}
+
+PGconn* pDB_HERE()
+{
+    return HERE().pConn.get();
+}
+
+void v_DB_BORROW(PGconn* pConn, bool* pIdle)
+{
+    SESSION& here = HERE();
+    v_AT_END(CLOSE_AT_END);
+    here.bOnce = true;
+    here.pConn.reset(pConn);
+    here.pIdle = pIdle;
+}
 
 bool bDB_CONNECTED_ONCE()
 {

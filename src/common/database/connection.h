@@ -7,7 +7,7 @@
 #include <functional>
 #include <string>
 
-#include "failure.h"
+#include "connect.h"
 
 /* How a statement ended. */
 struct DB_OUTCOME {
@@ -28,6 +28,17 @@ bool bDB_CONNECTED_ONCE();
 /* From now on statements belong to one transaction, or no longer: a connection that
    breaks inside it is not replaced, and what is left of it fails. */
 void v_DB_IN_TRANSACTION(bool bInside);
+
+/* Sets a new connection up as statements need it. */
+void v_DB_SET_UP(PGconn* pConn);
+
+/* The connection of this process; null when it has none now. */
+PGconn* pDB_HERE();
+
+/* In a process that was forked off: statements go over a connection that its parent has
+   made for it. Where nothing is under way on it at the end of this process, it is left
+   open and *pIdle becomes true; one that breaks is replaced as any other. */
+void v_DB_BORROW(PGconn* pConn, bool* pIdle);
 
 /* Runs one statement; connects where there is no connection. */
 DB_OUTCOME sctDB_RUN(const char* cpSql, const DB_ROW& pRow);

@@ -2,6 +2,7 @@
 #include "secret.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 #include "../base/immortal.h"
@@ -13,7 +14,12 @@ namespace {
 
 constexpr size_t uSEARCHED = 4;  // characters of a password that is searched for
 
-bool abShort[2] = {};  // a shorter one is known, by SECRET_PLACE
+/* A shorter one is known, by SECRET_PLACE. */
+std::array<bool, 2>& SHORT()
+{
+    static IMMORTAL<std::array<bool, 2>> known;
+    return known.Get();
+}
 
 /* The known passwords in the forms in which they may stand in a text, longest
    first, so that a form is never half replaced by a shorter one. */
@@ -67,7 +73,7 @@ void v_SECRET(std::string_view svPassword, SECRET_PLACE ePlace)
 {
     if (svPassword.empty()) return;
     if (svPassword.size() < uSEARCHED) {
-        abShort[ePlace] = true;
+        SHORT()[ePlace] = true;
         return;
     }
     /* The same text as statements and command lines carry it. */
@@ -89,12 +95,12 @@ void v_SECRET_SEEN(std::string_view svPassword)
 
 std::string sFOREIGN(std::string_view svText, SECRET_PLACE ePlace)
 {
-    return abShort[ePlace] && !svText.empty() ? "***" : sREPLACED(svText);
+    return SHORT()[ePlace] && !svText.empty() ? "***" : sREPLACED(svText);
 }
 
 std::string sMASKED(std::string_view svText)
 {
-    if (SECRETS().empty() && !abShort[SECRET_OF_CLIENT]) return std::string(svText);
+    if (SECRETS().empty() && !SHORT()[SECRET_OF_CLIENT]) return std::string(svText);
     size_t uBegin = 0;  // of what came from elsewhere
     size_t uEnd = svText.size();
     if (sctPROGRAM.pForeign != nullptr && sctPROGRAM.pForeign(svText, uBegin, uEnd))
@@ -104,7 +110,7 @@ std::string sMASKED(std::string_view svText)
 }
 
 SECRETS_HERE::SECRETS_HERE(std::initializer_list<std::string_view> passwords)
-    : m_asBefore(SECRETS()), m_bShortBefore(abShort[SECRET_OF_CLIENT])
+    : m_asBefore(SECRETS()), m_bShortBefore(SHORT()[SECRET_OF_CLIENT])
 {
     for (const std::string_view svPassword : passwords) v_SECRET(svPassword);
 }
@@ -112,5 +118,5 @@ SECRETS_HERE::SECRETS_HERE(std::initializer_list<std::string_view> passwords)
 SECRETS_HERE::~SECRETS_HERE()
 {
     SECRETS() = std::move(m_asBefore);
-    abShort[SECRET_OF_CLIENT] = m_bShortBefore;
+    SHORT()[SECRET_OF_CLIENT] = m_bShortBefore;
 }

@@ -39,8 +39,11 @@ long lMICROSECONDS()
 }
 
 /* The process began when its static objects came to life. */
-const timespec sctBEGIN = sctCLOCK(CLOCK_REALTIME);
-const long     lBEGIN = lMICROSECONDS();
+struct BEGIN {
+    timespec sctTime = sctCLOCK(CLOCK_REALTIME);
+    long     lMicroseconds = lMICROSECONDS();
+};
+IMMORTAL<BEGIN> begin;
 
 /* "2026-11-25T03:52:27.123+01:00" */
 std::string sISO(const timespec& sctTime)
@@ -107,7 +110,7 @@ void SET_TIMES(JSON& line, const RUN_RECORD& record)
     JSON& times = line["ms"];
     for (size_t u = 0; u < RUN_TIMES; u++)
         if (record.alMicroseconds[u] >= 0) times[acpTIME[u]] = lROUNDED(record.alMicroseconds[u]);
-    times["total"] = lROUNDED(lMICROSECONDS() - lBEGIN);
+    times["total"] = lROUNDED(lMICROSECONDS() - begin.Get().lMicroseconds);
 }
 
 }  // namespace
@@ -146,7 +149,7 @@ std::string sOUTCOME_LINE(const RUN_RECORD& record)
 {
     JSON           line;
     const timespec sctNow = sctCLOCK(CLOCK_REALTIME);
-    line["begin"] = sISO(record.bStarted ? sctBEGIN : sctNow);
+    line["begin"] = sISO(record.bStarted ? begin.Get().sctTime : sctNow);
     line["end"] = sISO(sctNow);
     SET(line, "run", record.sRun);
     SET(line, "rollout", record.sRollout);

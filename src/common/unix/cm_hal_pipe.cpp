@@ -85,19 +85,25 @@ struct CHILD_SIDE {
     bool         bOutlives;
 };
 
+/* In the child: a session of its own, and its standard streams. Result  false: its
+   parent has died, or they cannot be had. */
+bool bCHILD_STANDS(const CHILD_SIDE& side)
+{
+    setsid();
+    if (!side.bOutlives) {
+        prctl(PR_SET_PDEATHSIG, SIGTERM);
+        if (getppid() != side.iParent) return false;  // it died before the signal was set up
+    }
+    return dup2(side.iIn, 0) >= 0 && dup2(side.iOut, 1) >= 0 && dup2(side.iErr, 2) >= 0;
+}
+
 /* In the child, between vfork and exec: only system calls, and nothing written to
    memory, which is still the parent's. */
 [[noreturn]] void CHILD_EXEC(const CHILD_SIDE& side)
 {
-    setsid();
-    bool bGone = false;
-    if (!side.bOutlives) {
-        prctl(PR_SET_PDEATHSIG, SIGTERM);
-        bGone = getppid() != side.iParent;  // it died before the signal was set up
-    }
+    const bool bStands = bCHILD_STANDS(side);
     v_SIGNALS_OF_CHILD();
-    if (!bGone && dup2(side.iIn, 0) >= 0 && dup2(side.iOut, 1) >= 0 && dup2(side.iErr, 2) >= 0)
-        execvpe(side.ppArgument[0], side.ppArgument, side.ppEnvironment);
+    if (bStands) execvpe(side.ppArgument[0], side.ppArgument, side.ppEnvironment);
     const int iErrno = errno;
     static_cast<void>(!write(side.iFailure, &iErrno, sizeof iErrno));
     _exit(127);
@@ -157,7 +163,8 @@ bool bEXIT_CAN_BE_SEEN()
 }
 
 /* The child between fork and exec, or its process id. The page tables are not
-   copied, which would take as long as a statement of the database. */
+   copied, which would take as long as a statement of the database; they are where it is
+   to go on with what stands in memory. */
 pid_t iFORK(const CHILD_SPEC& sctSpec, const CHILD_PIPES& pipes)
 {
     std::vector<std::string> asArgument = sctSpec.asArgument;
@@ -180,8 +187,14 @@ pid_t iFORK(const CHILD_SPEC& sctSpec, const CHILD_PIPES& pipes)
     if (sctSpec.bPipeErr) side.iErr = pipes.sctErr.fdWrite.iGet();
     // A handler in the child would work on our memory, and leave it an alarm.
     const SIGNALS_HELD held;
-    const pid_t        iPid = vfork();  // NOLINT(clang-analyzer-security.insecureAPI.vfork)
-    if (iPid == 0) CHILD_EXEC(side);    // NOLINT(clang-analyzer-unix.Vfork)
+    if (sctSpec.pBody != nullptr) {
+        const pid_t iPid = fork();
+        if (iPid == 0 && bCHILD_STANDS(side)) sctSpec.pBody(sctSpec);
+        if (iPid == 0) _exit(127);
+        return iPid;
+    }
+    const pid_t iPid = vfork();       // NOLINT(clang-analyzer-security.insecureAPI.vfork)
+    if (iPid == 0) CHILD_EXEC(side);  // NOLINT(clang-analyzer-unix.Vfork)
     return iPid;
 }
 
@@ -203,9 +216,16 @@ int iADOPT(CHILD& child, pid_t iPid, bool bOutlives, CHILD_PIPES& pipes)
     return 1;
 }
 
+/* To the group of a child that is not reaped yet. One that was just forked may not lead
+   it yet. */
+void SIGNAL_GROUP(pid_t iPid, int iSignal)
+{
+    if (kill(-iPid, iSignal) != 0) kill(iPid, iSignal);
+}
+
 void KILL_AND_REAP(pid_t iPid)
 {
-    kill(-iPid, SIGKILL);
+    SIGNAL_GROUP(iPid, SIGKILL);
     while (waitpid(iPid, nullptr, 0) < 0 && errno == EINTR) {
     }
 }
@@ -271,9 +291,11 @@ int iCHILD_START(CHILD& child, const CHILD_SPEC& sctSpec, std::string& sReason)
     const pid_t iPid = iFORK(sctSpec, pipes);
     if (iPid < 0) return iFAILED(errno);
     pipes.sctFailure.fdWrite.Close();
-    if (const int iErrno = iEXEC_FAILURE(pipes.sctFailure.fdRead.iGet()); iErrno != 0) {
+    const int iNoExec =
+        sctSpec.pBody == nullptr ? iEXEC_FAILURE(pipes.sctFailure.fdRead.iGet()) : 0;
+    if (iNoExec != 0) {
         KILL_AND_REAP(iPid);
-        return iFAILED(iErrno);
+        return iFAILED(iNoExec);
     }
     if (iADOPT(child, iPid, sctSpec.bOutlives, pipes)) return 1;
     const int iErrno = errno;
@@ -304,11 +326,15 @@ void v_CHILD_END(CHILD& child, int iGraceMs)
     }
     const pid_t iGroup = child.iPid;
     const long  lDeadline = lNOW_MS() + iGraceMs;
-    kill(-iGroup, SIGTERM);
+    SIGNAL_GROUP(iGroup, SIGTERM);
     WAIT_FOR_CHILD(child, lDeadline);
     WAIT_FOR_GROUP(iGroup, lDeadline);
-    kill(-iGroup, SIGKILL);
-    if (child.iPid > 0) REAP(child);
+    if (child.iPid < 0) {
+        kill(-iGroup, SIGKILL);
+        return;
+    }
+    SIGNAL_GROUP(iGroup, SIGKILL);
+    REAP(child);
 }
 
 void v_CHILD_LET_GO(CHILD& child, int iGraceMs)
@@ -323,5 +349,5 @@ void v_CHILD_LET_GO(CHILD& child, int iGraceMs)
 
 void v_CHILD_SIGNAL(const CHILD& child, int iSignal)
 {
-    if (child.iPid > 0) kill(-child.iPid, iSignal);
+    if (child.iPid > 0) SIGNAL_GROUP(child.iPid, iSignal);
 }

@@ -19,6 +19,7 @@
 #include <sys/types.h>
 
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -79,6 +80,11 @@ struct CHILD_SPEC {
     bool        bErrToOut = true;   // standard error joins standard output
     bool        bPipeErr = false;   // standard error on a pipe of its own (bErrToOut false)
     bool        bOutlives = false;  // it is left to finish when it is let go or this process ends
+    /* What the child does in place of a program, forked off this process with all that it
+       holds; it never returns. The arguments are its own then. */
+    void (*pBody)(const CHILD_SPEC&) = nullptr;
+    int                   iKept = -1;   // a descriptor of this process that it keeps,
+    std::function<void()> pFirst = {};  // and what it does first
 };
 
 /* Starts a child.

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "../config/config.h"
+#include "forked_run.h"
 #include "local_command.h"
 #include "read_now.h"
 
@@ -36,16 +37,20 @@ void v_TAKE_COMPLETE_LINES(std::string& sErr, std::string& sForward)
 }  // namespace
 
 int iCLIENT_START(CLIENT_CHILD* pChild, const std::vector<std::string>& asWord,
-                  std::string& sReason)
+                  const std::function<void(CHILD_SPEC&)>& pReady, std::string& sReason)
 {
     CHILD_SPEC        sctSpec;
     const std::string sPath = sSEARCH_PATH_OF_PROGRAM();
     const std::string sBeside = sPath.substr(0, sPath.find(':')) + "/" + asWord[0];
     sctSpec.asArgument = asWord;
-    if (access(sBeside.c_str(), X_OK) == 0) sctSpec.asArgument[0] = sBeside;
+    if (access(sBeside.c_str(), X_OK) == 0) {
+        sctSpec.asArgument[0] = sBeside;
+        if (bRUN_CAN_BE_FORKED(sBeside)) sctSpec.pBody = v_FORKED_RUN;
+    }
     sctSpec.asEnvironment = {{"PATH", sPath}, {cpCONFIG_TOLD, "1"}};
     sctSpec.bErrToOut = false;
     sctSpec.bPipeErr = true;
+    if (sctSpec.pBody != nullptr) pReady(sctSpec);
     const int iStarted = iCHILD_START(pChild->child, sctSpec, sReason);
     pChild->lPid = pChild->child.iPid;
     return iStarted;

@@ -7,19 +7,22 @@
 #include "cm_hal_pipe.h"
 
 struct CLIENT_CHILD {
-    std::string sName;     // the client
-    CHILD       child;     // its process
-    long        lPid = 0;  // also when it has ended
-    std::string sOut;      // standard output so far, its end when there is much
-    std::string sErr;      // a line of standard error that is not complete yet
+    std::string sName;           // the client
+    CHILD       child;           // its process
+    long        lPid = 0;        // also when it has ended
+    int         iDatabase = -1;  // its connection to the database, of those handed out
+    std::string sOut;            // standard output so far, its end when there is much
+    std::string sErr;            // a line of standard error that is not complete yet
 };
 
 /* Starts a program (its name first, then its arguments) as a child, its output and
    error output on pipes. A program that lies beside this one goes before those of the
-   search path.
+   search path; where it is this very program, the child is forked off (forked_run.h).
+   pReady  what makes the start of a forked child ready: it says in the record
+           what the child keeps and does first
    Result  1 it runs, 0 it could not be started: sReason says why */
 int iCLIENT_START(CLIENT_CHILD* pChild, const std::vector<std::string>& asWord,
-                  std::string& sReason);
+                  const std::function<void(CHILD_SPEC&)>& pReady, std::string& sReason);
 
 /* Reads what has come without waiting. Complete lines of standard error go to
    ours; sForward receives them. */

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
+#include <stdio_ext.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -130,7 +131,7 @@ int iTAKE_SIGNAL()
 /* What this process still holds when memory runs out, so that it can end in order. */
 std::unique_ptr<char[]>& RESERVE()
 {
-    static IMMORTAL<std::unique_ptr<char[]>> reserve;
+    static LASTING<std::unique_ptr<char[]>> reserve;
     return reserve.Get();
 }
 
@@ -214,6 +215,23 @@ SIGNALS_HELD::~SIGNALS_HELD()
     if (bSignalsSetUp) sigprocmask(SIG_SETMASK, &m_setBefore, nullptr);
 }
 
+void v_PROCESS_ANEW(int iKept)
+{
+    iPendingSignal = 0;
+    bUnreported = 0;
+    bINTERRUPTED = 0;
+    iSecondsLeft = iUNHEARD_S;
+    bSignalsSetUp = bToCaller = bEnding = false;
+    pAtSignal = nullptr;
+    for (int iSignal : aiSignal) signal(iSignal, SIG_DFL);
+    __fpurge(stdout);
+    clearerr(stdout);
+    v_RUN_OBJECTS_ANEW();
+    const auto uKept = static_cast<unsigned>(iKept);  // none: past all others
+    if (uKept > STDERR_FILENO + 1U) close_range(STDERR_FILENO + 1, uKept - 1, 0);
+    if (iKept >= 0) close_range(uKept + 1, ~0U, 0);
+}
+
 long lNOW_MS()
 {
     timespec sctNow{};
@@ -267,7 +285,7 @@ void v_STANDARD_DESCRIPTORS()
 void v_MEMORY_SETUP()
 {
     std::set_new_handler(NO_MEMORY);
-    RESERVE() = std::make_unique<char[]>(uRESERVE);
+    if (!RESERVE()) RESERVE() = std::make_unique_for_overwrite<char[]>(uRESERVE);
 }
 
 void v_SIGNALS_SETUP()

@@ -29,3 +29,8 @@ public:
 private:
     sigset_t m_setBefore{};
 };
+
+/* In a process that was forked off this one to begin a run of its own: descriptors from 3
+   on are closed, but for iKept (-1: none); what stands in buffers, was signalled or belongs
+   to the parent's run is forgotten. INT, TERM and HUP stay blocked until v_SIGNALS_SETUP. */
+void v_PROCESS_ANEW(int iKept);
