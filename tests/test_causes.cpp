@@ -1,15 +1,19 @@
 /* Why a run failed, and what it leaves of that: the outcome log. */
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <nlohmann/json.hpp>
 #include <regex>
 
+#include "common/lines/appending.h"
 #include "common/lines/secret.h"
 #include "common/log/outcome_log.h"
 #include "common/remote/cause.h"
 #include "common/remote/ssh/known_key.h"
 #include "common/remote/ssh/ssh_words.h"
+#include "common/unix/cm_hal_pipe.h"
 #include "scratch.h"
 
 using namespace testing;
@@ -57,8 +61,12 @@ TEST(OUTCOME_LOG, texts_are_one_line_without_secrets_and_what_is_missing_is_left
 
 class OUTCOME_FILE : public SCRATCH {};
 
-TEST_F(OUTCOME_FILE, lines_of_eight_processes_stay_whole)
+TEST_F(OUTCOME_FILE, lines_of_eight_processes_stay_whole_behind_one_that_is_cut)
 {
+    const std::string sFile = sPATH("gv_rw_prot/20240501.jsonl");
+    iMAKE_DIRECTORY(sPATH("gv_rw_prot"));
+    close(open(sFile.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0640));
+    WRITE_FILE(sFile, "{\"cut");
     RUN_RECORD record;
     record.sClient = std::string(300, 'c');
     for (int i = 0; i < 8; i++) {
@@ -68,11 +76,26 @@ TEST_F(OUTCOME_FILE, lines_of_eight_processes_stay_whole)
         if (iPid == 0) _exit(0);
     }
     while (wait(nullptr) > 0) continue;
-    const std::string sFile = sPATH("gv_rw_prot/20240501.jsonl");
-    const TEXTS       asLine = asLINES(sREAD_FILE(sFile));
-    EXPECT_EQ(asLine.size(), 10000U);
+    const std::string sAll = sREAD_FILE(sFile);
+    TEXTS             asLine = asLINES(sAll);
+    EXPECT_EQ(asLine.size(), 10001U);
+    EXPECT_EQ(asLine[0], "{\"cut");
+    asLine.erase(asLine.begin());
     for (const std::string& sLine : asLine) ASSERT_TRUE(JSON::accept(sLine)) << sLine;
     EXPECT_EQ(iMODE(sFile), 0640U);
+
+    // What a limit, or a full disk, lets through in part only is taken back.
+    if (fork() == 0) {
+        const rlimit sctLimit{sAll.size() + 100, sAll.size() + 100};
+        v_STANDARD_DESCRIPTORS();
+        setrlimit(RLIMIT_FSIZE, &sctLimit);
+        v_OUTCOME_LOG(record);
+        _exit(0);
+    }
+    int iStatus = -1;
+    wait(&iStatus);
+    EXPECT_EQ(iStatus, 0);
+    EXPECT_EQ(sREAD_FILE(sFile), sAll);
 }
 
 TEST(CAUSE_TABLE, is_the_man_pages)

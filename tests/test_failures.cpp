@@ -314,6 +314,7 @@ TEST_F(ENDED_RUNS, by_a_signal_give_everything_back_first)
         {SIGTERM, {"-U", "-c", "alpha"}},
         {-SIGHUP, {"-S", "-c", "alpha"}},
     };
+    size_t uOutcomes = 0;
     for (const auto& [iSignal, asArgument] : asRow) {
         SCOPED_TRACE(asArgument[0] + " " + strsignal(abs(iSignal)));
         STARTED_RUN run = START_AT_GATE(asArgument);
@@ -325,10 +326,41 @@ TEST_F(ENDED_RUNS, by_a_signal_give_everything_back_first)
         EXPECT_EQ(iCHILDREN_LEFT(), 0);
         EXPECT_FALSE(bUPDATE_RUNS());
         EXPECT_FALSE(bFOLDER_LEFT());
+        EXPECT_EQ(OUTCOMES().size(), ++uOutcomes);
+        EXPECT_THAT(OUTCOMES().back(),
+                    AllOf(HasSubstr("\"exit\":" + std::to_string(128 + abs(iSignal)) + ","),
+                          HasSubstr(R"("stage":"answer","cause":"interrupted")"),
+                          HasSubstr(asArgument[0] == "-c" ? "\"ended by signal"
+                                                          : "before the update script began\"")));
     }
     EXPECT_EQ(iCLIENT_PROCESSES("alpha", 10000), 0);
     EXPECT_EQ(COLUMN("alpha", "msg"), "NULL");
     LINES_ARE_WHOLE();
+}
+
+TEST_F(ENDED_RUNS, by_a_signal_wherever_they_wait)
+{
+    ADD_CLIENT("mute");
+    const std::string sSetup = fs::path(VK_PROGRAM).parent_path() / "vk_setup";
+    // 3 takes nothing more, and from 4 nothing comes.
+    const std::string sPipes = "cd " + sDIR() +
+                               "; rm -f full empty; mkfifo full empty; "
+                               "exec 3<>full 4<>empty; head -c 65536 /dev/zero >&3; exec ";
+    const TEXTS asRow = {
+        std::string(VK_PROGRAM) + " -c mute -C r -Z >&3 2>&3",
+        std::string(VK_PROGRAM) + " --help >&3",
+        std::string(VK_PROGRAM) + " -C r mute alpha -Z >&3 2>&3",
+        sSetup + " set_client srv --file " + sDIR() + "/keys <&4",
+    };
+    for (const std::string& sCommand : asRow) {
+        SCOPED_TRACE(sCommand);
+        STARTED_RUN run = START_COMMAND({"/bin/sh", "-c", sPipes + sCommand});
+        iSLEEP_MS(1000);
+        KILL(run, SIGTERM);
+        const RUN ended = WAIT(run, 6000);
+        EXPECT_EQ(ended.iSignal, SIGTERM);
+        EXPECT_EQ(iCHILDREN_LEFT(3000), 0);
+    }
 }
 
 TEST_F(FAILURES, directories_that_cannot_be_written_are_told_once_and_hinder_no_check)

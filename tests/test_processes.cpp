@@ -13,6 +13,7 @@
 #include "common/remote/ssh/sftp.h"
 #include "common/remote/ssh/ssh_configuration.h"
 #include "common/remote/wrapper.h"
+#include "common/unix/drain.h"
 #include "common/unix/local_command.h"
 #include "common/unix/read_now.h"
 #include "scratch.h"
@@ -138,6 +139,29 @@ TEST(PROCESSES, a_wait_tells_each_signal_once)
         }
         return true;
     }));
+}
+
+TEST(PROCESSES, who_writes_without_end_is_slowed_down_and_its_last_words_are_kept)
+{
+    DRAIN       words;
+    CHILD       child;
+    CHILD_SPEC  sctSpec;
+    std::string sReason;
+    const auto  v_RUN = [&](const std::string& sShell, long lMs) {
+        sctSpec.asArgument = {"/bin/sh", "-c", "exec >>" + words.sPath() + "; " + sShell};
+        ASSERT_TRUE(iCHILD_START(child, sctSpec, sReason));
+        const long lEnd = lNOW_MS() + lMs;
+        while (!iCHILD_ENDED(child) && lNOW_MS() < lEnd) iSLEEP_MS(100);
+        v_CHILD_END(child, 100);
+    };
+    v_RUN("echo first; yes | head -c 2000000; echo last", 20000);
+    const std::string sText = words.sText();
+    EXPECT_TRUE(sText.starts_with("first\ny\n") && sText.ends_with("\ny\nlast\n"));
+    EXPECT_LT(sText.size(), 400000U);
+    words.Forget();
+    v_RUN("yes", 1000);
+    v_RUN("echo more", 5000);
+    EXPECT_TRUE(words.sText().ends_with("more\n"));
 }
 
 TEST(PROCESSES, what_the_caller_left_wrong_is_put_right)

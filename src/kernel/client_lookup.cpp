@@ -13,7 +13,12 @@ namespace {
    the message, so what is missing is told beside it. */
 void v_READ_SERVER_PLATFORM(SCT_ARGS* pArg)
 {
-    if (iDB_SEL_GETVALUE(SQL("select oper_systems.platform from clients,oper_systems where "
+    // A database that could not be reached a moment ago may answer now.
+    const bool bNamed = pArg->szVelkaNode[0] != '\0' ||
+                        iDB_SEL_GETVALUE("select name from clients where client_id=0", "name",
+                                         pArg->szVelkaNode, strLog) != 0;
+    if (bNamed &&
+        iDB_SEL_GETVALUE(SQL("select oper_systems.platform from clients,oper_systems where "
                              "clients.name='%s' and clients.client_id=0 and "
                              "oper_systems.os=clients.os",
                              pArg->szVelkaNode),

@@ -150,15 +150,17 @@ timespec sctLEFT(long lDeadline)
     return {lLeft / 1000, lLeft % 1000 * 1000000};
 }
 
-/* Reads what programs write beside what a wait is for. One that is new to a wait is left
-   for a moment, or every line of it would wake us. */
+long lDRAIN_NEXT = 0;  // when programs that write beside a wait are listened to again
+
+/* Reads what programs write beside what a wait is for, now and then: every line of it
+   would wake us. */
 class DRAINING {
 public:
     long lUntil(long lDeadline)
     {
-        m_bLook = lNOW_MS() >= m_lNext;
+        m_bLook = lNOW_MS() >= lDRAIN_NEXT;
         if (m_bLook || DRAINS().empty()) return lDeadline;
-        return lDeadline == 0 ? m_lNext : std::min(m_lNext, lDeadline);
+        return lDeadline == 0 ? lDRAIN_NEXT : std::min(lDRAIN_NEXT, lDeadline);
     }
     /* Puts them behind the others, where it is time to. */
     void Add(std::vector<pollfd>& polls)
@@ -177,12 +179,11 @@ public:
             ++iTaken;
         }
         polls.resize(m_uOthers);
-        if (iTaken > 0) m_lNext = lNOW_MS() + lDRAIN_MS;
+        if (iTaken > 0) lDRAIN_NEXT = lNOW_MS() + lDRAIN_MS;
         return iTaken;
     }
 
 private:
-    long   m_lNext = lNOW_MS() + lDRAIN_MS;
     bool   m_bLook = false;
     size_t m_uOthers = 0;
 };

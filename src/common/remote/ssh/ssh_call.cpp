@@ -370,7 +370,10 @@ std::string sSSH_NO_SFTP(const HOST& host)
 
 bool OVER_SSH::bSHARING_FAILED(const HOST& host)
 {
-    return sLOG(host).find(cpNO_MASTER) != std::string::npos;
+    const std::string sLog = sLOG(host);
+    const bool        bNoSocket = sLog.find(cpNO_SOCKET) != sLog.npos;
+    if (bNoSocket) sctCONNECTION(host).sSocket.clear();
+    return bNoSocket || sLog.find(cpNO_MASTER) != sLog.npos;
 }
 
 bool OVER_SSH::bESTABLISHED(const HOST& host)
