@@ -61,13 +61,22 @@ size_t uWHOLE_CHARACTERS(std::string_view sv)
     return sv.size();
 }
 
-/* One control character, C1 controls (C2 80 to C2 9F) and the separators of lines and
-   paragraphs (U+2028, U+2029) included, at which some readers begin a new line. */
+/* Characters of three bytes that no reader may meet: the separators of lines and paragraphs
+   (U+2028, U+2029), at which some begin a new line, and what turns the direction of writing
+   (U+200E, U+200F, U+202A to U+202E, U+2066 to U+2069), so that a text looks like another. */
+bool bSTEERS(std::string_view svCharacter)
+{
+    const unsigned char uc = ucAT(svCharacter, 2);
+    if (svCharacter.starts_with("\xE2\x80"))
+        return uc == 0x8EU || uc == 0x8FU || (uc >= 0xA8U && uc <= 0xAEU);
+    return svCharacter.starts_with("\xE2\x81") && uc >= 0xA6U && uc <= 0xA9U;
+}
+
+/* One control character, C1 controls (C2 80 to C2 9F) included. */
 bool bCONTROL(std::string_view svCharacter)
 {
     const unsigned char uc = ucAT(svCharacter, 0);
-    return uc < 0x20U || uc == 0x7FU || svCharacter == "\xE2\x80\xA8" ||
-           svCharacter == "\xE2\x80\xA9" ||
+    return uc < 0x20U || uc == 0x7FU || bSTEERS(svCharacter) || svCharacter == "\xD8\x9C" ||
            (svCharacter.size() == 2 && uc == 0xC2U && ucAT(svCharacter, 1) < 0xA0U);
 }
 

@@ -32,8 +32,9 @@ std::vector<std::string_view> asvPIECES(std::string_view svText, char cEnd = '\n
 /* svText with invalid UTF-8 replaced by U+FFFD. */
 std::string sVALID_UTF8(std::string_view svText);
 
-/* sVALID_UTF8, and control characters (tab included, line feed too) replaced
-   by a blank: what may stand inside one line that a person reads. */
+/* sVALID_UTF8, and control characters (tab included, line feed too, and those that turn
+   the direction of writing) replaced by a blank: what may stand inside one line that a
+   person reads. */
 std::string sONE_LINE(std::string_view svText);
 
 /* sONE_LINE with one blank for several, and none at the ends. */
@@ -48,5 +49,5 @@ std::string sMARKED(std::string_view svText, std::string_view svMarked, char cMa
 /* The texts in one, svBetween between them. */
 std::string sJOINED(const std::vector<std::string>& asText, std::string_view svBetween);
 
-/* 1 when a control character stands in svText (line feed, tab, C1 included). */
+/* 1 when a control character stands in svText (line feed, tab, C1, direction included). */
 bool bHAS_CONTROLS(std::string_view svText);

@@ -19,12 +19,16 @@ size_t uCOLUMNS()
     return size.ws_col;
 }
 
-std::string sREMAINING(const PROGRESS* pProgress, size_t uDone)
+/* Estimated anew when a client is done; between, the time goes down. */
+std::string sREMAINING(PROGRESS* pProgress, size_t uDone)
 {
-    if (uDone == 0) return "";
-    const long lSpent = lNOW_MS() - pProgress->lStart;
-    const long lLeft =
-        lSpent / static_cast<long>(uDone) * static_cast<long>(pProgress->uTotal - uDone) / 1000;
+    const long lNow = lNOW_MS();
+    if (uDone != pProgress->uDone)
+        pProgress->lEnd = lNow + (lNow - pProgress->lStart) / static_cast<long>(uDone) *
+                                     static_cast<long>(pProgress->uTotal - uDone);
+    pProgress->uDone = uDone;
+    const long lLeft = (pProgress->lEnd - lNow) / 1000;
+    if (uDone == 0 || lLeft <= 0) return "";
     char szText[64];
     x_Snprintf(szText, sizeof szText, ", about %ld:%02ld left", lLeft / 60, lLeft % 60);
     return szText;

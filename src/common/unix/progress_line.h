@@ -10,7 +10,9 @@ struct PROGRESS {
     std::string sShown;             // the line that stands there now
     long        lStart = 0;         // lNOW_MS at the start
     size_t      uTotal = 0;
-    std::string sPhase;  // stands in front, where the caller names one
+    size_t      uDone = 0;  // when the end was estimated last
+    long        lEnd = 0;   // lNOW_MS at the end, as estimated
+    std::string sPhase;     // stands in front, where the caller names one
 };
 
 /* Starts the progress of uTotal clients. */
