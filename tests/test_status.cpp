@@ -7,11 +7,11 @@
 #include <time.h>
 
 #include <algorithm>
-#include <regex>
 
 #include "common/cm_db_access.h"
 #include "common/common.h"
 #include "sandbox_fixture.h"
+#include "vk_client_status/changes.h"
 #include "vk_client_status/moment.h"
 #include "vk_client_status/options.h"
 
@@ -133,7 +133,8 @@ protected:
         LINE("2026-05-20T03:00:00Z", "alpha", "0", R"("host_key":"SHA256:k")");
         LINE("2026-05-20T03:00:01Z", "beta", "1",
              R"("stage":"login","cause":"key-not-accepted","words":["root@beta: denied"],)"
-             R"("cure":"vk_setup set_client velkasrv","host_key":"SHA256:k")");
+             R"("cure":"Admit this server.","command":"vk_setup permit VKSSH",)"
+             R"("host_key":"SHA256:k")");
         LINE("2026-05-20T03:00:02Z", cpHostile, "1",
              R"("cause":"<u>|\"","words":["</table><script>alert(1)</script>","a\u001b[1m}]"],)"
              R"("cure":"type \"<a>\"")");
@@ -150,25 +151,28 @@ std::string CARETS(std::string sText)
 }
 
 // clang-format off
-TEST_F(STATUS_FLEET, every_form_whole)
+TEST_F(STATUS_FLEET, every_form)
 {
     FLEET        fleet = READ();
     const CHOSEN all = CHOOSE(fleet, {});
-    const CHOSEN some{all[0], all[1], all[2], all[3], all[7], all[10]};  // each branch of a line once
+    const CHOSEN some{all[0], all[2], all[7]};  // hostile, beta, u-fail
     EXPECT_EQ(CARETS(sFORM_TABLE(fleet, all, {100, true})), R"~(^[1mNAME         STATE   SINCE  CHECKED  SUCCESS  VERSION  SP  UPDATE            SYSTEM^[0m
 =<b>"x",|&\  ^[31;1mfailed^[0m  13 d+  8 h               @5"                            L<i>nux
    ^[2m<u>|": </table><script>alert(1)</script>; a [1m}]^[0m
    ^[36mcure: type "<a>"^[0m
 beta         ^[31;1mfailed^[0m  2 d    8 h      3 d      5.1.0-3  12  done              Linux
    ^[2mkey-not-accepted (login): root@beta: denied^[0m
-   ^[36mcure: vk_setup set_client velkasrv^[0m
+   ^[36mcure: Admit this server.^[0m
+   ^[36mtype: vk_setup permit VKSSH^[0m
 winbox       ^[33mwarned^[0m         16 h     33 h     5.1.0-3      restart 16 h      Windows Server 2022
 gamma        ^[33mstale^[0m          10 d     10 d     5.1.0-3  12  done              Windows Server 2022
 delta        ^[36mnever^[0m                            5.1.0-3  12  done              Solaris
 alpha        ^[32mwell^[0m           9 h      9 h      5.2.0-1      done 18 d         Linux
 u-cut        ^[32mwell^[0m           9 h      9 h      5.1.0-3      interrupted 2 h   Linux
 u-fail       ^[32mwell^[0m           9 h      9 h      5.1.0-3      failed 16 h       Linux
+   ^[2mupdate: disk-full^[0m
 u-left       ^[32mwell^[0m           9 h      9 h      5.1.0-3      not started 15 h  Linux
+   ^[2mupdate: not started^[0m
 u-run        ^[32mwell^[0m           9 h      9 h      5.1.0-3      running 2 h       Linux
 omega        ^[2moff^[0m            139 d             5.1.0-3  12  done              Linux
 
@@ -180,171 +184,46 @@ R"(NAME         STATE   SINCE  CHECKED  VERSION
    <u>|": </table><script>alert(1)</script>;…
    cure: type "<a>"
 )"));
-    EXPECT_EQ(sFORM_TABLE(fleet, some, {0, false}), R"~(NAME         STATE   SINCE                 CHECKED              SUCCESS              VERSION  SP  UPDATE                       SYSTEM               MODE   LOC
-=<b>"x",|&\  failed  2026-05-07 03:00:00+  2026-05-20 03:00:02                       @5"                                       L<i>nux              <s>    '
-   <u>|": </table><script>alert(1)</script>; a [1m}]
-   cure: type "<a>"
-beta         failed  2026-05-18 03:00:00   2026-05-20 03:00:01  2026-05-17 03:00:00  5.1.0-3  12  done                         Linux                VKSSH  2
-   key-not-accepted (login): root@beta: denied
-   cure: vk_setup set_client velkasrv
-winbox       warned                        2026-05-19 20:00:00  2026-05-19 03:00:00  5.1.0-3      restart 2026-05-19 20:00:00  Windows Server 2022  VKSSH  1
-delta        never                                                                   5.1.0-3  12  done                         Solaris              VKSSH  2
-alpha        well                          2026-05-20 03:00:00  2026-05-20 03:00:00  5.2.0-1      done 2026-05-01 20:00:00     Linux                VKSSH  1
-u-fail       well                          2026-05-20 03:00:00  2026-05-20 03:00:00  5.1.0-3      failed 2026-05-19 20:00:00   Linux                VKSSH  3
-
-6 clients: 2 well, 2 failing, 1 with a warning, 1 never checked; updates: 1 failed, 1 waiting for a restart
-)~");
-    EXPECT_EQ(sFORM_NAMES(all, false), "=<b>\"x\",|&\\\nalpha\nbeta\ndelta\ngamma\nomega\nu-cut\nu-fail\nu-left\nu-run\nwinbox\n");
     EXPECT_EQ(sFORM_NAMES({all[1], all[2]}, true), std::string("alpha\0beta\0", 11));
     EXPECT_EQ(sFORM_JSON(fleet, some), R"~({"name":"=<b>\"x\",|&\\","client_id":"7","system":"L<i>nux","mode":"<s>","location":"'","version":"@5\"","state":"failed","since":"2026-05-07T03:00:00+00:00","since_exact":false,"last_check":"2026-05-20T03:00:02+00:00","id":"E002-HOSTS","msg":"E002-HOSTS   No <i>access</i> | \"quoted\"\n\u001b[31mred","cause":"<u>|\"","words":["</table><script>alert(1)</script>","a\u001b[1m}]"],"cure":"type \"<a>\"","days":"x------------x","source":"database"}
-{"name":"alpha","client_id":"1","system":"Linux","mode":"VKSSH","location":"1","version":"5.2.0-1","state":"well","last_check":"2026-05-20T03:00:00+00:00","last_success":"2026-05-20T03:00:00+00:00","last_update":"2026-05-01T20:00:00+00:00","update_state":"done","update_message":"Update finished successfully","id":"I005-HOSTS","msg":"I005-HOSTS   well","host_key":"SHA256:k","same_host_key_as":"beta","days":"----------+~-+","source":"database"}
-{"name":"beta","client_id":"2","system":"Linux","mode":"VKSSH","location":"2","version":"5.1.0-3","servicepack":"12","state":"failed","since":"2026-05-18T03:00:00+00:00","since_exact":true,"last_check":"2026-05-20T03:00:01+00:00","last_success":"2026-05-17T03:00:00+00:00","update_state":"done","id":"E011-HOSTS","msg":"E011-HOSTS   no permit","stage":"login","cause":"key-not-accepted","words":["root@beta: denied"],"cure":"vk_setup set_client velkasrv","host_key":"SHA256:k","same_host_key_as":"alpha","days":"----------+x-x","source":"database"}
-{"name":"delta","client_id":"4","system":"Solaris","mode":"VKSSH","location":"2","version":"5.1.0-3","servicepack":"12","state":"never","update_state":"done","days":"--------------","source":"database"}
-{"name":"u-fail","client_id":"9","system":"Linux","mode":"VKSSH","location":"3","version":"5.1.0-3","state":"well","last_check":"2026-05-20T03:00:00+00:00","last_success":"2026-05-20T03:00:00+00:00","last_update":"2026-05-19T20:00:00+00:00","update_state":"failed","id":"I005-HOSTS","msg":"I005-HOSTS   well","days":"------------x-","source":"database"}
-{"name":"winbox","client_id":"6","system":"Windows Server 2022","mode":"VKSSH","location":"1","version":"5.1.0-3","state":"warned","last_check":"2026-05-19T20:00:00+00:00","last_success":"2026-05-19T03:00:00+00:00","last_update":"2026-05-19T20:00:00+00:00","update_state":"restart","update_message":"WARNING W004-HOSTS   A restart","id":"W004-HOSTS","msg":"W004-HOSTS   A restart","days":"--------------","source":"database"}
+{"name":"beta","client_id":"2","system":"Linux","mode":"VKSSH","location":"2","version":"5.1.0-3","servicepack":"12","state":"failed","since":"2026-05-18T03:00:00+00:00","since_exact":true,"last_check":"2026-05-20T03:00:01+00:00","last_success":"2026-05-17T03:00:00+00:00","update_state":"done","id":"E011-HOSTS","msg":"E011-HOSTS   no permit","stage":"login","cause":"key-not-accepted","words":["root@beta: denied"],"cure":"Admit this server.","command":"vk_setup permit VKSSH","host_key":"SHA256:k","same_host_key_as":"alpha","days":"----------+x-x","source":"database"}
+{"name":"u-fail","client_id":"9","system":"Linux","mode":"VKSSH","location":"3","version":"5.1.0-3","state":"well","last_check":"2026-05-20T03:00:00+00:00","last_success":"2026-05-20T03:00:00+00:00","last_update":"2026-05-19T20:00:00+00:00","update_state":"failed","update_cause":"disk-full","update_why":"disk-full","id":"I005-HOSTS","msg":"I005-HOSTS   well","days":"------------x-","source":"database"}
 )~");
-    std::string sCsv = sFORM_CSV(fleet, some);
-    sCsv.erase(std::remove(sCsv.begin(), sCsv.end(), '\r'), sCsv.end());
-    EXPECT_EQ(CARETS(sCsv), R"~(name,system,mode,location,version,servicepack,state,since,last_check,last_success,last_update,update_state,id,cause,cure,msg
-"'=<b>""x"",|&\",L<i>nux,<s>,',"'@5""",,failed,2026-05-07 03:00:00,2026-05-20 03:00:02,,,,E002-HOSTS,"<u>|""","type ""<a>""","E002-HOSTS   No <i>access</i> | ""quoted""
-^[31mred"
-alpha,Linux,VKSSH,1,5.2.0-1,,well,,2026-05-20 03:00:00,2026-05-20 03:00:00,2026-05-01 20:00:00,done,I005-HOSTS,,,I005-HOSTS   well
-beta,Linux,VKSSH,2,5.1.0-3,12,failed,2026-05-18 03:00:00,2026-05-20 03:00:01,2026-05-17 03:00:00,,done,E011-HOSTS,key-not-accepted,vk_setup set_client velkasrv,E011-HOSTS   no permit
-delta,Solaris,VKSSH,2,5.1.0-3,12,never,,,,,done,,,,
-u-fail,Linux,VKSSH,3,5.1.0-3,,well,,2026-05-20 03:00:00,2026-05-20 03:00:00,2026-05-19 20:00:00,failed,I005-HOSTS,,,I005-HOSTS   well
-winbox,Windows Server 2022,VKSSH,1,5.1.0-3,,warned,,2026-05-19 20:00:00,2026-05-19 03:00:00,2026-05-19 20:00:00,restart,W004-HOSTS,,,W004-HOSTS   A restart
-)~");
+    EXPECT_EQ(sFORM_CSV(fleet, some), "name,system,mode,location,version,servicepack,state,since,last_check,last_success,last_update,update_state,id,cause,cure,msg,command,update_cause,update_why\r\n"
+R"~("'=<b>""x"",|&\",L<i>nux,<s>,',"'@5""",,failed,2026-05-07 03:00:00,2026-05-20 03:00:02,,,,E002-HOSTS,"<u>|""","type ""<a>""","E002-HOSTS   No <i>access</i> | ""quoted""  [31mred",,,)~" "\r\n"
+R"~(beta,Linux,VKSSH,2,5.1.0-3,12,failed,2026-05-18 03:00:00,2026-05-20 03:00:01,2026-05-17 03:00:00,,done,E011-HOSTS,key-not-accepted,Admit this server.,E011-HOSTS   no permit,vk_setup permit VKSSH,,)~" "\r\n"
+R"~(u-fail,Linux,VKSSH,3,5.1.0-3,,well,,2026-05-20 03:00:00,2026-05-20 03:00:00,2026-05-19 20:00:00,failed,I005-HOSTS,,,I005-HOSTS   well,,disk-full,disk-full)~" "\r\n");
     int iExit = 0;
-    EXPECT_EQ(sFORM_NAGIOS(fleet, all, {}, iExit), R"~(CLIENTS CRITICAL - 2 of 10 clients failing: =<b>"x",/&\ (<u>/"), beta (key-not-accepted); 2 not checked for 3 days | failing=2;0;0;0;10 stale=2;0;;0;10 well=5 updating=1
+    EXPECT_EQ(sFORM_NAGIOS(fleet, all, {}, iExit), R"~(CLIENTS CRITICAL - 2 of 10 clients failing: =<b>"x",/&\ (<u>/"), beta (key-not-accepted); 1 not checked for 3 days; 1 never checked; 3 updates failed | failing=2;0;0;0;10 unchecked=2;0;;0;10 updates_failed=3;0;;0;10 stale=1 never=1 well=5 updating=1
 )~");
     EXPECT_EQ(iExit, 2);
     const std::string sMetrics = sFORM_PROMETHEUS(fleet, some);
-    const std::regex comment("# (HELP|TYPE) [^\n]+\n");
-    EXPECT_THAT(sMetrics, StartsWith("# HELP vk_database_up Whether the database could be read.\n"
-                                     "# TYPE vk_database_up gauge\n"));
-    EXPECT_EQ(std::distance(std::sregex_iterator(sMetrics.begin(), sMetrics.end(), comment), {}), 20);
-    EXPECT_EQ(std::regex_replace(sMetrics, comment, ""), R"~(vk_database_up 1
-vk_clients{state="failed"} 2
-vk_clients{state="warned"} 1
-vk_clients{state="stale"} 0
-vk_clients{state="never"} 1
-vk_clients{state="well"} 2
-vk_clients{state="off"} 0
-vk_clients_update{update_state="none"} 1
-vk_clients_update{update_state="done"} 3
-vk_clients_update{update_state="warned"} 0
-vk_clients_update{update_state="restart"} 1
-vk_clients_update{update_state="failed"} 1
-vk_clients_update{update_state="not started"} 0
-vk_clients_update{update_state="interrupted"} 0
-vk_clients_update{update_state="running"} 0
-vk_client_info{client="=<b>\"x\",|&\\",system="L<i>nux",mode="<s>",location="'",version="@5\"",servicepack="",state="failed",update_state="",cause="<u>|\""} 1
-vk_client_info{client="alpha",system="Linux",mode="VKSSH",location="1",version="5.2.0-1",servicepack="",state="well",update_state="done",cause=""} 1
-vk_client_info{client="beta",system="Linux",mode="VKSSH",location="2",version="5.1.0-3",servicepack="12",state="failed",update_state="done",cause="key-not-accepted"} 1
-vk_client_info{client="delta",system="Solaris",mode="VKSSH",location="2",version="5.1.0-3",servicepack="12",state="never",update_state="done",cause=""} 1
-vk_client_info{client="u-fail",system="Linux",mode="VKSSH",location="3",version="5.1.0-3",servicepack="",state="well",update_state="failed",cause=""} 1
-vk_client_info{client="winbox",system="Windows Server 2022",mode="VKSSH",location="1",version="5.1.0-3",servicepack="",state="warned",update_state="restart",cause=""} 1
-vk_client_failing{client="=<b>\"x\",|&\\"} 1
-vk_client_failing{client="alpha"} 0
-vk_client_failing{client="beta"} 1
-vk_client_failing{client="delta"} 0
-vk_client_failing{client="u-fail"} 0
-vk_client_failing{client="winbox"} 0
-vk_client_last_check_timestamp_seconds{client="=<b>\"x\",|&\\"} 1779246002
-vk_client_last_check_timestamp_seconds{client="alpha"} 1779246000
-vk_client_last_check_timestamp_seconds{client="beta"} 1779246001
-vk_client_last_check_timestamp_seconds{client="u-fail"} 1779246000
-vk_client_last_check_timestamp_seconds{client="winbox"} 1779220800
-vk_client_last_success_timestamp_seconds{client="alpha"} 1779246000
-vk_client_last_success_timestamp_seconds{client="beta"} 1778986800
-vk_client_last_success_timestamp_seconds{client="u-fail"} 1779246000
-vk_client_last_success_timestamp_seconds{client="winbox"} 1779159600
-vk_client_failing_since_timestamp_seconds{client="=<b>\"x\",|&\\"} 1778122800
-vk_client_failing_since_timestamp_seconds{client="beta"} 1779073200
-vk_client_last_update_timestamp_seconds{client="alpha"} 1777665600
-vk_client_last_update_timestamp_seconds{client="u-fail"} 1779220800
-vk_client_last_update_timestamp_seconds{client="winbox"} 1779220800
-vk_status_timestamp_seconds 1779278400
-)~");
-    std::string sPage = sFORM_PAGE(fleet, all);
-    sPage = sPage.substr(sPage.find("<header>"), sPage.find("<footer>") - sPage.find("<header>"));
-    EXPECT_EQ(sPage, R"~(<header>
-<h1>Backup clients</h1>
-<p>10 clients, as of <time datetime="2026-05-20T12:00:00+00:00">20 May 2026, 12:00 UTC</time></p>
-<ul class="tiles">
-<li class="failed" data-states="f"><span><b>2</b> failing</span></li>
-<li class="warned" data-states="r"><span><b>1</b> waiting for a restart</span></li>
-<li class="stale" data-states="sn"><span><b>2</b> stale</span></li>
-<li class="well" data-states="w"><span><b>5</b> well</span></li>
-<li class="updating" data-states="u"><span><b>1</b> updating</span></li>
-<li class="failed" data-states="e"><span><b>3</b> updates failed</span></li>
-<li class="off" data-states="o"><span><b>1</b> off</span></li>
-</ul>
-<div class="share" aria-hidden="true"><hr class="failed" style="--n:2"><hr class="warned" style="--n:1"><hr class="stale" style="--n:1"><hr class="never" style="--n:1"><hr class="well" style="--n:5"></div>
-</header>
-<main>
-<section id="failing">
-<h2>What fails, and what to do</h2>
-<details open><summary><strong>&lt;u&gt;|&quot;</strong> · 1 client</summary>
-<div class="sick" id="c0"><h3>=&lt;b&gt;&quot;x&quot;,|&amp;\<small>failing since before 2026-05-07 03:00 (13 d)</small></h3><div><p>&lt;/table&gt;&lt;script&gt;alert(1)&lt;/script&gt;<br>a [1m}]</p><p class="cure"><code>type &quot;&lt;a&gt;&quot;</code></p></div></div>
-</details>
-<details open><summary><strong>key-not-accepted</strong> (login) · 1 client</summary>
-<div class="sick" id="c1"><h3>beta<small>failing since 2026-05-18 03:00 (2 d)</small><small>last success 2026-05-17 03:00</small></h3><div><p>root@beta: denied</p><p class="cure"><code>vk_setup set_client velkasrv</code></p></div></div>
-</details>
-</section>
-<section id="versions">
-<h2>Versions</h2>
-<dl class="bars">
-<dt>5.2.0-1</dt><dd><hr style="--w:11%"><span>1</span></dd>
-<dt>5.1.0-3</dt><dd><hr style="--w:100%"><span>9</span></dd>
-<dt>@5&quot;</dt><dd><hr style="--w:11%"><span>1</span></dd>
-</dl>
-</section>
-<section id="all">
-<h2>All clients</h2>
-<div class="find"><input id="filter" type="search" autocomplete="off" spellcheck="false" placeholder="Filter: a name, a system, a version …  ( / )" aria-label="Filter the clients"><output id="told" for="filter"></output></div>
-<div class="wide"><table><caption>Every client: how it stands, its last days, when it was checked, what runs on it</caption>
-<thead><tr><th scope="col">Client</th><th scope="col">State</th><th scope="col" data-fixed> 7 May – today</th><th scope="col">Failing since</th><th scope="col">Checked</th><th scope="col">Version</th><th scope="col">SP</th><th scope="col">Last update</th><th scope="col">System</th><th scope="col">Mode</th><th scope="col">Loc</th></tr></thead>
-<tbody>
-<tr class="f"><th scope="row"><a href="#c0">=&lt;b&gt;&quot;x&quot;,|&amp;\</a><td>failed<td><i>x</i><s>------------</s><i>x</i><td>2026-05-07 03:00<td>2026-05-20 03:00<td>@5&quot;<td><td><td>L&lt;i&gt;nux<td>&lt;s&gt;<td>&#39;
-<tr class="f"><th scope="row"><a href="#c1">beta</a><td>failed<td><s>----------</s><b>+</b><i>x</i><s>-</s><i>x</i><td>2026-05-18 03:00<td>2026-05-20 03:00<td>5.1.0-3<td>12<td>done<td>Linux<td>VKSSH<td>2
-<tr class="r"><th scope="row">winbox<td>warned<td><s>--------------</s><td><td>2026-05-19 20:00<td>5.1.0-3<td><td>restart 2026-05-19 20:00<td>Windows Server 2022<td>VKSSH<td>1
-<tr class="s"><th scope="row">gamma<td>stale<td><s>--------------</s><td><td>2026-05-10 03:00<td>5.1.0-3<td>12<td>done<td>Windows Server 2022<td>VKSSH<td>2
-<tr class="n"><th scope="row">delta<td>never<td><s>--------------</s><td><td><td>5.1.0-3<td>12<td>done<td>Solaris<td>VKSSH<td>2
-<tr class="w"><th scope="row">alpha<td>well<td><s>----------</s><b>+</b><u>~</u><s>-</s><b>+</b><td><td>2026-05-20 03:00<td>5.2.0-1<td><td>done 2026-05-01 20:00<td>Linux<td>VKSSH<td>1
-<tr class="w e"><th scope="row">u-cut<td>well<td><s>--------------</s><td><td>2026-05-20 03:00<td>5.1.0-3<td><td><em>interrupted 2026-05-20 10:00</em><td>Linux<td>VKSSH<td>3
-<tr class="w e"><th scope="row">u-fail<td>well<td><s>------------</s><i>x</i><s>-</s><td><td>2026-05-20 03:00<td>5.1.0-3<td><td><em>failed 2026-05-19 20:00</em><td>Linux<td>VKSSH<td>3
-<tr class="w e"><th scope="row">u-left<td>well<td><s>--------------</s><td><td>2026-05-20 03:00<td>5.1.0-3<td><td><em>not started 2026-05-19 20:00</em><td>Linux<td>VKSSH<td>3
-<tr class="w u"><th scope="row">u-run<td>well<td><s>--------------</s><td><td>2026-05-20 03:00<td>5.1.0-3<td><td>running 2026-05-20 10:00<td>Linux<td>VKSSH<td>3
-<tr class="o"><th scope="row">omega<td>off<td><s>--------------</s><td><td>2026-01-01 03:00<td>5.1.0-3<td>12<td>done<td>Linux<td>VKSSH<td>2
-</tbody></table></div>
-</section>
-</main>
-)~");
-    EXPECT_THAT(sFORM_PAGE(fleet, {all[0]}), HasSubstr("--w:100%\"><span>1<"));
+    for (const char* cp : {"\nvk_clients{state=\"failed\"} 2\n", "\nvk_client_failing{client=\"=<b>\\\"x\\\",|&\\\\\"} 1\n",
+                           "\nvk_client_last_update_timestamp_seconds{client=\"u-fail\"} 1779220800\n"})
+        EXPECT_THAT(sMetrics, HasSubstr(cp));
+    const std::string sPage = sFORM_PAGE(fleet, all, 10);
+    for (const char* cp : {
+        "datetime=\"2026-05-20T12:10:00+00:00\">12:10<", "data-state=\"n\"><span><b>1</b> never checked<",
+        "<h3>&lt;u&gt;|&quot; <b>1 client</b></h3><p>&lt;/table&gt;&lt;script&gt;alert(1)&lt;/script&gt;<br>a [1m}]</p><p class=\"cure\">type &quot;&lt;a&gt;&quot;</p>",
+        "<p class=\"run\"><code>vk_setup permit VKSSH</code></p><ul>\n<li id=\"c1\"><b>beta</b> since 2026-05-18 03:00 (2 d), last success 2026-05-17 03:00\n",
+        "<h3>disk-full <b>1 client</b></h3>", "<td>@5&quot;<td><td>L&lt;i&gt;nux<td>&lt;s&gt;<td>&#39;\n",
+        "<li><span>2</span><hr style=\"--h:0%\" class=\"mixed\"><hr style=\"--h:100%\"><small>20<br>May</small></li>"})
+        EXPECT_THAT(sPage, HasSubstr(cp));
+    EXPECT_THAT(sPage, Not(HasSubstr("<script>alert")));
     fleet = READ("beta");
-    EXPECT_EQ(sFORM_CLIENT(fleet, *CHOOSE(fleet, {})[2], READ_DETAILS("beta"), m_runs, {0, false}), R"~(beta  failed since 2026-05-18 03:00:00 (2 d)
-  message         E011-HOSTS   no permit
-  cause           key-not-accepted (login)
-  words           root@beta: denied
-  cure            vk_setup set_client velkasrv
-  last check      2026-05-20 03:00:01 (8 h)
-  last success    2026-05-17 03:00:00 (3 d)
-  version         5.1.0-3
-  service pack    12
-  last update     done
-  client id       2
-  system          Linux
-  access mode     VKSSH
-  location        2
-  host key        SHA256:k
-  same key as     alpha
-
+    EXPECT_THAT(sFORM_CLIENT(fleet, *CHOOSE(fleet, {})[2], READ_DETAILS("beta"), m_runs, {0, false}), AllOf(StartsWith("beta  failed since 2026-05-18 03:00:00 (2 d)\n"), HasSubstr("\n  type            vk_setup permit VKSSH\n"), EndsWith(R"~(
 Last runs
   2026-05-20 03:00:01  check       1           key-not-accepted: 
   2026-05-18 03:00:00  check       1           old: 
   2026-05-17 03:00:00  check       0           
-)~");
+)~")));
+    // What would steer a terminal or turn a line goes to programs alone.
+    fleet.clients.resize(2);
+    fleet.clients[0].sName = "a\u202eb";
+    fleet.clients[1].sName = "c\033d";
+    EXPECT_EQ(sFORM_NAMES(CHOOSE(fleet, {}), false), "");
+    EXPECT_EQ(sFORM_NAMES(CHOOSE(fleet, {}), true), std::string("a\u202eb\0c\033d\0", 10));
+    EXPECT_THAT(sFORM_CSV(fleet, CHOOSE(fleet, {})), AllOf(HasSubstr("\na b,"), HasSubstr("\nc d,")));
 }
 // clang-format on
 
@@ -363,21 +242,23 @@ TEXTS CHOSEN_BY(const FLEET& fleet, TEXTS asArgument)
 
 TEST_F(STATUS_FLEET, choices_narrow_and_one_option_takes_any_of_its_values)
 {
-    const FLEET                   fleet = READ();
+    FLEET fleet = READ();
+    fleet.clients.emplace_back().sName = "text-only";
+    fleet.clients.back().sVersion = "4.4.1-2";
     const std::string             sHostile = R"(=<b>"x",|&\)";
     const std::pair<TEXTS, TEXTS> asRow[] = {
         {{"--failed"}, {sHostile, "beta"}},
         {{"--cause", "key-*"}, {"beta"}},
         {{"--cause", "e011", "--cause", "E002"}, {sHostile, "beta"}},
-        {{"--stale", "3"}, {"delta", "gamma"}},
-        {{"--stale", "9"}, {"delta", "gamma"}},
-        {{"--stale", "11"}, {"delta"}},
-        {{"--never"}, {"delta"}},
+        {{"--stale", "3", "?????"}, {"delta", "gamma"}},
+        {{"--stale", "9", "?????"}, {"delta", "gamma"}},
+        {{"--stale", "11", "?????"}, {"delta"}},
+        {{"--never", "?????"}, {"delta"}},
         {{"--location", "1"}, {"alpha", "winbox"}},
         {{"--location", "1", "--location", "2", "--os", "windows"}, {"gamma", "winbox"}},
         {{"--os", "*server*", "--stale", "3"}, {"gamma"}},
-        {{"--version-below", "5.2", "[!u]*"}, {"beta", "delta", "gamma", "omega", "winbox"}},
-        {{"--version-below", "5.1.0-3"}, {}},
+        {{"--version-below", "5.2", "[!tu]*"}, {"beta", "delta", "gamma", "omega", "winbox"}},
+        {{"--version-below", "5.1.0-3"}, {"text-only"}},
         {{"--restart-pending"}, {"winbox"}},
         {{"--same-host-key"}, {"alpha", "beta"}},
         {{"--updating"}, {"u-run"}},
@@ -426,7 +307,8 @@ TEST_F(STATUS, state_of_the_last_update)
         {"copying, the row not told yet", "0", "", "01 20:00", "", "", "", "running", "20 10:00", 'h'},
         {"killed", "a", "", "01 20:00", "", "", "", "interrupted", "20 10:00", 'f'},
         {"killed, its file gone", "a", "", "01 20:00", "", "", "", "interrupted", ""},
-        {"ended well, its file left", "0", "", "19 20:00", "", "", "", "done", "19 20:00", 'f'},
+        {"killed before its script", "0", "", "19 20:00", "", "", "", "interrupted", "20 10:00", 'f'},
+        {"ended since", "0", "", "20 11:00", "", "", "", "done", "20 11:00", 'f'},
         // clang-format on
     };
     ROW("'b'", "update_state", "'a'");
@@ -514,8 +396,19 @@ TEST_F(STATUS_FLEET, program_answers_from_the_logs_when_the_database_is_gone)
     EXPECT_EQ(nagios.sOut.substr(0, 44), "CLIENTS WARNING - 2 of 10 clients failing: =");
     EXPECT_EQ(nagios.iExit, 1);
     const std::string sFile = sDIR() + "/names";
+    WRITE_FILE(sFile + ".new", "left by a run that was killed");
     EXPECT_EQ(CONFIG_CLIENT({"--names", "--failed", "--output", sFile, "b*"}).iExit, 0);
     EXPECT_EQ(sREAD_FILE(sFile), "beta\n");
+    EXPECT_FALSE(fs::exists(sFile + ".new"));
+    // Names are read without the logs; where those are needed, a folder that cannot be read is told.
+    fs::rename(sRW() + "prot", sRW() + "kept");
+    WRITE_FILE(sRW() + "prot", "");
+    EXPECT_EQ(CONFIG_CLIENT({"--names", "b*"}).sErr, "");
+    EXPECT_EQ(CONFIG_CLIENT({"--names", "--failed"}).sErr,
+              "vk_client_status: cannot read the outcome logs in \"" + sRW() +
+                  "prot/\": Not a directory\n");
+    fs::remove(sRW() + "prot");
+    fs::rename(sRW() + "kept", sRW() + "prot");
 
     LINE("2026-05-20T09:00:00Z", "gone", "0", "", "remove");
     LINE("2026-05-20T09:00:00Z", "alhpa", "2", R"("id":"E006-HOSTS")");
@@ -552,11 +445,15 @@ TEST_F(STATUS_FLEET, program_answers_from_the_logs_when_the_database_is_gone)
         {{"--days", "36000", "alhpa"}, 1, "vk_client_status: no such client: alhpa\n"},
         {{"--days", "36000", "alpha", "--failed"}, 1, "logs alone\n"},
         {{"--days", "36000", "--cause", "port-*"}, 1, "logs alone\n"},
-        {{"--days", "1"}, 2, "logs of 1 days below \"" + sRW() + "prot/\" name no client\n"},
+        {{"--days", "1"}, 2, "logs of 1 day below \"" + sRW() + "prot/\" name no client\n"},
         {{"--stale", "x"}, 2, "vk_client_status: option --stale: \"x\" is not a number of days\n"},
         {{"--version-below", "5."}, 2, "\"5.\" is not a version such as 5.2 or 5.2.0-1\n"},
         {{"--warning", "-1"}, 2, "\"-1\" is not a number, or one of per cent such as 10%\n"},
         {{"--days", "36000", "--html", sDIR() + "/no/x"}, 2, "No such file or directory\n"},
+        {{"--json", "--names"}, 2, "options --json and --names exclude each other\n"},
+        {{"--plan", "p", "--nagios"}, 3, "option --plan has no form --nagios\n"},
+        {{"--plan", "p"}, 2, "/pipe.jsonl\": Invalid argument\n"},
+        {{"--days", "36000", "--csv", "--color", "never", "alpha"}, 0, "logs alone\n"},
         // clang-format on
     };
     for (const auto& [asArgument, iExit, sErr] : asRow) {
@@ -564,6 +461,166 @@ TEST_F(STATUS_FLEET, program_answers_from_the_logs_when_the_database_is_gone)
         EXPECT_EQ(run.iExit, iExit) << PrintToString(asArgument);
         EXPECT_THAT(run.sErr, EndsWith(sErr));
     }
+}
+
+/* The plan of an update, and what the update then does. */
+TEST_F(STATUS, the_plan_says_what_the_update_does_over_a_fleet_of_every_kind)
+{
+    ADD_CLIENTS({"back", "busy", "fresh", "nokey", "off", "old", "refused", "rest", "same", "w7"});
+    const std::string sPackage = "velka-cli_5.2.0-4_amd64.deb";
+    WRITE_FILE(sRW() + "work/packages/" + sPackage, "package");
+    WRITE_FILE(sRW() + "work/packages/" + sPackage + ".asc", "signature");
+    SQL("update clients set exec='1', version_number=5000010000000003 where client_id > 0");
+    SQL("update clients set version_number=5000030000000000 where name='back'");
+    SQL("update clients set version_number=5000020000000004 where name='same'");
+    SQL("update clients set version_number=null where name='fresh'");
+    SQL("update clients set exec='0' where name='off'");
+    SQL("update clients set os='Windows 7' where name='w7'");
+    SQL("update clients set update_state='1', update_message='WARNING W004-HOSTS   A restart', "
+        "update_date=now(), access_time=now() where name='rest'");
+    m_sProgram = VK_PROGRAM;
+    for (const char* cpSick : {"nokey", "refused"}) CHECK(cpSick);
+    const auto RUN_STATUS = [&](const TEXTS& asArgument) {
+        STARTED_RUN run = START_COMMAND(TEXTS{VK_STATUS_PROGRAM} + asArgument);
+        return WAIT(run);
+    };
+    iMAKE_DIRECTORY(sRW() + "sema");
+    FD                fdBusy = LOCK("busy");
+    const TEXTS       asPlan{"--plan", sPackage, "[!v]*"};
+    const std::string sPlan = RUN_STATUS(asPlan + TEXTS{"--csv"}).sOut;
+    // clang-format off
+    const struct {
+        const char *cpName, *cpVerdict, *cpMessage;  // of the run; null: it does not select it
+        int iExit;
+    } asctRow[] = {
+        {"back", "goes back", "I013", 0},
+        {"busy", "update under way", "Update already running", 0},
+        {"fresh", "update", "I013", 0},
+        {"nokey", "failing", "Error from alive test: ", 2},
+        {"off", "off", nullptr, 0},
+        {"old", "update", "I013", 0},
+        {"refused", "failing", "Error from alive test: ", 2},
+        {"rest", "restart pending", "I013", 0},
+        {"same", "same version", "Old and new Velka versions on client same are identical", 1},
+        {"w7", "refused", "Update of Windows 7 with QIR velka version 5.2.0.0 is not supported", 2},
+    };
+    // clang-format on
+    TEXTS asUpdated;
+    for (const auto& row : asctRow) {
+        EXPECT_THAT(sPlan, HasSubstr("\n" + std::string(row.cpName) + "," + row.cpVerdict + ","));
+        if (row.cpMessage != nullptr && std::string(row.cpMessage) == "I013")
+            asUpdated.emplace_back(row.cpName);
+    }
+    EXPECT_EQ(asLINES(RUN_STATUS(asPlan + TEXTS{"--names"}).sOut), asUpdated);
+    INI("variables", "gv_update_pilot", "2");
+    EXPECT_THAT(RUN_STATUS(asPlan).sOut,
+                EndsWith("10 clients: 2 update, 1 goes back, 1 restart pending, 1 same version, 1 "
+                         "refused, 2 failing, 1 update under way, 1 off\npilot: back, fresh\n"
+                         "package: " +
+                         sRW() + "work/packages/" + sPackage + "\nsignature: " + sRW() +
+                         "work/packages/" + sPackage +
+                         ".asc\n"
+                         "type: vk_config_client -U -P " +
+                         sPackage + " -- back fresh old rest\n"));
+    INI("variables", "gv_update_pilot", "0");
+
+    TEXTS asName;
+    for (const auto& row : asctRow) asName.emplace_back(row.cpName);
+    CONFIG_CLIENT(TEXTS{"-U", "-P", sPackage} + asName);
+    const std::string sLog = sALL_FILES(sRW() + "prot", ".jsonl");
+    for (const auto& row : asctRow) {
+        SCOPED_TRACE(row.cpName);
+        std::string sLine;
+        for (const std::string& s : asLINES(sLog))
+            if (s.find("\"client\":\"" + std::string(row.cpName) + "\"") != s.npos &&
+                s.find("\"task\":\"update\"") != s.npos)
+                sLine = s;
+        if (row.cpMessage == nullptr)
+            EXPECT_EQ(sLine, "");
+        else
+            EXPECT_THAT(sLine, AllOf(HasSubstr("\"msg\":\"" + std::string(row.cpMessage)),
+                                     HasSubstr("\"exit\":" + std::to_string(row.iExit) + ",")));
+    }
+}
+
+/* What a mail in the morning says. */
+TEST_F(STATUS, changes_are_told_once_and_nothing_when_there_are_none)
+{
+    const char* cpColumns = "access_state, access_time, velka_version";
+    ROW("'fails'", cpColumns, "1, '2026-05-20 03:00:00', '5.1.0-3'");
+    ROW("'heals'", cpColumns, "0, '2026-05-20 03:00:00', '5.2.0-1'");
+    ROW("'other'", cpColumns, "1, '2026-05-20 03:00:00', '5.1.0-3'");
+    ROW("'fresh'", cpColumns, "0, '2026-05-20 03:00:00', '5.1.0-3'");
+    ROW("'quiet'", cpColumns, "1, '2026-05-18 03:00:00', '5.1.0-3'");
+    for (const char* cp : {"heals", "other", "quiet"})
+        LINE("2026-05-18T03:00:00Z", cp, "1", R"("cause":"port-closed")");
+    LINE("2026-05-18T03:00:00Z", "fails", "0");
+    LINE("2026-05-18T03:00:00Z", "gone", "0");
+    LINE("2026-05-20T02:00:00Z", "gone", "0", "", "remove");
+    LINE("2026-05-20T02:00:00Z", "fresh", "0", "", "register");
+    LINE("2026-05-20T03:00:00Z", "fails", "1", R"("cause":"login","command":"x y")");
+    LINE("2026-05-20T03:00:00Z", "other", "1", R"("cause":"disk-full")");
+    LINE("2026-05-20T01:00:00Z", "heals", "0", R"("version_before":"5.1.0-3")", "update");
+    LINE("2026-05-20T03:00:00Z", "heals", "0", R"("version_before":"5.2.0-1")");
+    FLEET                fleet;
+    std::vector<OUTCOME> runs;
+    READ_WISH            wish{lNOW, iSTRIP_DAYS, 3, "", 10};
+    wish.lSince = lNOW - 86400;
+    iREAD_FLEET(wish, fleet, runs);
+    EXPECT_EQ(sFORM_CHANGES(fleet, CHOOSE(fleet, {}), fleet.priors, false, wish.lSince, FORM_TABLE),
+              "fails: began to fail: login; type: x y\nfresh: new 5.1.0-3\n"
+              "heals: well again, was port-closed\nheals: update done\n"
+              "heals: version 5.2.0-1, was 5.1.0-3\nother: other cause: disk-full, was "
+              "port-closed\ngone: removed\n");
+
+    // By the program, which remembers.
+    const TEXTS asChanged{"--changed", "--days", "36000", "--remember", sDIR() + "/state"};
+    RUN         run = CONFIG_CLIENT(asChanged);
+    EXPECT_EQ(run.sOut + run.sErr, "");  // the first call has nothing of the last day
+    EXPECT_EQ(run.iExit, 0);
+    SQL("update clients set access_state = 1 - access_state where name in ('fails', 'heals')");
+    SQL("delete from clients where name = 'quiet'");
+    ROW("'late'", cpColumns, "0, now(), '5.1.0-3'");
+    EXPECT_EQ(CONFIG_CLIENT(asChanged + TEXTS{"[!h]*"}).sOut,
+              "fails: well again, was login\nlate: new 5.1.0-3\nquiet: removed\n");
+    run = CONFIG_CLIENT(asChanged);
+    EXPECT_EQ(run.sOut + run.sErr, "");
+    EXPECT_EQ(run.iExit, 0);
+    WRITE_FILE(sDIR() + "/state", "mine");
+    EXPECT_EQ(CONFIG_CLIENT(asChanged).iExit, 2);
+    EXPECT_EQ(sREAD_FILE(sDIR() + "/state"), "mine");
+}
+
+TEST_F(STATUS, a_rollout_shows_who_is_done_who_is_left_and_how_it_goes_on)
+{
+    for (const char* cp : {"'done'", "'fail'", "'kill'", "'left'", "'same'", "'work'"})
+        ROW(cp, "os", "'Linux'");
+    const std::string sRollout = R"("rollout":"R7")";
+    LOG("20260520",
+        R"({"begin":"2026-05-20T09:00:00Z","end":"2026-05-20T09:00:00Z","task":"update",)"
+        R"("package":"p 1.deb","clients":["done","fail","kill","left","same","work"],"pilot":1,)"
+        R"("stop_after":2,)" +
+            sRollout + "}\n");
+    LINE("2026-05-20T09:01:00Z", "done", "0", sRollout, "update");
+    LINE("2026-05-20T09:02:00Z", "fail", "2", R"("cause":"disk-full",)" + sRollout, "update");
+    LINE("2026-05-20T09:02:00Z", "left", "0", R"("rollout":"R6")", "update");
+    LINE("2026-05-20T09:03:00Z", "same", "1",
+         R"("msg":"Old and new Velka versions on client same are identical: 5.",)" + sRollout,
+         "update");
+    LOCK("kill");
+    const FD   fdWork = LOCK("work");
+    const auto VIEW = [&] { return CONFIG_CLIENT({"--rollout", "--days", "36000"}).sOut; };
+    EXPECT_THAT(VIEW(),
+                AllOf(HasSubstr("failed        2026-05-20 09:02:00\n   disk-full\n"),
+                      HasSubstr("6 clients: 1 done, 1 same version, 1 under way, 1 failed, 1 "
+                                "interrupted, 1 not started\n"),
+                      EndsWith("type: vk_config_client -U -P 'p 1.deb' -- fail kill left\n")));
+    fs::rename(sRW() + "sema/" + szFILE_NAME("update_client_kill"), sRW() + "sema/kept");
+    WRITE_FILE(sRW() + "sema/" + szFILE_NAME("rollout_R7"), "");
+    const FD fdParent(open((sRW() + "sema/" + szFILE_NAME("rollout_R7")).c_str(), O_RDONLY));
+    flock(fdParent.iGet(), LOCK_EX);
+    EXPECT_THAT(VIEW(), AllOf(HasSubstr(", goes on; pilot 1, stop after 2\n"),
+                              EndsWith("1 under way, 2 left, 1 failed\n")));
 }
 
 /* Opens the page with a filter in its address, as a link does. */
@@ -581,17 +638,19 @@ void EXPECT_FILTERED(const std::string& sPage)
     EXPECT_THAT(sBeta, HasSubstr("1 of 11 clients</output>"));
     EXPECT_THAT(sBeta, HasSubstr("<tr class=\"f\"><th scope=\"row\"><a href=\"#c1\">beta</a>"));
     EXPECT_THAT(sBeta, HasSubstr("<tr class=\"w\" hidden=\"\">"));
-    EXPECT_THAT(sBeta, HasSubstr("<div class=\"sick\" id=\"c0\" hidden=\"\">"));
+    EXPECT_THAT(sBeta, HasSubstr("<li id=\"c0\" hidden=\"\">"));
+    EXPECT_THAT(sBeta, HasSubstr("<section class=\"cards\" id=\"updates\" hidden=\"\">"));
+    EXPECT_THAT(sBeta, HasSubstr("<html lang=\"en\" class=\"old js\">"));  // written in May
     EXPECT_THAT(sBeta, Not(HasSubstr("CONSOLE")));
-    EXPECT_THAT(dom("#state=sn"), HasSubstr("2 of 11 clients</output>"));
-    EXPECT_THAT(dom("#q=alpha"), HasSubstr("<section id=\"failing\" hidden=\"\">"));
+    EXPECT_THAT(dom("#state=n"), AllOf(HasSubstr("1 of 11 clients</output>"),
+                                       HasSubstr("id=\"failing\" hidden=\"\">")));
 }
 
 TEST_F(STATUS_FLEET, page_filters_in_a_browser_and_checkers_take_page_and_metrics)
 {
     const FLEET       fleet = READ();
     const std::string sPage = sDIR() + "/page.html", sMetrics = sDIR() + "/metrics";
-    WRITE_FILE(sPage, sFORM_PAGE(fleet, CHOOSE(fleet, {})));
+    WRITE_FILE(sPage, sFORM_PAGE(fleet, CHOOSE(fleet, {}), 60));
     WRITE_FILE(sMetrics, sFORM_PROMETHEUS(fleet, CHOOSE(fleet, {})));
     std::string sMissing;
     const auto  has = [&](const std::string& s) {

@@ -16,6 +16,7 @@
 #include "../common/base/immortal.h"
 #include "../common/config/config.h"
 #include "../common/log/outcome_log.h"
+#include "../common/package/eligibility.h"
 #include "restart_status.h"
 
 namespace {
@@ -160,7 +161,7 @@ void v_REMOVE_SIGNATURES(const UPDATE_RUN* pRun)
 void v_COPY_SIGNATURES(UPDATE_RUN* pRun, const char* cpSource, const char* cpTarget)
 {
     const char** pcpCopied = pRun->acpSignature;
-    for (const char* cpSuffix : {".sig", ".asc"}) {
+    for (const char* cpSuffix : acpSIGNATURE_SUFFIX) {
         const std::string sSource = std::string(cpSource) + cpSuffix;
         const std::string sTarget = std::string(cpTarget) + cpSuffix;
         if (!file_exist(sON_SERVER(sSource.c_str()).c_str())) continue;
@@ -177,8 +178,7 @@ void v_COPY_PACKAGE(UPDATE_RUN* pRun)
     char        szSource[512];
     char        szTarget[512];
     char        szReply[256];
-    x_Snprintf(szSource, sizeof szSource, cpPackage[0] == '/' ? "%s" : "gv_rw_work:packages/%s",
-               cpPackage);
+    iTEXT_SET(szSource, sPACKAGE_SOURCE(cpPackage));
     x_Snprintf(szTarget, sizeof szTarget, "gv_rw_work:%s", cpPackage);
     v_COPY_SIGNATURES(pRun, szSource, szTarget);
     TRACE("Copy Velka package '%s' to client", cpPackage);

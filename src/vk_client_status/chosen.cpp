@@ -58,8 +58,8 @@ bool bFITS_STATE(const CHOICE& choice, const CLIENT& client, long lNow)
     if (choice.iStaleDays >= 0 &&
         (!client.bTakesPart || lNow - client.lChecked <= choice.iStaleDays * lDAY))
         return false;
-    if (choice.lVersionBelow != 0 &&
-        (client.lVersion == 0 || client.lVersion >= choice.lVersionBelow))
+    const long lVersion = choice.lVersionBelow != 0 ? lINSTALLED(client) : 0;
+    if (choice.lVersionBelow != 0 && (lVersion == 0 || lVersion >= choice.lVersionBelow))
         return false;
     if (choice.bUpdating && client.eUpdate != UPDATE_RUNNING) return false;
     if (choice.bUpdateFailed && !bUPDATE_FAILED(client)) return false;
@@ -82,6 +82,27 @@ std::vector<const CLIENT*> CHOOSE(const FLEET& fleet, const CHOICE& choice)
         if (bFITS_WORDS(choice, client) && bFITS_STATE(choice, client, fleet.lNow))
             chosen.push_back(&client);
     return chosen;
+}
+
+std::vector<std::string> asUNFITTING(const FLEET& fleet, const CHOICE& choice)
+{
+    std::vector<std::string> asNobody;
+    for (const std::string& sName : choice.asName)
+        if (std::none_of(fleet.clients.begin(), fleet.clients.end(),
+                         [&](const CLIENT& client) { return bNAME(sName, client.sName); }))
+            asNobody.push_back(sName);
+    return asNobody;
+}
+
+bool bNEEDS_LOGS(const CHOICE& c)
+{
+    return !c.asCause.empty() || c.iStaleDays >= 0 || c.bFailed || c.bNever || c.bUpdating ||
+           c.bUpdateFailed || c.bRestartPending || c.bSameHostKey;
+}
+
+long lINSTALLED(const CLIENT& client)
+{
+    return client.lVersion != 0 ? client.lVersion : l_cli_version(client.sVersion.c_str());
 }
 
 long lVERSION_OF(const std::string& sVersion)

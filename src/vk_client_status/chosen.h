@@ -22,6 +22,15 @@ struct CHOICE {
 /* The clients that fit, in the order of their names. */
 std::vector<const CLIENT*> CHOOSE(const FLEET& fleet, const CHOICE& choice);
 
+/* The names and patterns that no client of the fleet has. */
+std::vector<std::string> asUNFITTING(const FLEET& fleet, const CHOICE& choice);
+
+/* More than the rows has to be known for it. */
+bool bNEEDS_LOGS(const CHOICE& choice);
+
+/* The installed version as a number, by the row's number or, without one, its text. */
+long lINSTALLED(const CLIENT& client);
+
 /* Its last update did not come to its end, for whatever reason. */
 bool bUPDATE_FAILED(const CLIENT& client);
 

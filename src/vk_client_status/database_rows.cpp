@@ -38,6 +38,7 @@ constexpr COLUMN asctColumn[] = {
     {"update_message", [](CLIENT& c, const char* cp) { c.sUpdateMessage = cp; }},
     {"greatest(update_date,servicepack_date)", [](CLIENT& c, const char* cp) { c.lUpdateColumn = lSECONDS_OF(cp); }},
     {"data_mover", [](CLIENT& c, const char* cp) { c.sDataMover = cp; }},
+    {"row_number() over (order by name)", [](CLIENT& c, const char* cp) { c.lOrder = std::strtol(cp, nullptr, 10); }},
 };
 
 // clang-format on
@@ -95,12 +96,13 @@ void v_VALUES(const DB_REC_LIS_ELEMENT& record, size_t uColumns, F pTake)
 
 }  // namespace
 
-int iREAD_ROWS(std::vector<CLIENT>& clients, std::string& sError)
+int iREAD_ROWS(bool bServer, std::vector<CLIENT>& clients, std::string& sError)
 {
     DB_REC_LIS        list{"CLIENT_STATUS", 0, 0, nullptr, nullptr};
     char              szReply[1024];
-    const std::string sSql = "select " + sCOLUMNS(asctColumn) +
-                             " from clients where client_id<>0 order by name collate \"C\"";
+    const std::string sSql = "select " + sCOLUMNS(asctColumn) + " from clients" +
+                             (bServer ? "" : " where client_id<>0") +
+                             " order by name collate \"C\"";
     if (!iDB_ACCESS(sSql.c_str(), szReply, &list, str_log{})) return iREASON(sError, szReply);
     clients.reserve(static_cast<size_t>(list.iRows));
     for (const auto* p = list.pstrFirstRec; p != nullptr; p = p->pstrNextRec) {
@@ -110,6 +112,17 @@ int iREAD_ROWS(std::vector<CLIENT>& clients, std::string& sError)
         v_AGREE_ON_VERSION(client);
     }
     return 1;
+}
+
+std::vector<std::string> READ_SYSTEMS()
+{
+    std::vector<std::string> asSystem;
+    DB_REC_LIS               list{"CLIENT_STATUS", 0, 0, nullptr, nullptr};
+    char                     szReply[1024];
+    if (iDB_ACCESS("select os from oper_systems", szReply, &list, str_log{}))
+        for (const auto* p = list.pstrFirstRec; p != nullptr; p = p->pstrNextRec)
+            asSystem.emplace_back(p->cpData);
+    return asSystem;
 }
 
 std::vector<DETAIL> READ_DETAILS(const std::string& sName)

@@ -6,10 +6,14 @@
 
 #include "fleet.h"
 
-/* Reads the rows of all clients but the server's own.
+/* Reads the rows of all clients.
+   bServer  the server's own too
    sError  why the database cannot be read
    Result  1 read, 0 not: clients is empty then */
-int iREAD_ROWS(std::vector<CLIENT>& clients, std::string& sError);
+int iREAD_ROWS(bool bServer, std::vector<CLIENT>& clients, std::string& sError);
+
+/* The operating systems that clients may be entered with. */
+std::vector<std::string> READ_SYSTEMS();
 
 /* A column that only the view of one client shows. */
 struct DETAIL {

@@ -22,6 +22,7 @@
 #include "database_rows.h"
 #include "moment.h"
 #include "outcome_log.h"
+#include "wording.h"
 
 namespace {
 
@@ -49,6 +50,16 @@ LOCKS eLOCKS()
             "cannot read the locks in \"%s\": %s; an interrupted update looks like one under way",
             sDirectory.c_str(), std::strerror(errno));
     return eSeen;
+}
+
+/* Whether somebody holds the lock of that name (1), and when it was taken; 0: there is none. */
+int iHELD(const std::string& sName, long& lTime)
+{
+    sct_semaphore sema{};
+    iTEXT_SET(sema.szSema, sSHORT_NAME(sName, sizeof sema.szSema - 1));
+    const int iHeld = i_SEMA('?', &sema);
+    lTime = l_SEMA_TIME(&sema);
+    return iHeld;
 }
 
 /* How the update's end stands in the row. */
@@ -84,17 +95,24 @@ void v_JUDGE_BEGUN(CLIENT& client, const LOG_RECORD* pLog, bool bRuns, long lLoc
     if (client.lUpdate == 0 && pLog != nullptr) client.lUpdate = pLog->lUpdate;
 }
 
-void v_JUDGE_UPDATE(CLIENT& client, const LOG_RECORD* pLog, LOCKS eLocks)
+/* A lock file that nobody holds is what a killed run has left, unless a run that ended since
+   tells of another. Of a time before the logs nothing is known. */
+bool bKILLED(const CLIENT& client, const LOG_RECORD* pLog, const LOGS& logs, long lLocked)
 {
-    sct_semaphore sema{};
-    bool          bHeld = false;
-    if (eLocks != LOCKS_NONE || client.sUpdateColumn == "a") {
-        iTEXT_SET(sema.szSema,
-                  sSHORT_NAME(std::string(svSEMAPHORE) + client.sName, sizeof sema.szSema - 1));
-        bHeld = i_SEMA('?', &sema) == 1;
-    }
-    if (bHeld || client.sUpdateColumn == "a") {
-        v_JUDGE_BEGUN(client, pLog, bHeld || eLocks == LOCKS_HIDDEN, l_SEMA_TIME(&sema));
+    return lLocked > std::max({client.lChecked, client.lUpdateColumn,
+                               pLog != nullptr ? std::max(pLog->lLast, pLog->lUpdate) : 0L}) &&
+           logs.lOldest != 0 && lLocked >= logs.lOldest;
+}
+
+void v_JUDGE_UPDATE(CLIENT& client, const LOG_RECORD* pLog, const LOGS& logs, LOCKS eLocks)
+{
+    long lLocked = 0;
+    bool bHeld = false;
+    if (eLocks != LOCKS_NONE || client.sUpdateColumn == "a")
+        bHeld = iLOCKED(client.sName, lLocked) == 1;
+    const bool bBegun = bHeld || client.sUpdateColumn == "a";
+    if (bBegun || bKILLED(client, pLog, logs, lLocked)) {
+        v_JUDGE_BEGUN(client, pLog, bHeld || (bBegun && eLocks == LOCKS_HIDDEN), lLocked);
         return;
     }
     client.eUpdate = eUPDATE_OF_ROW(client);
@@ -104,6 +122,24 @@ void v_JUDGE_UPDATE(CLIENT& client, const LOG_RECORD* pLog, LOCKS eLocks)
         client.lUpdate = pLog->lUpdate;
     }
     if (client.eUpdate == UPDATE_RESTART) client.eUpdate = eRESTART(client, client.lUpdate);
+}
+
+/* Why the last update failed: its line of the log, or what the row keeps. */
+void v_TAKE_UPDATE_WHY(CLIENT& client, const LOG_RECORD* pLog, LOGS& logs)
+{
+    if (client.eUpdate != UPDATE_FAILED && client.eUpdate != UPDATE_NOT_STARTED &&
+        client.eUpdate != UPDATE_WARNED)
+        return;
+    OUTCOME outcome;
+    outcome.sMessage =
+        client.sUpdateMessage.substr(client.sUpdateMessage.starts_with("ERROR ")     ? 6
+                                     : client.sUpdateMessage.starts_with("WARNING ") ? 8
+                                                                                     : 0);
+    if (pLog != nullptr && pLog->lUpdate == client.lUpdate)
+        iREAD_OUTCOME(logs, pLog->update, outcome);
+    client.sUpdateWhy = sWHY_OF(outcome.sCause, outcome.sStage, outcome.asWords, outcome.sMessage);
+    client.sUpdateCause =
+        outcome.sCause.empty() ? std::string(svMESSAGE_ID(outcome.sMessage)) : outcome.sCause;
 }
 
 /* ---- how a client stands --------------------------------------------------------- */
@@ -142,6 +178,7 @@ void v_TAKE_CAUSE(CLIENT& client, const LOG_RECORD& record, LOGS& logs)
     client.sStage = std::move(outcome.sStage);
     client.sCause = std::move(outcome.sCause);
     client.sCure = std::move(outcome.sCure);
+    client.sCommand = std::move(outcome.sCommand);
     client.asWords = std::move(outcome.asWords);
 }
 
@@ -168,7 +205,8 @@ void v_JUDGE(CLIENT& client, LOGS& logs, const FLEET& fleet, LOCKS eLocks)
         v_TAKE_UNSTORED(client, *pLog, logs);
     }
     client.sMessageId = svMESSAGE_ID(client.sMessage);
-    v_JUDGE_UPDATE(client, pLog, eLocks);
+    v_JUDGE_UPDATE(client, pLog, logs, eLocks);
+    v_TAKE_UPDATE_WHY(client, pLog, logs);
     client.eState = eSTATE(client, fleet);
     if (client.eState != STATE_FAILED) return;
     v_JUDGE_SINCE(client, pLog, logs);
@@ -214,6 +252,28 @@ void v_CLIENTS_OF_LOGS(LOGS& logs, std::vector<CLIENT>& clients)
     }
 }
 
+/* How clients with a later run stood at wish.lSince. One that is removed has no row. */
+void v_TAKE_PRIORS(LOGS& logs, PRIORS& priors)
+{
+    for (const auto& [sName, record] : logs.clients) {
+        if (!record.bLater || !record.bReal) continue;
+        PRIOR&  prior = priors[sName];
+        OUTCOME failure;
+        prior.bKnown = !record.bNew;
+        prior.sVersion = record.sVersionThen;
+        prior.bFailing = iREAD_OUTCOME(logs, record.failureThen, failure) == 1;
+        prior.sCause = failure.sCause.empty() ? failure.sId : failure.sCause;
+    }
+}
+
+/* The parent of an update of many lives as long as it holds the lock of its name. */
+void v_TAKE_ROLLOUT(LOGS& logs, ROLLOUT_RUN& rollout)
+{
+    v_READ_ROLLOUT(logs, rollout);
+    long lTime = 0;
+    rollout.bParent = iHELD("rollout_" + rollout.sRun, lTime) == 1;
+}
+
 bool bBY_NAME(const CLIENT& a, const CLIENT& b)
 {
     return a.sName < b.sName;
@@ -235,16 +295,28 @@ static_assert(std::size(asvUpdate) == UPDATE_COUNT);
 
 }  // namespace
 
+int iLOCKED(const std::string& sName, long& lTime)
+{
+    return iHELD(std::string(svSEMAPHORE) + sName, lTime);
+}
+
+const std::string& sREASON(const CLIENT& client)
+{
+    return client.sCause.empty() ? client.sMessageId : client.sCause;
+}
+
 int iREAD_FLEET(const READ_WISH& wish, FLEET& fleet, std::vector<OUTCOME>& runs)
 {
     fleet.lNow = wish.lNow;
     fleet.iStaleDays = wish.iStaleDays;
     for (int i = 0; i <= iSTRIP_DAYS; i++)
         fleet.alDay[static_cast<size_t>(i)] = lDAY_BEGIN(wish.lNow, iSTRIP_DAYS - 1 - i);
+    fleet.bDatabase = iREAD_ROWS(wish.bServer, fleet.clients, fleet.sDatabaseError) == 1;
+    if (fleet.bDatabase && !wish.bLogs) return 1;
     LOGS logs;
     v_READ_LOGS(wish, fleet.alDay, logs);
     fleet.lBadLines = logs.lBad;
-    fleet.bDatabase = iREAD_ROWS(fleet.clients, fleet.sDatabaseError) == 1;
+    fleet.sLogError = logs.sError;
     if (!fleet.bDatabase) v_CLIENTS_OF_LOGS(logs, fleet.clients);
     if (!std::is_sorted(fleet.clients.begin(), fleet.clients.end(), bBY_NAME))
         std::sort(fleet.clients.begin(), fleet.clients.end(), bBY_NAME);
@@ -252,6 +324,8 @@ int iREAD_FLEET(const READ_WISH& wish, FLEET& fleet, std::vector<OUTCOME>& runs)
     for (CLIENT& client : fleet.clients) v_JUDGE(client, logs, fleet, eLocks);
     v_COMPARE_KEYS(fleet.clients);
     v_READ_RUNS(logs, static_cast<size_t>(wish.iRuns), runs);
+    if (wish.lSince != 0) v_TAKE_PRIORS(logs, fleet.priors);
+    if (wish.bRollout) v_TAKE_ROLLOUT(logs, fleet.rollout);
     return fleet.bDatabase || !fleet.clients.empty();
 }
 
@@ -264,6 +338,12 @@ COUNTS sctCOUNT(const std::vector<const CLIENT*>& chosen)
         counts.iTakePart += pClient->bTakesPart ? 1 : 0;
     }
     return counts;
+}
+
+int iFAILED_UPDATES(const COUNTS& counts)
+{
+    return counts.aiUpdate[UPDATE_FAILED] + counts.aiUpdate[UPDATE_NOT_STARTED] +
+           counts.aiUpdate[UPDATE_INTERRUPTED];
 }
 
 std::string_view svSTATE(CLIENT_STATE eState)

@@ -3,6 +3,7 @@
 
 #include "common/common.h"
 #include "forms.h"
+#include "listing.h"
 #include "moment.h"
 
 namespace {
@@ -41,27 +42,20 @@ JSON JSON_OF(const CLIENT& client, const FLEET& fleet)
     v_PUT(line, "last_update", sTIME_TEXT(client.lUpdate, true));
     v_PUT(line, "update_state", std::string(svUPDATE(client.eUpdate)));
     v_PUT(line, "update_message", client.sUpdateMessage);
+    v_PUT(line, "update_cause", client.sUpdateCause);
+    v_PUT(line, "update_why", client.sUpdateWhy);
     v_PUT(line, "id", client.sMessageId);
     v_PUT(line, "msg", client.sMessage);
     v_PUT(line, "stage", client.sStage);
     v_PUT(line, "cause", client.sCause);
     if (!client.asWords.empty()) line["words"] = client.asWords;
     v_PUT(line, "cure", client.sCure);
+    v_PUT(line, "command", client.sCommand);
     v_PUT(line, "host_key", client.sHostKey);
     v_PUT(line, "same_host_key_as", client.sSameKeyAs);
     line["days"] = sDAYS(client);
     line["source"] = fleet.bDatabase ? "database" : "log";
     return line;
-}
-
-/* Quoted where it must be, and no formula. */
-std::string sCSV(const std::string& sValue)
-{
-    std::string s = sVALID_UTF8(sValue);
-    if (!s.empty() && std::string_view("=+-@\t\r").find(s[0]) != std::string_view::npos)
-        s.insert(0, "'");
-    if (s.find_first_of(",\"\r\n") == s.npos) return s;
-    return "\"" + sMARKED(s, "\"", '"') + "\"";
 }
 
 struct CSV_COLUMN {
@@ -86,6 +80,9 @@ constexpr CSV_COLUMN asctCsv[] = {
     {"cause", [](const CLIENT& c) { return c.sCause; }},
     {"cure", [](const CLIENT& c) { return c.sCure; }},
     {"msg", [](const CLIENT& c) { return c.sMessage; }},
+    {"command", [](const CLIENT& c) { return c.sCommand; }},
+    {"update_cause", [](const CLIENT& c) { return c.sUpdateCause; }},
+    {"update_why", [](const CLIENT& c) { return c.sUpdateWhy; }},
 };
 
 }  // namespace
@@ -93,13 +90,7 @@ constexpr CSV_COLUMN asctCsv[] = {
 std::string sFORM_NAMES(const CHOSEN& chosen, bool bZero)
 {
     std::string s;
-    for (const CLIENT* pClient : chosen) {
-        if (!bZero && pClient->sName.find_first_of("\r\n") != std::string::npos) {
-            v_STDERR("\"%s\" is left out: it holds a line feed; use -0", pClient->sName.c_str());
-            continue;
-        }
-        s.append(pClient->sName).push_back(bZero ? '\0' : '\n');
-    }
+    for (const CLIENT* p : chosen) v_ADD_NAME(s, p->sName, bZero ? '\0' : '\n');
     return s;
 }
 
@@ -114,13 +105,12 @@ std::string sFORM_JSON(const FLEET& fleet, const CHOSEN& chosen)
 
 std::string sFORM_CSV(const FLEET& /*fleet*/, const CHOSEN& chosen)
 {
-    std::string s;
-    for (const CSV_COLUMN& column : asctCsv) s.append(s.empty() ? "" : ",").append(column.cpHead);
-    s += "\r\n";
-    for (const CLIENT* pClient : chosen) {
-        for (const CSV_COLUMN& column : asctCsv)
-            s.append(&column == asctCsv ? "" : ",").append(sCSV(column.pValue(*pClient)));
-        s += "\r\n";
+    std::vector<std::string> asValue;
+    for (const CSV_COLUMN& column : asctCsv) asValue.emplace_back(column.cpHead);
+    std::string s = sCSV_LINE(asValue);
+    for (const CLIENT* p : chosen) {
+        for (size_t u = 0; u < asValue.size(); u++) asValue[u] = asctCsv[u].pValue(*p);
+        s += sCSV_LINE(asValue);
     }
     return s;
 }

@@ -53,15 +53,21 @@ std::string sFAILING_NAMES(const CHOSEN& chosen)
     return s;
 }
 
-std::string sDATUM(const char* cpLabel, int iValue, const LIMIT& warning, const LIMIT& critical,
-                   int iClients)
+/* A number of clients that the plugin compares with limits. */
+struct WATCHED {
+    const char*  cpLabel;
+    int          iValue;
+    const LIMIT &warning, &critical;
+};
+
+std::string sDATUM(const WATCHED& watched, int iClients)
 {
     const auto at = [&](const LIMIT& limit) {
         const int iAt = iREACHED_AT(limit, iClients);
         return iAt == 0 ? "" : std::to_string(iAt - 1);  // a plugin's limit may be met
     };
-    return std::string(" ") + cpLabel + "=" + std::to_string(iValue) + ";" + at(warning) + ";" +
-           at(critical) + ";0;" + std::to_string(iClients);
+    return std::string(" ") + watched.cpLabel + "=" + std::to_string(watched.iValue) + ";" +
+           at(watched.warning) + ";" + at(watched.critical) + ";0;" + std::to_string(iClients);
 }
 
 /* ---- Prometheus ----------------------------------------------------------------- */
@@ -123,19 +129,27 @@ std::string sFORM_NAGIOS(const FLEET& fleet, const CHOSEN& chosen, const LIMITS&
     const COUNTS          counts = sctCOUNT(chosen);
     const int             iClients = counts.iTakePart;
     const int             iFailing = counts.aiState[STATE_FAILED];
-    const int             iStale = counts.aiState[STATE_STALE] + counts.aiState[STATE_NEVER];
-    iExit = bREACHED(iFailing, limits.critical, iClients) ||
-                    bREACHED(iStale, limits.staleCritical, iClients)
-                ? 2
-            : bREACHED(iFailing, limits.warning, iClients) ||
-                    bREACHED(iStale, limits.staleWarning, iClients)
-                ? 1
-                : 0;
+    const int             iStale = counts.aiState[STATE_STALE];
+    const int             iNever = counts.aiState[STATE_NEVER];
+    const int             iUpdates = iFAILED_UPDATES(counts);
+    const WATCHED         asctWatched[] = {
+                {"failing", iFailing, limits.warning, limits.critical},
+                {"unchecked", iStale + iNever, limits.staleWarning, limits.staleCritical},
+                {"updates_failed", iUpdates, limits.updateWarning, limits.updateCritical},
+    };
+    iExit = 0;
+    for (const WATCHED& watched : asctWatched)
+        iExit = std::max(iExit, bREACHED(watched.iValue, watched.critical, iClients)  ? 2
+                                : bREACHED(watched.iValue, watched.warning, iClients) ? 1
+                                                                                      : 0);
     std::string sText = std::to_string(iFailing) + " of " + sCOUNTED(iClients, "client") +
                         " failing" + sFAILING_NAMES(chosen);
     if (iStale != 0)
         sText +=
             "; " + std::to_string(iStale) + " not checked for " + sCOUNTED(fleet.iStaleDays, "day");
+    if (iNever != 0) sText += "; " + std::to_string(iNever) + " never checked";
+    if (iUpdates != 0) sText += "; " + sCOUNTED(iUpdates, "update") + " failed";
+    if (!fleet.sLogError.empty()) sText += "; " + fleet.sLogError;
     if (iClients == 0) {
         iExit = iUNKNOWN;
         sText = "no client is chosen";
@@ -145,9 +159,9 @@ std::string sFORM_NAGIOS(const FLEET& fleet, const CHOSEN& chosen, const LIMITS&
         sText =
             "cannot read the database: " + fleet.sDatabaseError + "; by the outcome logs " + sText;
     }
-    return std::string("CLIENTS ") + acpWord[iExit] + " - " + sPLUGIN_TEXT(sText) + " |" +
-           sDATUM("failing", iFailing, limits.warning, limits.critical, iClients) +
-           sDATUM("stale", iStale, limits.staleWarning, limits.staleCritical, iClients) +
+    std::string s = std::string("CLIENTS ") + acpWord[iExit] + " - " + sPLUGIN_TEXT(sText) + " |";
+    for (const WATCHED& watched : asctWatched) s += sDATUM(watched, iClients);
+    return s + " stale=" + std::to_string(iStale) + " never=" + std::to_string(iNever) +
            " well=" + std::to_string(counts.aiState[STATE_WELL]) +
            " updating=" + std::to_string(counts.aiUpdate[UPDATE_RUNNING]) + "\n";
 }

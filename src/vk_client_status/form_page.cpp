@@ -21,9 +21,9 @@ extern const char szPAGE_SCRIPT_SHA256[];
 
 namespace {
 
-constexpr size_t uTEXT_MOST = 400;    // bytes of a text that a client wrote
-constexpr size_t uGROUP_OPEN = 12;    // a group of more failed clients is folded
-constexpr size_t uVERSIONS_MOST = 8;  // bars; the rest is one more
+constexpr size_t uTEXT_MOST = 400;  // bytes of a text that a client wrote
+constexpr size_t uGROUP_OPEN = 12;  // the list of more clients is folded
+constexpr size_t uGROUPS_MOST = 8;  // bars; the rest is one more
 
 /* A text as HTML, one line. */
 std::string sHTML(std::string_view svText)
@@ -50,6 +50,11 @@ std::string sMINUTE(long lTime)
     return sTIME_FORMAT(lTime, "%Y-%m-%d %H:%M");
 }
 
+std::string sDATE(long lTime)
+{
+    return sTIME_FORMAT(lTime, "%Y-%m-%d");
+}
+
 /* The script runs by its own hash, so nothing that came into the page otherwise would. */
 std::string sSCRIPT_HASH()
 {
@@ -70,8 +75,9 @@ std::string sSCRIPT_HASH()
 
 /* ---- head, tiles ------------------------------------------------------------------ */
 
-void v_HEAD(std::string& s, const FLEET& fleet, const COUNTS& counts)
+void v_HEAD(std::string& s, const FLEET& fleet, const COUNTS& counts, int iEvery)
 {
+    const long lNext = fleet.lNow + iEvery * 60L;
     s +=
         "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
         "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; "
@@ -86,16 +92,19 @@ void v_HEAD(std::string& s, const FLEET& fleet, const COUNTS& counts)
         std::to_string(counts.aiState[STATE_FAILED]) +
         " failing · backup clients</title>\n<style>\n" + szPAGE_STYLE +
         "</style>\n</head>\n<body>\n<header>\n<h1>Backup clients</h1>\n<p>" +
-        sCOUNTED(counts.iTakePart, "client") + ", as of <time datetime=\"" +
+        sCOUNTED(counts.iTakePart, "client") + ", as of <time id=\"written\" datetime=\"" +
         sTIME_TEXT(fleet.lNow, true) + "\">" + sTIME_FORMAT(fleet.lNow, "%e %B %Y, %H:%M %Z") +
-        "</time></p>\n";
-    if (!fleet.bDatabase)
-        s += "<p class=\"notice\" role=\"alert\">" + sHTML(sNOTICE(fleet)) + "</p>\n";
+        "</time><span id=\"age\"></span>; to be written anew by <time id=\"next\" datetime=\"" +
+        sTIME_TEXT(lNext, true) + "\">" +
+        sTIME_FORMAT(lNext, lNext < fleet.lNow + lDAY ? "%H:%M" : "%e %B, %H:%M") +
+        "</time></p>\n<p class=\"notice\" id=\"late\" role=\"alert\" hidden></p>\n";
+    if (const std::string sNotice = sNOTICE(fleet); !sNotice.empty())
+        s += "<p class=\"notice\" role=\"alert\">" + sHTML(sNotice) + "</p>\n";
 }
 
 struct TILE {
-    const char* cpClass;   // colour
-    const char* cpStates;  // first letters of rows' classes
+    const char* cpClass;  // colour
+    const char* cpState;  // class of its rows
     const char* cpWord;
     int         iCount;
     bool        bAlways;
@@ -104,16 +113,14 @@ struct TILE {
 void v_TILES(std::string& s, const COUNTS& counts)
 {
     const auto at = [&](CLIENT_STATE eState) { return counts.aiState[eState]; };
-    const int  iFailedUpdates = counts.aiUpdate[UPDATE_FAILED] +
-                               counts.aiUpdate[UPDATE_NOT_STARTED] +
-                               counts.aiUpdate[UPDATE_INTERRUPTED];
     const TILE asctTile[] = {
         {"failed", "f", "failing", at(STATE_FAILED), true},
         {"warned", "r", "waiting for a restart", at(STATE_WARNED), false},
-        {"stale", "sn", "stale", at(STATE_STALE) + at(STATE_NEVER), true},
+        {"stale", "s", "stale", at(STATE_STALE), true},
+        {"never", "n", "never checked", at(STATE_NEVER), false},
         {"well", "w", "well", at(STATE_WELL), true},
         {"updating", "u", "updating", counts.aiUpdate[UPDATE_RUNNING], true},
-        {"failed", "e", "updates failed", iFailedUpdates, false},
+        {"failed", "e", "updates failed", iFAILED_UPDATES(counts), false},
         {"off", "o", "off", at(STATE_OFF), false},
     };
     s += "<ul class=\"tiles\">\n";
@@ -122,8 +129,8 @@ void v_TILES(std::string& s, const COUNTS& counts)
             s.append("<li class=\"")
                 .append(tile.cpClass)
                 .append(tile.iCount == 0 ? " zero" : "")
-                .append("\" data-states=\"")
-                .append(tile.cpStates)
+                .append("\" data-state=\"")
+                .append(tile.cpState)
                 .append("\"><span><b>")
                 .append(std::to_string(tile.iCount))
                 .append("</b> ")
@@ -140,112 +147,259 @@ void v_TILES(std::string& s, const COUNTS& counts)
     s += "</div>\n</header>\n<main>\n";
 }
 
-/* ---- the failed ones ------------------------------------------------------------------ */
+/* ---- what fails ----------------------------------------------------------------------- */
 
-/* What shows the failure: words, a line each, or the run's message. The cause stands
-   above the group. */
-std::string sWORDS(const CLIENT& client)
+/* What a card tells of each of its clients. */
+struct TOLD {
+    std::string sWords, sCure, sCommand, sSince;
+};
+
+/* A client of a card, and its row in the table of all. */
+struct ILL {
+    const CLIENT* pClient;
+    size_t        uRow;
+    TOLD          told;
+};
+using ILLS = std::vector<ILL>;
+
+/* The failure of a client: words, a line each, or the run's message. */
+TOLD sctFAILURE(const CLIENT& client, const FLEET& fleet)
 {
-    if (client.asWords.empty()) return sBOUNDED(sMESSAGE_TEXT(client));
     constexpr size_t uLINES = 6;
-    std::string      s;
+    std::string      sWords;
     for (size_t u = 0; u < client.asWords.size() && u < uLINES; u++)
-        s.append(u == 0 ? "" : "<br>").append(sBOUNDED(client.asWords[u]));
+        sWords.append(u == 0 ? "" : "\n").append(client.asWords[u]);
+    std::string sSince = std::string("since ") + (client.bSinceExact ? "" : "before ") +
+                         sMINUTE(client.lSince) + " (" + sAGO(client.lSince, fleet.lNow) + ")";
+    if (client.lSucceeded != 0) sSince += ", last success " + sMINUTE(client.lSucceeded);
+    return {sWords.empty() ? sMESSAGE_TEXT(client.sMessage) : sWords, client.sCure, client.sCommand,
+            sSince};
+}
+
+TOLD sctUPDATE_FAILURE(const CLIENT& client, const FLEET& /*fleet*/)
+{
+    return {client.sUpdateWhy, "", "",
+            std::string(svUPDATE(client.eUpdate)) + " " + sMINUTE(client.lUpdate)};
+}
+
+/* A text with the client's name left open. */
+std::string sOPEN_NAME(std::string sText, const std::string& sName)
+{
+    constexpr std::string_view svOPEN = "NAME";
+    for (size_t u = 0; !sName.empty() && (u = sText.find(sName, u)) != sText.npos;
+         u += svOPEN.size())
+        sText.replace(u, sName.size(), svOPEN);
+    return sText;
+}
+
+/* The text that all clients of a card share, but for their names; none: each has its own. */
+std::string sSHARED(const ILLS& ills, std::string TOLD::*pText)
+{
+    const std::string& sFirst = ills.front().told.*pText;
+    if (std::all_of(ills.begin(), ills.end(),
+                    [&](const ILL& ill) { return ill.told.*pText == sFirst; }))
+        return sFirst;
+    const auto sOpen = [&](const ILL& ill) {
+        return sOPEN_NAME(ill.told.*pText, ill.pClient->sName);
+    };
+    const std::string sShared = sOpen(ills.front());
+    return std::all_of(ills.begin(), ills.end(),
+                       [&](const ILL& ill) { return sOpen(ill) == sShared; })
+               ? sShared
+               : "";
+}
+
+std::string sLINES(const std::string& sText)
+{
+    std::string s;
+    for (const std::string_view sv : asvPIECES(sText))
+        s.append(s.empty() ? "" : "<br>").append(sBOUNDED(std::string(sv)));
     return s;
 }
 
-void v_SICK(std::string& s, const CLIENT& client, size_t uNumber, const FLEET& fleet)
+/* sRun: what is copied, where that is not what is shown. */
+void v_TOLD(std::string& s, const TOLD& told, const std::string& sRun = "")
 {
-    s += "<div class=\"sick\" id=\"c" + std::to_string(uNumber) + "\"><h3>" + sHTML(client.sName) +
-         "<small>failing since " + (client.bSinceExact ? "" : "before ") + sMINUTE(client.lSince) +
-         " (" + sAGO(client.lSince, fleet.lNow) + ")</small>";
-    if (client.lSucceeded != 0)
-        s += "<small>last success " + sMINUTE(client.lSucceeded) + "</small>";
-    s += "</h3><div><p>" + sWORDS(client) + "</p>";
-    if (!client.sCure.empty())
-        s += "<p class=\"cure\"><code>" + sBOUNDED(client.sCure) + "</code></p>";
-    s += "</div></div>\n";
+    if (!told.sWords.empty()) s += "<p>" + sLINES(told.sWords) + "</p>";
+    if (!told.sCure.empty()) s += "<p class=\"cure\">" + sBOUNDED(told.sCure) + "</p>";
+    if (!told.sCommand.empty())
+        s += "<p class=\"run\"><code" + (sRun.empty() ? "" : " data-run=\"" + sRun + "\"") + ">" +
+             sBOUNDED(told.sCommand) + "</code></p>";
 }
 
-std::string sGROUP(const CLIENT& client)
+/* The commands of all clients of a card, where one card shows them with the name left open. */
+std::string sALL_COMMANDS(const ILLS& ills)
 {
-    if (!client.sCause.empty()) return client.sCause;
-    return client.sMessageId.empty() ? "no cause known" : client.sMessageId;
+    std::string s;
+    for (const ILL& ill : ills) s.append(s.empty() ? "" : "&#10;").append(sHTML(ill.told.sCommand));
+    return s;
 }
 
-/* Grouped by cause, the commonest first. numbers: of the clients that have an entry. */
-void v_FAILING(std::string& s, const FLEET& fleet, const CHOSEN& chosen,
-               std::map<const CLIENT*, size_t>& numbers)
+void v_CARD(std::string& s, const std::string& sTitle, const std::string& sStage, const ILLS& ills,
+            char cMark)
 {
-    std::map<std::string, CHOSEN> groups;
-    for (const CLIENT* p : chosen)
-        if (p->eState == STATE_FAILED) groups[sGROUP(*p)].push_back(p);
+    const TOLD shared{sSHARED(ills, &TOLD::sWords), sSHARED(ills, &TOLD::sCure),
+                      sSHARED(ills, &TOLD::sCommand), ""};
+    const bool bOpenName = shared.sCommand != ills.front().told.sCommand;
+    const bool bFolded = ills.size() > uGROUP_OPEN;
+    s += "<article><h3>" + sHTML(sTitle) +
+         (sStage.empty() ? "" : " <small>" + sHTML(sStage) + "</small>") + " <b>" +
+         sCOUNTED(static_cast<long>(ills.size()), "client") + "</b></h3>";
+    v_TOLD(s, shared, bOpenName ? sALL_COMMANDS(ills) : "");
+    s += bFolded ? "<details><summary>the clients</summary><ul>\n" : "<ul>\n";
+    for (const ILL& ill : ills) {
+        s.append("<li id=\"").append(1, cMark).append(std::to_string(ill.uRow)).append("\"><b>");
+        s.append(sHTML(ill.pClient->sName)).append("</b> ").append(sHTML(ill.told.sSince));
+        v_TOLD(s, {shared.sWords.empty() ? ill.told.sWords : "",
+                   shared.sCure.empty() ? ill.told.sCure : "",
+                   shared.sCommand.empty() ? ill.told.sCommand : "", ""});
+        s += "\n";
+    }
+    s += bFolded ? "</ul></details></article>\n" : "</ul></article>\n";
+}
+
+/* A section with a card for each cause, the commonest first. cMark: before the number of a
+   client's row in the address of its entry. */
+struct CARDS {
+    const char* cpId;
+    const char* cpTitle;
+    char        cMark;
+    bool (*pShown)(const CLIENT& client);
+    std::string (*pCause)(const CLIENT& client);
+    TOLD (*pTold)(const CLIENT& client, const FLEET& fleet);
+    bool bStage;
+};
+constexpr CARDS sctFailing = {
+    "failing",
+    "What fails, and what to do",
+    'c',
+    [](const CLIENT& c) { return c.eState == STATE_FAILED; },
+    [](const CLIENT& c) { return sREASON(c).empty() ? "no cause known" : sREASON(c); },
+    sctFAILURE,
+    true};
+constexpr CARDS sctUpdates = {"updates",
+                              "Updates that did not succeed",
+                              'u',
+                              bUPDATE_FAILED,
+                              [](const CLIENT& c) {
+                                  return c.sUpdateCause.empty() ? std::string(svUPDATE(c.eUpdate))
+                                                                : c.sUpdateCause;
+                              },
+                              sctUPDATE_FAILURE,
+                              false};
+
+void v_CARDS(std::string& s, const CARDS& cards, const FLEET& fleet, const CHOSEN& chosen)
+{
+    std::map<std::string, ILLS> groups;
+    for (size_t u = 0; u < chosen.size(); u++)
+        if (cards.pShown(*chosen[u]))
+            groups[cards.pCause(*chosen[u])].push_back(
+                {chosen[u], u, cards.pTold(*chosen[u], fleet)});
     if (groups.empty()) return;
-    std::vector<const std::pair<const std::string, CHOSEN>*> order;
+    std::vector<const std::pair<const std::string, ILLS>*> order;
     order.reserve(groups.size());
     for (const auto& group : groups) order.push_back(&group);
     std::stable_sort(order.begin(), order.end(), [](const auto* a, const auto* b) {
         return a->second.size() > b->second.size();
     });
-    s += "<section id=\"failing\">\n<h2>What fails, and what to do</h2>\n";
-    for (const auto* pGroup : order) {
-        const std::string& sStage = pGroup->second.front()->sStage;
-        s += std::string("<details") + (pGroup->second.size() <= uGROUP_OPEN ? " open" : "") +
-             "><summary><strong>" + sHTML(pGroup->first) + "</strong>" +
-             (sStage.empty() ? "" : " (" + sHTML(sStage) + ")") + " · " +
-             sCOUNTED(static_cast<long>(pGroup->second.size()), "client") + "</summary>\n";
-        for (const CLIENT* p : pGroup->second) {
-            numbers[p] = numbers.size();
-            v_SICK(s, *p, numbers[p], fleet);
-        }
-        s += "</details>\n";
-    }
+    s += std::string("<section class=\"cards\" id=\"") + cards.cpId + "\">\n<h2>" + cards.cpTitle +
+         "</h2>\n";
+    for (const auto* p : order)
+        v_CARD(s, p->first, cards.bStage ? p->second.front().pClient->sStage : "", p->second,
+               cards.cMark);
     s += "</section>\n";
 }
 
-/* ---- versions ---------------------------------------------------------------------------- */
+/* ---- the last days ----------------------------------------------------------------------- */
 
-struct VERSION_BAR {
-    std::string sVersion;
-    long        lVersion = 0;
-    int         iCount = 0;
-};
-
-/* The newest first; those that no number is known of at the end. */
-std::vector<VERSION_BAR> VERSIONS(const CHOSEN& chosen)
+void v_DAYS(std::string& s, const FLEET& fleet, const CHOSEN& chosen)
 {
-    std::map<std::string, VERSION_BAR> versions;
-    for (const CLIENT* p : chosen) {
-        VERSION_BAR& bar = versions[p->sVersion];
-        bar.sVersion = p->sVersion.empty() ? "unknown" : p->sVersion;
-        bar.lVersion = std::max(bar.lVersion, p->lVersion);
-        bar.iCount++;
+    std::array<int, iSTRIP_DAYS> aiFailed{};
+    std::array<int, iSTRIP_DAYS> aiMixed{};
+    int                          iMost = 1;
+    for (size_t u = 0; u < aiFailed.size(); u++) {
+        for (const CLIENT* p : chosen) {
+            aiFailed[u] += p->aeDay[u] == DAY_FAILED ? 1 : 0;
+            aiMixed[u] += p->aeDay[u] == DAY_MIXED ? 1 : 0;
+        }
+        iMost = std::max(iMost, aiFailed[u] + aiMixed[u]);
     }
-    std::vector<VERSION_BAR> bars;
-    bars.reserve(versions.size());
-    for (auto& [sVersion, bar] : versions) bars.push_back(std::move(bar));
-    std::stable_sort(bars.begin(), bars.end(), [](const VERSION_BAR& a, const VERSION_BAR& b) {
-        return a.lVersion > b.lVersion;
-    });
-    if (bars.size() <= uVERSIONS_MOST + 1) return bars;
-    VERSION_BAR rest{"older or other", 0, 0};
-    for (size_t u = uVERSIONS_MOST; u < bars.size(); u++) rest.iCount += bars[u].iCount;
-    bars.resize(uVERSIONS_MOST);
-    bars.push_back(std::move(rest));
-    return bars;
+    s += "<section id=\"days\">\n<h2>Clients that failed, by day</h2>\n<ol>\n";
+    for (size_t u = 0; u < aiFailed.size(); u++)
+        s += "<li><span>" + std::to_string(aiFailed[u] + aiMixed[u]) +
+             "</span><hr style=\"--h:" + std::to_string(aiMixed[u] * 100 / iMost) +
+             "%\" class=\"mixed\"><hr style=\"--h:" + std::to_string(aiFailed[u] * 100 / iMost) +
+             "%\"><small>" + sTIME_FORMAT(fleet.alDay[u], "%e") + "<br>" +
+             sTIME_FORMAT(fleet.alDay[u], "%b") + "</small></li>\n";
+    s += "</ol>\n</section>\n";
 }
 
-void v_VERSIONS(std::string& s, const CHOSEN& chosen)
+/* ---- groups ------------------------------------------------------------------------------ */
+
+struct GROUP {
+    std::string sValue;
+    long        lOrder = 0;  // the highest first
+    int         iCount = 0, iFailing = 0;
+};
+
+/* By a column of the table; the rest of many groups is one more. */
+struct GROUPING {
+    const char* cpHead;  // of that column
+    const char* cpTitle;
+    bool        bAlways;  // also where there is but one group
+    std::string (*pValue)(const CLIENT& client);
+    long (*pOrder)(const CLIENT& client);
+};
+constexpr GROUPING asctGrouping[] = {
+    {"Version", "Versions", true, [](const CLIENT& c) { return sONE_LINE(c.sVersion); },
+     [](const CLIENT& c) { return lINSTALLED(c); }},
+    {"System", "Systems", false, [](const CLIENT& c) { return sONE_LINE(c.sOs); }, nullptr},
+    {"Loc", "Locations", false, [](const CLIENT& c) { return sONE_LINE(c.sLocation); }, nullptr},
+};
+
+std::vector<GROUP> GROUPS(const GROUPING& grouping, const CHOSEN& chosen)
 {
-    const std::vector<VERSION_BAR> bars = VERSIONS(chosen);
-    if (bars.empty()) return;
+    std::map<std::string, GROUP> found;
+    for (const CLIENT* p : chosen) {
+        GROUP& group = found[grouping.pValue(*p)];
+        group.sValue = grouping.pValue(*p);
+        group.iCount++;
+        group.iFailing += p->eState == STATE_FAILED ? 1 : 0;
+        group.lOrder =
+            grouping.pOrder == nullptr ? group.iCount : std::max(group.lOrder, grouping.pOrder(*p));
+    }
+    std::vector<GROUP> groups;
+    groups.reserve(found.size());
+    for (auto& [sValue, group] : found) groups.push_back(std::move(group));
+    std::stable_sort(groups.begin(), groups.end(),
+                     [](const GROUP& a, const GROUP& b) { return a.lOrder > b.lOrder; });
+    if (groups.size() <= uGROUPS_MOST + 1) return groups;
+    GROUP rest{"others", 0, 0, 0};
+    for (size_t u = uGROUPS_MOST; u < groups.size(); u++) {
+        rest.iCount += groups[u].iCount;
+        rest.iFailing += groups[u].iFailing;
+    }
+    groups.resize(uGROUPS_MOST);
+    groups.push_back(std::move(rest));
+    return groups;
+}
+
+void v_GROUPS(std::string& s, const GROUPING& grouping, const CHOSEN& chosen)
+{
+    const std::vector<GROUP> groups = GROUPS(grouping, chosen);
+    if (groups.empty() || (groups.size() == 1 && !grouping.bAlways)) return;
     int iMost = 1;
-    for (const VERSION_BAR& bar : bars) iMost = std::max(iMost, bar.iCount);
-    s += "<section id=\"versions\">\n<h2>Versions</h2>\n<dl class=\"bars\">\n";
-    for (const VERSION_BAR& bar : bars)
-        s += "<dt>" + sHTML(bar.sVersion) +
-             "</dt><dd><hr style=\"--w:" + std::to_string(bar.iCount * 100 / iMost) + "%\"><span>" +
-             std::to_string(bar.iCount) + "</span></dd>\n";
+    for (const GROUP& group : groups) iMost = std::max(iMost, group.iCount);
+    const auto sBAR = [&](int i) { return std::to_string(i * 100 / iMost) + "%\">"; };
+    s += std::string("<section class=\"bars\" data-column=\"") + grouping.cpHead + "\">\n<h2>" +
+         grouping.cpTitle + "</h2>\n<dl>\n";
+    for (const GROUP& group : groups)
+        s += "<dt>" + (group.sValue.empty() ? "unknown" : sHTML(group.sValue)) +
+             "</dt><dd><div><hr class=\"failed\" style=\"--w:" + sBAR(group.iFailing) +
+             "<hr style=\"--w:" + sBAR(group.iCount - group.iFailing) + "</div><b>" +
+             std::to_string(group.iCount) + "</b><i>" +
+             (group.iFailing == 0 ? "&nbsp;" : std::to_string(group.iFailing) + " failing") +
+             "</i></dd>\n";
     s += "</dl>\n</section>\n";
 }
 
@@ -266,7 +420,13 @@ void v_STRIP(std::string& s, const CLIENT& client)
 std::string sUPDATE(const CLIENT& client)
 {
     std::string s(svUPDATE(client.eUpdate));
-    return client.lUpdate == 0 || s.empty() ? s : s + " " + sMINUTE(client.lUpdate);
+    return client.lUpdate == 0 || s.empty() ? s : s + " " + sDATE(client.lUpdate);
+}
+
+std::string sVERSION(const CLIENT& client)
+{
+    return client.sServicepack.empty() ? client.sVersion
+                                       : client.sVersion + " SP " + client.sServicepack;
 }
 
 /* Columns behind name, state and strip. Style and script know the first three by their
@@ -276,10 +436,9 @@ struct PAGE_COLUMN {
     std::string (*pValue)(const CLIENT& client);
 };
 constexpr PAGE_COLUMN asctColumn[] = {
-    {"Failing since", [](const CLIENT& c) { return sMINUTE(c.lSince); }},
+    {"Failing since", [](const CLIENT& c) { return sDATE(c.lSince); }},
     {"Checked", [](const CLIENT& c) { return sMINUTE(c.lChecked); }},
-    {"Version", [](const CLIENT& c) { return c.sVersion; }},
-    {"SP", [](const CLIENT& c) { return c.sServicepack; }},
+    {"Version", sVERSION},
     {"Last update", sUPDATE},
     {"System", [](const CLIENT& c) { return c.sOs; }},
     {"Mode", [](const CLIENT& c) { return c.sMode; }},
@@ -298,41 +457,34 @@ std::vector<const PAGE_COLUMN*> COLUMNS(const CHOSEN& chosen)
     return columns;
 }
 
-/* numbers: of the clients that have an entry above. */
-void v_ROW(std::string& s, const CLIENT& client, const std::vector<const PAGE_COLUMN*>& columns,
-           const std::map<const CLIENT*, size_t>& numbers)
+void v_ROW(std::string& s, const CLIENT& client, size_t uRow,
+           const std::vector<const PAGE_COLUMN*>& columns)
 {
     constexpr char acClass[] = {'f', 'r', 's', 'n', 'w', 'o'};  // in the order of CLIENT_STATE
-    const auto     number = numbers.find(&client);
+    const bool     bUpdate = bUPDATE_FAILED(client);
+    const char     cMark = client.eState == STATE_FAILED ? sctFailing.cMark
+                           : bUpdate                     ? sctUpdates.cMark
+                                                         : ' ';
     s.append("<tr class=\"").append(1, acClass[client.eState]);
-    s.append(client.eUpdate == UPDATE_RUNNING ? " u" : bUPDATE_FAILED(client) ? " e" : "");
+    s.append(client.eUpdate == UPDATE_RUNNING ? " u" : bUpdate ? " e" : "");
     s.append("\"><th scope=\"row\">");
-    if (number != numbers.end())
-        s.append("<a href=\"#c")
-            .append(std::to_string(number->second))
-            .append("\">")
-            .append(sHTML(client.sName))
-            .append("</a>");
-    else
-        s += sHTML(client.sName);
+    if (cMark != ' ')
+        s.append("<a href=\"#").append(1, cMark).append(std::to_string(uRow)).append("\">");
+    s.append(sHTML(client.sName)).append(cMark != ' ' ? "</a>" : "");
     s.append("<td>").append(svSTATE(client.eState)).append("<td>");
     v_STRIP(s, client);
     for (const PAGE_COLUMN* pColumn : columns) {
-        const bool bMarked = pColumn->pValue == sUPDATE && bUPDATE_FAILED(client);
+        const bool bMarked = pColumn->pValue == sUPDATE && bUpdate;
         s.append(bMarked ? "<td><em>" : "<td>").append(sHTML(pColumn->pValue(client)));
         s.append(bMarked ? "</em>" : "");
     }
     s += "\n";
 }
 
-void v_ALL(std::string& s, const FLEET& fleet, const CHOSEN& chosen,
-           const std::map<const CLIENT*, size_t>& numbers)
+void v_ALL(std::string& s, const FLEET& fleet, const CHOSEN& chosen)
 {
     const std::vector<const PAGE_COLUMN*> columns = COLUMNS(chosen);
     s += "<section id=\"all\">\n<h2>All clients</h2>\n"
-         "<div class=\"find\"><input id=\"filter\" type=\"search\" autocomplete=\"off\" "
-         "spellcheck=\"false\" placeholder=\"Filter: a name, a system, a version …  ( / )\" "
-         "aria-label=\"Filter the clients\"><output id=\"told\" for=\"filter\"></output></div>\n"
          "<div class=\"wide\"><table><caption>Every client: how it stands, its last days, when it "
          "was checked, what runs on it</caption>\n<thead><tr><th scope=\"col\">Client</th>"
          "<th scope=\"col\">State</th><th scope=\"col\" data-fixed>" +
@@ -340,9 +492,15 @@ void v_ALL(std::string& s, const FLEET& fleet, const CHOSEN& chosen,
     for (const PAGE_COLUMN* pColumn : columns)
         s.append("<th scope=\"col\">").append(pColumn->cpHead).append("</th>");
     s += "</tr></thead>\n<tbody>\n";
-    for (const CLIENT* p : chosen) v_ROW(s, *p, columns, numbers);
+    for (size_t u = 0; u < chosen.size(); u++) v_ROW(s, *chosen[u], u, columns);
     s += "</tbody></table></div>\n</section>\n";
 }
+
+/* Above what it filters. */
+constexpr char szFILTER[] =
+    "<div class=\"find\"><input id=\"filter\" type=\"search\" autocomplete=\"off\" "
+    "spellcheck=\"false\" placeholder=\"Filter: a name, a system, a version …  ( / )\" "
+    "aria-label=\"Filter the clients\"><output id=\"told\" for=\"filter\"></output></div>\n";
 
 constexpr char szKEY[] =
     "</main>\n<footer>\n<p>Days:<span class=\"key\"><b>+</b></span>every run well"
@@ -351,20 +509,23 @@ constexpr char szKEY[] =
 
 }  // namespace
 
-std::string sFORM_PAGE(const FLEET& fleet, const CHOSEN& all)
+std::string sFORM_PAGE(const FLEET& fleet, const CHOSEN& all, int iEvery)
 {
     CHOSEN chosen = all;
     v_WORST_FIRST(chosen);
-    const COUNTS                    counts = sctCOUNT(chosen);
-    std::map<const CLIENT*, size_t> numbers;
-    std::string                     s;
-    v_HEAD(s, fleet, counts);
+    const COUNTS counts = sctCOUNT(chosen);
+    std::string  s;
+    v_HEAD(s, fleet, counts, iEvery);
     v_TILES(s, counts);
-    v_FAILING(s, fleet, chosen, numbers);
-    v_VERSIONS(s, chosen);
-    v_ALL(s, fleet, chosen, numbers);
+    s += szFILTER;
+    v_CARDS(s, sctFailing, fleet, chosen);
+    v_CARDS(s, sctUpdates, fleet, chosen);
+    s += "<div class=\"side\">\n";
+    v_DAYS(s, fleet, chosen);
+    for (const GROUPING& grouping : asctGrouping) v_GROUPS(s, grouping, chosen);
+    s += "</div>\n";
+    v_ALL(s, fleet, chosen);
     s += szKEY;
-    s += "<p>Stale: not checked for " + sCOUNTED(fleet.iStaleDays, "day") +
-         ", or never.</p>\n</footer>\n";
+    s += "<p>Stale: not checked for " + sCOUNTED(fleet.iStaleDays, "day") + ".</p>\n</footer>\n";
     return s + "<script>" + szPAGE_SCRIPT + "</script>\n</body>\n</html>\n";
 }

@@ -5,8 +5,10 @@
 
 #include <charconv>
 #include <cstdio>
+#include <ctime>
 
 #include "common/common.h"
+#include "moment.h"
 
 extern const char gszGitId[];
 
@@ -14,11 +16,19 @@ namespace {
 
 constexpr int iEXIT_USAGE = 2;
 
-constexpr char szUSAGE[] = R"(usage: vk_client_status [CHOICE...] [FORM] [NAME...]
+constexpr char szUSAGE[] = R"(usage: vk_client_status [VIEW] [CHOICE...] [FORM] [NAME...]
 
 Shows how the clients of this backup server are: which are not well, since when, why,
 and what to do. NAME may be a pattern ('web*'); one name alone is shown in full.
 
+Views (without one: how the clients are)
+  --plan PACKAGE         what an update to PACKAGE would do with each client
+  --servicepack          PACKAGE is a service pack
+  --rollout              the last update of many clients: who is done, who is left
+  --changed              what has changed in the last day; nothing when nothing has
+  --since TIME           or since TIME ("2026-11-25 06:00") or so long ago (12h, 3d)
+  --remember FILE        or since the last call with FILE, which is written anew
+  --list WHAT            each once: systems, locations, versions or causes
 Choices (several narrow; one given several times takes any of its values)
   --failed               whose last run failed
   --cause CAUSE          failing for that cause ('host-key-*'), or with that message (E011)
@@ -31,7 +41,7 @@ Choices (several narrow; one given several times takes any of its values)
   --update-failed        whose last update failed, was interrupted or was not started
   --restart-pending      whose update waits for a restart
   --same-host-key        that show the same host key as another client
-Forms (without one: a table)
+Forms (without one: a table; views have the first three as well)
   --names [-0]           names, one a line, or each closed by a zero byte
   --json                 a JSON object a line
   --csv                  comma-separated values
@@ -40,12 +50,15 @@ Forms (without one: a table)
   --html FILE            a page, written to FILE
 Further options
   --output FILE          writes any form to FILE, which is replaced as a whole
+  --every MINUTES        how often --html is written anew (1440); the page tells when it is late
   --days N               reads the outcome logs of the last N days (14)
   --stale-after DAYS     from when on a client counts as stale (3)
   --warning N[%]         failing clients from which on --nagios warns (1)
   --critical N[%]        and from which on it is critical (10%)
-  --stale-warning N[%]   the same for stale clients (1)
+  --stale-warning N[%]   the same for clients that are stale or were never checked (1)
   --stale-critical N[%]  (0: never)
+  --update-warning N[%]  the same for failed updates (1)
+  --update-critical N[%] (0: never)
   --color WHEN           auto, always or never
   --width N              columns of the table; 0: whole values
   --help, --version
@@ -54,12 +67,31 @@ vk_client_status --failed --names | xargs -rd '\n' vk_config_client -C r --
 checks once more what failed.
 )";
 
+/* Sets of forms and views, a bit each. */
+constexpr unsigned uBIT(int i)
+{
+    return 1U << static_cast<unsigned>(i);
+}
+constexpr unsigned uANY = ~0U;
+constexpr unsigned uLISTS = uBIT(FORM_TABLE) | uBIT(FORM_NAMES) | uBIT(FORM_JSON) | uBIT(FORM_CSV);
+
+/* The forms that each view has. */
+constexpr unsigned auFORMS[] = {uANY, uLISTS, uBIT(FORM_TABLE) | uBIT(FORM_JSON), uLISTS,
+                                uBIT(FORM_TABLE)};
+
 /* How an option's value is taken. Result of pTake false: it makes no sense. */
 struct OPTION {
     const char* cpName;
     const char* cpWants;  // what a value must be; null: it takes none
     bool (*pTake)(OPTIONS& options, const std::string& sValue);
+    unsigned uForms = uANY;  // with which it is used
+    unsigned uViews = uANY;
+    char     cKind = ' ';  // f a form, v a view: one of each at most
 };
+
+constexpr char szDAYS[] = "a number of days";
+constexpr char szLIMIT[] = "a number, or one of per cent such as 10%";
+constexpr int  iMOST_DAYS = 36'500;
 
 bool bLIMIT(std::string sValue, LIMIT& limit)
 {
@@ -75,6 +107,32 @@ bool bFORM(OPTIONS& o, const std::string& /*sValue*/)
 {
     o.eForm = eForm;
     return true;
+}
+
+template<VIEW eView>
+bool bVIEW(OPTIONS& o, const std::string& /*sValue*/)
+{
+    o.eView = eView;
+    return true;
+}
+
+/* "12h", "3d", or a date, with or without a time. */
+bool bSINCE(OPTIONS& o, const std::string& sGiven)
+{
+    std::string sValue = sGiven;
+    const long  lNow = time(nullptr);
+    int         iNumber = 0;
+    const char  cUnit = sValue.empty() ? ' ' : sValue.back();
+    if ((cUnit == 'h' || cUnit == 'd') &&
+        bNUMBER(std::string_view(sValue).substr(0, sValue.size() - 1), 0, iMOST_DAYS, iNumber)) {
+        o.lSince = lNow - iNumber * (cUnit == 'h' ? lDAY / 24 : lDAY);
+        return true;
+    }
+    constexpr std::string_view svFull = "2026-01-01 00:00:00";
+    if (sValue.size() < svFull.size() && (sValue.size() == 10 || sValue.size() == 16))
+        sValue += std::string_view(" 00:00:00").substr(sValue.size() == 10 ? 0 : 6);
+    o.lSince = lSECONDS_OF(sValue);
+    return o.lSince != 0 && o.lSince <= lNow;
 }
 
 template<bool CHOICE::*pFlag>
@@ -97,11 +155,31 @@ bool bTAKE_LIMIT(OPTIONS& o, const std::string& sValue)
     return bLIMIT(sValue, o.limits.*pLimit);
 }
 
-constexpr char szDAYS[] = "a number of days";
-constexpr char szLIMIT[] = "a number, or one of per cent such as 10%";
-constexpr int  iMOST_DAYS = 36'500;
+// clang-format off
+constexpr unsigned uNAGIOS = uBIT(FORM_NAGIOS), uPLAN = uBIT(VIEW_PLAN), uCHANGED = uBIT(VIEW_CHANGED);
+// clang-format on
 
 constexpr OPTION asctOption[] = {
+    {"plan", "a package",
+     [](OPTIONS& o, const std::string& s) {
+         o.sPackage = s;
+         return bVIEW<VIEW_PLAN>(o, s) && !s.empty();
+     },
+     uANY, uANY, 'v'},
+    {"servicepack", nullptr, [](OPTIONS& o, const std::string&) { return o.bServicepack = true; },
+     uANY, uPLAN},
+    {"rollout", nullptr, bVIEW<VIEW_ROLLOUT>, uANY, uANY, 'v'},
+    {"changed", nullptr, bVIEW<VIEW_CHANGED>, uANY, uANY, 'v'},
+    {"since", "a time that is past, such as 2026-11-25 or 12h", bSINCE, uANY, uCHANGED},
+    {"remember", "a file",
+     [](OPTIONS& o, const std::string& s) { return !(o.sRemember = s).empty(); }, uANY, uCHANGED},
+    {"list", "systems, locations, versions or causes",
+     [](OPTIONS& o, const std::string& s) {
+         o.sList = s;
+         return bVIEW<VIEW_LIST>(o, s) &&
+                (s == "systems" || s == "locations" || s == "versions" || s == "causes");
+     },
+     uANY, uANY, 'v'},
     {"failed", nullptr, bFLAG<&CHOICE::bFailed>},
     {"cause", "a cause", bTEXTS<&CHOICE::asCause>},
     {"stale", szDAYS,
@@ -119,32 +197,41 @@ constexpr OPTION asctOption[] = {
     {"update-failed", nullptr, bFLAG<&CHOICE::bUpdateFailed>},
     {"restart-pending", nullptr, bFLAG<&CHOICE::bRestartPending>},
     {"same-host-key", nullptr, bFLAG<&CHOICE::bSameHostKey>},
-    {"names", nullptr, bFORM<FORM_NAMES>},
-    {"json", nullptr, bFORM<FORM_JSON>},
-    {"csv", nullptr, bFORM<FORM_CSV>},
-    {"nagios", nullptr, bFORM<FORM_NAGIOS>},
-    {"prometheus", nullptr, bFORM<FORM_PROMETHEUS>},
+    {"names", nullptr, bFORM<FORM_NAMES>, uANY, uANY, 'f'},
+    {"json", nullptr, bFORM<FORM_JSON>, uANY, uANY, 'f'},
+    {"csv", nullptr, bFORM<FORM_CSV>, uANY, uANY, 'f'},
+    {"nagios", nullptr, bFORM<FORM_NAGIOS>, uANY, uANY, 'f'},
+    {"prometheus", nullptr, bFORM<FORM_PROMETHEUS>, uANY, uANY, 'f'},
     {"html", "a file",
      [](OPTIONS& o, const std::string& s) {
          o.sOutput = s;
          return bFORM<FORM_PAGE>(o, s) && !s.empty();
-     }},
-    {"output", "a file", [](OPTIONS& o, const std::string& s) { return !(o.sOutput = s).empty(); }},
+     },
+     uANY, uANY, 'f'},
+    {"every", "a number of minutes",
+     [](OPTIONS& o, const std::string& s) { return bNUMBER(s, 1, 1'000'000, o.iEvery); },
+     uBIT(FORM_PAGE)},
+    {"output", "a file", [](OPTIONS& o, const std::string& s) { return !(o.sOutput = s).empty(); },
+     ~uBIT(FORM_PAGE)},
     {"days", szDAYS,
      [](OPTIONS& o, const std::string& s) { return bNUMBER(s, 1, iMOST_DAYS, o.iDays); }},
     {"stale-after", szDAYS,
      [](OPTIONS& o, const std::string& s) { return bNUMBER(s, 1, iMOST_DAYS, o.iStaleDays); }},
-    {"warning", szLIMIT, bTAKE_LIMIT<&LIMITS::warning>},
-    {"critical", szLIMIT, bTAKE_LIMIT<&LIMITS::critical>},
-    {"stale-warning", szLIMIT, bTAKE_LIMIT<&LIMITS::staleWarning>},
-    {"stale-critical", szLIMIT, bTAKE_LIMIT<&LIMITS::staleCritical>},
+    {"warning", szLIMIT, bTAKE_LIMIT<&LIMITS::warning>, uNAGIOS},
+    {"critical", szLIMIT, bTAKE_LIMIT<&LIMITS::critical>, uNAGIOS},
+    {"stale-warning", szLIMIT, bTAKE_LIMIT<&LIMITS::staleWarning>, uNAGIOS},
+    {"stale-critical", szLIMIT, bTAKE_LIMIT<&LIMITS::staleCritical>, uNAGIOS},
+    {"update-warning", szLIMIT, bTAKE_LIMIT<&LIMITS::updateWarning>, uNAGIOS},
+    {"update-critical", szLIMIT, bTAKE_LIMIT<&LIMITS::updateCritical>, uNAGIOS},
     {"color", "auto, always or never",
      [](OPTIONS& o, const std::string& s) {
          o.sColor = s;
          return s == "auto" || s == "always" || s == "never";
-     }},
+     },
+     uBIT(FORM_TABLE)},
     {"width", "a number of columns",
-     [](OPTIONS& o, const std::string& s) { return bNUMBER(s, 0, 10'000, o.iWidth); }},
+     [](OPTIONS& o, const std::string& s) { return bNUMBER(s, 0, 10'000, o.iWidth); },
+     uBIT(FORM_TABLE)},
 };
 constexpr int iFIRST = 256;  // above every letter
 constexpr int iHELP = 'h';
@@ -162,13 +249,51 @@ std::vector<option> LONG_OPTIONS()
     return options;
 }
 
-int iTAKE(OPTIONS& options, int iOption)
+using GIVEN = std::vector<const OPTION*>;
+
+int iTAKE(OPTIONS& options, int iOption, GIVEN& given)
 {
     const OPTION&     option = asctOption[iOption - iFIRST];
     const std::string sValue = option.cpWants != nullptr ? optarg : "";
+    given.push_back(&option);
     if (option.pTake(options, sValue)) return -1;
     v_STDERR("option --%s: \"%s\" is not %s", option.cpName, sValue.c_str(), option.cpWants);
     return iEXIT_USAGE;
+}
+
+const OPTION* pGIVEN(const GIVEN& given, char cKind)
+{
+    for (const OPTION* p : given)
+        if (p->cKind == cKind) return p;
+    return nullptr;
+}
+
+/* Two forms, two views, a form that the view does not have. */
+int iEXCLUDE(const OPTIONS& options, const GIVEN& given)
+{
+    const OPTION* pForm = pGIVEN(given, 'f');
+    const OPTION* pView = pGIVEN(given, 'v');
+    for (const OPTION* p : given)
+        for (const OPTION* pFirst : {pForm, pView})
+            if (pFirst != nullptr && p->cKind == pFirst->cKind && p != pFirst) {
+                v_STDERR("options --%s and --%s exclude each other", pFirst->cpName, p->cpName);
+                return iEXIT_USAGE;
+            }
+    if (pForm == nullptr || pView == nullptr || (auFORMS[options.eView] & uBIT(options.eForm)) != 0)
+        return -1;
+    v_STDERR("option --%s has no form --%s", pView->cpName, pForm->cpName);
+    return iEXIT_USAGE;
+}
+
+void v_TELL_UNUSED(const OPTIONS& options, const GIVEN& given)
+{
+    for (const OPTION* p : given)
+        if ((p->uForms & uBIT(options.eForm)) == 0 || (p->uViews & uBIT(options.eView)) == 0)
+            v_STDERR("option --%s is not used here", p->cpName);
+    if (options.bZero && options.eForm != FORM_NAMES)
+        v_STDERR("option -0 is not used without --names");
+    if (options.eView == VIEW_LIST && !options.choice.asName.empty())
+        v_STDERR("names are not used with --list");
 }
 
 }  // namespace
@@ -176,6 +301,8 @@ int iTAKE(OPTIONS& options, int iOption)
 int iREAD_OPTIONS(int argc, char** argv, OPTIONS& options)
 {
     const std::vector<option> longOptions = LONG_OPTIONS();
+    options.asTyped.assign(argv + 1, argv + argc);
+    GIVEN given;
     optind = 0;
     for (int iOption = 0;
          (iOption = getopt_long(argc, argv, "0h", longOptions.data(), nullptr)) != -1;) {
@@ -193,9 +320,11 @@ int iREAD_OPTIONS(int argc, char** argv, OPTIONS& options)
                 v_STDERR("vk_client_status --help tells the options");
                 return iEXIT_USAGE;
             default:
-                if (const int iExit = iTAKE(options, iOption); iExit != -1) return iExit;
+                if (const int iExit = iTAKE(options, iOption, given); iExit != -1) return iExit;
         }
     }
     options.choice.asName.assign(argv + optind, argv + argc);
+    if (const int iExit = iEXCLUDE(options, given); iExit != -1) return iExit;
+    v_TELL_UNUSED(options, given);
     return -1;
 }

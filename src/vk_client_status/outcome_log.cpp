@@ -51,11 +51,14 @@ long lDAY_OF(const std::string& sName, const std::string& sPath)
     return stat(sPath.c_str(), &sctStat) == 0 ? sctStat.st_mtime : 0;
 }
 
-std::vector<std::string> asLOG_FILES(long lFrom)
+/* sError: why the folder cannot be read; one that is not there yet holds no runs. */
+std::vector<std::string> asLOG_FILES(long lFrom, std::string& sError)
 {
     const std::string                             sDirectory = read_glbv("gv_rw_prot");
     const std::unique_ptr<DIR, FREE_BY<closedir>> pDir{opendir(sDirectory.c_str())};
     std::vector<LOG_FILE>                         files;
+    if (!pDir && errno != ENOENT)
+        sError = "cannot read the outcome logs in \"" + sDirectory + "\": " + std::strerror(errno);
     while (const dirent* pEntry = pDir ? readdir(pDir.get()) : nullptr) {
         const std::string sName = pEntry->d_name;
         if (!sName.ends_with(".jsonl")) continue;
@@ -95,7 +98,7 @@ void v_LINES(const std::string& sPath, int iFile, std::string& sBuffer, F pLine)
     while (true) {
         if (uHeld == sBuffer.size()) {
             if (sBuffer.size() >= uLINE_MAX) {
-                lOffset += static_cast<long>(uHeld);  // passed over, in pieces
+                lOffset += static_cast<long>(uHeld);  // skipped, in pieces
                 uHeld = 0;
             } else {
                 sBuffer.resize(2 * sBuffer.size());
@@ -121,6 +124,7 @@ void v_LINES(const std::string& sPath, int iFile, std::string& sBuffer, F pLine)
 /* Slices of what the walk looks at. */
 struct SLICES {
     std::string_view svEnd, svClient, svTask, svExit, svId, svMessage, svHostKey, svStored;
+    std::string_view svRollout, svVersionBefore;
 };
 
 struct SLICE_KEY {
@@ -128,9 +132,16 @@ struct SLICE_KEY {
     std::string_view SLICES::*pSlice;
 };
 constexpr SLICE_KEY asctKey[] = {
-    {"end", &SLICES::svEnd},          {"client", &SLICES::svClient}, {"task", &SLICES::svTask},
-    {"exit", &SLICES::svExit},        {"id", &SLICES::svId},         {"msg", &SLICES::svMessage},
-    {"host_key", &SLICES::svHostKey}, {"stored", &SLICES::svStored},
+    {"end", &SLICES::svEnd},
+    {"client", &SLICES::svClient},
+    {"task", &SLICES::svTask},
+    {"exit", &SLICES::svExit},
+    {"id", &SLICES::svId},
+    {"msg", &SLICES::svMessage},
+    {"host_key", &SLICES::svHostKey},
+    {"stored", &SLICES::svStored},
+    {"rollout", &SLICES::svRollout},
+    {"version_before", &SLICES::svVersionBefore},
 };
 
 bool bSLICES(std::string_view svLine, SLICES& slices)
@@ -199,6 +210,7 @@ void v_TAKE_RUN(LOG_RECORD& record, const SLICES& slices, VERDICT eVerdict, long
         if (const UPDATE_STATE eUpdate = eUPDATE_OF(slices, eVerdict); eUpdate != UPDATE_NONE) {
             record.eUpdate = eUpdate;
             record.lUpdate = lEnd;
+            record.update = place;
         }
     if (eVerdict == VERDICT_NOT_STARTED) return;
     if (record.lFirst == 0) record.lFirst = lEnd;
@@ -220,7 +232,29 @@ void v_TAKE_RUN(LOG_RECORD& record, const SLICES& slices, VERDICT eVerdict, long
     }
 }
 
-/* A name as it stands in a line, without its escapes. */
+/* The first run after a time: how the client stood then. */
+void v_KEEP_PRIOR(LOG_RECORD& record, const SLICES& slices)
+{
+    record.bLater = true;
+    record.bNew = record.lFirst == 0 && svINSIDE_QUOTES(slices.svTask) == "register";
+    record.failureThen = record.failure;
+    record.sVersionThen = svINSIDE_QUOTES(slices.svVersionBefore);
+}
+
+/* An update of many clients begins, or a client of it has ended. */
+void v_TAKE_ROLLOUT(LOGS& logs, const SLICES& slices, const LINE_PLACE& place)
+{
+    const std::string_view svRollout = svINSIDE_QUOTES(slices.svRollout);
+    if (slices.svClient.empty()) {
+        logs.rollout = place;
+        logs.sRollout = svRollout;
+        logs.ended.clear();
+    } else if (svRollout == logs.sRollout) {
+        logs.ended.push_back(place);
+    }
+}
+
+/* A text as it stands in a line, without its escapes. */
 std::string sNAME(std::string_view svQuoted)
 {
     const JSON name = JSON::parse(svQuoted, nullptr, false);
@@ -258,6 +292,7 @@ void v_FILL(const JSON& line, OUTCOME& outcome)
         {"stage", &OUTCOME::sStage},
         {"cause", &OUTCOME::sCause},
         {"cure", &OUTCOME::sCure},
+        {"command", &OUTCOME::sCommand},
         {"mode", &OUTCOME::sMode},
         {"host", &OUTCOME::sHost},
         {"port", &OUTCOME::sPort},
@@ -303,13 +338,14 @@ bool bRESTART_ID(std::string_view svId)
 void v_READ_LOGS(const READ_WISH& wish, const std::array<long, iSTRIP_DAYS + 1>& alDay, LOGS& logs)
 {
     const long lFrom = lDAY_BEGIN(wish.lNow, wish.iDays - 1);
-    logs.asFile = asLOG_FILES(lFrom);
+    logs.asFile = asLOG_FILES(lFrom, logs.sError);
     const auto take = [&](std::string_view svLine, const LINE_PLACE& place) {
         SLICES slices;
         if (!bSLICES(svLine, slices)) {
             logs.lBad += !svLine.empty();
             return;
         }
+        if (wish.bRollout && !slices.svRollout.empty()) v_TAKE_ROLLOUT(logs, slices, place);
         if (slices.svClient.empty()) return;  // a run that named no client
         const VERDICT eVerdict = eVERDICT(slices);
         const long    lEnd = lSECONDS_OF(svINSIDE_QUOTES(slices.svEnd));
@@ -319,6 +355,7 @@ void v_READ_LOGS(const READ_WISH& wish, const std::array<long, iSTRIP_DAYS + 1>&
         std::string_view svName = svINSIDE_QUOTES(slices.svClient);
         if (svName.find('\\') != svName.npos) svName = sDecoded = sNAME(slices.svClient);
         LOG_RECORD& record = RECORD_OF(logs, svName);
+        if (wish.lSince != 0 && lEnd > wish.lSince && !record.bLater) v_KEEP_PRIOR(record, slices);
         if (eVerdict != VERDICT_NOT_STARTED)
             v_MARK_DAY(record, alDay, lEnd, eVerdict == VERDICT_FAILED);
         v_TAKE_RUN(record, slices, eVerdict, lEnd, place);
@@ -329,9 +366,12 @@ void v_READ_LOGS(const READ_WISH& wish, const std::array<long, iSTRIP_DAYS + 1>&
         v_LINES(logs.asFile[u], static_cast<int>(u), sBuffer, take);
 }
 
-int iREAD_OUTCOME(LOGS& logs, const LINE_PLACE& place, OUTCOME& outcome)
+namespace {
+
+/* The object of a line; none when it cannot be read any more. */
+JSON LINE_AT(LOGS& logs, const LINE_PLACE& place)
 {
-    if (place.iFile < 0) return 0;
+    if (place.iFile < 0) return {};
     /* Lines of one file are asked for one after the other. */
     if (logs.iOpen != place.iFile)
         logs.fdOpen = fdOPEN_LOG(logs.asFile[static_cast<size_t>(place.iFile)]);
@@ -340,9 +380,38 @@ int iREAD_OUTCOME(LOGS& logs, const LINE_PLACE& place, OUTCOME& outcome)
     const ssize_t iRead = logs.fdOpen.bOpen()
                               ? pread(logs.fdOpen.iGet(), sLine.data(), sLine.size(), place.lOffset)
                               : -1;
-    if (iRead != static_cast<ssize_t>(sLine.size())) return 0;
-    const JSON line = JSON::parse(sLine, nullptr, false);
+    return iRead == static_cast<ssize_t>(sLine.size()) ? JSON::parse(sLine, nullptr, false)
+                                                       : JSON();
+}
+
+}  // namespace
+
+int iREAD_OUTCOME(LOGS& logs, const LINE_PLACE& place, OUTCOME& outcome)
+{
+    const JSON line = LINE_AT(logs, place);
     if (!line.is_object()) return 0;
     v_FILL(line, outcome);
     return 1;
+}
+
+void v_READ_ROLLOUT(LOGS& logs, ROLLOUT_RUN& rollout)
+{
+    const JSON line = LINE_AT(logs, logs.rollout);
+    if (!line.is_object()) return;
+    const auto iNumber = [&](const char* cpKey) {
+        const auto value = line.find(cpKey);
+        return value != line.end() && value->is_number_integer() ? value->get<int>() : 0;
+    };
+    rollout.sRun = sTEXT(line, "rollout");
+    rollout.sTask = sTEXT(line, "task");
+    rollout.sPackage = sTEXT(line, "package");
+    rollout.lBegin = lSECONDS_OF(sTEXT(line, "begin"));
+    rollout.iPilot = iNumber("pilot");
+    rollout.iStopAfter = iNumber("stop_after");
+    if (const auto clients = line.find("clients"); clients != line.end() && clients->is_array())
+        for (const JSON& client : *clients)
+            if (client.is_string()) rollout.asClient.push_back(client.get<std::string>());
+    for (const LINE_PLACE& place : logs.ended)
+        if (const JSON end = LINE_AT(logs, place); end.is_object())
+            v_FILL(end, rollout.ended[sTEXT(end, "client")] = OUTCOME());
 }

@@ -26,6 +26,7 @@ struct LINE_PLACE {
 struct LOG_RECORD {
     LINE_PLACE   last;     // the newest run that was started
     LINE_PLACE   failure;  // the newest of those that failed, while the failure lasts
+    LINE_PLACE   update;   // the newest update or service pack
     long         lFirst = 0;
     long         lLast = 0;
     long         lSince = 0;   // first failure after the last run that was well
@@ -37,6 +38,12 @@ struct LOG_RECORD {
     bool         bReal = false;     // some run got further than "missing parameters"
     std::string  sHostKey;
     std::array<DAY_STATE, iSTRIP_DAYS> aeDay{};
+
+    /* How it stood at wish.lSince, kept when its first later run comes. */
+    bool        bLater = false;
+    bool        bNew = false;  // that run registered it, and there was none before
+    LINE_PLACE  failureThen;
+    std::string sVersionThen;
 };
 
 struct HASH_TEXT {
@@ -50,7 +57,11 @@ struct LOGS {
     std::vector<LINE_PLACE> runs;         // of the one client whose runs are wanted, oldest first
     long                    lOldest = 0;  // end of the oldest run that was read
     long                    lBad = 0;
-    FD                      fdOpen;  // the file that a line was last read from
+    std::string             sError;    // why the folder cannot be read
+    LINE_PLACE              rollout;   // the line of the last update of many
+    std::string             sRollout;  // its identifier
+    std::vector<LINE_PLACE> ended;     // lines of its clients
+    FD                      fdOpen;    // the file that a line was last read from
     int                     iOpen = -1;
 };
 
@@ -59,6 +70,9 @@ void v_READ_LOGS(const READ_WISH& wish, const std::array<long, iSTRIP_DAYS + 1>&
 
 /* The run of that line. Result 0: it cannot be read any more. */
 int iREAD_OUTCOME(LOGS& logs, const LINE_PLACE& place, OUTCOME& outcome);
+
+/* The last update of many clients; its sRun stays empty when there was none. */
+void v_READ_ROLLOUT(LOGS& logs, ROLLOUT_RUN& rollout);
 
 /* The identifier at the beginning of a message ("E011-HOSTS"), or empty. */
 std::string_view svMESSAGE_ID(std::string_view svMessage);

@@ -1,12 +1,11 @@
 /* vk_client_status: the whole fleet at a glance, for people and for machines. Reads the
-   database and the outcome logs; writes nothing but the form that is asked for.
+   database and the outcome logs; writes nothing but the form that is asked for, and the
+   file of --remember.
 
    Exit codes: 0; 1 no client fits names and choices; 2 the command line or the
    configuration makes no sense, nothing can be read, or the form cannot be written.
    With --nagios: 0 to 3 as monitoring plugins have it. */
-#include <fcntl.h>
 #include <sys/ioctl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -15,13 +14,20 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <set>
 
+#include "changes.h"
 #include "common/base/program.h"
 #include "common/cm_db_access.h"
 #include "common/common.h"
 #include "common/config/config.h"
+#include "common/remote/cause.h"
 #include "common/unix/cm_hal_pipe.h"
+#include "moment.h"
 #include "options.h"
+#include "plan.h"
+#include "replace_file.h"
+#include "rollout_view.h"
 
 constinit const PROGRAM sctPROGRAM{"vk_client_status", "", '\0', {}};
 
@@ -58,44 +64,9 @@ TABLE_LOOK sctLOOK(const OPTIONS& options)
 /* One name without a pattern asks for the client in full. */
 bool bIN_FULL(const OPTIONS& options)
 {
-    return options.eForm == FORM_TABLE && options.choice.asName.size() == 1 &&
+    return options.eView == VIEW_FLEET && options.eForm == FORM_TABLE &&
+           options.choice.asName.size() == 1 &&
            options.choice.asName[0].find_first_of("*?[") == std::string::npos;
-}
-
-int iCANNOT_WRITE(const std::string& sFile)
-{
-    v_STDERR("cannot write \"%s\": %s", sFile.c_str(), std::strerror(errno));
-    return 0;
-}
-
-/* What is renamed over a device, such as /dev/null, takes it away from the whole machine. */
-bool bREPLACEABLE(const std::string& sFile)
-{
-    struct stat sctStat {};
-    return !sFile.starts_with("/dev/") &&
-           (stat(sFile.c_str(), &sctStat) != 0 || S_ISREG(sctStat.st_mode) ||
-            S_ISDIR(sctStat.st_mode));  // the system refuses a folder
-}
-
-/* Readers of the file see the old text or the new one, never a part. */
-int iREPLACE(const std::string& sFile, const std::string& sText)
-{
-    if (!bREPLACEABLE(sFile)) {
-        v_STDERR("cannot write \"%s\": it is no regular file; name one that may be replaced",
-                 sFile.c_str());
-        return 0;
-    }
-    std::string sNew = sFile + ".XXXXXX";
-    FD          fd(mkostemp(sNew.data(), O_CLOEXEC));
-    if (!fd.bOpen()) return iCANNOT_WRITE(sFile);
-    constexpr mode_t uMode = 0644;  // what web servers and collectors read
-    if (iWRITE_ALL(fd.iGet(), sText) && fchmod(fd.iGet(), uMode) == 0 && fsync(fd.iGet()) == 0 &&
-        rename(sNew.c_str(), sFile.c_str()) == 0)
-        return 1;
-    const int iErrno = errno;
-    unlink(sNew.c_str());
-    errno = iErrno;
-    return iCANNOT_WRITE(sFile);
 }
 
 /* Forms for programs hold values as they are; on a terminal none may steer it. */
@@ -109,14 +80,16 @@ std::string sFOR_TERMINAL(std::string_view svText)
 
 int iWRITE(const OPTIONS& options, const std::string& sText)
 {
-    if (!options.sOutput.empty()) return iREPLACE(options.sOutput, sText);
+    if (!options.sOutput.empty()) return iREPLACE_FILE(options.sOutput, sText);
     const bool bRaw = options.eForm != FORM_TABLE && isatty(STDOUT_FILENO) == 1;
-    return iWRITE_ALL(STDOUT_FILENO, bRaw ? sFOR_TERMINAL(sText) : sText) ||
-           iCANNOT_WRITE("standard output");
+    if (iWRITE_ALL(STDOUT_FILENO, bRaw ? sFOR_TERMINAL(sText) : sText)) return 1;
+    v_STDERR("cannot write to standard output: %s", std::strerror(errno));
+    return 0;
 }
 
-std::string sFORM(const OPTIONS& options, const FLEET& fleet, const CHOSEN& chosen,
-                  const std::vector<OUTCOME>& runs, int& iExit)
+/* How the clients are. */
+std::string sFLEET(const OPTIONS& options, const FLEET& fleet, const CHOSEN& chosen,
+                   const std::vector<OUTCOME>& runs, int& iExit)
 {
     switch (options.eForm) {
         case FORM_NAMES:
@@ -130,7 +103,7 @@ std::string sFORM(const OPTIONS& options, const FLEET& fleet, const CHOSEN& chos
         case FORM_PROMETHEUS:
             return sFORM_PROMETHEUS(fleet, chosen);
         case FORM_PAGE:
-            return sFORM_PAGE(fleet, chosen);
+            return sFORM_PAGE(fleet, chosen, options.iEvery);
         default:
             break;
     }
@@ -140,44 +113,137 @@ std::string sFORM(const OPTIONS& options, const FLEET& fleet, const CHOSEN& chos
                         runs, sctLOOK(options));
 }
 
-/* No client: told for a name that is none, since it is easily mistyped. */
-int iNOBODY(const OPTIONS& options, const FLEET& fleet)
+/* What a completion offers. Systems are also those that clients may be entered with. */
+std::string sLIST(const std::string& sWhat, const FLEET& fleet)
 {
-    if (bIN_FULL(options) && !fleet.clients.empty()) {
-        bool bKnown = false;
-        for (const CLIENT& client : fleet.clients)
-            bKnown = bKnown || client.sName == options.choice.asName[0];
-        if (!bKnown) v_STDERR("no such client: %s", options.choice.asName[0].c_str());
+    std::set<std::string> values;
+    if (sWhat == "causes")
+        for (const CAUSE& cause : actCAUSES()) values.insert(cause.cpId);
+    if (sWhat == "systems")
+        for (const std::string& sSystem : READ_SYSTEMS()) values.insert(sONE_LINE(sSystem));
+    for (const CLIENT& client : fleet.clients)
+        if (sWhat != "causes")
+            values.insert(sONE_LINE(sWhat == "systems"     ? client.sOs
+                                    : sWhat == "locations" ? client.sLocation
+                                                           : client.sVersion));
+    values.erase("");
+    std::string s;
+    for (const std::string& sValue : values) s += sValue + "\n";
+    return s;
+}
+
+/* The state at the last call. Result 0: the file is there and cannot be used, as told; bThere
+   false: it is not there yet. */
+int iREAD_REMEMBERED(const std::string& sFile, PRIORS& priors, bool& bThere)
+{
+    std::string sText;
+    errno = 0;
+    bThere = iREAD_FILE(sFile, sText) == 1;
+    if (!bThere && errno == ENOENT) return 1;
+    if (!bThere)
+        v_STDERR("cannot read \"%s\": %s", sFile.c_str(), std::strerror(errno));
+    else if (iREAD_REMEMBERED(sText, priors))
+        return 1;
+    else
+        v_STDERR("cannot use \"%s\": --remember has not written it; name another file",
+                 sFile.c_str());
+    return 0;
+}
+
+READ_WISH sctWISH(const OPTIONS& options)
+{
+    READ_WISH wish{time(nullptr), options.iDays, options.iStaleDays, "", 10};
+    if (bIN_FULL(options)) wish.sRunsOf = options.choice.asName[0];
+    wish.bLogs = !(options.eView == VIEW_LIST ||
+                   (options.eView == VIEW_FLEET && options.eForm == FORM_NAMES &&
+                    !bNEEDS_LOGS(options.choice)));
+    wish.bServer = options.eView == VIEW_PLAN;
+    wish.bRollout = options.eView == VIEW_ROLLOUT;
+    if (options.eView == VIEW_CHANGED)
+        wish.lSince = options.lSince != 0 ? options.lSince : wish.lNow - lDAY;
+    return wish;
+}
+
+/* Result 0: what the view needs is not there, as told. */
+int iTELL_UNREAD(const OPTIONS& options, const FLEET& fleet, bool bRead)
+{
+    const bool bRows = options.eView == VIEW_PLAN || options.eView == VIEW_CHANGED;
+    if (!fleet.bDatabase) {
+        DB_TELL_FAILURE("the clients' rows not read", str_log{});
+        if (bRows) return 0;
+        v_STDERR("what follows is from the outcome logs alone");
     }
-    return iEXIT_NONE;
+    if (!fleet.sLogError.empty()) v_STDERR("%s", fleet.sLogError.c_str());
+    if (bRead) return 1;
+    v_STDERR("the outcome logs of %s below \"%s\" name no client",
+             sCOUNTED(options.iDays, "day").c_str(), read_glbv("gv_rw_prot"));
+    return 0;
+}
+
+/* Names that are none are easily mistyped. */
+void v_TELL_UNFITTING(const OPTIONS& options, const FLEET& fleet)
+{
+    if (fleet.clients.empty()) return;
+    for (const std::string& sName : asUNFITTING(fleet, options.choice))
+        v_STDERR("no such client: %s", sName.c_str());
 }
 
 int iSHOW(const OPTIONS& options)
 {
     const bool bNagios = options.eForm == FORM_NAGIOS;
     v_DB_WAIT_AT_MOST(bNagios ? sctNAGIOS : sctPEOPLE);
-    READ_WISH wish{time(nullptr), options.iDays, options.iStaleDays, "", 10};
-    if (bIN_FULL(options)) wish.sRunsOf = options.choice.asName[0];
+    READ_WISH wish = sctWISH(options);
+    PRIORS    priors;
+    bool      bWhole = false;  // priors are those of the whole fleet
+    if (!options.sRemember.empty()) {
+        if (!iREAD_REMEMBERED(options.sRemember, priors, bWhole)) return iEXIT_TROUBLE;
+        if (bWhole) wish.lSince = 0;
+    }
+    if (wish.lSince != 0)
+        wish.iDays = std::max(wish.iDays, static_cast<int>((wish.lNow - wish.lSince) / lDAY) + 2);
     FLEET                fleet;
     std::vector<OUTCOME> runs;
     const bool           bRead = iREAD_FLEET(wish, fleet, runs) == 1;
-    if (!fleet.bDatabase && !bNagios) {
-        DB_TELL_FAILURE("the clients' rows not read", str_log{});
-        v_STDERR("what follows is from the outcome logs alone");
-    }
+    if (!bNagios && !iTELL_UNREAD(options, fleet, bRead)) return iEXIT_TROUBLE;
     if (fleet.lBadLines != 0)
-        v_STDERR("the outcome logs hold %ld lines that are none; passed over", fleet.lBadLines);
-    if (!bRead && !bNagios) {
-        v_STDERR("the outcome logs of %d days below \"%s\" name no client", options.iDays,
-                 read_glbv("gv_rw_prot"));
-        return iEXIT_TROUBLE;
-    }
+        v_STDERR("skipped %s of the outcome logs",
+                 sCOUNTED(fleet.lBadLines, "invalid line").c_str());
     const CHOSEN chosen = CHOOSE(fleet, options.choice);
-    int          iExit = 0;
-    if (!iWRITE(options, sFORM(options, fleet, chosen, runs, iExit)))
-        return bNagios ? iEXIT_UNKNOWN : iEXIT_TROUBLE;
-    return chosen.empty() && !bNagios && options.eForm <= FORM_CSV ? iNOBODY(options, fleet)
-                                                                   : iExit;
+    if (!bNagios && options.eView != VIEW_LIST) v_TELL_UNFITTING(options, fleet);
+    if (options.eView == VIEW_ROLLOUT && fleet.rollout.sRun.empty()) {
+        v_STDERR("the outcome logs of %s tell of no update of many clients",
+                 sCOUNTED(wish.iDays, "day").c_str());
+        return iEXIT_NONE;
+    }
+    int         iExit = chosen.empty() && !bNagios && options.eForm <= FORM_CSV ? iEXIT_NONE : 0;
+    std::string sText;
+    const auto  sLISTED = [&](const LISTING& listing) {
+        return sFORM_LISTING(listing, options.eForm, fleet.lNow, sctLOOK(options), options.bZero);
+    };
+    switch (options.eView) {
+        case VIEW_FLEET:
+            sText = sFLEET(options, fleet, chosen, runs, iExit);
+            break;
+        case VIEW_PLAN:
+            sText =
+                sLISTED(sctPLAN(chosen, {options.sPackage, options.bServicepack, options.asTyped}));
+            break;
+        case VIEW_ROLLOUT:
+            sText = sLISTED(sctROLLOUT_VIEW(fleet, chosen, options.asTyped));
+            break;
+        case VIEW_CHANGED:
+            sText = sFORM_CHANGES(fleet, chosen, bWhole ? priors : fleet.priors, bWhole,
+                                  wish.lSince, options.eForm);
+            iExit = 0;
+            break;
+        case VIEW_LIST:
+            sText = sLIST(options.sList, fleet);
+            break;
+    }
+    if (!iWRITE(options, sText)) return bNagios ? iEXIT_UNKNOWN : iEXIT_TROUBLE;
+    if (!options.sRemember.empty() && !iREPLACE_FILE(options.sRemember, sREMEMBERED(fleet)))
+        return iEXIT_TROUBLE;
+    return iExit;
 }
 
 /* What makes no sense, told on standard error already. A monitoring system shows the line

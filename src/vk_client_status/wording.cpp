@@ -18,28 +18,25 @@ void v_ADD(std::string& s, int iCount, const char* cpWords)
 
 }  // namespace
 
-std::string sMESSAGE_TEXT(const CLIENT& client)
+std::string sMESSAGE_TEXT(std::string_view sv)
 {
-    std::string_view sv = client.sMessage;
     sv.remove_prefix(svMESSAGE_ID(sv).size());
     sv.remove_prefix(std::min(sv.find_first_not_of(' '), sv.size()));
     return sONE_LINE(sv);
 }
 
+std::string sWHY_OF(const std::string& sCause, const std::string& sStage,
+                    const std::vector<std::string>& asWords, const std::string& sMessage)
+{
+    std::string s = sCause;
+    if (!sStage.empty() && !s.empty()) s += " (" + sStage + ")";
+    const std::string sWords = asWords.empty() ? sMESSAGE_TEXT(sMessage) : sJOINED(asWords, "; ");
+    return sONE_LINE(s + (s.empty() || sWords.empty() ? "" : ": ") + sWords);
+}
+
 std::string sWHY(const CLIENT& client)
 {
-    std::string s = client.sCause;
-    if (!client.sStage.empty() && !s.empty()) s += " (" + client.sStage + ")";
-    if (!client.asWords.empty()) {
-        for (const std::string& sWords : client.asWords)
-            s.append(s.empty()                          ? ""
-                     : &sWords == client.asWords.data() ? ": "
-                                                        : "; ")
-                .append(sWords);
-    } else {
-        s.append(s.empty() ? "" : ": ").append(sMESSAGE_TEXT(client));
-    }
-    return sONE_LINE(s);
+    return sWHY_OF(client.sCause, client.sStage, client.asWords, client.sMessage);
 }
 
 std::string sSUMMARY(const COUNTS& counts, size_t uClients)
@@ -63,7 +60,12 @@ std::string sSUMMARY(const COUNTS& counts, size_t uClients)
 
 std::string sNOTICE(const FLEET& fleet)
 {
-    if (fleet.bDatabase) return "";
-    return "cannot read the database: " + sONE_LINE(fleet.sDatabaseError) +
-           "; what follows is from the outcome logs alone";
+    std::string s;
+    if (!fleet.bDatabase)
+        s = "cannot read the database: " + sONE_LINE(fleet.sDatabaseError) +
+            "; what follows is from the outcome logs alone";
+    if (!fleet.sLogError.empty())
+        s += (s.empty() ? "" : "; ") + sONE_LINE(fleet.sLogError) +
+             "; causes, updates and the last days are missing";
+    return s;
 }

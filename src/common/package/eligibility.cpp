@@ -57,6 +57,11 @@ CLIENT_KIND sctCLIENT_KIND(std::string_view svOs)
     return {bProper || svOs.find("windows") != svOs.npos, bProper ? ".cmd" : ""};
 }
 
+std::string sPACKAGE_SOURCE(const std::string& sPackage)
+{
+    return sPackage.starts_with('/') ? sPackage : "gv_rw_work:packages/" + sPackage;
+}
+
 PACKAGE_VERSION sctPACKAGE_VERSION(const char* cpName, bool bServicepack, bool bWindows)
 {
     const char* cpPattern = !bServicepack ? cpPackage : bWindows ? cpServicepackWin : cpServicepack;

@@ -13,6 +13,11 @@ struct CLIENT_KIND {
 };
 CLIENT_KIND sctCLIENT_KIND(std::string_view svOs);
 
+/* Where the server has a package: the path, or a symbolic one for a bare name. Beside it may
+   lie a detached signature, whose name ends with one of these. */
+std::string           sPACKAGE_SOURCE(const std::string& sPackage);
+constexpr const char* acpSIGNATURE_SUFFIX[] = {".sig", ".asc"};
+
 /* What the name of a package says. */
 struct PACKAGE_VERSION {
     std::string sLeading;          // what stands before the version; a service pack's number
