@@ -139,7 +139,8 @@ std::vector<std::string> asKEY_FILES(const VALUES& values)
             sFile += cNext == 'h' ? sHome : cNext == 'u' ? "root" : cNext == 'U' ? "0" : "%";
             ++u;
         }
-        asFile.push_back(sFile.starts_with('/') ? sFile : sHome + "/" + sFile);
+        if (!sFile.starts_with('/')) sFile.insert(0, "/").insert(0, sHome);
+        asFile.push_back(std::move(sFile));
     }
     return asFile;
 }
@@ -226,8 +227,12 @@ std::string sSTRICT_FAULT(const std::string& sFile)
         struct stat       sctStat {};
         if (stat(sFolder.c_str(), &sctStat) != 0) continue;
         if (sctStat.st_uid == 0 && (sctStat.st_mode & (S_IWGRP | S_IWOTH)) == 0) continue;
-        return "StrictModes: others than root may change \"" + sFolder + "\"; type: chown root " +
-               sFolder + " && chmod go-w " + sFolder;
+        return std::string("StrictModes: others than root may change \"")
+            .append(sFolder)
+            .append("\"; type: chown root ")
+            .append(sFolder)
+            .append(" && chmod go-w ")
+            .append(sFolder);
     }
     return "";
 }
