@@ -371,7 +371,8 @@ std::string sSSH_NO_SFTP(const HOST& host)
 bool OVER_SSH::bSHARING_FAILED(const HOST& host)
 {
     const std::string sLog = sLOG(host);
-    const bool        bNoSocket = sLog.find(cpNO_SOCKET) != sLog.npos;
+    const bool        bNoSocket = std::any_of(std::begin(acpNO_SOCKET), std::end(acpNO_SOCKET),
+                                              [&](const char* cp) { return sLog.find(cp) != sLog.npos; });
     if (bNoSocket) sctCONNECTION(host).sSocket.clear();
     return bNoSocket || sLog.find(cpNO_MASTER) != sLog.npos;
 }

@@ -31,8 +31,10 @@ struct SSH_STORY {
    before its own command could use it. The command has not begun. */
 constexpr const char* cpNO_MASTER = "Failed to connect to new control master";
 
-/* And when it found no room for the socket of the connection. */
-constexpr const char* cpNO_SOCKET = "unix_listener: cannot bind to path";
+/* And when it found no room for the socket of the connection, under its first name or
+   its last. */
+constexpr const char* acpNO_SOCKET[] = {"unix_listener: cannot bind to path",
+                                        "muxserver_listen: link mux listener"};
 
 /* Takes the log apart. */
 SSH_STORY sctSSH_STORY(std::string_view svLog);
