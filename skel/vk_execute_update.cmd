@@ -112,7 +112,9 @@ set "LOG=%WORK%\vk_execute_update.log"
 if not defined VELKA_ALIVE set "VELKA_ALIVE=45"
 set "OWN=%WORK%\vk_execute_update.tmp"
 set "ALIVE=%WORK%\vk_execute_update.alive%RANDOM%"
-echo alive >"%ALIVE%"
+echo alive 2>nul >"%ALIVE%"
+set "TEXT=cannot write in the work directory %WORK%"
+if not exist "%ALIVE%" goto refuse
 start "" /b "%COMSPEC%" /d /c "%~f0" --alive
 
 rem A file that is open for writing cannot be opened so a second time: that is the

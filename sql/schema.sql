@@ -2,7 +2,7 @@
 -- Other programs of the server add columns of their own; the tool needs these.
 
 create table oper_systems (
-    os       varchar(64) primary key,
+    os       varchar(32) primary key,
     platform varchar(20) not null       -- UNIX, LINUX, WNT, NETWARE, NDMP, VMS
 );
 
@@ -11,7 +11,7 @@ create table oper_systems (
 create table clients (
     client_id           integer primary key,   -- 0: the backup server itself
     name                varchar(255) not null unique,
-    os                  varchar(64),
+    os                  varchar(32),
     net_prot            varchar(32),
     msg                 text,
     comment             text,

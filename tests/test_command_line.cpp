@@ -41,17 +41,26 @@ TEST_F(COMMAND_LINE, one_word_that_asks_for_help_gives_64_lines_and_touches_noth
 TEST_F(COMMAND_LINE, wrong_options_are_told_and_the_run_goes_on)
 {
     ADD_CLIENT("virt1", "VIRTUAL");
+    const std::string                   sRow = COLUMN("virt1", "clients::text");
     const std::pair<const char*, TEXTS> asRow[] = {
-        {"wrong option h", {"-h", "-c", "virt1", "-C", "r"}},
-        {"wrong option x", {"-c", "virt1", "-xC", "r"}}};
-    for (const auto& [cpTold, asArgument] : asRow) {
-        const RUN run = CONFIG_CLIENT(asArgument);
-        EXPECT_EQ(run.iExit, 0);
-        EXPECT_EQ(asLINES(run.sErr).size(), 2U);  // getopt's and the tool's
-        EXPECT_THAT(run.sErr, HasSubstr(std::string(cpTold) +
+        {"-", {"--dry-run", "-U", "-c", "virt1", "-P", "velka-cli_5.2.0-4.deb"}},
+        {"x", {"-S", "-P", "velka_sp-1_1_5.1.0-3.deb", "virt1", "-x"}},
+        {"n", {"-C", "d", "-n", "-c", "virt1"}},
+        {"h", {"-h", "-c", "virt1", "-C", "r"}},
+        {"x", {"-c", "virt1", "-xC", "r"}}};
+    for (const auto& [cpWrong, asArgument] : asRow) {
+        const RUN  run = CONFIG_CLIENT(asArgument);
+        const bool bChange = asArgument.back() != "r";
+        SCOPED_TRACE(run.sErr);
+        EXPECT_EQ(run.iExit, bChange ? 2 : 0);
+        EXPECT_EQ(run.sOut == sSTATUS(2, sE006), bChange);
+        EXPECT_EQ(asLINES(run.sErr).size() % 2, 0U);  // getopt's and the tool's
+        EXPECT_THAT(run.sErr, HasSubstr(std::string("wrong option ") + cpWrong +
                                         " in command line; only "
                                         "USa:e:i:l:m:c:O:Fo:P:s:t:u:p:v:C:k allowed\n"));
+        EXPECT_EQ(COLUMN("virt1", "clients::text") == sRow, bChange);
     }
+    EXPECT_EQ(asLINES(CONFIG_CLIENT({"-c", "virt1", "-C", "r", "-a"}).sErr).size(), 1U);
 }
 
 TEST_F(COMMAND_LINE, a_value_longer_than_its_field_is_refused)
@@ -95,6 +104,8 @@ TEST_F(COMMAND_LINE, what_a_run_cannot_take_or_does_not_use_is_told_in_one_line)
         {{"-c", "a", "-m", "VIRTUAL", "-t", "7"}, 0, "option -t: 7 is none of 0 to 2 and counts as 2"},
         {{"-c", "nobody", "-U", "-C", "x", "-P", "x"}, 2, "option -C is not used by this run"},
         {{"-c", "a", "-C", "r", "-P", "x"}, 0, "option -P is not used by this run"},
+        {{"-c", "a", "-C", "r", "-k"}, 0, "option -k is not used by this run"},
+        {{"-c", "nobody", "-U", "-S", "-P", "x"}, 2, "option -U is not used by this run"},
         {{"-c", "nobody", "-S", "-P", "x", "-e", "1"}, 2, "option -e is not used by this run"},
         {{"-c", "nobody", "-U", "-m", "CTRL", "-P", "x"}, 2, "option -m is not used by this run"},
         {{"-c", "a", "-o", "Other", "-l", "2", "-u", "text"}, 0,

@@ -10,9 +10,9 @@ namespace {
 
 class HOSTS : public SANDBOX {
 protected:
-    RUN REGISTER(const std::string& sClient, const std::string& sFile)
+    RUN REGISTER(const std::string& sClient, const std::string& sFile, const TEXTS& asMore = {})
     {
-        return CONFIG_CLIENT({"-c", sClient, "-o", "Linux", "-a", "10.1.2.3"},
+        return CONFIG_CLIENT(TEXTS{"-c", sClient, "-o", "Linux", "-a", "10.1.2.3"} + asMore,
                              {{"gv_hosts_file", sFile}});
     }
 };
@@ -48,13 +48,40 @@ TEST_F(HOSTS, an_entry_is_made_once_and_only_the_whole_name_in_a_line_counts_as_
 TEST_F(HOSTS, a_file_that_cannot_be_opened_ends_with_E005_and_keeps_the_registration)
 {
     START_CLIENTS({"alpha"});
-    const std::string sFile = sDIR() + "/none/hosts";
-    const RUN         run = REGISTER("alpha", sFile);
-    const std::string sE005 =
-        "E005-HOSTS   cannot open local file " + sFile + " to insert QIR velka server computer.";
-    EXPECT_ENDED(run, 1, sE005);
-    EXPECT_EQ(COLUMN("alpha", "msg"), sE005);
-    EXPECT_EQ(SQL("select count(*) from interfaces where client_id=1"), "3");
+    for (const std::string& sFile : {sDIR() + "/none/hosts", sDIR()}) {
+        const RUN         run = REGISTER("alpha", sFile);
+        const std::string sE005 = "E005-HOSTS   cannot open local file " + sFile +
+                                  " to insert QIR velka server computer.";
+        EXPECT_ENDED(run, 1, sE005);
+        EXPECT_EQ(run.sErr,
+                  "vk_config_client: cannot open \"" + sFile + "\": " +
+                      (sFile == sDIR() ? "Is a directory\n" : "No such file or directory\n"));
+        EXPECT_EQ(COLUMN("alpha", "msg"), sE005);
+        EXPECT_EQ(SQL("select count(*) from interfaces where client_id=1"), "3");
+    }
+}
+
+TEST_F(HOSTS, an_address_is_refused_only_where_it_would_become_an_entry)
+{
+    START_CLIENTS({"alpha"});
+    const std::string sFile = sDIR() + "/hosts";
+    const TEXTS       asBad{"-a", "10.1.2.3 x"};
+    for (const TEXTS& asMore : {asBad, {"-a", "10.1.2.3#x"}, {"-a", "10.1.2.3\nx"}}) {
+        const RUN run = REGISTER("alpha", sFile, asMore);
+        EXPECT_ENDED(run, 2, sE006);
+        EXPECT_THAT(run.sErr,
+                    HasSubstr("x\" cannot stand in \"" + sFile + "\"; give an address or "));
+        EXPECT_THAT(OUTCOMES().back(), HasSubstr("\"cause\":\"address-unusable\""));
+    }
+    EXPECT_EQ(SQL("select count(*) from clients"), "1");
+    EXPECT_EQ(REGISTER("alpha", sFile, asBad + TEXTS{"-t", "1"}).iExit, 0);
+    const std::string sRow = COLUMN("alpha", "concat_ws('|',msg,access_state)");
+    EXPECT_EQ(REGISTER("alpha", sFile, asBad).iExit, 2);
+    EXPECT_EQ(COLUMN("alpha", "concat_ws('|',msg,access_state)"), sRow);
+    EXPECT_FALSE(fs::exists(sFile));
+    EXPECT_EQ(REGISTER("alpha", sFile, {"-a", " 10.1.2.3\t"}).iExit, 0);
+    EXPECT_EQ(sREAD_FILE(sFile), "\n10.1.2.3   ALPHA alpha");
+    EXPECT_EQ(REGISTER("alpha", sFile, asBad).iExit, 0);  // it stands there already
 }
 
 TEST_F(HOSTS, a_file_that_cannot_take_the_entry_is_told_and_the_run_goes_on)

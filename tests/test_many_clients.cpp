@@ -97,17 +97,71 @@ TEST_F(MANY, a_removal_counts_those_it_selected_and_takes_what_the_descriptors_a
     EXPECT_EQ(SQL("select count(*) from clients"), "1");
 }
 
-TEST_F(MANY, names_beyond_the_list_check_nobody)
+TEST_F(MANY, names_beyond_one_statement_are_one_list)
 {
-    ADD_CLIENTS({"virt1"}, "VIRTUAL");
-    TEXTS asArgument{"-C", "r", "virt1"};
-    for (int i = 10; i < 20; ++i) asArgument.push_back(std::string(200, 'x') + std::to_string(i));
+    SQL("insert into clients (client_id,name,os,accessmode,exec) select g,case g%3 when 0 then 'B' "
+        "when 1 then 'a' else '_' end||g||repeat('x',60),'Linux','VIRTUAL','1' from "
+        "generate_series(1,60) g");
+    INI("general", "parallel", "8");
+    const TEXTS asName = ROWS("select name from clients where client_id>0 order by name");
+    TEXTS       asArgument{"-C", "r", "missing"};
+    for (size_t u = asName.size(); u > 0; u--) asArgument.push_back(asName[u - 1]);
+    asArgument.push_back(asName[0]);  // twice
     const RUN run = CONFIG_CLIENT(asArgument);
-    EXPECT_ENDED(run, 1,
-                 "E004-HOSTS   Error during access to database  (list of clients longer than 2047 "
-                 "characters)");
-    EXPECT_EQ(COLUMN("virt1", "msg"), "NULL");
+    EXPECT_SUMMARY(run, 60, 0);
+    EXPECT_EQ(run.sErr, "vk_config_client: no such client: missing\n");
+    TEXTS asReport;
+    for (const std::string& sLine : asLINES(run.sOut))
+        if (sLine.starts_with("Client: ")) asReport.push_back(sLine.substr(8, asName[0].size()));
+    ASSERT_EQ(asReport.size(), asName.size());
+    for (size_t u = 0; u < asName.size(); u++)
+        EXPECT_THAT(asName[u] + " ", StartsWith(asReport[u].substr(0, asReport[u].find(' '))));
+    int iParts = 0;
+    for (const std::string& sStatement : STATEMENTS()) {
+        iParts += sStatement.starts_with("select * from clients where name in ('");
+        EXPECT_LT(sStatement.size(), 2150U);
+    }
+    EXPECT_EQ(iParts, 6);  // three, selected twice
+}
+
+TEST_F(MANY, an_update_that_cannot_go_on_as_it_was_asked_for_touches_nobody)
+{
+    ADD_CLIENTS({"a", "b"}, "VIRTUAL");
+    const TEXTS       asRows = ROWS("select * from clients order by name");
+    const TEXTS       asUpdate{"-U", "-P", "velka-cli_5.2.0-4_amd64.deb", "-c", "a", "a", "b"};
+    const std::string sNobody =
+        " is no number from 0 to 9999999; an update of several clients updates nobody\n";
+    // clang-format off
+    const struct { TEXTS asArgument; SETTINGS environment; std::string sTold; } aRow[] = {
+        {{"-U", "-c", "a", "a", "b"}, {}, "no package is given; name one with -P\n"},
+        {{"-S", "-c", "ALL_CLIENTS"}, {}, "no package is given; name one with -P\n"},
+        {asUpdate, {{"gv_update_pilot", "two"}}, "environment: gv_update_pilot = \"two\"" + sNobody},
+        {asUpdate, {{"gv_update_stop_after", "-1"}},
+         "environment: gv_update_stop_after = \"-1\"" + sNobody},
+        {asUpdate, {}, "[variables] gv_update_pilot = \"1x\"" + sNobody},
+    };
+    // clang-format on
+    for (const auto& row : aRow) {
+        SCOPED_TRACE(row.sTold);
+        if (row.sTold[0] == '[') INI("variables", "gv_update_pilot", "1x");
+        const RUN run = CONFIG_CLIENT(row.asArgument, row.environment);
+        EXPECT_ENDED(run, 2, sE006);
+        EXPECT_THAT(run.sErr, EndsWith(row.sTold));
+        EXPECT_EQ(asLINES(run.sErr).size(), 1U);
+    }
     EXPECT_THAT(STATEMENTS(), Not(Contains(StartsWith("select * from clients"))));
+    EXPECT_EQ(ROWS("select * from clients order by name"), asRows);
+    INI("variables", "gv_update_pilot", "0");
+    const RUN run = CONFIG_CLIENT({"-S", "-e", "1", "-P", "velka_sp-1_1_5.1.0-3.deb", "a", "b"},
+                                  {{"gv_update_pilots", "1"}});
+    EXPECT_SUMMARY(run, 0, 2);
+    EXPECT_THAT(asLINES(run.sErr),
+                ElementsAre("vk_config_client: environment: there is no variable gv_update_pilots; "
+                            "did you mean \"gv_update_pilot\"?",
+                            "vk_config_client: 2 clients: option -e is not used by this run"));
+    EXPECT_EQ(
+        COLUMN("a", "msg"),
+        "Error from alive test: access mode \"VIRTUAL\" means that there is no remote access");
 }
 
 TEST_F(MANY, side_by_side_gives_the_same_rows_report_and_summary)

@@ -69,10 +69,19 @@ TEST_F(REGISTRATION, interfaces_follow_the_prefix_and_complete_what_is_there)
 TEST_F(REGISTRATION, a_known_client_is_refreshed_and_keeps_what_it_has)
 {
     ADD_CLIENT("known", "PROXY", "NetWare", {{"location", "7"}, {"exec", "0"}});
+    // A row of another program that refers to the client does not hold the run.
+    INI("database", "statement_timeout", "2");
+    SQL("create table jobs (client_id integer references clients)");
+    SQL("begin");
+    SQL("insert into jobs values (1)");
     const TEXTS asKnown{"-c", "known", "-o", "Linux", "-m", "VIRTUAL", "-a", "10.9.9.9"};
-    EXPECT_EQ(CONFIG_CLIENT(asKnown).sOut, sI012("known"));
-    EXPECT_THAT(STATEMENTS(), Contains("update clients set accessmode='PROXY',msg='10.9.9.9 Id=1',"
-                                       "comment='10.9.9.9 Id=1' where client_id='1'"));
+    const RUN   run = CONFIG_CLIENT(asKnown);
+    SQL("commit");
+    EXPECT_EQ(run.sOut, sI012("known"));
+    EXPECT_THAT(run.sErr, Not(HasSubstr("not stored")));
+    EXPECT_THAT(STATEMENTS(),
+                Contains("update clients set accessmode='PROXY',msg='10.9.9.9 Id=1',"
+                         "comment='10.9.9.9 Id=1' where client_id='1' and name='known'"));
     EXPECT_THAT(ROWS("select client_id,os,accessmode,location,exec from clients where client_id>0"),
                 ElementsAre("1|NetWare|PROXY|7|0"));
     EXPECT_EQ(SQL("select count(*) from interfaces where client_id=1"), "3");
@@ -212,7 +221,8 @@ TEST_F(REGISTRATION, what_is_refused_or_not_done_is_told)
 {
     ADD_CLIENT("alpha", "VIRTUAL");
     ADD_CLIENT("odd", "VIRTUAL", "Linx");
-    ADD_CLIENT("odder", "VIRTUAL", "Beos");
+    for (const char* cpName : {"odder", "oddest"}) ADD_CLIENT(cpName, "VIRTUAL", "Beos");
+    ADD_CLIENT("nomode", "");
     const std::string sUnknown =
         "operating system \"Linx\" is not in oper_systems; did you mean "
         "\"Linux\"?";
@@ -224,9 +234,10 @@ TEST_F(REGISTRATION, what_is_refused_or_not_done_is_told)
         {{"-c", "odd", "-o", "Linx"}, 1, "E004-HOSTS   Error during access to database  (the client "
           "is stored with an unknown operating system)", sUnknown},
         {{"-c", "odd", "-o", "Linux"}, 0, "I012", ""},
-        {{"-c", "odder", "-o", "NetWare"}, 0, "I012", ""},
-        {{"-c", "new2", "-o", "Linux", "-a", "10.1.1.1 x"}, 2, "E006", "\"10.1.1.1 x\" is not one word"},
-        {{"-c", "new2", "-o", "Linux", "-a", "a#b"}, 2, "E006", "option -a: \"a#b\" is not one word"},
+        {{"-c", "odder", "-o", "NetWare", "-l", "7"}, 0, "I012",
+         "odder is stored already and keeps what it has; not used: -l"},
+        {{"-c", "oddest", "-C", "x", "-o", "Linux"}, 0, "I012", "\"x\" is none of r, s and d"},
+        {{"-c", "nomode", "-C", "x", "-t", "0"}, 0, "I012", "is not tested and stored without an access mode; to"},
         {{"-c", "velkasrv", "-C", "d"}, 1, "E001-HOSTS   Configuration of LINUX backup client velkasrv",
           "is the backup server itself"},
         {{"-c", "none", "-C", "r"}, 2, "E006", "no such client: none"},
@@ -241,8 +252,8 @@ TEST_F(REGISTRATION, what_is_refused_or_not_done_is_told)
         EXPECT_THAT(run.sErr, HasSubstr(row.sTold));
     }
     EXPECT_THAT(ROWS("select name,os from clients where name like 'o%' order by name"),
-                ElementsAre("odd|Linux", "odder|NetWare"));
-    EXPECT_EQ(SQL("select count(*) from clients where name in ('new2','velkasrv')"), "1");
+                ElementsAre("odd|Linux", "odder|NetWare", "oddest|Linux"));
+    EXPECT_EQ(SQL("select count(*) from clients where name='velkasrv'"), "1");
 }
 
 TEST_F(REGISTRATION, what_cannot_be_stored_is_told)
@@ -260,6 +271,13 @@ TEST_F(REGISTRATION, what_cannot_be_stored_is_told)
     EXPECT_THAT(run.sOut, HasSubstr("I008"));
     EXPECT_THAT(run.sErr, ContainsRegex(": alpha not removed: ERROR: .*" + sRefused));
     EXPECT_EQ(SQL("select count(*) from clients"), "2");
+    SQL("create function stay() returns trigger language plpgsql as $$begin return null; end$$");
+    SQL("create trigger stay before delete on clients for each row execute function stay()");
+    run = CONFIG_CLIENT(asRemove);
+    EXPECT_ENDED(run, 0, "I008-HOSTS   User deleted client alpha (id=1).");
+    EXPECT_THAT(run.sErr, HasSubstr("alpha not removed: a trigger or a policy"));
+    EXPECT_EQ(asLINES(run.sErr).size(), 1U);
+    EXPECT_THAT(OUTCOMES().back(), HasSubstr("\"stored\":false"));
 
     // The interfaces come all, or not at all and with the next run.
     SQL("create function no() returns trigger language plpgsql as "
@@ -298,6 +316,9 @@ TEST_F(REGISTRATION, identifiers_end_with_seven_digits)
     EXPECT_EQ(COLUMN("a", "client_id") + COLUMN("a", "comment"), "9999999" + COLUMN("a", "msg"));
     EXPECT_THAT(CONFIG_CLIENT({"-c", "b", "-o", "Linux", "-m", "VIRTUAL"}).sOut,
                 HasSubstr("(no client identifier below 8 digits is left)"));
+    SQL("update clients set client_id=10000000 where name='last'");
+    EXPECT_THAT(CONFIG_CLIENT({"-c", "last", "-C", "n", "-m", "VIRTUAL"}).sErr,
+                HasSubstr("entry of last not stored: its identifier 10000000 has more than 7"));
     EXPECT_EQ(SQL("select count(*) from clients"), "3");
 }
 

@@ -13,7 +13,8 @@ namespace {
 
 TEST(ROLLOUT_DECISION, pilot_and_limit_decide_after_every_end)
 {
-    /* Each letter is a client's end: s success, f failure, v it has the version. */
+    /* Each letter is a client's end: s success, f failure, v it has the version, u another
+       run updates it. */
     const struct {
         int         iPilot, iStopAfter;
         const char* cpEnds;
@@ -23,7 +24,7 @@ TEST(ROLLOUT_DECISION, pilot_and_limit_decide_after_every_end)
     } asctRow[] = {
         {0, 0, "fffffff", 0, 0, ""},
         {2, 0, "sfs", 9, 2, "the pilot failed on c1 (gv_update_pilot = 2)"},
-        {2, 0, "vsvsff", 4, 0, ""},
+        {2, 0, "vsusff", 4, 0, ""},
         {1, 2, "f", 9, 1, "the pilot failed on c0 (gv_update_pilot = 1)"},
         {1, 2, "svfvvf", 1, 6, "2 failed (gv_update_stop_after = 2)"},
         {0, 1, "vvf", 0, 3, "1 failed (gv_update_stop_after = 1)"},
@@ -37,7 +38,11 @@ TEST(ROLLOUT_DECISION, pilot_and_limit_decide_after_every_end)
         size_t uStop = 0;
         for (size_t u = 0; row.cpEnds[u] != '\0' && uStop == 0; u++) {
             const char c = row.cpEnds[u];
-            v_ROLLOUT_TAKE(&rollout, "c" + std::to_string(u), c != 's', c == 'v');
+            v_ROLLOUT_TAKE(&rollout, "c" + std::to_string(u),
+                           c == 's'   ? CLIENT_UPDATED
+                           : c == 'f' ? CLIENT_FAILED
+                           : c == 'v' ? CLIENT_HAS_VERSION
+                                      : CLIENT_UPDATING);
             if (uAlone == 9 && !bPILOT(&rollout)) uAlone = u + 1;
             if (!rollout.sStopped.empty()) uStop = u + 1;
         }
@@ -130,7 +135,8 @@ TEST_F(ROLLOUTS, twenty_clients_pilot_limit_Ctrl_C_and_a_rerun_that_ends_green)
     EXPECT_EQ(run.sErr,
               "vk_config_client: 18 clients not started, since the pilot failed on c02 "
               "(gv_update_pilot = 3):" +
-                  sJOINED(asCLIENTS(3, 20)) + "\n");
+                  sJOINED(asCLIENTS(3, 20)) +
+                  "\nvk_config_client: 2 clients in the pilot: c01 c02\n");
     EXPECT_AGREED(run, 1, 19, 0);
     EXPECT_EQ(UPDATE_FAILED(), asCLIENTS(2, 20));
     TEXTS asLine = NOT_STARTED(20);
@@ -198,6 +204,18 @@ TEST_F(ROLLOUTS, twenty_clients_pilot_limit_Ctrl_C_and_a_rerun_that_ends_green)
     EXPECT_THAT(run.sOut, HasSubstr("Checked 12 clients: 12 OK and 0 failed."));
     EXPECT_THAT(UPDATE_FAILED(), IsEmpty());
     EXPECT_EQ(NOT_STARTED(12).size(), 0U);
+
+    /* One that another run is updating proves nothing: the next one is the pilot. */
+    fs::remove(sGo);
+    started = START(UPDATE_OF({"c02"}) + TEXTS{"-F"});
+    ASSERT_TRUE(bWAIT_UNTIL(60000, [&] { return COLUMN("c02", "update_state") == "a"; }));
+    run = CONFIG_CLIENT(UPDATE_OF({"c01", "c02"}) + TEXTS{"-F"}, {{"gv_update_pilot", "2"}});
+    EXPECT_EQ(run.iExit, 0);
+    EXPECT_EQ(run.sErr,
+              "vk_config_client: 1 client in the pilot: c01\n"
+              "vk_config_client: 1 client left to another run that is updating: c02\n");
+    WRITE_FILE(sGo, "");
+    EXPECT_EQ(WAIT(started).iExit, 0);
 }
 
 }  // namespace

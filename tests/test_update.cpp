@@ -107,11 +107,12 @@ TEST_F(UPDATE, a_package_is_copied_run_cleaned_up_and_recorded_in_that_order)
     WRITE_FILE(sPath, "package");
     EXPECT_EQ(CLIENT_UPDATE("alpha", {"-U", "-P", sPath}).iExit, 0);
     EXPECT_EQ(CLIENT_LOG("alpha")[5], sSCRIPT + " " + sPath);
+    EXPECT_THAT(WORK_FILES("alpha"), IsEmpty());  // no folder of that path
 
     // The script starts after a pause.
-    EXPECT_GE(CONFIG_CLIENT({"-c", "alpha", "-U", "-F", "-P", sDEB}, {{"gv_update_wait", "2"}})
-                  .iMilliseconds,
-              2000);
+    const RUN back = CONFIG_CLIENT({"-c", "alpha", "-U", "-P", sDEB}, {{"gv_update_wait", "2"}});
+    EXPECT_GE(back.iMilliseconds, 2000);
+    EXPECT_EQ(back.sErr, "vk_config_client: alpha goes back from 5.2.0-5 to 5.2.0-4\n");
 
     // The server itself is not asked before.
     RESET("velkasrv");
@@ -120,6 +121,10 @@ TEST_F(UPDATE, a_package_is_copied_run_cleaned_up_and_recorded_in_that_order)
     EXPECT_EQ(CLIENT_UPDATE("velkasrv").iExit, 0);
     EXPECT_THAT(OUTCOMES().back(), HasSubstr("\"version_before\":\"4.9\",\"version_after\":"));
     EXPECT_THAT(CLIENT_LOG("velkasrv"), ElementsAre(sRun, sClean, "qtc -h"));
+    const RUN missing = CLIENT_UPDATE("velkasrv", {"-U", "-P", "missing_5.2.0-9.deb"});
+    EXPECT_COPY_FAILED(missing);
+    EXPECT_THAT(missing.sOut, HasSubstr("missing_5.2.0-9.deb\": No such file or directory"));
+    EXPECT_THAT(OUTCOMES().back(), HasSubstr("\"cause\":\"package-missing\""));
     EXPECT_EQ(iCHILDREN_LEFT(2000), 0);
 }
 
@@ -163,6 +168,11 @@ TEST_F(UPDATE, the_command_follows_system_and_options)
     PACKAGE("..\\x_5.2.0-5.deb", "package");
     EXPECT_THAT(CLIENT_UPDATE("winbox", {"-U", "-P", "..\\x_5.2.0-5.deb"}).sOut,
                 HasSubstr("leaves its folder"));
+    // Of a path with a drive what follows it counts, as the script takes it.
+    RESET("winbox", {"before=ls $base/velka/work >$base/log/saw"});
+    PACKAGE("C:\\x_5.2.0-5.exe", "package");
+    EXPECT_EQ(CLIENT_UPDATE("winbox", {"-U", "-P", "C:\\x_5.2.0-5.exe"}).iExit, 0);
+    EXPECT_THAT(asLINES(sREAD_FILE(CLIENT_PATH("winbox", "log/saw"))), Contains("x_5.2.0-5.exe"));
 }
 
 TEST_F(UPDATE, the_status_of_the_script_decides_message_exit_code_state_and_chaining)
@@ -276,6 +286,23 @@ TEST_F(UPDATE, what_may_not_be_updated_is_refused_before_anything_is_copied)
         EXPECT_EQ(sSTATE("alpha"), "x|before|f|f|4000020000200099|2");
     }
     EXPECT_THAT(OUTCOMES().back(), HasSubstr("\"cause\":\"no-version\""));
+
+    // A name that its place on the client cannot hold; and the version is no bar to a
+    // service pack.
+    RESET("alpha");
+    SWITCH("alpha", "qtc", {});
+    const std::string sLong = "/" + std::string(500, 'x') + "_5.2.0-4.deb";
+    EXPECT_COPY_FAILED(CLIENT_UPDATE("alpha", {"-U", "-P", sLong}));
+    SWITCH("velkasrv", "vk_update_client", {"exit=7"});
+    SQL("update clients set os='Linux',version_number=4000020000200099 where name='alpha'");
+    const RUN same = CLIENT_UPDATE("alpha", {"-U", "-e", "1", "-P", sSame});
+    EXPECT_EQ(same.iExit, 1);
+    const std::string sChain = "vk_update_client sp_update -c alpha";
+    EXPECT_THAT(CLIENT_LOG("velkasrv"), ElementsAre(sChain));
+    EXPECT_EQ(same.sErr, "vk_config_client: service pack update of alpha failed: \"" + sChain +
+                             "\" ended with status 7\n");
+    EXPECT_THAT(CLIENT_LOG("alpha"), Each("qtc -h"));
+    EXPECT_THAT(WORK_FILES("alpha"), IsEmpty());
 }
 
 TEST_F(UPDATE, a_signature_goes_before_the_package_and_what_stays_away_is_told)
@@ -293,7 +320,7 @@ TEST_F(UPDATE, a_signature_goes_before_the_package_and_what_stays_away_is_told)
                 IsSupersetOf({sDEB, sDEB + ".sig"}));
     EXPECT_THAT(WORK_FILES("alpha"), IsEmpty());
     EXPECT_THAT(run.sErr, HasSubstr("vk_config_client: cannot read \"" + sSkel +
-                                    "qir-gpg.key\"; the client's older one runs: "));
+                                    "qir-gpg.key\"; the client checks signatures with the keys "));
     EXPECT_THAT(run.sErr, HasSubstr(sDEB + ".asc\"; the package goes without it: "));
     EXPECT_THAT(run.sErr, Not(HasSubstr("answers with")));
 
@@ -394,7 +421,9 @@ TEST_F(UPDATE, after_KILL_at_any_step_the_next_run_succeeds_at_once)
         SWITCH("alpha", sProgram, {"mode=silent"});
         STARTED_RUN run = START({"-c", "alpha", "-U", "-P", sDEB});
         ASSERT_TRUE(bLOGGED(sProgram));
-        EXPECT_ENDED(CLIENT_UPDATE("alpha", {"-U", "-P", sDEB, "-e", "1"}), 0, sALREADY);
+        const RUN second = CLIENT_UPDATE("alpha", {"-U", "-P", sDEB, "-e", "1"});
+        EXPECT_ENDED(second, 0, sALREADY);
+        EXPECT_THAT(second.sErr, HasSubstr("of alpha not started: another run is updating"));
         KILL(run, SIGKILL);
         EXPECT_EQ(WAIT(run).iSignal, SIGKILL);
         SWITCH("alpha", sProgram, {});

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <string>
 
+#include "../common/config/config.h"
 #include "run_outcome.h"
 #include "vk_config_client.h"
 
@@ -21,7 +22,8 @@ struct COMMAND_LINE {
     SCT_ARGS* pArg = nullptr;
     char (&szMode)[11];  // of -m
     t_LL             LL_ClientList = nullptr;
-    std::bitset<128> given;  // letters of the options
+    std::bitset<128> given;             // letters of the options
+    bool             bUnknown = false;  // an option that there is not
     bool             bRefused = false;
 };
 
@@ -45,6 +47,13 @@ bool bALL_CLIENTS(const SCT_ARGS* pArg)
     TELL("no client is given; name one with -c");
     v_CAUSE("client-not-given");
     v_PARAMETERS_MISSING(pArg);
+}
+
+/* -C with another letter than these registers. */
+bool bREGISTERS(const SCT_ARGS* pArg)
+{
+    return !bUPDATE(pArg) &&
+           (pArg->szCheck[0] == '\0' || std::strchr("rsd", pArg->szCheck[0]) == nullptr);
 }
 
 /* The number at the beginning of an option's value, 0 when there is none. */
@@ -72,18 +81,28 @@ int iLEVEL(int iOption, int iMost)
 /* Copies an option's value. A longer one would be cut, and the run would work on
    something else than was asked for; so it ends. cpHint may be empty. */
 template<size_t N>
-void v_TAKE(COMMAND_LINE* pLine, char (&szField)[N], int iOption, const char* cpHint)
+void v_TAKE(COMMAND_LINE* pLine, char (&szField)[N], int iOption, const char* cpHint,
+            const std::string& sValue = optarg)
 {
-    if (std::strlen(optarg) < N) {
-        iTEXT_SET(szField, optarg);
+    if (sValue.size() < N) {
+        iTEXT_SET(szField, sValue);
         return;
     }
     pLine->bRefused = true;
     if (iOption == 'p')
         TELL("option -p: the password is longer than %zu bytes", N - 1);
     else
-        TELL("option -%c: \"%s\" is longer than %zu bytes%s%s", iOption, optarg, N - 1,
+        TELL("option -%c: \"%s\" is longer than %zu bytes%s%s", iOption, sValue.c_str(), N - 1,
              cpHint[0] != '\0' ? "; " : "", cpHint);
+}
+
+/* Blanks around an address are none of it. */
+void v_TAKE_ADDRESS(COMMAND_LINE* pLine)
+{
+    std::string sAddress = optarg;
+    sAddress.erase(sAddress.find_last_not_of(" \t\r\n") + 1);
+    sAddress.erase(0, sAddress.find_first_not_of(" \t\r\n"));
+    v_TAKE(pLine, pLine->pArg->szNodeAddr, 'a', "give an address or via_nameserver", sAddress);
 }
 
 /* A client's name is one line; another could not be told from what surrounds it. */
@@ -116,8 +135,15 @@ void v_TAKE_OPTIONS_TEXT(COMMAND_LINE* pLine)
         v_TAKE(pLine, pLine->pArg->szOptions, 'O', "");
 }
 
-/* One option. Those without a value set a field; getopt tells an unknown one by
-   itself, and the run goes on. */
+/* getopt has told an option that there is not, or one whose value is missing. */
+void v_WRONG_OPTION(COMMAND_LINE* pLine)
+{
+    if (optopt != ':' && std::strchr(cpOPTIONS, optopt) != nullptr) return;
+    TELL("wrong option %c in command line; only %s allowed", optopt, cpOPTIONS);
+    pLine->bUnknown = true;
+}
+
+/* One option. Those without a value set a field. */
 void v_OPTION(int iOption, COMMAND_LINE* pLine)
 {
     SCT_ARGS* pArg = pLine->pArg;
@@ -130,7 +156,7 @@ void v_OPTION(int iOption, COMMAND_LINE* pLine)
         case 'e': pArg->iServicePack = iNUMBER(iOption); break;
         case 't': pArg->iTest        = iLEVEL(iOption, 2); break;
         case 'v': v_set_log(iLEVEL(iOption, 3), 1, &strLog); break;
-        case 'a': v_TAKE(pLine, pArg->szNodeAddr, iOption, "give an address or via_nameserver"); break;
+        case 'a': v_TAKE_ADDRESS(pLine); break;
         case 'c': v_TAKE_NAME(pLine); break;
         case 'i': v_TAKE(pLine, pArg->szTimeStamp, iOption, ""); break;
         case 'l': v_TAKE(pLine, pArg->szLocationId, iOption, "give the location's short name"); break;
@@ -142,7 +168,7 @@ void v_OPTION(int iOption, COMMAND_LINE* pLine)
         case 'O': v_TAKE_OPTIONS_TEXT(pLine); break;
         case 'p': v_TAKE_PASSWORD(pLine); break;
         case 'C': pArg->iCheck = 1; v_TAKE(pLine, pArg->szCheck, iOption, "give r, s or d"); break;
-        default: TELL("wrong option %c in command line; only %s allowed", optopt, cpOPTIONS); return;
+        default: v_WRONG_OPTION(pLine); return;
     }
     // clang-format on
     pLine->given.set(static_cast<size_t>(iOption));
@@ -193,18 +219,24 @@ void v_REFUSE_ALL_CLIENTS(COMMAND_LINE* pLine)
     pLine->bRefused = true;
 }
 
+/* An option that there is not may have been meant to keep the run from what it does:
+   nothing is changed then. Checks and registrations go on. */
+void v_REFUSE_UNKNOWN(COMMAND_LINE* pLine)
+{
+    const SCT_ARGS* pArg = pLine->pArg;
+    if (pLine->bUnknown && (bUPDATE(pArg) || pArg->szCheck[0] == 'd')) pLine->bRefused = true;
+}
+
 /* Options that a run of this kind for one client has no use for. -O stands for -F where
    it left no text. An update goes before what -C asks for, and reaches the client by its
    stored mode. */
 const char* cpUNUSED_OPTIONS(const SCT_ARGS* pArg)
 {
     const bool bText = pArg->szOptions[0] != '\0';
-    if (pArg->eUpdate == update) return "almotupC";
-    if (pArg->eUpdate == sp_update) return bText ? "almotupCOe" : "almotupCe";
-    const bool bOfStored =
-        pArg->iCheck && pArg->szCheck[0] != '\0' && std::strchr("rsd", pArg->szCheck[0]) != nullptr;
-    if (bOfStored) return "lotupOPeF";
-    return bText ? "PeF" : "PeFO";
+    if (pArg->eUpdate == update) return "almotupkCS";
+    if (pArg->eUpdate == sp_update) return bText ? "almotupkCOeU" : "almotupkCeU";
+    if (!bREGISTERS(pArg)) return "lotupkOPeF";
+    return bText ? "PeFk" : "PeFkO";
 }
 
 /* What a run for one client leaves out of what it was given. */
@@ -218,8 +250,7 @@ void v_TELL_UNUSED_OF_ONE(const COMMAND_LINE* pLine)
     for (const char cOption : std::string_view(cpUNUSED_OPTIONS(pArg)))
         if (pLine->given.test(static_cast<size_t>(cOption)))
             TELL("option -%c is not used by this run", cOption);
-    if (pArg->iCheck && !bUPDATE(pArg) &&
-        std::strchr("rsd", pArg->szCheck[0] != '\0' ? pArg->szCheck[0] : 'n') == nullptr)
+    if (pArg->iCheck && bREGISTERS(pArg))
         TELL("option -C: \"%s\" is none of r, s and d; the client is registered", pArg->szCheck);
 }
 
@@ -241,7 +272,10 @@ void v_TELL_UNUSED_OF_MANY(const COMMAND_LINE* pLine)
     if (bLocation && !bAll) TELL("option -l is not used: it narrows -c ALL_CLIENTS only");
     if (bSystem && !bAll) TELL("option -o is not used: it narrows -c ALL_CLIENTS only");
     if (bLocation && bSystem && bAll) TELL("option -l is not used: of -l and -o, -o counts");
-    for (const char cOption : std::string_view(pArg->iCheck ? "USFPOeaimpstuv" : "aimpstuv"))
+    const char* cpUnused = pArg->iCheck                 ? "USFPOekaimpstuv"
+                           : pArg->eUpdate == sp_update ? "Ukaimpstuv"
+                                                        : "Skaimpstuv";
+    for (const char cOption : std::string_view(cpUnused))
         if (pLine->given.test(static_cast<size_t>(cOption)))
             TELL("option -%c is not handed on to the runs of the clients", cOption);
 }
@@ -265,7 +299,8 @@ void v_READ_STORED_SETTINGS(SCT_ARGS* pArg, const char* cpAccessMode)
         v_PARAMETERS_MISSING(pArg);
     }
     if (!bIS(cpAccessMode, "CTRL") && !bIS(cpAccessMode, "VKSSH")) {
-        if (cpAccessMode[0] != '\0' && !bIS(cpAccessMode, pArg->szAccessMode) && !bUPDATE(pArg))
+        if (cpAccessMode[0] != '\0' && !bIS(cpAccessMode, pArg->szAccessMode) && !bUPDATE(pArg) &&
+            !bREGISTERS(pArg))
             TELL("option -m %s is not used: only CTRL and VKSSH replace a stored access mode",
                  cpAccessMode);
         return;
@@ -305,6 +340,17 @@ void v_READ_PLATFORM(SCT_ARGS* pArg, DB_REC_LIS* pList)
     iDB_SEL_GET(pList, 1, szReply, &strLog, "platform", pArg->szPlatform, "d");
 }
 
+/* A registration under -C has read the stored system: where that is not known, the one
+   of -o counts, as in every registration. */
+void v_TAKE_SYSTEM_GIVEN(SCT_ARGS* pArg, DB_REC_LIS* pList)
+{
+    if (!bREGISTERS(pArg) || pArg->szPlatform[0] != '\0' || !bGIVEN(pArg->szSystemGiven) ||
+        bIS(pArg->szOpersys, pArg->szSystemGiven))
+        return;
+    iTEXT_SET(pArg->szOpersys, pArg->szSystemGiven);
+    v_READ_PLATFORM(pArg, pList);
+}
+
 void v_ANNOUNCE(char cKind, const char* cpText)
 {
     TRACE("%s", cpText);
@@ -324,6 +370,7 @@ void v_PREPARE(SCT_ARGS* pArg, DB_REC_LIS* pList)
     if (pArg->szNodeName[0] == '\0') v_CLIENT_MISSING(pArg);
     TRACE("operating system=%s, location=%s", pArg->szOpersys, pArg->szLocationId);
     v_READ_PLATFORM(pArg, pList);
+    v_TAKE_SYSTEM_GIVEN(pArg, pList);
 
     char szText[256];
     MESSAGE(szText, MSG_I001, pArg->szNodeName, pArg->szPlatform);
@@ -346,7 +393,7 @@ void v_MOVE_UPDATE_OPTIONS(SCT_ARGS* pArg)
 
 void ARGUMENTS(int argc, char** argv, SCT_ARGS* pArg, char (&cpAccessMode)[11])
 {
-    COMMAND_LINE line{pArg, cpAccessMode, ConsLL(), {}, false};
+    COMMAND_LINE line{pArg, cpAccessMode, ConsLL(), {}, false, false};
     DB_REC_LIS   sctList = {"CONFIG_CLIENT", 0, 0, nullptr, nullptr};
     TRACE("+++ ARGUMENTS %s", GET_CALL_PARAM(argc, argv));
     optind = 0;  // a record may be filled again by the same process
@@ -356,12 +403,16 @@ void ARGUMENTS(int argc, char** argv, SCT_ARGS* pArg, char (&cpAccessMode)[11])
     v_COLLECT_CLIENTS(argc, argv, &line);
     v_IDENTIFY_RUN(pArg);
     v_REFUSE_ALL_CLIENTS(&line);
-    if (line.bRefused) v_PARAMETERS_MISSING(pArg);
+    v_REFUSE_UNKNOWN(&line);
+    if (line.bRefused) v_REFUSE_RUN(pArg);
+    iTEXT_SET(pArg->szSystemGiven, pArg->szOpersys);
     iDB_SEL_GETVALUE("select name from clients where client_id=0", "name", pArg->szVelkaNode,
                      strLog);
+    DB_TELL_FAILURE("name of the backup server not read", strLog);
     TRACE("Start looping clients: %d", static_cast<int>(SizeLL(line.LL_ClientList)));
 
     const bool bTask = pArg->iCheck || bUPDATE(pArg);
+    if (bUPDATE(pArg)) v_CONFIG_TELL_UNKNOWN("gv_update_");
     if (bTask && (SizeLL(line.LL_ClientList) > 0 || bALL_CLIENTS(pArg))) {
         v_TELL_UNUSED_OF_MANY(&line);
         MULTI_CLIENT_RUN(pArg, line.LL_ClientList);

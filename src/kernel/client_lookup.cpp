@@ -32,6 +32,24 @@ void v_READ_SERVER_PLATFORM(SCT_ARGS* pArg)
 
 }  // namespace
 
+void v_TELL_NO_ROW(const std::string& sWhat, const SCT_ARGS* pArg)
+{
+    char        szId[32] = "";
+    std::string sWhy = "another run has removed the client";
+    if (iDB_SEL_GETVALUE(SQL("select client_id from clients where name='%s'", pArg->szNodeName),
+                         "client_id", szId, strLog)) {
+        if (std::strlen(szId) >= sizeof pArg->szNodeId)
+            sWhy = std::string("its identifier ") + szId + " has more than 7 digits";
+        else if (pArg->szNodeId[0] != '\0' && !bIS(szId, pArg->szNodeId))
+            sWhy = "another run has registered the client anew";
+        else
+            sWhy = "a trigger or a policy of the database keeps its row as it is";
+    } else if (sctDB_ERROR().eKind != DB_FINE) {
+        sWhy = sctDB_ERROR().sText;
+    }
+    TELL("%s: %s", sWhat.c_str(), sWhy.c_str());
+}
+
 int iTEST_IF_ALREADY_IN_DATABASE(SCT_ARGS* pArg, const char* szAccessMode)
 {
     TRACE("+++ iTEST_IF_ALREADY_IN_DATABASE ");

@@ -1,9 +1,10 @@
 /* Enters a client into the database, or refreshes its entry, and completes its
    interfaces. Several registrations may run at once: the identifier that one reads
    as free may be taken by another before its insert. The insert tells so (a key is
-   unique), and is made again with the next identifier. What belongs to a row that
-   stands already is changed while it is held, so that a removal at the same moment
-   leaves nothing behind and no other client gets it. */
+   unique), and is made again with the next identifier. The interfaces of a client are
+   added while its row is held against removal, so that a removal at the same moment
+   leaves nothing behind and no other client gets them. Nothing here waits for rows of
+   other programs that refer to the client, or for an update of its other columns. */
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -23,40 +24,32 @@ constexpr long lLAST_ID = 9999999;  // szNodeId holds seven digits
     v_END_RUN(pArg, VK_WARNING, MSG_E004, cpDetail, uSize, "INSERT_INTO_DATABASE  error");
 }
 
-/* The address becomes a word of the hosts file. */
-void v_REQUIRE_ADDRESS(SCT_ARGS* pArg)
-{
-    const std::string sAddress = sONE_LINE(pArg->szNodeAddr);
-    if (!bGIVEN(pArg->szNodeAddr) || sAddress.find_first_of(" #") == std::string::npos) return;
-    TELL("option -a: \"%s\" is not one word; give an address or via_nameserver", pArg->szNodeAddr);
-    v_END_RUN(pArg, VK_ERROR, MSG_E006);
-}
-
-/* Holds the client's row for what follows in the transaction. Result 0: it failed, or
-   another run has removed the client, which is told. */
+/* Keeps the client's row from being removed, and other registrations of the client from
+   adding interfaces, for the rest of the transaction. Result 0: it failed, or the row is
+   not there any more, which is told. */
 int iHOLD(const SCT_ARGS* pArg, const char* cpWhat)
 {
-    const int iRows = iDB_RUN_SQL(
-        strLog, "select name from clients where client_id='%s' and name='%s' for update",
-        pArg->szNodeId, pArg->szNodeName);
-    if (iRows == 0)
-        TELL("%s: another run has removed the client", sNOT_STORED(cpWhat, pArg).c_str());
+    const int iRows =
+        iDB_RUN_SQL(strLog,
+                    "select pg_advisory_xact_lock('interfaces'::regclass::oid::int,client_id) "
+                    "from clients where client_id='%s' and name='%s' for key share",
+                    pArg->szNodeId, pArg->szNodeName);
+    if (iRows == 0) v_TELL_NO_ROW(sNOT_STORED(cpWhat, pArg), pArg);
     return iRows > 0;
 }
 
-/* The row keeps its identifier and its access mode. */
-void v_REFRESH_ROW(SCT_ARGS* pArg)
+/* The row keeps its identifier and its access mode. Under the name as well: the
+   identifier may belong to another client by now. */
+void v_REFRESH_ROW(const SCT_ARGS* pArg)
 {
-    constexpr const char* cpWhat = "refreshed entry";
-    iDB_TRANSACTION(sNOT_STORED(cpWhat, pArg), strLog, [&] {
-        return iHOLD(pArg, cpWhat) &&
-               iDB_RUN_SQL(
-                   strLog,
-                   "update clients set accessmode='%s',msg='%s Id=%s',comment='%s Id=%s' where "
-                   "client_id='%s'",
-                   pArg->szAccessMode, FREE_TEXT{pArg->szNodeAddr}, pArg->szNodeId,
-                   FREE_TEXT{pArg->szNodeAddr}, pArg->szNodeId, pArg->szNodeId) >= 0;
-    });
+    const std::string sWhat = sNOT_STORED("refreshed entry", pArg);
+    const int         iRows = iDB_EXECUTE_SQL(
+                sWhat, strLog,
+                "update clients set accessmode='%s',msg='%s Id=%s',comment='%s Id=%s' where "
+                        "client_id='%s' and name='%s'",
+                pArg->szAccessMode, FREE_TEXT{pArg->szNodeAddr}, pArg->szNodeId,
+                FREE_TEXT{pArg->szNodeAddr}, pArg->szNodeId, pArg->szNodeId, pArg->szNodeName);
+    if (iRows == 0) v_TELL_NO_ROW(sWhat, pArg);
 }
 
 /* A new client must be given an operating system, and so must a stored one whose system
@@ -126,21 +119,20 @@ void v_PAUSE(int iTry)
     iSLEEP_MS(pause(random));
 }
 
-/* Inserts the new client. When another run has registered it meanwhile, that row
-   is refreshed instead, unless a third one has removed it again. */
-void v_ADD_ROW(SCT_ARGS* pArg)
+/* Inserts the new client. Result 0: another run has registered it meanwhile, and no
+   third one has removed it again. */
+int iADD_ROW(SCT_ARGS* pArg)
 {
     char szReply[256] = "";
     for (int iTry = 1;; ++iTry) {
         const int iNewClientId = iNEXT_CLIENT_ID(pArg);
         if (pArg->cPermit != '0' && pArg->cPermit != '1') pArg->cPermit = '1';
-        if (iINSERT_ROW(pArg, iNewClientId, szReply)) return;
+        if (iINSERT_ROW(pArg, iNewClientId, szReply)) return 1;
         if (sctDB_ERROR().eKind != DB_KEY_TAKEN) v_INSERT_FAILED(pArg, szReply);
-        if (iTEST_IF_ALREADY_IN_DATABASE(pArg, "")) break;
+        if (iTEST_IF_ALREADY_IN_DATABASE(pArg, "")) return 0;
         if (iTry == iMOST_TRIES) v_INSERT_FAILED(pArg, szReply);
         v_PAUSE(iTry);
     }
-    v_REFRESH_ROW(pArg);
 }
 
 /* Adds the interfaces that are missing: http and https on any port, and the bare
@@ -173,11 +165,13 @@ int iINTERFACES_MISSING(const SCT_ARGS* pArg)
     char       szReply[256] = "";
     iDB_ACCESS(SQL("select * from interfaces where client_id='%s'", pArg->szNodeId), szReply,
                &sctList, strLog);
+    DB_TELL_FAILURE(std::string("interfaces of ") + pArg->szNodeName + " not counted", strLog);
     return std::strtol(szReply, nullptr, 10) <= 1;
 }
 
 /* All three at once: a run that is killed between two of them would leave a client
-   that looks complete. */
+   that looks complete. Each insert looks for itself whether its row is there, so what
+   another run has added since they were counted is not added again. */
 void v_COMPLETE_INTERFACES(const SCT_ARGS* pArg)
 {
     constexpr const char* cpWhat = "interfaces";
@@ -186,15 +180,14 @@ void v_COMPLETE_INTERFACES(const SCT_ARGS* pArg)
                    strLog);
     TRACE("default interface prefix is \"%s\"", szPrefix);
     const bool bHttpsFirst = bIS(szPrefix, "https");
+    if (!iINTERFACES_MISSING(pArg)) return;
+    TRACE("+++ Add interfaces for http, https and ftp");
+    if (bHttpsFirst) TRACE("Add https interface as first one");
     iDB_TRANSACTION(sNOT_STORED(cpWhat, pArg), strLog, [&] {
-        if (!iHOLD(pArg, cpWhat)) return 0;
-        if (!iINTERFACES_MISSING(pArg)) return 1;
-        TRACE("+++ Add interfaces for http, https and ftp");
-        if (bHttpsFirst) TRACE("Add https interface as first one");
-        const int iDone = iADD_INTERFACES(pArg, bHttpsFirst ? 1 : 0, bHttpsFirst ? 0 : 1);
-        TRACE("--- Add interfaces for http, https and ftp");
-        return iDone;
+        return iHOLD(pArg, cpWhat) &&
+               iADD_INTERFACES(pArg, bHttpsFirst ? 1 : 0, bHttpsFirst ? 0 : 1);
     });
+    TRACE("--- Add interfaces for http, https and ftp");
 }
 
 /* Looks for the name in any letter case. Result 1: one client has exactly this name,
@@ -207,6 +200,7 @@ int iSTORED_WITH_UNKNOWN_SYSTEM(const SCT_ARGS* pArg)
     int        iExact = 0;
     iDB_ACCESS(SQL("select name from clients where lower(name)=lower('%s')", pArg->szNodeName),
                szReply, &sctList, strLog);
+    DB_TELL_FAILURE(std::string("names like ") + pArg->szNodeName + " not read", strLog);
     for (int iRow = 1; iRow <= sctList.iRows; iRow++) {
         char szName[256] = "";
         iDB_SEL_GET(&sctList, iRow, szReply, &strLog, "name", szName, "d");
@@ -231,7 +225,6 @@ int iREPAIR_SYSTEM(SCT_ARGS* pArg)
     const int iFound = iRows > 0 && iTEST_IF_ALREADY_IN_DATABASE(pArg, "");
     if (!iFound && sctDB_ERROR().eKind != DB_FINE)
         v_INSERT_FAILED(pArg, sctDB_ERROR().sText.c_str());
-    if (iFound) v_REFRESH_ROW(pArg);
     return iFound;
 }
 
@@ -249,21 +242,26 @@ void v_TELL_KEPT(const SCT_ARGS* pArg, const char* cpSystem)
              sOptions.c_str());
 }
 
+/* The lookup has not found the client. Result 0: it is stored all the same, either with a
+   system that is known by now, or by another run. */
+int iENTER_NEW(SCT_ARGS* pArg)
+{
+    const int iStored = iSTORED_WITH_UNKNOWN_SYSTEM(pArg);
+    v_REQUIRE_OPERATING_SYSTEM(pArg, iStored);
+    v_TELL_UNKNOWN_SYSTEM(pArg);
+    return !(iStored && iREPAIR_SYSTEM(pArg)) && iADD_ROW(pArg);
+}
+
 }  // namespace
 
 void INSERT_INTO_DATABASE(SCT_ARGS* pArg)
 {
     TRACE("+++ INSERT_INTO_DATABASE");
-    v_REQUIRE_ADDRESS(pArg);
-    const std::string sSystem = pArg->szOpersys;
-    if (iTEST_IF_ALREADY_IN_DATABASE(pArg, "")) {
+    const std::string sSystem =
+        pArg->szSystemGiven[0] != '\0' ? pArg->szSystemGiven : pArg->szOpersys;
+    if (iTEST_IF_ALREADY_IN_DATABASE(pArg, "") || !iENTER_NEW(pArg)) {
         v_TELL_KEPT(pArg, sSystem.c_str());
         v_REFRESH_ROW(pArg);
-    } else {
-        const int iStored = iSTORED_WITH_UNKNOWN_SYSTEM(pArg);
-        v_REQUIRE_OPERATING_SYSTEM(pArg, iStored);
-        v_TELL_UNKNOWN_SYSTEM(pArg);
-        if (!iStored || !iREPAIR_SYSTEM(pArg)) v_ADD_ROW(pArg);
     }
     v_COMPLETE_INTERFACES(pArg);
     TRACE("--- INSERT_INTO_DATABASE");

@@ -5,8 +5,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "../common/base/descriptor.h"
+#include "run_outcome.h"
 #include "vk_config_client.h"
 
 namespace {
@@ -55,7 +57,27 @@ void v_APPEND_ENTRY(FILE* pFile, const std::string& sEntry)
     std::fwrite(sEntry.data(), 1, sEntry.size(), pFile);
 }
 
+/* One word; "#" would make the rest of its line a comment. */
+bool bHOSTS_ADDRESS(const char* cpAddress)
+{
+    return !bHAS_CONTROLS(cpAddress) && std::strpbrk(cpAddress, " \t#") == nullptr;
+}
+
 }  // namespace
+
+void v_REQUIRE_HOSTS_ADDRESS(SCT_ARGS* pArg)
+{
+    if (!bGIVEN(pArg->szNodeAddr) || bHOSTS_ADDRESS(pArg->szNodeAddr)) return;
+    SCT_ARGS stored = *pArg;
+    iTEST_IF_ALREADY_IN_DATABASE(&stored, "");
+    char szHostFile[1024];
+    v_CHOOSE_FILE(&stored, szHostFile);
+    if (bIS(stored.szPlatform, "VMS") || iFILE_NAMES_CLIENT(&stored, szHostFile)) return;
+    TELL("option -a: \"%s\" cannot stand in \"%s\"; give an address or via_nameserver",
+         pArg->szNodeAddr, szHostFile);
+    v_CAUSE("address-unusable");
+    v_REFUSE_RUN(pArg);
+}
 
 void INSERT_ETC_HOST(SCT_ARGS* pArg)
 {
@@ -72,7 +94,10 @@ void INSERT_ETC_HOST(SCT_ARGS* pArg)
     }
     TRACE("did not find %s in host-file %s or file not existing", pArg->szNodeName, szHostFile);
     STREAM pFile = pOPEN(szHostFile);
-    if (pFile == nullptr) v_END_RUN(pArg, VK_WARNING, MSG_E005, szHostFile, 256);
+    if (pFile == nullptr) {
+        TELL("cannot open \"%s\": %s", szHostFile, std::strerror(errno));
+        v_END_RUN(pArg, VK_WARNING, MSG_E005, szHostFile, 256);
+    }
     char szLower[256];
     char szUpper[256];
     iTEXT_SET(szLower, sONE_LINE(pArg->szNodeName));

@@ -82,6 +82,9 @@ void v_CORRECT_OS(SCT_ARGS* pArg, const char* cpReported)
     }
     iDB_EXECUTE_SQL(sNOT_STORED("operating system", pArg), strLog,
                     "update clients set os='%s' where name='%s'", cpReported, pArg->szNodeName);
+    // What follows in this run asks the data mover, which may be this server.
+    if (bIS(pArg->szPlatform, "NETWARE") && !bGIVEN(pArg->szDataMover))
+        iTEXT_SET(pArg->szDataMover, pArg->szVelkaNode);
 }
 
 UPDATE_PART eUPDATE_PART(const SCT_ARGS* pArg, bool bSameDate, bool bUpdating)
@@ -91,6 +94,7 @@ UPDATE_PART eUPDATE_PART(const SCT_ARGS* pArg, bool bSameDate, bool bUpdating)
     char szState[256] = "";
     iDB_SEL_GETVALUE(SQL("select update_state from clients where name='%s'", pArg->szNodeName),
                      "update_state", szState, strLog);
+    DB_TELL_FAILURE(std::string("update state of ") + pArg->szNodeName + " not read", strLog);
     if (!bIS(szState, "a")) return UPDATE_DATE;
     TRACE("an update of %s was broken off; its state is the client's own", pArg->szNodeName);
     return UPDATE_ALL;

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <list>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "../common/config/config.h"
@@ -16,6 +17,7 @@
 #include "../common/package/eligibility.h"
 #include "../common/unix/observed_child.h"
 #include "../common/unix/progress_line.h"
+#include "child_lines.h"
 #include "client_selection.h"
 #include "rollout.h"
 #include "run_outcome.h"
@@ -32,7 +34,8 @@ constexpr const char* cpSEPARATOR = "=========================================";
 struct MULTI_RUN {
     SCT_ARGS*                pArg;
     char                     szSql[6144];  // report line, summary
-    DB_REC_LIS               sctList;
+    SELECTION                selection;
+    SELECTED                 selected;
     int                      iRows;  // selected clients
     int                      iOk;
     int                      iFailed;
@@ -42,6 +45,7 @@ struct MULTI_RUN {
     std::list<CLIENT_CHILD>  running;
     PROGRESS                 progress;
     ROLLOUT                  rollout;
+    CHILD_LINES              lines;  // that the clients' runs said
 };
 
 /* The words of a child's command line, empty ones included. The child works as the
@@ -63,39 +67,26 @@ std::vector<std::string> asCHILD_COMMAND(const SCT_ARGS* pArg, const std::string
     return asWord;
 }
 
-/* Name of a row of the list. */
-template<size_t N>
-void v_ROW_NAME(MULTI_RUN* pRun, int iRow, char (&szName)[N])
-{
-    char szReply[256];
-    szName[0] = '\0';
-    iDB_SEL_GET(&pRun->sctList, iRow, szReply, &strLog, "name", szName, "d");
-}
-
 /* Keeps the names and lets the rows go, which may be many and stay for hours otherwise. */
 void v_KEEP_NAMES(MULTI_RUN* pRun)
 {
-    for (int iRow = 1; iRow <= pRun->iRows; ++iRow) {
-        char szName[256];
-        v_ROW_NAME(pRun, iRow, szName);
+    for (const SELECTED::ROW& row : pRun->selected.rows) {
+        char szReply[256];
+        char szName[256] = "";
+        iDB_SEL_GET(row.pList, row.iRow, szReply, &strLog, "name", szName, "d");
         if (bCLIENT_NAME(szName)) pRun->asName.emplace_back(szName);
     }
     pRun->iRows = static_cast<int>(pRun->asName.size());
-    DB_LET_GO(&pRun->sctList);
+    v_LET_GO(&pRun->selected);
 }
 
-void v_FORWARD(MULTI_RUN* pRun, const std::string& sText, FILE* pTo)
+/* Standard output of a client's run, which is its status line. */
+void v_FORWARD(MULTI_RUN* pRun, const std::string& sText)
 {
     if (sText.empty()) return;
     v_PROGRESS_CLEAR(&pRun->progress);
-    std::fwrite(sText.data(), 1, sText.size(), pTo);
-    std::fflush(pTo);
-}
-
-/* "2 clients" */
-std::string sCLIENTS(size_t uClients)
-{
-    return std::to_string(uClients) + (uClients == 1 ? " client" : " clients");
+    std::fwrite(sText.data(), 1, sText.size(), stdout);
+    std::fflush(stdout);
 }
 
 /* The clients that were not started are not started any more. Those of an update count
@@ -115,20 +106,26 @@ void v_LEAVE_REST(MULTI_RUN* pRun, const std::string& sWhy)
 }
 
 /* The end of a client's run goes into the counts, and decides whether others follow. */
-void v_COUNT(MULTI_RUN* pRun, const std::string& sName, int iStatus, bool bHasVersion)
+void v_COUNT(MULTI_RUN* pRun, const std::string& sName, CLIENT_END eEnd)
 {
-    (iStatus == 0 ? pRun->iOk : pRun->iFailed)++;
-    v_ROLLOUT_TAKE(&pRun->rollout, sName, iStatus, bHasVersion);
+    (eEnd == CLIENT_UPDATED || eEnd == CLIENT_UPDATING ? pRun->iOk : pRun->iFailed)++;
+    v_ROLLOUT_TAKE(&pRun->rollout, sName, eEnd);
     if (!pRun->rollout.sStopped.empty()) v_LEAVE_REST(pRun, pRun->rollout.sStopped);
 }
 
-/* Its status line says that the client has the package's version already. */
-bool bHAS_VERSION(const CLIENT_CHILD& child)
+/* What the status line says of an end that its exit status does not. */
+CLIENT_END eEND(const CLIENT_CHILD& child)
 {
-    const std::string sStatusLine = "STATUS=ERROR MSG=\"" + sSAFE_LINE(sSAME_VERSION(child.sName));
-    const size_t      uLine = child.sOut.rfind("\nSTATUS=");
-    return child.sOut.compare(uLine == child.sOut.npos ? 0 : uLine + 1, sStatusLine.size(),
-                              sStatusLine) == 0;
+    const size_t     uLine = child.sOut.rfind("\nSTATUS=");
+    std::string_view svLine = child.sOut;
+    svLine.remove_prefix(uLine == child.sOut.npos ? 0 : uLine + 1);
+    if (child.child.iStatus == VK_SUCCESS)
+        return svLine.starts_with(std::string("STATUS=SUCCESS MSG=\"") + cpALREADY_RUNNING)
+                   ? CLIENT_UPDATING
+                   : CLIENT_UPDATED;
+    const bool bSame =
+        svLine.starts_with("STATUS=ERROR MSG=\"" + sSAFE_LINE(sSAME_VERSION(child.sName)));
+    return bSame ? CLIENT_HAS_VERSION : CLIENT_FAILED;
 }
 
 /* Starts the run of the next client. Where this process has as many children as it can
@@ -157,7 +154,7 @@ void v_START_NEXT(MULTI_RUN* pRun)
     if (pRun->running.empty()) {
         TELL("%s: %s", sName.c_str(), sReason.c_str());
         v_OUTCOME_NONE(pRun->pArg, {sName}, "not started: " + sReason);
-        v_COUNT(pRun, sName, VK_ERROR, false);
+        v_COUNT(pRun, sName, CLIENT_FAILED);
         return;
     }
     pRun->uNext--;
@@ -170,9 +167,9 @@ void v_WRITE_REST(MULTI_RUN* pRun, CLIENT_CHILD* pChild)
 {
     std::string sForward;
     v_CLIENT_DRAIN(pChild, sForward);
-    v_FORWARD(pRun, sForward, stderr);
+    v_TAKE_CHILD_LINES(&pRun->lines, pChild->sName, sForward);
     if (!pChild->sOut.empty() && pChild->sOut.back() != '\n') pChild->sOut += '\n';
-    v_FORWARD(pRun, pChild->sOut, stdout);
+    v_FORWARD(pRun, pChild->sOut);
 }
 
 /* A child has ended. What one that was killed could not write is written for it. */
@@ -185,7 +182,7 @@ void v_TAKE_END(MULTI_RUN* pRun, const CLIENT_CHILD& child, bool bCount)
         if (bCount) TELL("%s: its run was ended by signal %d", child.sName.c_str(), iSignal);
     }
     v_DB_HAND_BACK(child.iDatabase, pRun->uNext < pRun->asName.size());
-    if (bCount) v_COUNT(pRun, child.sName, iStatus, bHAS_VERSION(child));
+    if (bCount) v_COUNT(pRun, child.sName, eEND(child));
 }
 
 /* Reads from every child, and takes leave of those that have ended. They count
@@ -195,7 +192,7 @@ void v_ATTEND_CHILDREN(MULTI_RUN* pRun, bool bCount)
     for (auto it = pRun->running.begin(); it != pRun->running.end();) {
         std::string sForward;
         v_CLIENT_READ(&*it, sForward);
-        v_FORWARD(pRun, sForward, stderr);
+        v_TAKE_CHILD_LINES(&pRun->lines, it->sName, sForward);
         if (!iCHILD_ENDED(it->child)) {
             ++it;
             continue;
@@ -234,9 +231,8 @@ bool bSUMMARY(MULTI_RUN* pRun, int iCount, bool bComplete)
     TRACE("%s", pRun->szSql);
     const bool bGood = bComplete && pRun->iFailed == 0;
     v_PROGRESS_CLEAR(&pRun->progress);
-    if (const std::vector<std::string>& asHave = pRun->rollout.asHaveVersion; !asHave.empty())
-        TELL("%s with the version already: %s", sCLIENTS(asHave.size()).c_str(),
-             sTYPED(asHave).c_str());
+    v_TELL_CHILD_LINES(&pRun->lines);
+    if (!pRun->pArg->iCheck) v_ROLLOUT_CLOSE(&pRun->rollout);
     std::printf("STATUS=%s MSG=%s\n", bGood ? "SUCCESS" : "ERROR", pRun->szSql);
     return bGood;
 }
@@ -264,22 +260,21 @@ bool bSUMMARY(MULTI_RUN* pRun, int iCount, bool bComplete)
     v_END_BY_SIGNAL(iSIGNALLED());
 }
 
-/* Fills the list with the selected clients; the reply is their number. */
-void v_FILL_LIST(MULTI_RUN* pRun, const char* cpSelection)
+/* Reads the rows of the selected clients. */
+void v_SELECT(MULTI_RUN* pRun)
 {
     char szReply[256] = "";
-    if (!iDB_ACCESS(cpSelection, szReply, &pRun->sctList, strLog)) {
+    if (!iSELECT(pRun->selection, &pRun->selected, szReply)) {
         if (iSIGNALLED() != 0) v_INTERRUPTED(pRun);
         v_END_RUN(pRun->pArg, VK_WARNING, MSG_E004, szReply);
     }
-    pRun->iRows = static_cast<int>(std::strtol(szReply, nullptr, 10));
+    pRun->iRows = static_cast<int>(pRun->selected.rows.size());
 }
 
 /* First pass: a child for every client, in order of name. */
 void v_RUN_CHILDREN(MULTI_RUN* pRun)
 {
     pRun->uAtOnce = static_cast<size_t>(iCONFIG_PARALLEL());
-    pRun->rollout = sctROLLOUT(pRun->pArg);
     v_ROLLOUT_BEGIN(pRun->pArg, &pRun->rollout, pRun->asName);
     v_PROGRESS_START(&pRun->progress, pRun->asName.size());
     while (pRun->uNext < pRun->asName.size() || !pRun->running.empty()) {
@@ -295,13 +290,14 @@ void v_RUN_CHILDREN(MULTI_RUN* pRun)
         v_ATTEND_CHILDREN(pRun, true);
     }
     v_PROGRESS_CLEAR(&pRun->progress);
+    v_TELL_CHILD_LINES(&pRun->lines);
 }
 
 /* Second pass: what the children of a check left in the rows. */
 void v_REPORT(MULTI_RUN* pRun)
 {
     int iClients = 0;
-    for (int iRow = 1; iRow <= pRun->iRows; ++iRow) {
+    for (const SELECTED::ROW& row : pRun->selected.rows) {
         char       szReply[256];
         char       szName[256] = "";
         char       szComment[512] = "";
@@ -310,7 +306,7 @@ void v_REPORT(MULTI_RUN* pRun)
         char       szPassword[256] = "";
         char       szOsPassword[256] = "";
         const char szVersion[] = "";
-        iDB_SEL_GET(&pRun->sctList, iRow, szReply, &strLog, "name", szName, "comment", szComment,
+        iDB_SEL_GET(row.pList, row.iRow, szReply, &strLog, "name", szName, "comment", szComment,
                     "os", szOs, "hw_platform", szHw, "password", szPassword, "os_password",
                     szOsPassword, "d");
         if (!bCLIENT_NAME(szName)) continue;
@@ -324,6 +320,19 @@ void v_REPORT(MULTI_RUN* pRun)
     pRun->iRows = iClients;
 }
 
+/* What would fail for every client alike, or go on without the limits that were asked
+   for, is refused before anybody is selected. */
+void v_REQUIRE_UPDATE(MULTI_RUN* pRun)
+{
+    SCT_ARGS* pArg = pRun->pArg;
+    if (!pArg->iCheck && pArg->szPackage[0] == '\0') {
+        TELL("no package is given; name one with -P");
+        v_CAUSE("package-not-given");
+        v_REFUSE_RUN(pArg);
+    }
+    if (!iROLLOUT(pArg, &pRun->rollout)) v_REFUSE_RUN(pArg);
+}
+
 }  // namespace
 
 void MULTI_CLIENT_RUN(SCT_ARGS* pArg, t_LL LL_ClientList)
@@ -332,22 +341,20 @@ void MULTI_CLIENT_RUN(SCT_ARGS* pArg, t_LL LL_ClientList)
     v_OUTCOME_AT_SIGNAL(nullptr);  // its clients have lines of their own
     MULTI_RUN run = {};
     run.pArg = pArg;
-    run.sctList = {"CONFIG_CLIENT", 0, 0, nullptr, nullptr};
-    const SELECTION sctSelection = sctSELECTION(pArg, LL_ClientList);
-    if (sctSelection.bTooLong)
-        v_END_RUN(pArg, VK_WARNING, MSG_E004, "list of clients longer than 2047 characters");
-
-    v_FILL_LIST(&run, sctSelection.szStatement);
+    pArg->iRowStays = 1;  // -c may name a client, which this run does not work on
+    v_REQUIRE_UPDATE(&run);
+    run.selection = sctSELECTION(pArg, LL_ClientList);
+    v_SELECT(&run);
     TRACE("Check %d clients", run.iRows);
     v_KEEP_NAMES(&run);
-    if (sctSelection.bByName)
+    if (run.selection.bByName)
         v_TELL_LEFT_OUT(run.asName, LL_ClientList);
     else if (run.asName.empty())
         TELL("no client is selected: location, system or exec fit none");
     v_RUN_CHILDREN(&run);
     if (pArg->iCheck) {
         const int iSelected = run.iRows;
-        v_FILL_LIST(&run, sctSelection.szStatement);
+        v_SELECT(&run);
         v_REPORT(&run);
         if (pArg->szCheck[0] == 'd') run.iRows = iSelected;  // those removed have no row any more
     }

@@ -29,13 +29,11 @@ sct_semaphore& sctGOES_ON()
 
 }  // namespace
 
-ROLLOUT sctROLLOUT(const SCT_ARGS* pArg)
+int iROLLOUT(const SCT_ARGS* pArg, ROLLOUT* pRollout)
 {
-    ROLLOUT rollout;
-    if (pArg->iCheck) return rollout;
-    rollout.iPilot = iCONFIG_UPDATE_PILOT();
-    rollout.iStopAfter = iCONFIG_UPDATE_STOP_AFTER();
-    return rollout;
+    *pRollout = {};
+    return pArg->iCheck || (iCONFIG_BRAKE("gv_update_pilot", pRollout->iPilot) &&
+                            iCONFIG_BRAKE("gv_update_stop_after", pRollout->iStopAfter));
 }
 
 void v_ROLLOUT_BEGIN(const SCT_ARGS* pArg, const ROLLOUT* pRollout,
@@ -56,15 +54,14 @@ bool bPILOT(const ROLLOUT* pRollout)
     return pRollout->iPiloted < pRollout->iPilot;
 }
 
-void v_ROLLOUT_TAKE(ROLLOUT* pRollout, const std::string& sClient, int iStatus, bool bHasVersion)
+void v_ROLLOUT_TAKE(ROLLOUT* pRollout, const std::string& sClient, CLIENT_END eEnd)
 {
     const bool bOfPilot = bPILOT(pRollout);
-    if (iStatus == VK_SUCCESS) {
+    if (eEnd == CLIENT_HAS_VERSION) return pRollout->asHaveVersion.push_back(sClient);
+    if (eEnd == CLIENT_UPDATING) return pRollout->asUpdating.push_back(sClient);
+    if (bOfPilot) pRollout->asPilot.push_back(sClient);
+    if (eEnd == CLIENT_UPDATED) {
         pRollout->iPiloted += bOfPilot ? 1 : 0;
-        return;
-    }
-    if (bHasVersion) {
-        pRollout->asHaveVersion.push_back(sClient);
         return;
     }
     pRollout->iCounted++;
@@ -74,6 +71,23 @@ void v_ROLLOUT_TAKE(ROLLOUT* pRollout, const std::string& sClient, int iStatus, 
     if (pRollout->iStopAfter > 0 && pRollout->iCounted >= pRollout->iStopAfter)
         v_STOP(pRollout, "%d failed (gv_update_stop_after = %d)", pRollout->iCounted,
                pRollout->iStopAfter);
+}
+
+void v_ROLLOUT_CLOSE(const ROLLOUT* pRollout)
+{
+    const auto v_TELL = [](const char* cpWhat, const std::vector<std::string>& asClient) {
+        if (asClient.empty()) return;
+        TELL("%s %s: %s", sCLIENTS(asClient.size()).c_str(), cpWhat, sTYPED(asClient).c_str());
+    };
+    v_TELL("in the pilot", pRollout->asPilot);
+    if (pRollout->iPilot > 0 && pRollout->asPilot.empty()) TELL("no client was in the pilot");
+    v_TELL("with the version already", pRollout->asHaveVersion);
+    v_TELL("left to another run that is updating", pRollout->asUpdating);
+}
+
+std::string sCLIENTS(size_t uClients)
+{
+    return std::to_string(uClients) + (uClients == 1 ? " client" : " clients");
 }
 
 std::string sROLLOUT_PHASE(const ROLLOUT* pRollout)

@@ -197,22 +197,11 @@ void v_RUN(const char* cpHost, const char* cpCommand, const char* cpOutFile, std
     sReason += sFOREIGN(pRcmd->szMsg);
 }
 
-/* A verdict that says only that there was no answer hides why: that is told, and
-   stands in the output file behind what the command wrote. */
-void v_TELL_HIDDEN_REASON(const SCT_ARGS* pArg, const char* cpRet, const char* cpOutFile,
-                          const std::string& sReason)
+/* A verdict that says only that there was no answer hides why: that is told. */
+void v_TELL_HIDDEN_REASON(const SCT_ARGS* pArg, const char* cpRet, const std::string& sReason)
 {
     if (sReason.empty() || sMESSAGE(MSG_E012, {pArg->szNodeName}) != cpRet) return;
-    const std::string sText = sSAFE_LINE(std::string("no answer to the test backup of ") +
-                                         pArg->szNodeName + ": " + sReason);
-    TELL("%s", sText.c_str());
-    const FD fd(open(cpOutFile, O_RDWR | O_APPEND | O_CLOEXEC | O_NOFOLLOW));
-    if (!fd.bOpen()) return;
-    char        cLast = '\n';
-    const off_t lLast = lseek(fd.iGet(), 0, SEEK_END) - 1;
-    if (lLast >= 0 && pread(fd.iGet(), &cLast, 1, lLast) != 1) cLast = '\0';
-    if (!iWRITE_ALL(fd.iGet(), (cLast == '\n' ? "" : "\n") + sText + "\n"))
-        TRACE("cannot write \"%s\": %s", cpOutFile, std::strerror(errno));
+    TELL("no answer to the test backup of %s: %s", pArg->szNodeName, sReason.c_str());
 }
 
 bool bNO_TEST_POSSIBLE(const SCT_ARGS* pArg)
@@ -228,6 +217,7 @@ void v_READ_VERSION(const SCT_ARGS* pArg, char (&szBuf)[256])
     MESSAGE(szBuf, MSG_I010, pArg->szNodeName);
     iDB_SEL_GETVALUE(SQL("select qtc_version from clients where name='%s'", pArg->szNodeName),
                      "qtc_version", szBuf, strLog);
+    DB_TELL_FAILURE(std::string("version of ") + pArg->szNodeName + " not read", strLog);
 }
 
 /* Makes the test backup while the output file is held. */
@@ -246,7 +236,7 @@ int iBACKUP(SCT_ARGS* pArg, const OUTPUT_FILE& file, char* cpRet, size_t uSize)
         v_FORM_COMMAND(pArg, szBuf, szTapeServer, szCmd);
     v_RUN(bNetWare ? pArg->szDataMover : pArg->szNodeName, szCmd, file.szPath, sReason);
     const int iRet = iANALYSE_TEST_ANSWER(pArg, file.szPath, cpRet, uSize);
-    v_TELL_HIDDEN_REASON(pArg, cpRet, file.szPath, sReason);
+    v_TELL_HIDDEN_REASON(pArg, cpRet, sReason);
     return iRet;
 }
 

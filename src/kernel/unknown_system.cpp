@@ -14,6 +14,7 @@ std::string sNEAREST(const char* cpGiven)
     char                     szReply[256] = "";
     std::vector<std::string> asKnown;
     iDB_ACCESS("select os from oper_systems order by os", szReply, &sctList, strLog);
+    DB_TELL_FAILURE("known operating systems not read", strLog);
     for (int iRow = 1; iRow <= sctList.iRows; iRow++) {
         char szOs[256] = "";
         iDB_SEL_GET(&sctList, iRow, szReply, &strLog, "os", szOs, "d");

@@ -27,6 +27,30 @@ void v_REQUIRE_PACKAGE(UPDATE_RUN* pRun)
     v_UPDATE_END(pRun, VK_ERROR);
 }
 
+/* "5.2.0-4" of the number that l_cli_version makes of it. */
+std::string sVERSION(long lNumber)
+{
+    constexpr long lPART = 100'000;
+    char           szVersion[128];
+    x_Snprintf(szVersion, sizeof szVersion, "%ld.%ld.%ld-%ld", lNumber / lPART / lPART / lPART,
+               lNumber / lPART / lPART % lPART, lNumber / lPART % lPART, lNumber % lPART);
+    return szVersion;
+}
+
+/* A lower version is taken, and may not be what was meant. */
+void v_TELL_DOWNGRADE(const UPDATE_RUN* pRun, const PACKAGE_VERSION& version, long lInstalled)
+{
+    const char* cpNode = pRun->pArg->szNodeName;
+    const long  lServicepack = std::strtol(pRun->szServicepackNumber, nullptr, 10);
+    if (pRun->pArg->eUpdate == update && version.lNumber < lInstalled)
+        TELL("%s goes back from %s to %s", cpNode, sVERSION(lInstalled).c_str(),
+             sVERSION(version.lNumber).c_str());
+    if (pRun->pArg->eUpdate == sp_update && version.lNumber == lInstalled &&
+        version.lServicepack < lServicepack)
+        TELL("%s goes back from service pack %ld to %ld", cpNode, lServicepack,
+             version.lServicepack);
+}
+
 void v_COMPARE_INSTALLED(UPDATE_RUN* pRun, const PACKAGE_VERSION& version)
 {
     const long lInstalled = std::strtol(pRun->szVersionNumber, nullptr, 10);
@@ -37,6 +61,7 @@ void v_COMPARE_INSTALLED(UPDATE_RUN* pRun, const PACKAGE_VERSION& version)
             pRun,
             sSAME_VERSION(pRun->pArg->szNodeName) + pRun->szVersionNumber + ". Do not run update.",
             VK_WARNING);
+    v_TELL_DOWNGRADE(pRun, version, lInstalled);
     if (lInstalled != version.lNumber) return;
     if (bServicepack) {
         TRACE("Velka versions are identical, which is mandatory for servicepack update");

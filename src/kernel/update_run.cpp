@@ -8,6 +8,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -25,13 +27,14 @@ struct COPY {
     const char* cpTrace;
     const char* cpSource;  // %s: the script's extension
     const char* cpTarget;
+    bool        bKey;  // of package signatures; an installation may have none
 };
 constexpr COPY asctCopy[] = {
     {"Copy 'vk_execute_update' to client", "gv_ro:skel/vk_execute_update%s",
-     "gv_ro_bin:vk_execute_update%s"},
-    {"Copy 'qir-gpg.key' to client", "gv_ro:skel/qir-gpg.key", "gv_rw_work:qir-gpg.key"},
+     "gv_ro_bin:vk_execute_update%s", false},
+    {"Copy 'qir-gpg.key' to client", "gv_ro:skel/qir-gpg.key", "gv_rw_work:qir-gpg.key", true},
     {"Copy 'qir-gpg-2026.key' to client", "gv_ro:skel/qir-gpg-2026.key",
-     "gv_rw_work:qir-gpg-2026.key"},
+     "gv_rw_work:qir-gpg-2026.key", true},
 };
 
 bool bPACKAGE_UPDATE(const UPDATE_RUN* pRun)
@@ -116,16 +119,22 @@ std::string sON_SERVER(const char* cpSource)
     return iCONFIG_SERVER_PATH(cpSource, sPath, sReason) ? sPath : "";
 }
 
+/* A file of this server that can be copied; else errno says why not. */
+bool bREADABLE(const std::string& sPath)
+{
+    std::error_code error;
+    errno = EINVAL;  // for what is no file
+    return access(sPath.c_str(), R_OK) == 0 && std::filesystem::is_regular_file(sPath, error);
+}
+
 /* What the update can do without is copied; where that fails, cpInstead says what
    becomes of the update. Result 1 copied. */
 int iCOPY_OR_TELL(const UPDATE_RUN* pRun, const char* cpSource, const char* cpTarget,
                   const char* cpMode, const char* cpInstead)
 {
     const std::string sPath = sON_SERVER(cpSource);
-    std::error_code   error;
     char              szReply[256];
-    errno = EINVAL;  // for what is no file
-    if (access(sPath.c_str(), R_OK) != 0 || !std::filesystem::is_regular_file(sPath, error))
+    if (!bREADABLE(sPath))
         TELL("cannot read \"%s\"; %s: %s", sPath.c_str(), cpInstead, std::strerror(errno));
     else if (!iCOPY(pRun, cpSource, cpTarget, cpMode, szReply))
         TELL("cannot copy \"%s\" to %s; %s: %s", sPath.c_str(), pRun->pArg->szNodeName, cpInstead,
@@ -156,6 +165,14 @@ void v_REMOVE_SIGNATURES(const UPDATE_RUN* pRun)
         if (cpSuffix != nullptr) v_REMOVE(pRun, std::string(pRun->pArg->szPackage) + cpSuffix);
 }
 
+/* The copy has made the folders that the package's name has. */
+void v_REMOVE_FOLDERS(const UPDATE_RUN* pRun)
+{
+    v_REMOVE_EMPTY_FOLDERS(pRun->pArg->szNodeName,
+                           (std::string("gv_rw_work:") + pRun->pArg->szPackage).c_str(),
+                           "gv_rw_work:", strLog);
+}
+
 /* A detached signature beside the package goes before it: a client that requires
    one must never see the package without. */
 void v_COPY_SIGNATURES(UPDATE_RUN* pRun, const char* cpSource, const char* cpTarget)
@@ -172,36 +189,69 @@ void v_COPY_SIGNATURES(UPDATE_RUN* pRun, const char* cpSource, const char* cpTar
     }
 }
 
-void v_COPY_PACKAGE(UPDATE_RUN* pRun)
+[[noreturn]] void v_COPY_FAILED(UPDATE_RUN* pRun, const char* cpReason)
 {
-    const char* cpPackage = pRun->pArg->szPackage;
-    char        szSource[512];
-    char        szTarget[512];
-    char        szReply[256];
-    iTEXT_SET(szSource, sPACKAGE_SOURCE(cpPackage));
-    x_Snprintf(szTarget, sizeof szTarget, "gv_rw_work:%s", cpPackage);
-    v_COPY_SIGNATURES(pRun, szSource, szTarget);
-    TRACE("Copy Velka package '%s' to client", cpPackage);
-    if (iCOPY(pRun, szSource, szTarget, nullptr, szReply) != 0) return;
-    v_REMOVE_SIGNATURES(pRun);
     char szDetail[256];
-    x_Snprintf(szDetail, sizeof szDetail, "Copy of package file failed: %s", szReply);
+    x_Snprintf(szDetail, sizeof szDetail, "Copy of package file failed: %s", cpReason);
     MESSAGE(pRun->szMsg, MSG_E021, pRun->pArg->szNodeName, szDetail);
     v_UPDATE_END(pRun, VK_ERROR);
+}
+
+/* Where the package lies and where it goes. A cut name would arrive as another file than
+   the one that the script is asked for. */
+struct PACKAGE_PATHS {
+    char szSource[512];
+    char szTarget[512];
+};
+PACKAGE_PATHS sctPACKAGE_PATHS(UPDATE_RUN* pRun)
+{
+    PACKAGE_PATHS     paths;
+    const std::string sPackage = pRun->pArg->szPackage;
+    if (!iTEXT_SET(paths.szSource, sPACKAGE_SOURCE(sPackage)) ||
+        !iTEXT_SET(paths.szTarget, "gv_rw_work:" + sPackage))
+        v_COPY_FAILED(pRun, "the name of the package is too long for its place on the client");
+    return paths;
+}
+
+void v_COPY_PACKAGE(UPDATE_RUN* pRun, const PACKAGE_PATHS& paths)
+{
+    char szReply[256];
+    v_COPY_SIGNATURES(pRun, paths.szSource, paths.szTarget);
+    TRACE("Copy Velka package '%s' to client", pRun->pArg->szPackage);
+    if (iCOPY(pRun, paths.szSource, paths.szTarget, nullptr, szReply) != 0) return;
+    v_REMOVE_SIGNATURES(pRun);
+    v_REMOVE_FOLDERS(pRun);
+    v_COPY_FAILED(pRun, szReply);
+}
+
+/* The client looks at its keys only where the package has a signature. */
+bool bSIGNED(const PACKAGE_PATHS& paths)
+{
+    return std::any_of(
+        std::begin(acpSIGNATURE_SUFFIX), std::end(acpSIGNATURE_SUFFIX), [&](const char* cp) {
+            return file_exist(sON_SERVER((std::string(paths.szSource) + cp).c_str()).c_str());
+        });
 }
 
 /* Script and keys may be there already, so only the package must arrive. */
 void v_COPY_TO_CLIENT(UPDATE_RUN* pRun)
 {
+    const PACKAGE_PATHS paths = sctPACKAGE_PATHS(pRun);
+    const bool          bSigned = bSIGNED(paths);
     for (const COPY& copy : asctCopy) {
         TRACE("%s", copy.cpTrace);
         char szSource[512];
         char szTarget[512];
         x_Snprintf(szSource, sizeof szSource, copy.cpSource, pRun->cpExtension);
         x_Snprintf(szTarget, sizeof szTarget, copy.cpTarget, pRun->cpExtension);
-        iCOPY_OR_TELL(pRun, szSource, szTarget, "755", "the client's older one runs");
+        if (copy.bKey && !bSigned && !bREADABLE(sON_SERVER(szSource)))
+            TRACE("cannot read \"%s\": %s", szSource, std::strerror(errno));
+        else
+            iCOPY_OR_TELL(pRun, szSource, szTarget, "755",
+                          copy.bKey ? "the client checks signatures with the keys that it has"
+                                    : "the client's older one runs");
     }
-    v_COPY_PACKAGE(pRun);
+    v_COPY_PACKAGE(pRun, paths);
 }
 
 void v_FORM_COMMAND(UPDATE_RUN* pRun)
@@ -288,6 +338,7 @@ void v_CLEAN_UP(const UPDATE_RUN* pRun)
     }
     v_REMOVE(pRun, pRun->pArg->szPackage);
     v_REMOVE_SIGNATURES(pRun);
+    v_REMOVE_FOLDERS(pRun);
 }
 
 /* A script may say success and leave the old version, or another one. */

@@ -27,7 +27,7 @@ const KIND_WORDS& sctWORDS(const UPDATE_RUN* pRun)
 
 void v_EXECUTE(const UPDATE_RUN* pRun, const char* cpSql)
 {
-    if (iDB_EXECUTE(sNOT_STORED("update state", pRun->pArg), cpSql, strLog) >= 0) return;
+    if (iDB_EXECUTE(sNOT_STORED("result of the update", pRun->pArg), cpSql, strLog) >= 0) return;
     TRACE("Error during update of update_state, update_message, %s in clients table '%s'",
           sctWORDS(pRun).cpDateColumn, pRun->szMsg);
 }
@@ -87,7 +87,7 @@ void v_STATE_IN_PROGRESS(const UPDATE_RUN* pRun)
     const KIND_WORDS& words = sctWORDS(pRun);
     TRACE("Insert %s specific information update_state, update_message in database",
           words.cpLowerKind);
-    if (iDB_EXECUTE_SQL(sNOT_STORED("update state", pRun->pArg), strLog,
+    if (iDB_EXECUTE_SQL(sNOT_STORED("start of the update", pRun->pArg), strLog,
                         "update clients set update_state='a',update_message='%s in progress using "
                         "package %s' where name='%s'",
                         words.cpKind, FREE_TEXT{pRun->pArg->szPackage},

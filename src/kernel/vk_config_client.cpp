@@ -38,20 +38,35 @@ void v_SET_DEFAULTS(SCT_ARGS* pArg)
     pArg->eUpdate = notdefined;
 }
 
+/* A registration that is tested to its end makes the client resolvable here. */
+bool bHOSTS_ENTRY(const SCT_ARGS* pArg)
+{
+    return pArg->iTest >= 2 && !bIS(pArg->szNodeAddr, "via_nameserver") &&
+           !bIS(pArg->szPlatform, "VMS");
+}
+
+/* A mode given with -m that is not the stored one decides only whether there are tests. */
+void v_TELL_OTHER_MODE(const SCT_ARGS* pArg, const char* cpAccessMode, bool bTested)
+{
+    if (cpAccessMode[0] == '\0' || bIS(cpAccessMode, pArg->szAccessMode)) return;
+    const std::string sStored = pArg->szAccessMode[0] == '\0'
+                                    ? "without an access mode"
+                                    : std::string("with access mode ") + pArg->szAccessMode;
+    TELL("option -m %s: client %s is %s %s; to store the other: vk_setup set_mode %s %s",
+         cpAccessMode, pArg->szNodeName, bTested ? "stored and tested" : "not tested and stored",
+         sStored.c_str(), sSHELL_WORD(SHELL_POSIX, pArg->szNodeName).c_str(),
+         sSHELL_WORD(SHELL_POSIX, cpAccessMode).c_str());
+}
+
 /* Registers the client and tests it as deep as -t allows. Result of the last test. */
 template<size_t N>
 int iREGISTER(SCT_ARGS* pArg, const char* cpAccessMode, char (&szBuf)[N])
 {
+    const bool bTested = !bIS(cpAccessMode, "PROXY") && !bIS(cpAccessMode, "VIRTUAL");
+    if (bTested && bHOSTS_ENTRY(pArg)) v_REQUIRE_HOSTS_ADDRESS(pArg);
     INSERT_INTO_DATABASE(pArg);
     MESSAGE(szBuf, MSG_I012, pArg->szNodeName);
-    const bool bTested = !bIS(cpAccessMode, "PROXY") && !bIS(cpAccessMode, "VIRTUAL");
-    if (cpAccessMode[0] != '\0' && !bIS(cpAccessMode, pArg->szAccessMode))
-        TELL(
-            "option -m %s: client %s is %s with access mode %s; to store the other: vk_setup "
-            "set_mode %s %s",
-            cpAccessMode, pArg->szNodeName, bTested ? "stored and tested" : "not tested and stored",
-            pArg->szAccessMode, sSHELL_WORD(SHELL_POSIX, pArg->szNodeName).c_str(),
-            sSHELL_WORD(SHELL_POSIX, cpAccessMode).c_str());
+    v_TELL_OTHER_MODE(pArg, cpAccessMode, bTested);
     if (!bTested) {
         TRACE(
             "Skip iTEST_QTC_CONNECTION for accessmode PROXY and VIRTUAL when configuring a new "
@@ -60,9 +75,7 @@ int iREGISTER(SCT_ARGS* pArg, const char* cpAccessMode, char (&szBuf)[N])
     }
     int iRet = iTEST_QTC_CONNECTION(pArg, szBuf, N);
     if (pArg->iTest > 0 && iRet != 0) iRet = iTEST_BACKUP_CONNECTION(pArg, szBuf, N);
-    if (iRet == 1 && pArg->iTest >= 2 && !bIS(pArg->szNodeAddr, "via_nameserver") &&
-        !bIS(pArg->szPlatform, "VMS"))
-        INSERT_ETC_HOST(pArg);
+    if (iRet == 1 && bHOSTS_ENTRY(pArg)) INSERT_ETC_HOST(pArg);
     return iRet;
 }
 

@@ -39,6 +39,9 @@ struct SCT_ARGS;
 /* "outcome of beta not stored": what a failed statement leaves undone. */
 std::string sNOT_STORED(const char* cpWhat, const SCT_ARGS* pArg);
 
+/* Tells why a statement for the client's row has changed none: "WHAT: REASON". */
+void v_TELL_NO_ROW(const std::string& sWhat, const SCT_ARGS* pArg);
+
 enum updateMode {
     notdefined = 0,
     update = 1,     // -U, package update
@@ -73,6 +76,10 @@ struct SCT_ARGS {
     int        iForceUpdate;          // 1: -F, or "force" in -O
     int        iServicePack;          // -e: service pack after a package update
     int        iUpdated;              // 1: this run has run an update script
+    int        iUpdateEnded;          // 1: the update came to its own end, not to another's
+    int        iRemoved;              // -C d: 1 the row is gone, -1 it stayed
+    int        iRowStays;             // 1: the run was refused; the client's row is left alone
+    char       szSystemGiven[33];     // -o, as it was given
     int        iTest;                 // -t: depth of the tests after a registration
     char       cPermit;               // '1': the client takes part in backups
     updateMode eUpdate;               // -U, -S
@@ -115,6 +122,10 @@ void ARGUMENTS(int argc, char** argv, SCT_ARGS* pArg, char (&cpAccessMode)[11]);
                             std::string_view svDetail = "", size_t uSize = 2048,
                             const char* cpTrace = nullptr);
 
+/* Ends a run that cannot be begun as it was asked for, which has been told: E006, exit
+   code 2. It says nothing about the client, whose row is left alone. */
+[[noreturn]] void v_REFUSE_RUN(SCT_ARGS* pArg);
+
 /* ---- client registry --------------------------------------------------- */
 
 /* Looks the client szNodeName up and loads szVelkaPlatf and, when it is found,
@@ -133,15 +144,19 @@ void v_TELL_UNKNOWN_SYSTEM(const SCT_ARGS* pArg);
    oper_systems gets the one of -o. Failures end the run. */
 void INSERT_INTO_DATABASE(SCT_ARGS* pArg);
 
-/* Removes the client's interfaces and its row.
+/* Removes the client's interfaces and its row; iRemoved says whether it went.
    cpRet   256 bytes or more: I008; E001 for the backup server's own row
-   Result  1, also when a statement failed, which is told; 0 it is the backup server,
+   Result  1, also when the row stayed, which is told; 0 it is the backup server,
            which stays */
 int iDELETE_FROM_DATABASE(SCT_ARGS* pArg, char* cpRet);
 
 /* Appends the client's address and name to the server's hosts file unless the
-   file names it. A file that cannot be opened ends the run with E005. */
+   file names it. A file that cannot be opened is told and ends the run with E005. */
 void INSERT_ETC_HOST(SCT_ARGS* pArg);
+
+/* Before a registration that ends with an entry there: an address that cannot stand in
+   the hosts file is told and ends the run with E006, unless the file names the client. */
+void v_REQUIRE_HOSTS_ADDRESS(SCT_ARGS* pArg);
 
 /* ---- connection tests -------------------------------------------------- */
 
@@ -180,6 +195,9 @@ char* szEXTRACT_AUTH_DATA(char* cpAuthLine);
 /* Updates the client's package (-U) or service pack (-S) under its semaphore.
    Never returns: exit code 0, 1 (a warning), 2, or the update script's up to 9. */
 [[noreturn]] void UPDATE_CLIENT(SCT_ARGS* pArg);
+
+/* How the run message begins for a client that another run is updating. */
+inline constexpr const char* cpALREADY_RUNNING = "Update already running. Semaphore ";
 
 /* 1 when an update of the client is under way in another process, 0 not. */
 int iUPDATE_RUNS(const SCT_ARGS* pArg);

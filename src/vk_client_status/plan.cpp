@@ -137,7 +137,9 @@ LISTING_ROW sctROW(const CLIENT& client, const PLANNED& planned, bool bServicepa
    gives its place to the next; another one that is not updated ends the rollout. */
 std::string sPILOT(LISTING& listing, const std::vector<VERDICT>& aeVerdict)
 {
-    const auto               uPilot = static_cast<size_t>(std::max(iCONFIG_UPDATE_PILOT(), 0));
+    int iPilot = 0;
+    iCONFIG_BRAKE("gv_update_pilot", iPilot);
+    const auto               uPilot = static_cast<size_t>(std::max(iPilot, 0));
     std::vector<std::string> asPilot;
     std::string              sStops;
     for (size_t u = 0; u < aeVerdict.size() && asPilot.size() < uPilot && sStops.empty(); u++) {

@@ -130,6 +130,13 @@ void TELL_UNKNOWN_SECTION(const READING& reading, std::string_view svSection)
                              "; what stands in it is not used"));
 }
 
+constexpr const char* cpNOBODY = "; an update of several clients updates nobody";
+
+std::string sNO_NUMBER(const CONFIG_KEY& key)
+{
+    return "no number from " + std::to_string(key.iMin) + " to " + std::to_string(key.iMax);
+}
+
 /* A value that makes no sense is told; the key counts as not set, whatever stood before. */
 bool bSENSE(const READING& reading, const CONFIG_KEY& key, const std::string& sValue)
 {
@@ -138,9 +145,12 @@ bool bSENSE(const READING& reading, const CONFIG_KEY& key, const std::string& sV
     const std::string sIs = std::string("[").append(key.svSection).append("] ").append(key.svKey) +
                             " = \"" + sValue + "\" is ";
     const std::string sUsing = ", using " + std::string(key.svDefault);
+    if (key.eKind == CONFIG_BRAKE && !bNUMBER(sValue, key.iMin, key.iMax, iValue)) {
+        TELL(reading, sIs + sNO_NUMBER(key) + cpNOBODY);
+        return true;  // kept, so that it is not taken for one that is not set
+    }
     if (key.eKind == CONFIG_NUMBER && !bNUMBER(sValue, key.iMin, key.iMax, iValue))
-        TELL(reading, sIs + "no number from " + std::to_string(key.iMin) + " to " +
-                          std::to_string(key.iMax) + sUsing);
+        TELL(reading, sIs + sNO_NUMBER(key) + sUsing);
     else if (key.eKind == CONFIG_LANGUAGE && !bLANGUAGE(sValue))
         TELL(reading, sIs + "unknown; known are en es de by fr hr pt" + sUsing);
     else
@@ -307,4 +317,39 @@ int iCONFIG_VARIABLE_NUMBER(const char* cpVariable)
         v_STDERR_ONCE(cpVariable, "environment: %s = \"%s\" is no number from %d to %d, using %d",
                       cpVariable, sText.c_str(), pKey->iMin, pKey->iMax, iHolds);
     return iHolds;
+}
+
+int iCONFIG_BRAKE(const char* cpVariable, int& iValue)
+{
+    const CONFIG_KEY* pKey = pCONFIG_KEY("variables", cpVariable);
+    const std::string sSet = sENVIRONMENT(cpVariable);
+    const std::string sText = sSet.empty() ? sCONFIG_TEXT("variables", cpVariable, "") : sSet;
+    iValue = 0;
+    if (pKey == nullptr || sText.empty() || bNUMBER(sText, pKey->iMin, pKey->iMax, iValue))
+        return 1;
+    if (!sSet.empty())  // what stands in the file has been told when it was read
+        v_STDERR_ONCE(cpVariable, "environment: %s = \"%s\" is %s%s", cpVariable, sText.c_str(),
+                      sNO_NUMBER(*pKey).c_str(), cpNOBODY);
+    return 0;
+}
+
+void v_CONFIG_TELL_UNKNOWN(std::string_view svBegin)
+{
+    if (bTOLD_BY_PARENT()) return;
+    std::vector<std::string_view> known;
+    std::string                   sAll = "; known are";
+    for (const CONFIG_KEY& key : asctCONFIG_KEY) {
+        if (key.svSection != "variables" || !key.svKey.starts_with(svBegin)) continue;
+        known.push_back(key.svKey);
+        sAll.append(" ").append(key.svKey);
+    }
+    for (char** ppEntry = environ; *ppEntry != nullptr; ++ppEntry) {
+        const std::string_view svEntry = *ppEntry;
+        const std::string      sName(svEntry.substr(0, svEntry.find('=')));
+        if (!sName.starts_with(svBegin) ||
+            std::find(known.begin(), known.end(), sName) != known.end())
+            continue;
+        v_STDERR_ONCE(sName.c_str(), "environment: there is no variable %s%s", sName.c_str(),
+                      sMEANT(sName, known, "\"", sAll.c_str()).c_str());
+    }
 }

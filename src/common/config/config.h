@@ -53,9 +53,17 @@ inline int iCONFIG_TOTAL_TIMEOUT() { return iCONFIG_NUMBER("remote", "total_time
    that makes no sense is told once. */
 int iCONFIG_VARIABLE_NUMBER(const char* cpVariable);
 
-/* Seconds; clients (0: no pilot), clients (0: no limit). */
-// clang-format off
-inline int iCONFIG_UPDATE_WAIT() { return iCONFIG_VARIABLE_NUMBER("gv_update_wait"); }
-inline int iCONFIG_UPDATE_PILOT() { return iCONFIG_VARIABLE_NUMBER("gv_update_pilot"); }
-inline int iCONFIG_UPDATE_STOP_AFTER() { return iCONFIG_VARIABLE_NUMBER("gv_update_stop_after"); }
-// clang-format on
+/* Seconds. */
+inline int iCONFIG_UPDATE_WAIT()
+{
+    return iCONFIG_VARIABLE_NUMBER("gv_update_wait");
+}
+
+/* The number of a variable that limits what a run may do.
+   iValue  0 where it is not set
+   Result  0: what is set is no number, which is told; the run must not go on without it */
+int iCONFIG_BRAKE(const char* cpVariable, int& iValue);
+
+/* Tells every variable of the environment whose name begins so and that there is not, with
+   the one that may be meant. */
+void v_CONFIG_TELL_UNKNOWN(std::string_view svBegin);

@@ -8,6 +8,7 @@ enum CONFIG_KIND {
     CONFIG_TEXT,
     CONFIG_LANGUAGE,   // one of asvLANGUAGE
     CONFIG_NUMBER,     // from iMin to iMax
+    CONFIG_BRAKE,      // the same, but nothing takes its place where it is none
     CONFIG_DIRECTORY,  // handed out with its separator at the end
 };
 
@@ -44,8 +45,8 @@ inline constexpr CONFIG_KEY asctCONFIG_KEY[] = {
     {"variables",   "gv_default_interface_prefix",      CONFIG_TEXT,      ""},
     {"variables",   "gv_hosts_file",                    CONFIG_TEXT,      ""},
     {"variables",   "gv_update_wait",                   CONFIG_NUMBER,    "15", 0, iCONFIG_DAY},
-    {"variables",   "gv_update_pilot",                  CONFIG_NUMBER,    "0", 0, iCONFIG_CLIENTS},
-    {"variables",   "gv_update_stop_after",             CONFIG_NUMBER,    "0", 0, iCONFIG_CLIENTS},
+    {"variables",   "gv_update_pilot",                  CONFIG_BRAKE,     "0", 0, iCONFIG_CLIENTS},
+    {"variables",   "gv_update_stop_after",             CONFIG_BRAKE,     "0", 0, iCONFIG_CLIENTS},
     {"defaults",    "vk_conf_default_interface_prefix", CONFIG_TEXT,      ""},
     {"database",    "conninfo",                         CONFIG_TEXT,      szCONFIG_CONNINFO},
     {"database",    "statement_timeout",                CONFIG_NUMBER,    "60", 0, iCONFIG_DAY},

@@ -118,6 +118,11 @@ int REMOTE_COPY_CLIENT(char cMode, const char* cpHost, const char* cpSource, con
                        const char* cpMode, char* cpMsg, size_t uMsg, int iZero1, int iZero2,
                        str_log sctLog);
 
+/* Removes the folders between cpTop and cpFile on a client, as far as they are empty; both
+   as for a copy. */
+void v_REMOVE_EMPTY_FOLDERS(const char* cpHost, const char* cpFile, const char* cpTop,
+                            str_log sctLog);
+
 /* The line that tells why a command failed: the first that holds "ssh:" or "Error:",
    else the last that is not blank.
    cpLine  uLine bytes: the line, or "No message found"

@@ -233,6 +233,23 @@ int REMOTE_COPY_CLIENT(char cMode, const char* cpHost, const char* cpSource, con
     return iRet;
 }
 
+void v_REMOVE_EMPTY_FOLDERS(const char* cpHost, const char* cpFile, const char* cpTop,
+                            str_log sctLog)
+{
+    const HOST&              host = sctHOST(cpHost, "", sctLog);
+    const char*              cpEnds = eSHELL_OF(host) == SHELL_WINDOWS ? "/\\" : "/";
+    std::string              sFile;
+    std::string              sTop;
+    std::string              sReason;
+    std::vector<std::string> asFolder;
+    if (!iPATH_ON_HOST(host, cpFile, sFile, sReason) || !iPATH_ON_HOST(host, cpTop, sTop, sReason))
+        return;
+    for (size_t u = sFile.find_last_of(cpEnds); u != sFile.npos && u >= sTop.size();
+         u = sFile.find_last_of(cpEnds, u - 1))
+        asFolder.push_back(sFile.substr(0, u));
+    if (!asFolder.empty()) TRANSPORT_OF(host).REMOVE_FOLDERS(host, asFolder);
+}
+
 int iERROR_LINE(t_LL LL_Output, char* cpLine, size_t uLine)
 {
     iTEXT_COPY(cpLine, uLine, "ssh:|Error:^");

@@ -23,7 +23,11 @@ int iCLIENT_PATH(const HOST& host, const char* cpPath, std::string& sPath, std::
     const std::string sKey = sText.substr(0, uColon);
     if (!iCONFIG_CLIENT_DIRECTORY(host.sPlatform.c_str(), sKey.c_str(), sPath))
         return iREASON(sReason, "unknown directory key \"" + sONE_LINE(sKey) + "\"");
-    const size_t uRelative = sText.find_first_not_of('/', uColon + 1);
+    // A relative part that looks absolute lies below the key's directory all the same.
+    const bool   bWindows = iWINDOWS_CLASS(host.sPlatform.c_str()) != 0;
+    const bool   bDrive = bWindows && sText.find(':', uColon + 1) == uColon + 2;
+    const size_t uRelative =
+        sText.find_first_not_of(bWindows ? "/\\" : "/", uColon + (bDrive ? 3 : 1));
     if (uRelative != std::string::npos) sPath += sText.substr(uRelative);
     return 1;
 }

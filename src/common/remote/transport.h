@@ -6,6 +6,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "../unix/cm_hal_pipe.h"
 #include "cause.h"
@@ -77,6 +78,11 @@ struct TRANSPORT {
        Result  1 copied, 0 not: sReason says why */
     virtual int iPUT(const HOST& host, const std::string& sSource, const std::string& sTarget,
                      const char* cpMode, std::string& sReason, const str_log& sctLog) = 0;
+
+    /* Removes folders on the host, the first one first, as far as they are empty. */
+    virtual void REMOVE_FOLDERS(const HOST& /*host*/, const std::vector<std::string>& /*asFolder*/)
+    {
+    }
 };
 
 TRANSPORT& LOCAL_TRANSPORT();

@@ -1,11 +1,14 @@
 /* The backup server itself: commands run as children of /bin/sh, files are copied
    in the file system. */
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 
 #include "../base/immortal.h"
 #include "../config/variables.h"
+#include "../lines/standard_error.h"
 #include "transport.h"
 #include "wrapper.h"
 
@@ -44,6 +47,9 @@ struct LOCAL : TRANSPORT {
             fs::remove(part, ignored);
             return 0;
         };
+        if (access(sSource.c_str(), R_OK) != 0) return iCANNOT("read", sSource, sReason);
+        if (!fs::is_regular_file(sSource, error))
+            return iREASON(sReason, "cannot read \"" + sSource + "\": it is no file");
         fs::create_directories(target.parent_path(), error);
         if (error) return iFAILED("make the folder of");
         fs::copy_file(sSource, part, fs::copy_options::overwrite_existing, error);
@@ -56,6 +62,12 @@ struct LOCAL : TRANSPORT {
         }
         fs::rename(part, target, error);
         return error ? iFAILED("rename into") : 1;
+    }
+
+    void REMOVE_FOLDERS(const HOST&, const std::vector<std::string>& asFolder) override
+    {
+        for (const std::string& sFolder : asFolder)
+            if (rmdir(sFolder.c_str()) != 0) return;
     }
 };
 

@@ -320,6 +320,15 @@ int iSFTP_PUT(CHILD_SPEC sctSpec, const std::string& sHost, const std::string& s
     return eTried == TRIED_DONE;
 }
 
+void v_SFTP_REMOVE_FOLDERS(CHILD_SPEC sctSpec, const std::vector<std::string>& asFolder)
+{
+    std::string sCommands;
+    std::string sOut;
+    for (const std::string& sFolder : asFolder)
+        sCommands += "-rmdir " + sQUOTED(sREMOTE_PATH(sFolder)) + "\n";
+    iBATCH(sctSpec, sCommands, sOut);
+}
+
 void v_SFTP_TIDY(CHILD_SPEC sctSpec, const std::string& sHost)
 {
     COPY_NOTE         note;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "../../unix/cm_hal_pipe.h"
 
@@ -16,6 +17,9 @@
             takes it away */
 int iSFTP_PUT(CHILD_SPEC sctSpec, const std::string& sHost, const std::string& sSource,
               const std::string& sTarget, const char* cpMode, std::string& sReason);
+
+/* Removes folders, the first one first, as far as they are empty. */
+void v_SFTP_REMOVE_FOLDERS(CHILD_SPEC sctSpec, const std::vector<std::string>& asFolder);
 
 /* Takes away what a copy to that client has left when its run was killed. */
 void v_SFTP_TIDY(CHILD_SPEC sctSpec, const std::string& sHost);

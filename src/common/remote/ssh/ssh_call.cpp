@@ -13,6 +13,7 @@
 #include "../../lines/secret.h"
 #include "../../lines/standard_error.h"
 #include "../../log/outcome_log.h"
+#include "../../text/likeness.h"
 #include "../../text/text.h"
 #include "connection.h"
 #include "known_key.h"
@@ -55,9 +56,15 @@ int iMODE_CONFIG(const HOST& host, std::string& sConfig, std::string& sReason)
 {
     const std::string sMode = host.sAccessMode == "PROXY" ? "VKSSH" : host.sAccessMode;
     if (iCONFIG_ACCESS(sMode.c_str(), sConfig)) return 1;
-    return iREASON(sReason, "access mode \"" + sONE_LINE(sMode) +
-                                "\" is not configured; add a section [access " + sONE_LINE(sMode) +
-                                "] to vk.ini");
+    const std::string sNamed = "access mode \"" + sONE_LINE(sMode) + "\" ";
+    if (sMode == "VIRTUAL")
+        return iREASON(sReason, sNamed + "means that there is no remote access");
+    const std::string_view svMeant = svNEAREST(sMode, {"VKSSH", "SSH", "CTRL", "PROXY", "VIRTUAL"});
+    if (!svMeant.empty())
+        return iREASON(sReason,
+                       (sNamed + "is not configured; did you mean ").append(svMeant) + "?");
+    return iREASON(sReason, sNamed + "is not configured; add a section [access " +
+                                sONE_LINE(sMode) + "] to vk.ini");
 }
 
 /* The command by which ssh reaches a proxied client through its data mover. */

@@ -67,6 +67,13 @@ struct SSH : OVER_SSH {
         return iRet;
     }
 
+    void REMOVE_FOLDERS(const HOST& host, const std::vector<std::string>& asFolder) override
+    {
+        CHILD_SPEC  sctSpec;
+        std::string sReason;
+        if (iSFTP_CALL(host, sctSpec, sReason)) v_SFTP_REMOVE_FOLDERS(sctSpec, asFolder);
+    }
+
     /* A client whose shell ended without the first mark may have the other kind of
        shell than its row says. The other form is tried once, for a line that both read
        alike; where it fails, too, the row is believed again. */
