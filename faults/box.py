@@ -488,18 +488,38 @@ def good_conninfo(word):
     return re.search(r"^conninfo = (.*)", read(INI), re.M).group(1) + " " + word
 
 
-def agent():
-    """More keys in an agent than the client lets be tried, the right one behind them."""
-    sshd("^Port", "MaxAuthTries 2\nPort")
+def with_agent(*keys, options=""):
+    """ssh asks an agent that holds these."""
     sock = BOX + "/agent"
     process = subprocess.Popen(["ssh-agent", "-D", "-a", sock], stdout=subprocess.DEVNULL)
     wait_until(lambda: os.path.exists(sock))
-    for number in range(3):
-        shell(f"ssh-keygen -q -t ed25519 -N '' -f {BOX}/many{number}; "
-              f"SSH_AUTH_SOCK={sock} ssh-add -q {BOX}/many{number}")
-    edit(CONFIG, "IdentitiesOnly yes", "IdentitiesOnly no")
+    for key in keys:
+        shell(f"SSH_AUTH_SOCK={sock} ssh-add -q {options} {key}")
     edit(CONFIG, "IdentityAgent .*", "IdentityAgent " + sock)
-    return process.kill
+
+    def undo():
+        process.kill()
+        process.wait()
+        os.remove(sock)
+    return undo
+
+
+def agent():
+    """More keys in an agent than the client lets be tried, the right one behind them."""
+    policy("MaxAuthTries 2")
+    for number in range(3):
+        shell(f"ssh-keygen -q -t ed25519 -N '' -f {BOX}/spoiled{number}")
+    edit(CONFIG, "IdentitiesOnly yes", "IdentitiesOnly no")
+    return with_agent(*(f"{BOX}/spoiled{number}" for number in range(3)))
+
+
+def refusing_agent():
+    """An agent that wants to be confirmed, where nobody is to do it."""
+    own_key("true")
+    undo = with_agent(BOX + "/spoiled", options="-c")
+    shell(f"ssh-keygen -y -f {BOX}/spoiled >{BOX}/spoiled.pub; rm {BOX}/spoiled")
+    edit(CONFIG, "IdentityFile .*", f"IdentityFile {BOX}/spoiled.pub")
+    return undo
 
 
 def forget(name):
