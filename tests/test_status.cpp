@@ -527,6 +527,9 @@ TEST_F(STATUS, the_plan_says_what_the_update_does_over_a_fleet_of_every_kind)
     TEXTS asName;
     for (const auto& row : asctRow) asName.emplace_back(row.cpName);
     CONFIG_CLIENT(TEXTS{"-U", "-P", sPackage} + asName);
+    EXPECT_THAT(RUN_STATUS({"--rollout"}).sOut,
+                AllOf(HasSubstr("\n9 clients: 4 done, 1 same version, 1 under way, 3 failed\n"),
+                      EndsWith(" -- nokey refused w7\n")));
     const std::string sLog = sALL_FILES(sRW() + "prot", ".jsonl");
     for (const auto& row : asctRow) {
         SCOPED_TRACE(row.cpName);

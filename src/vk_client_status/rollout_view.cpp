@@ -62,7 +62,9 @@ LISTING_ROW sctROW(const std::string& sName, const ROLLOUT_RUN& rollout, STEP& e
     const auto    end = rollout.ended.find(sName);
     const bool    bEnded = end != rollout.ended.end();
     const OUTCOME outcome = bEnded ? end->second : OUTCOME();
-    eStep = bEnded ? eENDED(outcome) : eOPEN(sName, rollout);
+    // Another run was at it; that one's end is not this rollout's.
+    const bool bOther = outcome.sMessage.starts_with("Update already running.");
+    eStep = bEnded && !bOther ? eENDED(outcome) : eOPEN(sName, rollout);
     const STEP_WORDS& words = asctStep[eStep];
     const std::string sWhy =
         sWHY_OF(outcome.sCause, outcome.sStage, outcome.asWords, outcome.sMessage);
