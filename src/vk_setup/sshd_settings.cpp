@@ -8,11 +8,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <string_view>
 
 #include "common/base/holder.h"
+#include "common/text/command_line.h"
 #include "common/text/text.h"
 #include "programs.h"
 #include "server_name.h"
@@ -120,12 +122,17 @@ bool bUSER_LISTED(const std::vector<std::string>& asPattern, const SESSION& sess
     return bListed;
 }
 
+std::string sROOT_HOME()
+{
+    const passwd* pRoot = getpwuid(0);
+    return pRoot != nullptr ? pRoot->pw_dir : "/root";
+}
+
 /* Absolute names of the files that are read for root. */
 std::vector<std::string> asKEY_FILES(const VALUES& values)
 {
     std::vector<std::string> asFile;
-    const passwd*            pRoot = getpwuid(0);
-    const std::string        sHome = pRoot != nullptr ? pRoot->pw_dir : "/root";
+    const std::string        sHome = sROOT_HOME();
     for (const std::string& sWord : asWORDS(values, "authorizedkeysfile")) {
         std::string sFile;
         if (sWord == "none") continue;
@@ -219,20 +226,24 @@ SSHD_SETTINGS sctSSHD_SETTINGS(const std::string& sServer, const std::string& sF
     return settings;
 }
 
+/* As sshd looks: from the file's folder upward to root's home, or to "/" where the file does
+   not lie below it. */
 std::string sSTRICT_FAULT(const std::string& sFile)
 {
-    for (size_t u = sFile.rfind('/'); u != std::string::npos && u > 0;
-         u = sFile.rfind('/', u - 1)) {
-        const std::string sFolder = sFile.substr(0, u);
-        struct stat       sctStat {};
+    std::error_code   error;
+    const std::string sHome = std::filesystem::weakly_canonical(sROOT_HOME(), error).string();
+    std::string       sFolder = std::filesystem::weakly_canonical(sFile, error).string();
+    while (sFolder != sHome && sFolder.rfind('/') != 0 && sFolder.rfind('/') != sFolder.npos) {
+        sFolder.erase(sFolder.rfind('/'));
+        struct stat sctStat {};
         if (stat(sFolder.c_str(), &sctStat) != 0) continue;
         if (sctStat.st_uid == 0 && (sctStat.st_mode & (S_IWGRP | S_IWOTH)) == 0) continue;
-        return std::string("StrictModes: others than root may change \"")
-            .append(sFolder)
-            .append("\"; type: chown root ")
-            .append(sFolder)
-            .append(" && chmod go-w ")
-            .append(sFolder);
+        const std::string sWhat = "StrictModes: others than root may change \"" + sFolder + "\"; ";
+        // A folder that everybody shares, as /tmp, is meant to be so.
+        if ((sctStat.st_mode & S_ISVTX) != 0)
+            return sWhat + "let AuthorizedKeysFile name a file in a folder of root's own";
+        const std::string sWord = sSHELL_WORD(SHELL_POSIX, sFolder);
+        return sWhat + "type: chown root " + sWord + " && chmod go-w " + sWord;
     }
     return "";
 }
