@@ -57,18 +57,21 @@ void v_COMPARE(const CLIENT& client, const PRIOR& was, long lSince, LISTING& lis
 {
     const PRIOR now = sctNOW(client);
     CHANGES     changes{listing};
+    const bool  bEnded = now.eUpdate != UPDATE_NONE && now.eUpdate != UPDATE_RUNNING &&
+                        now.lUpdate > lSince &&
+                        (now.eUpdate != was.eUpdate || now.lUpdate != was.lUpdate);
     if (!was.bKnown) changes.Add(client, "new", "", now.sVersion);
-    if (now.bFailing && !was.bFailing)
+    // An update that failed is told as that.
+    const bool bByUpdate = bEnded && client.sUpdateWhy == sWHY(client);
+    if (now.bFailing && !was.bFailing && !bByUpdate)
         changes.Add(client, "began to fail", "", now.sCause, sWHY(client), true);
     if (!now.bFailing && was.bFailing && client.eState != STATE_OFF)
         changes.Add(client, "well again", was.sCause, "");
     if (now.bFailing && was.bFailing && now.sCause != was.sCause)
         changes.Add(client, "other cause", was.sCause, now.sCause, sWHY(client), true);
-    const bool bEnded = now.eUpdate != UPDATE_NONE && now.eUpdate != UPDATE_RUNNING &&
-                        now.lUpdate > lSince &&
-                        (now.eUpdate != was.eUpdate || now.lUpdate != was.lUpdate);
     if (bEnded)
-        changes.Add(client, "update", "", std::string(svUPDATE(now.eUpdate)), client.sUpdateWhy);
+        changes.Add(client, "update", "", std::string(svUPDATE(now.eUpdate)), client.sUpdateWhy,
+                    bByUpdate);
     if (was.bKnown && bOTHER_VERSION(was.sVersion, now.sVersion))
         changes.Add(client, "version", was.sVersion, now.sVersion);
 }
@@ -81,7 +84,8 @@ std::string sLINE(const std::vector<std::string>& asValue)
     const std::string& sWhy = asValue[4];
     std::string        s = asValue[0] + ": " + asValue[1];
     if (sWhy.empty() && !sNow.empty()) s += " " + sNow;
-    if (!sWhy.empty()) s += (asValue[1] == "update" ? " " + sNow : "") + ": " + sWhy;
+    if (!sWhy.empty())
+        s += (asValue[1] == "update" && !sWhy.starts_with(sNow) ? " " + sNow : "") + ": " + sWhy;
     if (!sWas.empty()) s += ", was " + sWas;
     if (!asValue[6].empty())
         s += "; type: " + asValue[6];
