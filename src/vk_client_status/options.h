@@ -16,11 +16,11 @@ struct OPTIONS {
     LIMITS                   limits;
     std::string              sPackage;  // of VIEW_PLAN
     bool                     bServicepack = false;
-    long                     lSince = 0;   // of VIEW_CHANGED; 0: a day ago
-    std::string              sRemember;    // file of the state at the last call, or empty
-    std::string              sList;        // of VIEW_LIST
+    long                     lSince = 0;     // of VIEW_CHANGED; 0: a day ago
+    std::string              sRemember;      // file of the state at the last call, or empty
+    std::string              sList;          // of VIEW_LIST
     int                      iEvery = 1440;  // minutes between two writings of the page
-    std::string              sOutput;      // file that is replaced; empty: standard output
+    std::string              sOutput;        // file that is replaced; empty: standard output
     std::string              sColor = "auto";
     int                      iWidth = -1;  // -1: that of the terminal
     int                      iDays = iSTRIP_DAYS;
