@@ -14,7 +14,9 @@ install(FILES ${CMAKE_CURRENT_LIST_DIR}/vk.ini DESTINATION ${VK_DATA})
 install(DIRECTORY sql DESTINATION ${VK_DATA} FILES_MATCHING PATTERN "*.sql")
 install(PROGRAMS skel/vk_execute_update DESTINATION ${VK_DATA}/skel)
 install(FILES skel/vk_execute_update.cmd DESTINATION ${VK_DATA}/skel)
-install(DIRECTORY man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 FILES_MATCHING PATTERN "*.8")
+install(DIRECTORY man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 FILES_MATCHING PATTERN "*.8"
+        PATTERN vk_config_client.8 EXCLUDE)
+install(FILES ${VK_MAN_PAGE} DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 foreach(PROGRAM vk_config_client vk_client_status vk_setup)
   install(FILES ${CMAKE_CURRENT_LIST_DIR}/${PROGRAM}.bash-completion RENAME ${PROGRAM}
           DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)

@@ -242,11 +242,11 @@ TEST_F(GATE, takes_the_files_of_an_update_whole_or_not_at_all)
     host.sName = "ctrl1";
     host.sAccessMode = "CTRL";
     host.sPlatform = "LINUX";
-    std::string sReason;
     for (const auto& [sFile, sCause] :
          SETTINGS{{"/none/x", "No such file or directory"}, {"/etc", "Is a directory"}}) {
-        EXPECT_EQ(TRANSPORT_OF(host).iPUT(host, sFile, "gv_rw_work:y", nullptr, sReason, {}), 0);
-        EXPECT_EQ(sReason, "cannot read \"" + sFile + "\": " + sCause);
+        const COPY_END end = TRANSPORT_OF(host).sctPUT(host, sFile, "gv_rw_work:y", nullptr);
+        EXPECT_FALSE(end.bDone);
+        EXPECT_EQ(end.sReason, "cannot read \"" + sFile + "\": " + sCause);
     }
     EXPECT_THAT(ASKED("put m gv_rw_work:huge 4000000000000000000 644").sOut,
                 AllOf(HasSubstr("no space left"), EndsWith("\nm 1\n")));

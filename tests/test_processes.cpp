@@ -418,13 +418,16 @@ TEST_F(TRIES, a_copy_arrives_whole_or_not_at_all)
     sctSpec.asArgument = {"sftp", "-b", "-", "-D", sServer};
     sctSpec.asEnvironment = {{"LC_ALL", "C"}};
     const std::string sTarget = sPATH("a/b c/target");
-    std::string       sReason;
-    EXPECT_TRUE(iSFTP_PUT(sctSpec, "alpha", "/bin/sh", sTarget, "751", sReason)) << sReason;
+    HOST              host;
+    host.sName = "alpha";
+    COPY_END end = sctSFTP_PUT(sctSpec, host, "/bin/sh", sTarget, "751");
+    EXPECT_TRUE(end.bDone) << end.sReason;
     EXPECT_EQ(iMODE(sTarget), 0751U);
     EXPECT_EQ(fs::file_size(sTarget), fs::file_size("/bin/sh"));
     // A file that says it is empty and is not.
-    EXPECT_FALSE(iSFTP_PUT(sctSpec, "alpha", "/proc/version", sPATH("version"), nullptr, sReason));
-    EXPECT_THAT(sReason, HasSubstr("of 0 bytes"));
+    end = sctSFTP_PUT(sctSpec, host, "/proc/version", sPATH("version"), nullptr);
+    EXPECT_EQ(end.finding.sCause, "copy-short");
+    EXPECT_THAT(end.sReason, HasSubstr("of 0 bytes"));
     EXPECT_FALSE(fs::exists(sPATH("version")));
     EXPECT_FALSE(fs::exists(sPATH("version.part")));
     EXPECT_TRUE(fs::is_empty(sPATH("gv_rw/copies")));

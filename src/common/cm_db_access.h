@@ -73,6 +73,9 @@ void v_DB_WAIT_AT_MOST(const DB_WAITS& sctWaits);
 /* Why the last statement failed, as data and as text; DB_FINE when it ran. */
 const DB_ERROR& sctDB_ERROR();
 
+/* The machine on which the database was looked for last; "this server". */
+std::string sDB_MACHINE();
+
 /* The file that the database's library takes a password from. */
 std::string sDB_PASSWORD_FILE();
 

@@ -33,6 +33,9 @@ struct str_log {
    iCONFIG_VALID (config/config.h) then answers 0 and the defaults hold. */
 void v_set_log_main(const char* cpFilePattern, const char* cpTraceId, str_log* pLog);
 
+/* That context; null before the call. */
+const str_log* pMAIN_LOG();
+
 /* Sets the trace level at once. iLevel below 0 counts as 0. iOne is 1. */
 void v_set_log(int iLevel, int iOne, str_log* pLog);
 

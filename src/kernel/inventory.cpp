@@ -1,6 +1,8 @@
 /* Refreshes the client's inventory columns from what the client reports. */
 #include "inventory.h"
 
+#include "run_outcome.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -175,6 +177,7 @@ void v_READ_REPORT(t_LL LL_Output, CLIENT_REPORT* pReport)
                          pReport->szUpdateMessage, pReport->szServicepackNumber,
                          pReport->szServicepackPackage, pReport->szServicepackDate,
                          pReport->szModuleVer, strLog);
+    v_VERSION_SEEN(pReport->szQtcVersion, pReport->szVersion);
 }
 
 int iPREPARE_INVENTORY(const SCT_ARGS* pArg, CLIENT_REPORT* pReport, bool bUpdating,

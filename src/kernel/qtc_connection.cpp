@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "inventory.h"
+#include "run_outcome.h"
 #include "vk_config_client.h"
 
 namespace {
@@ -113,11 +114,18 @@ void v_COMMAND_FAILED(SCT_ARGS* pArg, int iResult, const ANSWER* pAnswer, char* 
     v_STORE_MESSAGE(pArg, cpRet);
 }
 
+std::string sLAST_LINE(t_LL LL_Output)
+{
+    const void* pLast = LastElmLL(LL_Output);
+    return pLast != nullptr ? static_cast<const char*>(pLast) : "";
+}
+
 /* The command succeeded without naming a version: nothing is installed, or the
    client's communication layer told an error. */
 void v_NO_VERSION(const SCT_ARGS* pArg, const ANSWER* pAnswer, char* cpRet, size_t uSize)
 {
     MESSAGE(cpRet, uSize, MSG_E007, pArg->szNodeName);
+    v_CAUSE("no-version", sLAST_LINE(pAnswer->LL_Output));
     char szLine[256] = "tkc-11^";
     if (i_LL_search(pAnswer->LL_Output, szLine, sizeof szLine) <= 0) return;
     TRACE("got error: %s", sFOREIGN(szLine).c_str());

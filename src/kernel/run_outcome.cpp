@@ -8,8 +8,10 @@
 
 #include <cstdlib>
 
+#include "../common/base/immortal.h"
 #include "../common/base/program.h"
 #include "../common/log/outcome_log.h"
+#include "../common/log/protocol.h"
 #include "../common/remote/cause.h"
 #include "../common/remote/command.h"
 #include "../common/text/command_line.h"
@@ -62,9 +64,7 @@ std::string sUPDATE_LEFT(const SCT_ARGS* pArg, STAGE eReached)
 
 DIAGNOSIS sctINTERRUPTED(STAGE eReached)
 {
-    DIAGNOSIS diagnosis = sctDIAGNOSIS(sctCAUSE("interrupted"), {});
-    diagnosis.sStage = cpSTAGE(eReached);
-    return diagnosis;
+    return sctDIAGNOSIS({"interrupted", eReached, {}}, {});
 }
 
 std::string sBY_SIGNAL(int iSignal)
@@ -108,6 +108,13 @@ constexpr MESSAGE_CAUSE asctMessageCause[] = {
     {"E006", "parameters-missing", false}, {"E012", "backup-failed", false},
 };
 
+/* What the run itself has found out about its failure. */
+FINDING& sctOWN()
+{
+    static IMMORTAL<FINDING> finding;
+    return finding.Get();
+}
+
 /* The database's library takes no password out of such a file. */
 bool bTOO_OPEN(const std::string& sFile)
 {
@@ -115,23 +122,26 @@ bool bTOO_OPEN(const std::string& sFile)
     return stat(sFile.c_str(), &sctStat) == 0 && (sctStat.st_mode & 077U) != 0;
 }
 
-/* The database's own words, where a statement failed. */
-int iDATABASE_CAUSE(const std::string& sMessage, const PLACES& places, DIAGNOSIS& diagnosis)
+/* The database's own, where a statement failed; no cause where that is not why. */
+FINDING sctDATABASE(const std::string& sMessage)
 {
-    const std::string& sText = sctDB_ERROR().sText;
-    const bool         bMessage = sMessage.starts_with("E004") || sMessage.starts_with("E006") ||
+    const DB_ERROR& error = sctDB_ERROR();
+    const bool      bMessage = sMessage.starts_with("E004") || sMessage.starts_with("E006") ||
                           sMessage == "Error in DB access";
-    if (!bMessage || (sText.empty() && !sMessage.starts_with("E004"))) return 0;
-    const CAUSE* pCause = pCAUSE_SHOWN(DATABASE_SAYS, sText);
-    PLACES       all = places;
-    all["file"] = sDB_PASSWORD_FILE();
-    if (pCause == nullptr)
-        pCause = &sctCAUSE(sText.empty() ? "server-row-missing" : "database-failed");
-    if (std::string_view(pCause->cpId) == "database-password-file" && !bTOO_OPEN(all["file"]))
-        pCause = &sctCAUSE("database-password-missing");
-    diagnosis = sctDIAGNOSIS(*pCause, all);
-    if (!sText.empty()) diagnosis.asWords = {sText};
-    return 1;
+    if (!bMessage || (error.sText.empty() && !sMessage.starts_with("E004"))) return {};
+    if (error.sText.empty()) return {"server-row-missing", STAGE_NONE, {}};
+    const bool bTooOpen = std::string_view(error.cpCause) == "database-password-missing" &&
+                          bTOO_OPEN(sDB_PASSWORD_FILE());
+    return {bTooOpen ? "database-password-file" : error.cpCause, STAGE_NONE, {error.sText}};
+}
+
+/* What follows from the message; no cause where nothing does. */
+FINDING sctFROM_MESSAGE(const std::string& sMessage, bool bAlways)
+{
+    for (const MESSAGE_CAUSE& row : asctMessageCause)
+        if (row.bAlways == bAlways && sMessage.starts_with(row.cpBegin))
+            return {row.cpCause, STAGE_NONE, {}};
+    return {};
 }
 
 /* Package and script are gone from the client when an update has ended: what shows the
@@ -146,26 +156,22 @@ std::string sUPDATE_AGAIN(const SCT_ARGS* pArg)
            sSHELL_WORD(SHELL_POSIX, pArg->szPackage);
 }
 
-/* Why the run failed: what the operation that decided has shown, else what follows from
-   the message. */
-void v_COMPLETE_DIAGNOSIS(const char* cpTxt, const SCT_ARGS* pArg, DIAGNOSIS& diagnosis)
+/* Why the run failed: what the run or the operation that decided has shown, else what
+   follows from the message. */
+DIAGNOSIS sctWHY_FAILED(const std::string& sMessage, const SCT_ARGS* pArg)
 {
-    const std::string sMessage = cpTxt;
-    const PLACES      places{{"host", pArg->szNodeName},
-                        {"server", pArg->szVelkaNode},
-                        {"program", "qtc"},
-                        {"user", "the user"}};
-    if (!iDATABASE_CAUSE(sMessage, places, diagnosis)) {
-        for (const MESSAGE_CAUSE& row : asctMessageCause) {
-            if (!sMessage.starts_with(row.cpBegin)) continue;
-            if (row.bAlways || diagnosis.sCause.empty())
-                diagnosis = sctDIAGNOSIS(sctCAUSE(row.cpCause), places);
-        }
-    }
-    const bool bUpdate = diagnosis.sStage == "copy" || diagnosis.sStage == "script";
-    if (bUpdate && pArg->eUpdate != notdefined) diagnosis.sTry = sUPDATE_AGAIN(pArg);
-    diagnosis.sSentence = sFILLED(diagnosis.sSentence, places);
-    diagnosis.sCure = sCURE_FILLED(diagnosis.sCure, places);
+    const DIAGNOSIS& remote = sctREMOTE_END().diagnosis;
+    FINDING          finding = sctDATABASE(sMessage);
+    if (finding.sCause.empty()) finding = sctFROM_MESSAGE(sMessage, true);
+    if (finding.sCause.empty()) finding = sctOWN();
+    if (finding.sCause.empty() && !remote.sCause.empty()) return remote;
+    if (finding.sCause.empty()) finding = sctFROM_MESSAGE(sMessage, false);
+    if (finding.sCause.empty()) finding = {cpNOT_RECOGNISED, STAGE_NONE, {sMessage}};
+    return sctDIAGNOSIS(finding, {{"host", pArg->szNodeName},
+                                  {"server", pArg->szVelkaNode},
+                                  {"program", "qtc"},
+                                  {"database", sDB_MACHINE()},
+                                  {"file", sDB_PASSWORD_FILE()}});
 }
 
 /* The fixed words in front of the lines, in the languages of the catalogue. */
@@ -199,9 +205,11 @@ std::vector<std::string> asFAILURE_LINES(const RUN_RECORD& record)
         (diagnosis.sStage.empty() ? "" : diagnosis.sStage + ", ") + diagnosis.sCause + "]"};
     const std::string sWords = sJOINED(diagnosis.asWords, "; ");
     if (!sWords.empty()) asLine.push_back(words.cpWords + sFOREIGN(sWords));
-    if (!diagnosis.sCure.empty()) asLine.push_back(words.cpCure + diagnosis.sCure);
+    const std::string sBetween = diagnosis.sCure.empty() || diagnosis.sCommand.empty() ? "" : "; ";
+    const std::string sCure = diagnosis.sCure + sBetween + diagnosis.sCommand;
+    if (!sCure.empty()) asLine.push_back(words.cpCure + sCure);
     if (!diagnosis.sTry.empty()) asLine.push_back(words.cpTry + diagnosis.sTry);
-    asLine.push_back(words.cpProtocol + sDAY_FILE(".prt"));
+    if (bPROTOCOL_WRITTEN()) asLine.push_back(words.cpProtocol + sDAY_FILE(".prt"));
     return asLine;
 }
 
@@ -217,14 +225,27 @@ void v_SHOW_FAILURE(const RUN_RECORD& record)
 
 }  // namespace
 
-void v_CAUSE(const char* cpCause)
+void v_CAUSE(const char* cpCause, const std::string& sWords)
 {
-    sctRUN_RECORD().diagnosis = sctDIAGNOSIS(sctCAUSE(cpCause), {});
+    sctOWN() = {cpCause, STAGE_NONE, {}};
+    if (!sWords.empty()) sctOWN().asWords = {sWords};
 }
 
 void v_RUN_FAILED(const char* cpTxt, const SCT_ARGS* pArg)
 {
-    v_COMPLETE_DIAGNOSIS(cpTxt, pArg, sctRUN_RECORD().diagnosis);
+    DIAGNOSIS& diagnosis = sctRUN_RECORD().diagnosis;
+    diagnosis = sctWHY_FAILED(cpTxt, pArg);
+    const bool bUpdate = diagnosis.sStage == "copy" || diagnosis.sStage == "script";
+    if (pArg->eUpdate != notdefined && (bUpdate || diagnosis.sTry.empty()))
+        diagnosis.sTry = sUPDATE_AGAIN(pArg);
+}
+
+void v_VERSION_SEEN(const char* cpVersion, const char* cpInstalled)
+{
+    RUN_RECORD& record = sctRUN_RECORD();
+    if (*cpVersion == '\0') return;
+    record.sVersionAfter = *cpInstalled != '\0' ? cpInstalled : cpVersion;
+    if (record.sVersionBefore.empty()) record.sVersionBefore = record.sVersionAfter;
 }
 
 void v_RUN_OUTCOME(const char* cpTxt, int iExit, const SCT_ARGS* pArg, int iStored)
@@ -240,6 +261,8 @@ void v_RUN_OUTCOME(const char* cpTxt, int iExit, const SCT_ARGS* pArg, int iStor
     record.iExit = iExit;
     record.sMessage = cpTxt;
     record.iStored = iStored;
+    record.sMode = sctREMOTE_END().sMode;
+    record.reached = sctREMOTE_END().reached;
     if (record.sMode.empty()) record.sMode = pArg->szAccessMode;
     if (iExit == VK_SUCCESS) record.diagnosis = {};
     v_SHOW_FAILURE(record);

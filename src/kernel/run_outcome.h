@@ -7,8 +7,12 @@
 #include "vk_config_client.h"
 
 /* Why the run is about to fail, where no operation on a client has shown it: an identifier
-   of the table of causes. */
-void v_CAUSE(const char* cpCause);
+   of the table of causes, and what shows it. */
+void v_CAUSE(const char* cpCause, const std::string& sWords = {});
+
+/* What a report of the client tells of its versions: of the backup client, and of the
+   installed product ("" as below). Nothing where it names none. */
+void v_VERSION_SEEN(const char* cpVersion, const char* cpInstalled);
 
 /* Keeps why the run failed, before the next statement makes it forget the last one's failure. */
 void v_RUN_FAILED(const char* cpTxt, const SCT_ARGS* pArg);

@@ -8,8 +8,10 @@
 
 namespace {
 
-[[noreturn]] void v_REFUSE(UPDATE_RUN* pRun, const std::string& sMessage, int iExit)
+[[noreturn]] void v_REFUSE(UPDATE_RUN* pRun, const char* cpCause, const std::string& sMessage,
+                           int iExit)
 {
+    v_CAUSE(cpCause, sMessage);
     iTEXT_SET(pRun->szMsg, sMessage);
     v_UPDATE_END(pRun, iExit);
 }
@@ -58,7 +60,7 @@ void v_COMPARE_INSTALLED(UPDATE_RUN* pRun, const PACKAGE_VERSION& version)
     TRACE("Compare old/new Velka version: %ld = %ld", lInstalled, version.lNumber);
     if (bREFUSED_AS_SAME(version, lInstalled, bServicepack, pRun->pArg->iForceUpdate != 0))
         v_REFUSE(
-            pRun,
+            pRun, "update-not-needed",
             sSAME_VERSION(pRun->pArg->szNodeName) + pRun->szVersionNumber + ". Do not run update.",
             VK_WARNING);
     v_TELL_DOWNGRADE(pRun, version, lInstalled);
@@ -88,6 +90,8 @@ void v_CHECK_PACKAGE(UPDATE_RUN* pRun)
     pRun->lVersion = version.lNumber;
     pRun->lServicepack = version.lServicepack;
     const std::string sRefused = sPACKAGE_REFUSED(cpPackage, version, pRun->szOs);
-    if (!sRefused.empty()) v_REFUSE(pRun, sRefused, VK_ERROR);
+    if (!sRefused.empty())
+        v_REFUSE(pRun, version.lNumber == 0 ? "package-name" : "update-not-supported", sRefused,
+                 VK_ERROR);
     v_COMPARE_INSTALLED(pRun, version);
 }

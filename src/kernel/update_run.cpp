@@ -20,6 +20,7 @@
 #include "../common/log/outcome_log.h"
 #include "../common/package/eligibility.h"
 #include "restart_status.h"
+#include "run_outcome.h"
 
 namespace {
 
@@ -76,6 +77,7 @@ void v_TAKE_SEMAPHORE(UPDATE_RUN* pRun)
     if (iTaken < 0) {
         x_Snprintf(pRun->szMsg, sizeof pRun->szMsg, "Semaphore %s cannot be created: %s",
                    pSema->szSema, pSema->szMsg);
+        v_CAUSE("lock-file", pSema->szMsg);
         ZFINISH(pRun->szMsg, VK_ERROR, 'n', pRun->pArg);
     }
     TRACE("got semaphore %s", pSema->szSema);
@@ -86,8 +88,10 @@ int iALIVE(const UPDATE_RUN* pRun, char (&szReply)[2048], char (&szInstalled)[25
 {
     char szVersion[256] = "";
     szReply[0] = '\0';
-    return alive_test_qtc(pRun->pArg->szNodeName, szReply, szVersion, "n", szInstalled, nullptr,
-                          strLog);
+    const int iRet = alive_test_qtc(pRun->pArg->szNodeName, szReply, szVersion, "n", szInstalled,
+                                    nullptr, strLog);
+    v_VERSION_SEEN(szVersion, szInstalled);
+    return iRet;
 }
 
 /* The backup server itself is not asked whether it answers. */

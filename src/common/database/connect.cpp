@@ -70,6 +70,13 @@ DB_WAITS& WAITS()
     return waits;
 }
 
+/* Where the database was looked for last. */
+std::string& MACHINE()
+{
+    static IMMORTAL<std::string> sHost;
+    return sHost.Get();
+}
+
 /* Seconds as the installation has them, or fewer; 0 is no limit there. */
 int iSHORTER(int iSeconds, int iAtMost)
 {
@@ -248,10 +255,21 @@ CONNECTION pTRY_HOST(const PLAN& plan, size_t uHost, DB_ERROR& error)
         PQsetErrorVerbosity(pConn.get(), PQERRORS_VERBOSE);
         v_FINISH_CONNECT(pConn.get(), plan.iTimeout, sText);
     }
-    if (sText.empty() && PQstatus(pConn.get()) == CONNECTION_OK) return pConn;
+    if (sText.empty() && PQstatus(pConn.get()) == CONNECTION_OK) {
+        MACHINE() = PQhost(pConn.get());
+        return pConn;
+    }
     if (sText.empty()) sText = PQerrorMessage(pConn.get());
     const std::string sState = sTAKE_SQLSTATE(sText);
+    MACHINE() = PQhost(pConn.get()) != nullptr ? PQhost(pConn.get()) : "";
     error = sctDB_FAILURE(sState, sCONDENSED(sText));
+    // No statement was sent yet: what it refuses are the session's settings.
+    if (std::string_view(error.cpCause) == "database-failed" || sState.starts_with("22"))
+        error.cpCause =
+            sState == "42704" || sState.starts_with("22") ? "database-conninfo" : "not-recognised";
+    if (sState.empty() && error.eKind == DB_OTHER && *PQport(pConn.get()) != '\0' &&
+        std::string_view(error.cpCause) == "not-recognised")
+        error = sctDB_UNREACHED(MACHINE(), PQport(pConn.get()), error.sText);
     return nullptr;
 }
 
@@ -266,6 +284,7 @@ CONNECTION pTRY_HOSTS(const PLAN& plan, DB_ERROR& error)
         if (plan.uHosts > 1 && error.eKind == DB_READ_ONLY) error.eKind = DB_STARTING;
         if (!bDB_PASSES(all.eKind)) {
             all.eKind = error.eKind;
+            all.cpCause = error.cpCause;
             all.sSqlState = error.sSqlState;
         }
         all.sText += (all.sText.empty() ? "" : "; ") + error.sText;
@@ -345,6 +364,14 @@ void v_DB_MASK_PASSWORD()
 void v_DB_WAIT_AT_MOST(const DB_WAITS& sctWaits)
 {
     WAITS() = sctWaits;
+}
+
+std::string sDB_MACHINE()
+{
+    const std::string& sHost = MACHINE();
+    const bool         bHere = sHost.empty() || sHost[0] == '/' || sHost[0] == '@' ||
+                       sHost == "localhost" || sHost == "::1" || sHost.starts_with("127.");
+    return bHere ? "this server" : sHost;
 }
 
 std::string sDB_PASSWORD_FILE()

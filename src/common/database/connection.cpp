@@ -179,7 +179,10 @@ void v_DROP(STEP eStep, int iLimit, DB_OUTCOME& outcome)
                     ? "no answer from the database within " + std::to_string(iLimit) + " seconds"
                     : sCONDENSED(PQerrorMessage(HERE().pConn.get()));
     if (eStep != STEP_UNFIT) outcome.error = sctDB_FAILURE("", sText);
-    if (eStep == STEP_BROKEN && outcome.error.eKind != DB_STARTING) outcome.error.eKind = DB_LOST;
+    if (eStep == STEP_BROKEN && outcome.error.eKind != DB_STARTING) {
+        outcome.error.eKind = DB_LOST;
+        outcome.error.cpCause = "database-lost";
+    }
     HERE().pConn.reset();
 }
 
@@ -281,6 +284,7 @@ int iREADY(DB_OUTCOME& outcome)
     if (!here.bInTransaction) return iCONNECT_OR_REMEMBER(outcome.error);
     outcome.error = sctDB_FAILURE("", "the connection was lost inside a transaction");
     outcome.error.eKind = DB_LOST;
+    outcome.error.cpCause = "database-lost";
     return 0;
 }
 
@@ -336,7 +340,7 @@ DB_OUTCOME sctDB_RUN(const char* cpSql, const DB_ROW& pRow)
     const STAGE_TIMER timer(TIME_DATABASE);
     DB_OUTCOME        outcome;
     if (cpSql == nullptr || *cpSql == '\0') {
-        outcome.error = {DB_OTHER, "", "the statement does not fit its buffer"};
+        outcome.error = {DB_OTHER, "", "the statement does not fit its buffer", "not-recognised"};
         return outcome;
     }
     STEP        eStep = STEP_READY;

@@ -3,7 +3,8 @@
 
 #include <string>
 
-/* The kind of a failure, by SQLSTATE; where there is none, by the client library's words. */
+/* The kind of a failure: by SQLSTATE, of a connection that was never made by what the
+   system says of its socket, else by the client library's own words. */
 enum DB_KIND {
     DB_FINE,
     DB_REFUSED,       // nobody listens, or the socket's queue is full
@@ -28,12 +29,19 @@ enum DB_KIND {
 
 struct DB_ERROR {
     DB_KIND     eKind = DB_FINE;
-    std::string sSqlState;  // empty when the connection failed
-    std::string sText;      // one line
+    std::string sSqlState;     // empty when the connection failed
+    std::string sText;         // one line
+    const char* cpCause = "";  // identifier of a row of the table of causes
 };
 
 /* The failure with this SQLSTATE (may be empty) and this text. */
 DB_ERROR sctDB_FAILURE(const std::string& sSqlState, const std::string& sText);
+
+/* The failure of a connection that was never made and of which the words say nothing,
+   by what the system says when its address is tried once more.
+   sHost  as the client library names it: a name, an address, or the folder of a socket */
+DB_ERROR sctDB_UNREACHED(const std::string& sHost, const std::string& sPort,
+                         const std::string& sText);
 
 /* true for a failure that passes by itself: worth another try. */
 bool bDB_PASSES(DB_KIND eKind);

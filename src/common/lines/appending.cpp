@@ -118,12 +118,13 @@ int iOPEN_APPEND(const std::string& sFile)
     return fdOPEN_FILE(sFile, iFlags, 0640).iRelease();
 }
 
-void APPEND_LINE(const char* cpWhat, const std::string& sFile, const std::string& sLine,
+int APPEND_LINE(const char* cpWhat, const std::string& sFile, const std::string& sLine,
                  const char* cpKey)
 {
     const FD fdFile(iOPEN_APPEND(sFile));
-    if (fdFile.bOpen() && iAPPEND(fdFile.iGet(), sLine)) return;
+    if (fdFile.bOpen() && iAPPEND(fdFile.iGet(), sLine)) return 1;
     const int iErrno = errno;
     v_STDERR_ONCE(cpKey != nullptr ? cpKey : cpWhat, "cannot write the %s \"%s\": %s", cpWhat,
                   sFile.c_str(), cpERRNO(iErrno));
+    return 0;
 }

@@ -22,6 +22,6 @@ int iOPEN_APPEND(const std::string& sFile);
 /* Appends a line (without its line feed) to a file, "the cpWhat", by one write. It begins on
    a line of its own, whatever a writer that was cut off has left; what cannot be written
    whole is taken back. A failure is told on standard error, once for cpKey (null: for
-   cpWhat). */
-void APPEND_LINE(const char* cpWhat, const std::string& sFile, const std::string& sLine,
+   cpWhat). Result 1 it is there. */
+int APPEND_LINE(const char* cpWhat, const std::string& sFile, const std::string& sLine,
                  const char* cpKey = nullptr);

@@ -93,6 +93,7 @@ void SET_DIAGNOSIS(JSON& line, const DIAGNOSIS& diagnosis)
     for (const std::string& sWords : diagnosis.asWords)
         line["words"].push_back(sONE_LINE(sFOREIGN(sWords)));
     SET(line, "cure", diagnosis.sCure);
+    SET(line, "command", diagnosis.sCommand);
 }
 
 std::string sDUMPED(const JSON& line)
@@ -163,9 +164,9 @@ std::string sOUTCOME_LINE(const RUN_RECORD& record)
     line["msg"] = sSAFE_LINE(record.sMessage);
     SET_DIAGNOSIS(line, record.diagnosis);
     SET(line, "mode", record.sMode);
-    SET(line, "host", record.sHost);
-    if (record.iPort > 0) line["port"] = record.iPort;
-    SET(line, "host_key", record.sHostKey);
+    SET(line, "host", record.reached.sHost);
+    if (record.reached.iPort > 0) line["port"] = record.reached.iPort;
+    SET(line, "host_key", record.reached.sHostKey);
     if (record.bStarted) SET_TIMES(line, record);
     SET(line, "version_before", record.sVersionBefore);
     SET(line, "version_after", record.sVersionAfter);

@@ -1,9 +1,7 @@
 /* Outcome log: one JSON object per run and line, in gv_rw_prot, day label, ".jsonl".
 
-   A run has one record. Its stages fill in what they come to know: the database and
-   the remote service their times, the remote service the host that it reached and why
-   an operation failed, the end of the run its outcome. What has no value is left out
-   of the line; keys are only ever added. Texts are shown as everywhere: one line,
+   A run has one record, which its end puts together of what the operations have handed
+   back. What has no value is left out of the line; keys are only ever added. Texts are shown as everywhere: one line,
    passwords masked. */
 #pragma once
 
@@ -15,13 +13,21 @@
    answers; the update script has a time of its own beside other commands. */
 enum RUN_TIME { TIME_DATABASE, TIME_CONNECT, TIME_COMMAND, TIME_COPY, TIME_SCRIPT, RUN_TIMES };
 
+/* Whom an operation reached. */
+struct REACHED {
+    std::string sHost;
+    int         iPort = 0;
+    std::string sHostKey;  // its fingerprint
+};
+
 /* Why an operation failed, as data. */
 struct DIAGNOSIS {
-    std::string              sStage;  // name route port greeting host-key login shell ...
+    std::string              sStage;  // server name route port greeting host-key login ...
     std::string              sCause;  // identifier of a row of the table of causes
     std::string              sSentence;
     std::vector<std::string> asWords;  // that show it, the most telling first
-    std::string              sCure;    // what to do, with the command to type; may be empty
+    std::string              sCure;     // what to do, or where to look; may be empty
+    std::string              sCommand;  // typed on this server it cures; may be empty
     std::string              sTry;     // a command that shows the same; may be empty
 };
 
@@ -37,9 +43,7 @@ struct RUN_RECORD {
     std::string sMessage;         // run message
     DIAGNOSIS   diagnosis;        // of the operation that decided
     std::string sMode;            // access mode of the host
-    std::string sHost;            // host and port that were reached
-    int         iPort = 0;
-    std::string sHostKey;  // its fingerprint
+    REACHED     reached;
     std::string sVersionBefore;
     std::string sVersionAfter;
     int         iStored = -1;  // 1 the outcome stands in the client's row, 0 not, -1 unknown
@@ -49,7 +53,7 @@ struct RUN_RECORD {
     std::array<long, RUN_TIMES> alMicroseconds{-1, -1, -1, -1, -1};  // -1: none
 };
 
-/* The record of this run. */
+/* The record of this run: the times are kept here, the rest is the run's. */
 RUN_RECORD& sctRUN_RECORD();
 
 /* Adds the time from its making to its end to the run's. */

@@ -27,10 +27,17 @@ std::string& sANSWER_FILE()
     return sFile.Get();
 }
 
+bool& WRITTEN()
+{
+    static bool bWritten = false;
+    return bWritten;
+}
+
 void PROTOCOL_LINE(const std::string& sText)
 {
-    APPEND_LINE("day protocol", sDAY_FILE(".prt"),
-                sLOCAL_TIME(false) + " " + std::to_string(getpid()) + " " + sONE_LINE(sText));
+    if (APPEND_LINE("day protocol", sDAY_FILE(".prt"),
+                    sLOCAL_TIME(false) + " " + std::to_string(getpid()) + " " + sONE_LINE(sText)))
+        WRITTEN() = true;
 }
 
 }  // namespace
@@ -42,6 +49,11 @@ std::string sDAY_FILE(const char* cpExtension)
     iCONFIG_VARIABLE("gv_rw_prot", sDirectory);
     iCONFIG_VARIABLE("gv_daylbl", sDay);
     return sDirectory + szFILE_NAME(sDay) + cpExtension;
+}
+
+bool bPROTOCOL_WRITTEN()
+{
+    return WRITTEN();
 }
 
 void FPROT(int /*iZero*/, const char* cpText)

@@ -16,6 +16,9 @@ void FPROT(int iZero, const char* cpFormat, V value, REST... rest)
     FPROT_FORMAT(iZero, cpFormat, value, rest...);
 }
 
+/* This run has written into it. */
+bool bPROTOCOL_WRITTEN();
+
 /* A file of the day label beside the day protocol: its own, with ".prt". */
 std::string sDAY_FILE(const char* cpExtension);
 

@@ -67,6 +67,12 @@ int iTRACE_FD(const str_log& sctLog)
     return file.fd.iGet();
 }
 
+const str_log*& MAIN_LOG()
+{
+    static const str_log* pLog = nullptr;
+    return pLog;
+}
+
 /* 1 for an option of the program that takes a value. */
 bool bTAKES_VALUE(char c)
 {
@@ -96,6 +102,7 @@ void v_set_log_main(const char* cpFilePattern, const char* cpTraceId, str_log* p
 {
     constexpr std::string_view svPid = "<PID>";
     *pLog = {};
+    MAIN_LOG() = pLog;
     pLog->iPid = getpid();
     pLog->iProcessId = pLog->iPid;
     std::string  sFile = cpFilePattern;
@@ -109,6 +116,11 @@ void v_set_log_main(const char* cpFilePattern, const char* cpTraceId, str_log* p
     iTEXT_SET(pLog->szExeName, program_invocation_short_name);
     eLang = eCONFIGURED_LANGUAGE();
     pLog->iLogLevel = iCONFIG_TRACE_LEVEL();
+}
+
+const str_log* pMAIN_LOG()
+{
+    return MAIN_LOG();
 }
 
 void v_set_log(int iLevel, int /*iOne*/, str_log* pLog)

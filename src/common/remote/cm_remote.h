@@ -16,6 +16,7 @@
 
 #include "../cm_trace.h"
 #include "../common/LL.h"
+#include "../log/outcome_log.h"
 #include "../text/command_line.h"
 #include "../unix/cm_hal_pipe.h"
 
@@ -66,6 +67,14 @@ struct RCMD {
     BOOL        bDiffStreams;
     DB_PROC_PIP sctPP;
 };
+
+/* What the last operations on hosts have met. */
+struct REMOTE_END {
+    DIAGNOSIS   diagnosis;  // of the last whose failure may decide a run; empty when it succeeded
+    std::string sMode;      // access mode of the last host
+    REACHED     reached;    // and whom its name led to
+};
+const REMOTE_END& sctREMOTE_END();
 
 /* Runs szCmd on szClient and waits for its end.
    Result  the command's exit status, at full width; 255 when it could not be

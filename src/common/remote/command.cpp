@@ -7,10 +7,8 @@
 #include "../config/config.h"
 #include "../lines/secret.h"
 #include "../lines/standard_error.h"
-#include "../log/outcome_log.h"
 #include "../text/text.h"
 #include "../unix/read_now.h"
-#include "diagnose.h"
 #include "output.h"
 #include "transport.h"
 #include "wrapper.h"
@@ -99,47 +97,48 @@ std::string sTIMEOUT(const HOST& host, const LIMITS& limits, const RUNNING& runn
 }
 
 /* Why there was no second mark though no limit has passed. */
-std::string sBROKEN(const HOST& host, const RUNNING& running, const ATTEMPT& attempt)
+std::string sBROKEN(const HOST& host, const COMMAND_END& outcome)
 {
-    if (!attempt.way.sReason.empty()) return attempt.way.sReason;
-    if (running.marks.eState() == MARK_READER::RUNNING)
-        return "Connection to " + host.sName + " was lost before the command ended";
-    if (!attempt.sLastWords.empty()) return attempt.sLastWords;
+    if (!outcome.way.sReason.empty()) return outcome.way.sReason;
+    if (outcome.bBegan) return "Connection to " + host.sName + " was lost before the command ended";
+    if (!outcome.asBefore.empty()) return outcome.asBefore.back();
     return "Connection to " + host.sName +
            " was lost before the command began; its login shell may run none";
+}
+
+/* The last lines of a text as a person may see them. */
+std::vector<std::string> asLAST_LINES(const std::string& sText)
+{
+    constexpr size_t         uLINES = 5;
+    std::vector<std::string> asLine;
+    for (const std::string_view svLine : asvPIECES(sText)) {
+        const std::string sLine = sONE_LINE(svLine.substr(0, svLine.find('\r')));
+        if (sLine.find_first_not_of(' ') != sLine.npos) asLine.push_back(sLine);
+        if (asLine.size() > uLINES) asLine.erase(asLine.begin());
+    }
+    return asLine;
 }
 
 /* Says why a command that was heard to eHeard did not end by itself. */
 void JUDGE(const HOST& host, TRANSPORT& transport, const LIMITS& limits, LISTENED eHeard,
            RUNNING& running, COMMAND_END& outcome)
 {
-    ATTEMPT attempt;
-    if (running.marks.eState() == MARK_READER::BEFORE) {
-        OUTPUT      noise;
-        OUTPUT_SINK sink(noise);
+    outcome.bTotal = lNOW_MS() >= running.lTotal;
+    outcome.way = transport.sctWAY(host, eHeard == LISTENED_LATE);
+    outcome.reached = outcome.way.reached;
+    if (!outcome.bBegan) {
         running.marks.sRest();
-        attempt.sBefore = running.marks.sNoise();
-        sink.Take(attempt.sBefore);
-        sink.Finish();
-        attempt.sLastWords = noise.sLastLine;
+        outcome.asBefore = asLAST_LINES(running.marks.sNoise() + "\n" + outcome.way.sBeside);
     }
-    attempt.way = transport.sctWAY(host);
-    attempt.bBegan = running.marks.eState() != MARK_READER::BEFORE;
-    attempt.bLate = eHeard == LISTENED_LATE;
-    attempt.bTotal = lNOW_MS() >= running.lTotal;
-    if (eHeard == LISTENED_ENDED && iCHILD_ENDED(running.child))
-        attempt.iChild = running.child.iStatus;
     if (eHeard == LISTENED_LATE) {
         outcome.eFailure = FAILURE_TIME_LIMIT;
         outcome.sReason = sTIMEOUT(host, limits, running);
     } else if (eHeard == LISTENED_FAILED) {
-        outcome.eFailure = FAILURE_OTHER;
         outcome.sReason = std::string("cannot wait for the command: ") + std::strerror(errno);
     } else {
-        outcome.eFailure = attempt.way.bRefused ? FAILURE_REFUSED : FAILURE_OTHER;
-        outcome.sReason = sBROKEN(host, running, attempt);
+        if (outcome.way.bRefused) outcome.eFailure = FAILURE_REFUSED;
+        outcome.sReason = sBROKEN(host, outcome);
     }
-    outcome.diagnosis = sctATTEMPT_DIAGNOSIS(attempt);
 }
 
 /* A refused key is not tried again (lockout), and a silent host has used its time. */
@@ -155,32 +154,40 @@ void TRACE_LOG(const std::string& sText, const str_log& sctLog)
 }
 
 /* A command line that could not be formed is empty. */
-int iSOUND(const HOST& host, const char* cpCommand, std::string& sReason)
+int iSOUND(const HOST& host, const char* cpCommand, REFUSAL& refusal)
 {
     if (!host.sUnread.empty())
-        return iREASON(
-            sReason, "cannot read what the database knows of " + host.sName + ": " + host.sUnread);
+        return iREFUSE(
+            refusal, host.sUnreadCause,
+            "cannot read what the database knows of " + host.sName + ": " + host.sUnread);
     if (*cpCommand != '\0') return 1;
     const size_t uLimit = uCMD_TOO_LONG();
-    if (uLimit > 0)
-        sReason = "the command line for " + host.sName + " is longer than " +
-                  std::to_string(uLimit) + " bytes";
-    else
-        sReason = "the command line for " + host.sName +
-                  " is empty, or holds a character that its shell cannot take";
-    return 0;
+    return iREFUSE(refusal, "command-not-formed",
+                   "the command line for " + host.sName +
+                       (uLimit > 0 ? " is longer than " + std::to_string(uLimit) + " bytes"
+                                   : " is empty, or holds a character that its shell cannot take"));
+}
+
+/* Why nothing was started. */
+COMMAND_END sctREFUSED(const REFUSAL& refusal)
+{
+    COMMAND_END outcome;
+    outcome.sReason = refusal.sReason;
+    outcome.way.eReached = STAGE_SERVER;
+    outcome.way.finding = {refusal.sCause, STAGE_SERVER, {refusal.sReason}};
+    outcome.way.places = refusal.places;
+    return outcome;
+}
+
+/* What was asked for cannot even be started on this server. */
+COMMAND_END sctNOT_STARTED(const CHILD_SPEC& sctSpec, const std::string& sReason, int iErrno)
+{
+    REFUSAL refusal{sReason, "server-cannot-run", {}};
+    refusal.places = {{"program", sctSpec.asArgument[0]}, {"why", std::strerror(iErrno)}};
+    return sctREFUSED(refusal);
 }
 
 }  // namespace
-
-void TRACE_COMMAND_LINE(const CHILD_SPEC& sctSpec, const str_log& sctLog)
-{
-    if (sctLog.iLogLevel <= 0) return;
-    std::string sLine;
-    for (const std::string& s : sctSpec.asArgument)
-        sLine += " " + sSHELL_WORD(SHELL_POSIX, sFOREIGN(s));
-    WRITE_TRACE(&sctLog, "command line:%s", sLine.c_str());
-}
 
 STAGE eSTAGE_NOW()
 {
@@ -220,7 +227,9 @@ COMMAND_END sctRUN_CHILD(const HOST& host, TRANSPORT& transport, const CHILD_SPE
     running.lConnect = lStart + 1000L * (limits.iConnect + iCONNECT_GRACE_S);
     running.lIdle = lStart + 1000L * limits.iIdle;
     running.lTotal = lStart + 1000L * limits.iTotal;
-    if (!iCHILD_START(running.child, sctSpec, outcome.sReason)) return outcome;
+    std::string sReason;
+    if (!iCHILD_START(running.child, sctSpec, sReason))
+        return sctNOT_STARTED(sctSpec, sReason, errno);
 
     sctCONNECTING() = {&transport, &host};
     const LISTENED eHeard = eLISTEN(running, sink, limits.iIdle, bMOVES);
@@ -228,6 +237,7 @@ COMMAND_END sctRUN_CHILD(const HOST& host, TRANSPORT& transport, const CHILD_SPE
     if (running.marks.eState() == MARK_READER::ENDED) {
         outcome.eFailure = FAILURE_NONE;
         outcome.lStatus = running.marks.lStatus();
+        outcome.reached = transport.sctREACHED(host);
     } else {
         JUDGE(host, transport, limits, eHeard, running, outcome);
         if (outcome.bBegan) sink.Take(running.marks.sRest());
@@ -239,6 +249,8 @@ COMMAND_END sctRUN_CHILD(const HOST& host, TRANSPORT& transport, const CHILD_SPE
     else
         v_CHILD_END(running.child, iEND_GRACE_MS);
     outcome.iChild = running.child.iStatus;
+    if (eHeard == LISTENED_ENDED) outcome.iSignal = running.child.iSignal;
+    outcome.sProgram = sctSpec.asArgument[0];
     return outcome;
 }
 
@@ -246,12 +258,9 @@ COMMAND_END sctRUN_COMMAND(const HOST& host, const std::string& sPort, const cha
                            const LIMITS& limits, OUTPUT& output, const str_log& sctLog)
 {
     COMMAND_END outcome;
+    REFUSAL     refusal;
     TRANSPORT&  transport = TRANSPORT_OF(host);
-    sctRUN_RECORD().sMode = host.bLocal ? "local" : host.sAccessMode;
-    if (!iSOUND(host, cpCommand, outcome.sReason)) {
-        outcome.diagnosis = sctREASON_DIAGNOSIS(host, outcome.sReason);
-        return outcome;
-    }
+    if (!iSOUND(host, cpCommand, refusal)) return sctREFUSED(refusal);
     // The child's own words do not show it: most transports hand it over another way.
     TRACE_BY(sctLog, "command for %s: %s", host.sName.c_str(), sFOREIGN(cpCommand).c_str());
     // A shared connection that broke meanwhile, or as it was made, earns one more try;
@@ -262,25 +271,23 @@ COMMAND_END sctRUN_COMMAND(const HOST& host, const std::string& sPort, const cha
     int        iTriesLeft = 1 + limits.iRetries + (bOnce ? 0 : 1);
     while (iTriesLeft-- > 0) {
         CHILD_SPEC sctSpec;
-        if (!transport.iFORM(host, sPort, cpCommand, limits.iConnect, sctSpec, outcome.sReason)) {
-            outcome.diagnosis = sctREASON_DIAGNOSIS(host, outcome.sReason);
-            return outcome;
-        }
-        TRACE_COMMAND_LINE(sctSpec, sctLog);
+        if (!transport.iFORM(host, sPort, cpCommand, limits.iConnect, sctSpec, refusal))
+            return sctREFUSED(refusal);
         outcome = sctRUN_CHILD(host, transport, sctSpec, limits, output,
                                iLEFT_TO_FINISH(cpCommand) ? TIME_SCRIPT : TIME_COMMAND);
-        if (outcome.bRan()) transport.NOTE_WAY(host);
         if (sctLog.iLogLevel > 2) TRACE_LOG(transport.sLOG(host), sctLog);
         TRACE_BY(sctLog, "host %s, mode %s: %s %ld %s", host.sName.c_str(),
                  host.bLocal ? "local" : host.sAccessMode.c_str(),
                  outcome.bRan() ? "status" : "not run", outcome.lStatus, outcome.sReason.c_str());
         if (outcome.bRan()) transport.TIDY(host);
-        if (outcome.bRan() || outcome.bBegan || !bWORTH_ANOTHER_TRY(outcome)) return outcome;
+        const bool bServer = outcome.way.eReached == STAGE_SERVER;
+        if (outcome.bRan() || outcome.bBegan || bServer || !bWORTH_ANOTHER_TRY(outcome))
+            return outcome;
         if (bMayBreak && transport.bSHARING_FAILED(host)) {
             bMayBreak = false;
             ++iTriesLeft;
         }
-        if (transport.bLEARNT(host, outcome.iChild))
+        if (transport.bLEARNT(host, outcome.way.sReason.empty() ? outcome.iChild : -1))
             ++iTriesLeft;
         else if (iTriesLeft > 0)
             iSLEEP_MS(100);

@@ -12,7 +12,6 @@
 #include <string>
 
 #include "../cm_trace.h"
-#include "../log/outcome_log.h"
 #include "host.h"
 #include "output.h"
 #include "transport.h"
@@ -32,9 +31,15 @@ struct COMMAND_END {
     FAILURE     eFailure = FAILURE_OTHER;
     long        lStatus = 255;   // exit status of a command that ran to its end
     std::string sReason;         // why it did not
-    DIAGNOSIS   diagnosis;       // the cause of that
     bool        bBegan = false;  // its first mark came
+    bool        bTotal = false;  // the limit that passed was the one for all of it
     int         iChild = -1;     // exit status of the transport's own process
+    int         iSignal = 0;     // that ended that process before its time
+    std::string sProgram;        // the transport's own program
+    WAY         way;             // of a command that has not run
+    REACHED     reached;
+
+    std::vector<std::string> asBefore;  // of one that did not begin: the last lines of all
 
     bool bRan() const { return eFailure == FAILURE_NONE; }
 };
@@ -49,9 +54,6 @@ COMMAND_END sctRUN_CHILD(const HOST& host, TRANSPORT& transport, const CHILD_SPE
 
 /* How far this run has come: the stage of what is under way on a host, or was at last. */
 STAGE eSTAGE_NOW();
-
-/* Traces the words that a child is started with, passwords masked. */
-void TRACE_COMMAND_LINE(const CHILD_SPEC& sctSpec, const str_log& sctLog);
 
 /* Runs a command line on a host within the limits, and again where that can help.
    sPort   empty: as configured

@@ -1,9 +1,11 @@
 #include "diagnose.h"
 
+#include <algorithm>
 #include <filesystem>
 
-#include "../base/immortal.h"
+#include "../cm_db_access.h"
 #include "../config/variables.h"
+#include "../lines/secret.h"
 #include "../text/command_line.h"
 #include "../text/text.h"
 #include "cm_remote.h"
@@ -13,81 +15,115 @@ namespace {
 
 constexpr long lNOT_EXECUTABLE = 126;  // as a POSIX shell says it
 constexpr long lNOT_FOUND = 127;
+constexpr long lNO_SCRIPT = 2;  // of a shell that has read a program as a script
 constexpr long lSIGNAL = 128;
 constexpr long lSIGNAL_LAST = 128 + 64;
+constexpr long lWINDOWS_NOT_FOUND = 9009;
+constexpr long lMSI_BUSY = 1618;
+constexpr long lMSI_NO_PACKAGE = 1620;
 constexpr int  iASK_S = 5;
+
+/* Sentences of our own update script, and of installers. */
+constexpr struct {
+    std::string_view svSentence;
+    const char*      cpCause;
+} asctInstaller[] = {
+    {"has no signature, and this client", "package-unsigned"},
+    {"with a key that is not among", "package-key-unknown"},
+    {"no key that signs them", "package-key-unknown"},
+    {"no key file in", "package-key-unknown"},
+    {"dpkg frontend lock was locked by another process", "installer-locked"},
+    {"dpkg frontend is locked by another process", "installer-locked"},
+    {"dpkg database lock was locked by another process", "installer-locked"},
+    {"dpkg status database is locked by another process", "installer-locked"},
+    {"E: Could not get lock /var/lib/", "installer-locked"},
+    {"E: Unable to acquire the dpkg frontend lock", "installer-locked"},
+    {"E: Unable to lock the administration directory", "installer-locked"},
+    {"can't create transaction lock on ", "installer-locked"},
+    {"' is not a Debian format archive", "package-cut"},
+    {"dpkg-deb: error: unexpected end of file in ", "package-cut"},
+    {"to decompressor pipe: unexpected end of file or stream", "package-cut"},
+    {": not an rpm package (or package manifest)", "package-cut"},
+    {": cpio: read failed - ", "package-cut"},
+    {": cpio: Bad magic", "package-cut"},
+};
+
+// Asks why a program cannot be run: the cause, and what is missing. f is the program's file.
+constexpr const char* cpWHY_NOT_RUN =
+    "f=$d$p; [ -e \"$f\" ] || f=$(command -v \"$p\") || f=; "
+    "b() { od -An -tx1 -j$2 -N$3 \"$1\" | tr -d ' \\n'; }; "
+    "if [ -z \"$f\" ]; then if [ -d \"$d\" ]; then echo program-missing; else echo "
+    "directory-missing; fi; "
+    "elif [ -d \"$f\" ]; then echo program-is-folder; "
+    "elif [ ! -x \"$f\" ]; then echo program-not-executable; "
+    "else case $(b \"$f\" 0 4) in "
+    "2321*) IFS= read -r l <\"$f\"; set -f; set -- ${l#\"#!\"}; i=$1; "
+    "if [ ! -x \"$1\" ]; then echo \"interpreter-missing $1\"; "
+    "elif [ \"${1##*/}\" = env ] && [ \"${2#-}\" = \"$2\" ] && ! command -v \"$2\" >/dev/null; "
+    "then echo \"interpreter-missing $2\"; fi;; "
+    "7f454c46) m=$(b \"$f\" 18 2)$(b /bin/sh 18 2); "
+    "i=$(head -c 4096 \"$f\" | tr -c '[:print:]' '\\n' | grep -m 1 '^/'); "
+    "if [ \"${m#????}\" != \"${m%????}\" ] && [ \"$m\" != 03003e00 ]; then echo wrong-format; "
+    "elif [ -n \"$i\" ] && [ ! -x \"$i\" ]; then echo \"interpreter-missing $i\"; "
+    "else LC_ALL=C ldd \"$f\" 2>/dev/null | sed -n 's/^[[:space:]]*\\(.*\\) => not found.*/"
+    "library-missing \\1/p' | tail -n 1; fi;; "
+    "4d5a*) echo wrong-format;; esac; fi";
+
+// Whether the file system of $d was made read-only.
+constexpr const char* cpREAD_ONLY =
+    "m=$(df -P \"$d\" | sed -n '2s/.*% //p'); "
+    "while read -r a t y o r; do [ \"$t\" != \"$m\" ] || s=$o; done </proc/mounts; "
+    "case ,$s, in *,ro,*) echo read-only;; esac";
 
 std::string sPROGRAM(std::string_view svCommand)
 {
     return std::string(svCommand.substr(0, svCommand.find(' ')));
 }
 
-PLACES sctPLACES(const HOST& host)
+PLACES sctPLACES(const HOST& host, const PLACES& found)
 {
-    PLACES      places{{"host", host.sName},
-                  {"name", host.sName},
-                  {"address", host.sName},
-                  {"user", host.sUser.empty() ? "the user" : host.sUser},
-                  {"mode", host.sAccessMode},
-                  {"program", "the program"},
-                  {"permit", cpPERMIT_COMMAND(host.sAccessMode)}};
+    PLACES places = found;
+    places.insert({{"host", host.sName},
+                   {"name", host.sName},
+                   {"address", host.sName},
+                   {"user", host.sUser.empty() ? "the user" : host.sUser},
+                   {"mode", host.sAccessMode},
+                   {"program", "the program"},
+                   {"database", sDB_MACHINE()},
+                   {"permit", cpPERMIT_COMMAND(host.sAccessMode)}});
     std::string sDirectory;
     if (iCONFIG_CLIENT_DIRECTORY(host.sPlatform.c_str(), "gv_ro_bin", sDirectory))
         places["dir"] = sDirectory;
     return places;
 }
 
-const char* cpLATE(const ATTEMPT& attempt)
+/* The last line that a host answers to a question, "" none. Only a POSIX shell is asked. */
+std::string sASK(const HOST& host, const std::string& sScript, const str_log& sctLog)
 {
-    if (attempt.bBegan) return attempt.bTotal ? "program-endless" : "program-hangs";
-    if (attempt.way.eReached >= STAGE_SHELL) return "shell-hangs";
-    if (attempt.way.eReached >= STAGE_HOST_KEY) return "login-hangs";
-    return attempt.way.eReached == STAGE_GREETING ? "sshd-silent" : "connection-timeout";
-}
-
-/* The connection stood, and the login shell ended without the first mark. */
-const char* cpSHELL(const ATTEMPT& attempt, bool bWords)
-{
-    const CAUSE* pShown = pCAUSE_SHOWN(SHELL_SAYS, attempt.sBefore);
-    if (pShown != nullptr) return pShown->cpId;
-    if (bWords) return "forced-command";
-    return attempt.iChild == 0 ? "start-up-exits" : "shell-ends";
-}
-
-/* What the host answers about a program that it could not run. Each answer is a cause. */
-std::string sASK(const HOST& host, const std::string& sProgram, const std::string& sDirectory,
-                 const str_log& sctLog)
-{
-    if (eSHELL_OF(host) != SHELL_POSIX || sProgram.find('/') != sProgram.npos) return "";
-    const std::string sDir = sSHELL_WORD(SHELL_POSIX, sDirectory);
-    const std::string sName = sSHELL_WORD(SHELL_POSIX, sProgram);
-    const std::string sScript =
-        "d=" + sDir + "; p=" + sName +
-        "; f=$d$p; [ -e \"$f\" ] || f=$(command -v \"$p\"); "
-        "if [ ! -d \"$d\" ]; then echo directory-missing; "
-        "elif [ ! -e \"$f\" ]; then echo program-missing; "
-        "elif [ ! -x \"$f\" ]; then echo program-not-executable; "
-        "else IFS= read -r l <\"$f\"; case $l in \"#!\"*) i=${l#\"#!\"}; i=${i# }; i=${i%% *}; "
-        "[ -x \"$i\" ] || echo interpreter-missing;; esac; fi";
+    if (eSHELL_OF(host) != SHELL_POSIX) return "";
     OUTPUT            output;
-    const COMMAND_END outcome =
+    const COMMAND_END end =
         sctRUN_COMMAND(host, "", sScript.c_str(), {iASK_S, iASK_S, iASK_S, 0}, output, sctLog);
-    for (const char* cpAnswer :
-         {"directory-missing", "program-missing", "program-not-executable", "interpreter-missing"})
-        if (outcome.bRan() && output.sLastLine == cpAnswer) return cpAnswer;
-    return "";
+    return end.bRan() ? output.sLastLine : "";
 }
 
-/* Nobody may write into a folder that is there, not even root. */
-bool bREAD_ONLY(const HOST& host, const std::string& sFolder, const str_log& sctLog)
+/* Why a program could not be run; "" where the host does not know. */
+std::string sWHY_NOT_RUN(const HOST& host, const std::string& sProgram, PLACES& places,
+                         const str_log& sctLog)
 {
-    if (eSHELL_OF(host) != SHELL_POSIX || sFolder.empty()) return false;
-    const std::string sScript = "d=" + sSHELL_WORD(SHELL_POSIX, sFolder) +
-                                "; if [ -d \"$d\" ] && [ ! -w \"$d\" ]; then echo read-only; fi";
-    OUTPUT            output;
-    const COMMAND_END outcome =
-        sctRUN_COMMAND(host, "", sScript.c_str(), {iASK_S, iASK_S, iASK_S, 0}, output, sctLog);
-    return outcome.bRan() && output.sLastLine == "read-only";
+    constexpr std::string_view asvAnswer[] = {
+        "program-missing",     "directory-missing", "program-is-folder", "program-not-executable",
+        "interpreter-missing", "wrong-format",      "library-missing"};
+    if (sProgram.find('/') != sProgram.npos) return "";
+    const std::string sAnswer = sASK(host,
+                                     "d=" + sSHELL_WORD(SHELL_POSIX, places["dir"]) + "; p=" +
+                                         sSHELL_WORD(SHELL_POSIX, sProgram) + "; " + cpWHY_NOT_RUN,
+                                     sctLog);
+    const std::string sWord = sAnswer.substr(0, sAnswer.find(' '));
+    if (std::find(std::begin(asvAnswer), std::end(asvAnswer), sWord) == std::end(asvAnswer))
+        return "";
+    if (sWord != sAnswer) places["answer"] = sAnswer.substr(sWord.size() + 1);
+    return sWord;
 }
 
 /* The line that tells an error, else the last one; none of a silent program. */
@@ -100,112 +136,115 @@ std::vector<std::string> asERROR_LINE(const OUTPUT& output)
     return {output.sLastLine};
 }
 
-/* The file that the last copy brought to a client. */
-std::string& sCOPIED()
-{
-    static IMMORTAL<std::string> sFile;
-    return sFile.Get();
-}
-
-std::string sSCRIPT_CAUSE(const std::vector<std::string>& asWords)
+std::string sSCRIPT_CAUSE(long lStatus, const std::vector<std::string>& asWords,
+                          const std::string& sCopied)
 {
     std::error_code error;
-    if (std::filesystem::file_size(sCOPIED(), error) == 0) return "package-empty";
-    if (asWords.empty()) return "script-failed-silently";
-    const CAUSE* pShown = pCAUSE_SHOWN(SCRIPT_SAYS, asWords[0]);
-    return pShown != nullptr ? pShown->cpId : "script-failed";
+    if (std::filesystem::file_size(sCopied, error) == 0) return "package-empty";
+    if (lStatus == lMSI_BUSY) return "installer-locked";
+    if (lStatus == lMSI_NO_PACKAGE) return "package-cut";
+    for (const auto& row : asctInstaller)
+        for (const std::string& sWords : asWords)
+            if (sWords.find(row.svSentence) != sWords.npos) return row.cpCause;
+    return asWords.empty() ? "script-failed-silently" : "script-failed";
 }
 
+/* A command that ended by itself. */
 std::string sSTATUS_CAUSE(const HOST& host, const std::string& sProgram, long lStatus,
-                          const std::vector<std::string>& asWords, const PLACES& places,
-                          const str_log& sctLog)
+                          const std::vector<std::string>& asWords, const std::string& sCopied,
+                          PLACES& places, const str_log& sctLog)
 {
-    const bool bScript = iLEFT_TO_FINISH(sProgram) != 0;
-    if (lStatus == lNOT_FOUND || lStatus == lNOT_EXECUTABLE) {
-        std::string sAnswer = sASK(host, sProgram, places.at("dir"), sctLog);
-        if (bScript && !sAnswer.empty()) return "update-script-missing";
-        if (!sAnswer.empty()) return sAnswer;
-    }
-    if (bScript) return sSCRIPT_CAUSE(asWords);
-    if (asWords.empty() && lStatus > lSIGNAL && lStatus <= lSIGNAL_LAST) return "program-killed";
+    const bool  bScript = iLEFT_TO_FINISH(sProgram) != 0;
+    std::string sAnswer;
+    if (lStatus == lNOT_FOUND || lStatus == lNOT_EXECUTABLE || lStatus == lNO_SCRIPT)
+        sAnswer = sWHY_NOT_RUN(host, sProgram, places, sctLog);
+    if (lStatus == lWINDOWS_NOT_FOUND && eSHELL_OF(host) == SHELL_WINDOWS)
+        sAnswer = "program-missing";
+    if (bScript && (sAnswer == "program-missing" || sAnswer == "directory-missing"))
+        return "update-script-missing";
+    if (!sAnswer.empty()) return sAnswer;
+    if (lStatus > lSIGNAL && lStatus <= lSIGNAL_LAST) return "program-killed";
+    if (bScript) return sSCRIPT_CAUSE(lStatus, asWords, sCopied);
     return asWords.empty() ? "program-failed-silently" : "program-failed";
+}
+
+/* The login worked, and what was started by it is not the command. */
+std::string sSHELL_CAUSE(const COMMAND_END& end)
+{
+    for (const std::string& sLine : end.asBefore) {
+        if (sLine == "This account is currently not available.") return "account-closed";
+        if (sLine == "Password change required but no TTY available.") return "password-expired";
+    }
+    if (end.way.bForced) return "forced-command";
+    if (!end.way.finding.sCause.empty()) return end.way.finding.sCause;
+    return end.iChild >= 0 && end.iChild < 255 ? "command-not-begun" : cpNOT_RECOGNISED;
+}
+
+/* A command that did not end by itself. */
+FINDING sctNOT_RUN(const COMMAND_END& end)
+{
+    FINDING finding = end.way.finding;
+    finding.eReached = std::max(finding.eReached, end.way.eReached);
+    if (end.iSignal != 0) {
+        finding.sCause = "ssh-killed";
+    } else if (end.bBegan && end.eFailure == FAILURE_TIME_LIMIT) {
+        finding.sCause = end.bTotal ? "program-endless" : "program-hangs";
+        finding.asWords.clear();
+    } else if (end.bBegan) {
+        finding.sCause = "connection-lost";
+    } else if (end.way.eReached == STAGE_SHELL) {
+        finding.sCause = sSHELL_CAUSE(end);
+        finding.asWords.insert(finding.asWords.begin(), end.asBefore.begin(), end.asBefore.end());
+    } else if (finding.sCause.empty()) {
+        finding.sCause = cpNOT_RECOGNISED;
+    }
+    if (finding.asWords.empty() && finding.sCause == cpNOT_RECOGNISED && !end.way.sLast.empty())
+        finding.asWords = {end.way.sLast};
+    if (finding.asWords.empty() && !end.sReason.empty()) finding.asWords = {end.sReason};
+    return finding;
 }
 
 }  // namespace
 
-DIAGNOSIS sctATTEMPT_DIAGNOSIS(const ATTEMPT& attempt)
+DIAGNOSIS sctCOMMAND_DIAGNOSIS(const HOST& host, const char* cpCommand, const COMMAND_END& end,
+                               const OUTPUT& output, const std::string& sCopied,
+                               const str_log& sctLog)
 {
-    if (!attempt.way.diagnosis.sCause.empty()) return attempt.way.diagnosis;
-    PLACES places = attempt.way.places;
-    places["status"] = std::to_string(attempt.iChild);
-    std::vector<std::string> asWords;
-    const char*              cpId = "connection-lost";
-    if (!attempt.sLastWords.empty()) asWords = {attempt.sLastWords};
-    if (attempt.bLate)
-        cpId = cpLATE(attempt);
-    else if (!attempt.bBegan && attempt.way.eReached >= STAGE_SHELL && attempt.iChild != 255)
-        cpId = cpSHELL(attempt, !asWords.empty());
-    DIAGNOSIS diagnosis = sctDIAGNOSIS(sctCAUSE(cpId), places);
-    diagnosis.asWords = asWords;
+    PLACES            places = sctPLACES(host, end.way.places);
+    const std::string sProgram = sPROGRAM(cpCommand);
+    const long        lStatus = end.bRan() ? end.lStatus : end.iChild;
+    places.insert_or_assign("status", std::to_string(lStatus));
+    places["signal"] = std::to_string(end.iSignal != 0 ? end.iSignal : lStatus - lSIGNAL);
+    places["file"] = places.contains("file") ? places["file"] : sCopied;
+    if (end.way.eReached != STAGE_SERVER)
+        places["program"] = end.iSignal != 0 ? end.sProgram : sProgram;
+    FINDING finding;
+    if (end.bRan()) {
+        finding.eReached = STAGE_PROGRAM;
+        finding.asWords = asERROR_LINE(output);
+        finding.sCause =
+            sSTATUS_CAUSE(host, sProgram, lStatus, finding.asWords, sCopied, places, sctLog);
+    } else {
+        finding = sctNOT_RUN(end);
+    }
+    DIAGNOSIS diagnosis = sctDIAGNOSIS(finding, places);
+    if (*cpCommand != '\0')
+        diagnosis.sTry = TRANSPORT_OF(host).sBY_HAND(host, sFOREIGN(cpCommand).c_str());
     return diagnosis;
-}
-
-DIAGNOSIS sctREASON_DIAGNOSIS(const HOST& host, const std::string& sReason)
-{
-    PLACES      places = sctPLACES(host);
-    std::string sConfig;
-    iCONFIG_ACCESS(host.sAccessMode.c_str(), sConfig);
-    places["config"] = sConfig;
-    const bool   bUnread = !host.sUnread.empty();  // and then the words are the database's
-    const CAUSE* pCause = pCAUSE_SHOWN(bUnread ? DATABASE_SAYS : WE_SAY, sReason);
-    if (pCause == nullptr)
-        pCause = bUnread ? &sctCAUSE("database-failed") : pCAUSE_SHOWN(SSH_SAYS, sReason);
-    if (pCause == nullptr) return {};
-    DIAGNOSIS diagnosis = sctDIAGNOSIS(*pCause, places);
-    diagnosis.asWords = {sReason};
-    return diagnosis;
-}
-
-DIAGNOSIS sctSTATUS_DIAGNOSIS(const HOST& host, const char* cpCommand, long lStatus,
-                              const OUTPUT& output, const str_log& sctLog)
-{
-    PLACES                         places = sctPLACES(host);
-    const std::vector<std::string> asWords = asERROR_LINE(output);
-    const std::string              sProgram = sPROGRAM(cpCommand);
-    places["program"] = sProgram;
-    places["status"] = std::to_string(lStatus);
-    places["signal"] = std::to_string(lStatus - lSIGNAL);
-    places["file"] = sCOPIED();
-    DIAGNOSIS diagnosis = sctDIAGNOSIS(
-        sctCAUSE(sSTATUS_CAUSE(host, sProgram, lStatus, asWords, places, sctLog)), places);
-    diagnosis.asWords = asWords;
-    return diagnosis;
-}
-
-void v_COPIED(const std::string& sSource)
-{
-    sCOPIED() = sSource;
 }
 
 DIAGNOSIS sctCOPY_DIAGNOSIS(const HOST& host, const std::string& sSource,
-                            const std::string& sTarget, const std::string& sReason,
-                            const str_log& sctLog)
+                            const std::string& sTarget, const COPY_END& end, const str_log& sctLog)
 {
-    if (!host.sUnread.empty()) return sctREASON_DIAGNOSIS(host, sReason);
-    PLACES places = sctPLACES(host);
-    places["file"] = sSource;
+    PLACES  places = sctPLACES(host, end.places);
+    FINDING finding = end.finding;
+    places["file"] = places.contains("file") ? places["file"] : sSource;
     places["folder"] = sTarget.substr(0, sTarget.find_last_of("/\\") + 1);
-    const CAUSE* pCause = pCAUSE_SHOWN(WE_SAY, sReason);
-    if (pCause == nullptr && sReason.find("remote ") == sReason.npos)
-        pCause = pCAUSE_SHOWN(SSH_SAYS, sReason);
-    if (pCause == nullptr) pCause = pCAUSE_SHOWN(SFTP_SAYS, sReason);
-    if (pCause == nullptr) pCause = &sctCAUSE("copy-failed");
-    if (std::string_view(pCause->cpId) == "package-missing" && sReason.ends_with("denied"))
-        pCause = &sctCAUSE("package-unreadable");
-    if (std::string_view(pCause->cpId) == "copy-refused" &&
-        bREAD_ONLY(host, places["folder"], sctLog))
-        pCause = &sctCAUSE("disk-read-only");
-    DIAGNOSIS diagnosis = sctDIAGNOSIS(*pCause, places);
-    diagnosis.asWords = {sReason};
-    return diagnosis;
+    if (finding.sCause.empty()) finding = {cpNOT_RECOGNISED, STAGE_COPY, {}};
+    if (finding.asWords.empty()) finding.asWords = {end.sReason};
+    if (finding.sCause == "copy-refused" &&
+        sASK(host, "d=" + sSHELL_WORD(SHELL_POSIX, places["folder"]) + "; " + cpREAD_ONLY,
+             sctLog) == "read-only")
+        finding.sCause = "disk-read-only";
+    return sctDIAGNOSIS(finding, places);
 }

@@ -56,7 +56,10 @@ HOST sctREAD_HOST(const std::string& sName, const str_log& sctLog)
     HOST host;
     host.sName = sName;
     // The reply of a statement that ran is a number of rows.
-    if (!bNUMBER(szReply)) host.sUnread = szReply;
+    if (!bNUMBER(szReply)) {
+        host.sUnread = szReply;
+        host.sUnreadCause = sctDB_ERROR().cpCause;
+    }
     host.sStoredMode = szMode;
     host.sUser = szUser;
     host.sDataMover = szMover;

@@ -15,6 +15,7 @@ struct HOST {
     std::string sUser;        // os_user, empty: as configured for ssh
     std::string sDataMover;
     std::string sUnread;          // why the database did not tell it; such a host is not reached
+    std::string sUnreadCause;     // the same as a row of the table of causes
     bool        bLocal = false;   // the backup server itself
     bool        bClient = false;  // it has a row
 };

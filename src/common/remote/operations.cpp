@@ -1,5 +1,7 @@
 /* The operations of the remote-command service, by the names the tool calls. */
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -7,6 +9,7 @@
 #include <filesystem>
 #include <string>
 
+#include "../base/immortal.h"
 #include "../common.h"
 #include "../log/outcome_log.h"
 #include "cm_remote.h"
@@ -35,25 +38,38 @@ int iPOSITIVE(long lStatus)
     return lStatus == 0 ? 0 : lStatus < 0 || lStatus > INT32_MAX ? 255 : static_cast<int>(lStatus);
 }
 
-/* What became of an operation that the run's verdict may rest on. A later one replaces
-   it, also by its success. */
-void COUNTS(const HOST& host, const char* cpCommand, const COMMAND_END& outcome,
-            const OUTPUT& output, const str_log& sctLog)
+REMOTE_END& LAST_END()
 {
-    DIAGNOSIS told = outcome.diagnosis;
-    if (outcome.bRan() && outcome.lStatus != 0)
-        told = sctSTATUS_DIAGNOSIS(host, cpCommand, outcome.lStatus, output, sctLog);
-    if (!told.sCause.empty()) {
-        const std::string sCommand = cpCommand;
-        const PLACES      places{{"program", sCommand.substr(0, sCommand.find(' '))}};
-        told.sSentence = sFILLED(told.sSentence, places);
-        told.sCure = sCURE_FILLED(told.sCure, places);
-        const bool bBegan = outcome.bRan() || outcome.bBegan;
-        if (!sCommand.empty())
-            told.sTry = TRANSPORT_OF(host).sBY_HAND(host, sFOREIGN(cpCommand).c_str(), bBegan);
-        if (told.asWords.empty() && !outcome.sReason.empty()) told.asWords = {outcome.sReason};
-    }
-    sctRUN_RECORD().diagnosis = told;
+    static IMMORTAL<REMOTE_END> end;
+    return end.Get();
+}
+
+/* The file that was copied to a host last. */
+std::string& sCOPIED()
+{
+    static IMMORTAL<std::string> sFile;
+    return sFile.Get();
+}
+
+/* Whom an operation reached, and how. */
+void NOTE_REACHED(const HOST& host, const REACHED& reached)
+{
+    LAST_END().sMode = host.bLocal ? "local" : host.sAccessMode;
+    if (!reached.sHost.empty()) LAST_END().reached = reached;
+}
+
+/* Runs a command that the run's verdict may rest on, or (bCounts false) not. */
+COMMAND_END sctRUN(const HOST& host, const std::string& sPort, const char* cpCommand,
+                   const LIMITS& limits, OUTPUT& output, const str_log& sctLog, bool bCounts)
+{
+    const COMMAND_END end = sctRUN_COMMAND(host, sPort, cpCommand, limits, output, sctLog);
+    NOTE_REACHED(host, end.reached);
+    if (!bCounts) return end;
+    LAST_END().diagnosis = {};
+    if (!end.bRan() || end.lStatus != 0)
+        LAST_END().diagnosis =
+            sctCOMMAND_DIAGNOSIS(host, cpCommand, end, output, sCOPIED(), sctLog);
+    return end;
 }
 
 /* Runs a command with the result of i_RCMD_LL; sReason is empty when it ran. */
@@ -61,10 +77,9 @@ int iRUN(const char* cpHost, const char* cpMode, const char* cpCommand, const LI
          OUTPUT& output, std::string& sReason, const str_log& sctLog, bool bCounts = false)
 {
     const HOST&       host = sctHOST(cpHost, cpMode, sctLog);
-    const COMMAND_END outcome = sctRUN_COMMAND(host, "", cpCommand, limits, output, sctLog);
-    if (bCounts) COUNTS(host, cpCommand, outcome, output, sctLog);
-    sReason = outcome.sReason;
-    return outcome.bRan() ? iPOSITIVE(outcome.lStatus) : -1;
+    const COMMAND_END end = sctRUN(host, "", cpCommand, limits, output, sctLog, bCounts);
+    sReason = end.sReason;
+    return end.bRan() ? iPOSITIVE(end.lStatus) : -1;
 }
 
 std::string_view svWITHOUT_QUOTES(std::string_view sv)
@@ -112,7 +127,9 @@ FD fdOUTPUT_FILE(const RCMD& cmd, const str_log& sctLog)
     iMAKE_DIRECTORY(folder.string());
     FD fd = fdOPEN_FILE(cmd.szOutFile, O_WRONLY | O_CREAT | (cmd.bAppendMode ? O_APPEND : O_TRUNC),
                         0640);
-    if (!fd.bOpen()) TELL_UNWRITTEN(cmd, errno, sctLog);
+    const int iErrno = errno;
+    if (!fd.bOpen()) TELL_UNWRITTEN(cmd, iErrno, sctLog);
+    errno = iErrno;
     return fd;
 }
 
@@ -127,6 +144,21 @@ int iPATH_ON_HOST(const HOST& host, const char* cpPath, std::string& sPath, std:
     return TRANSPORT_OF(host).iPLACE(host, cpPath, sPath, sReason);
 }
 
+/* What is to be copied must be readable here. A file that is there, and whose mode alone
+   forbids that, is told apart. */
+int iREADABLE(const std::string& sSource, COPY_END& end)
+{
+    struct stat sctStat {};
+    const bool  bThere = stat(sSource.c_str(), &sctStat) == 0;
+    if (bThere && S_ISREG(sctStat.st_mode) && access(sSource.c_str(), R_OK) == 0) return 1;
+    if (bThere && !S_ISREG(sctStat.st_mode)) errno = S_ISDIR(sctStat.st_mode) ? EISDIR : EINVAL;
+    const bool bMode = bThere && errno == EACCES;
+    end.places = {{"file", sSource}, {"why", std::strerror(errno)}};
+    iCANNOT("read", sSource, end.sReason);
+    end.finding = {bMode ? "package-unreadable" : "package-missing", STAGE_SERVER, {end.sReason}};
+    return 0;
+}
+
 /* "KEY=" of the key that a query of a configuration file asks for ("KEY=^"), or "". */
 std::string sASKED_FOR(std::string_view svCommand)
 {
@@ -138,6 +170,11 @@ std::string sASKED_FOR(std::string_view svCommand)
 
 }  // namespace
 
+const REMOTE_END& sctREMOTE_END()
+{
+    return LAST_END();
+}
+
 int i_RCMD(RCMD* pCmd, str_log sctLog)
 {
     const HOST& known = sctHOST(pCmd->szClient, pCmd->szAccessMode, sctLog);
@@ -145,14 +182,20 @@ int i_RCMD(RCMD* pCmd, str_log sctLog)
     if (pCmd->szUser[0] != '\0') other.sUser = pCmd->szUser;
     const HOST& host = pCmd->szUser[0] != '\0' ? other : known;
     const FD    fdFile = fdOUTPUT_FILE(*pCmd, sctLog);
+    int         iOpenErrno = pCmd->szOutFile[0] != '\0' && !fdFile.bOpen() ? errno : 0;
     OUTPUT      output;
     output.LL_Lines = pCmd->LL_Stdout;
     output.iFile = fdFile.iGet();
-    const COMMAND_END outcome = sctRUN_COMMAND(
-        host, pCmd->szPort, pCmd->szCmd, sctLIMITS(pCmd->iTimeout, pCmd->iRetries), output, sctLog);
-    COUNTS(host, pCmd->szCmd, outcome, output, sctLog);
+    const COMMAND_END outcome =
+        sctRUN(host, pCmd->szPort, pCmd->szCmd, sctLIMITS(pCmd->iTimeout, pCmd->iRetries), output,
+               sctLog, true);
     STATUS_AND_MESSAGE(pCmd, output, outcome);
     if (output.iFileErrno != 0) TELL_UNWRITTEN(*pCmd, output.iFileErrno, sctLog);
+    if (iOpenErrno == 0) iOpenErrno = output.iFileErrno;
+    if (iOpenErrno != 0)
+        LAST_END().diagnosis =
+            sctDIAGNOSIS({"work-file", STAGE_SERVER, {}},
+                         {{"file", pCmd->szOutFile}, {"why", std::strerror(iOpenErrno)}});
     return outcome.bRan() ? static_cast<int>(outcome.lStatus) : 255;
 }
 
@@ -213,24 +256,25 @@ int REMOTE_COPY_CLIENT(char cMode, const char* cpHost, const char* cpSource, con
     const HOST& host = sctHOST(cpHost, "", sctLog);
     std::string sSource;
     std::string sTarget;
-    std::string sReason;
-    int         iRet = 0;
+    COPY_END    end;
     if (cMode != 'p') {
-        sReason = "only copies from the server to a client are made";
+        end.sReason = "only copies from the server to a client are made";
     } else if (!host.sUnread.empty()) {
-        sReason = "cannot read what the database knows of " + host.sName + ": " + host.sUnread;
-    } else if (iCONFIG_SERVER_PATH(cpSource, sSource, sReason) &&
-               iPATH_ON_HOST(host, cpTarget, sTarget, sReason)) {
+        end.sReason = "cannot read what the database knows of " + host.sName + ": " + host.sUnread;
+        end.finding = {host.sUnreadCause, STAGE_NONE, {host.sUnread}};
+    } else if (iCONFIG_SERVER_PATH(cpSource, sSource, end.sReason) &&
+               iPATH_ON_HOST(host, cpTarget, sTarget, end.sReason) && iREADABLE(sSource, end)) {
         const STAGE_TIMER timer(TIME_COPY);
-        iRet = TRANSPORT_OF(host).iPUT(host, sSource, sTarget, cpMode, sReason, sctLog);
+        end = TRANSPORT_OF(host).sctPUT(host, sSource, sTarget, cpMode);
     }
-    sctRUN_RECORD().diagnosis =
-        iRet ? DIAGNOSIS{} : sctCOPY_DIAGNOSIS(host, sSource, sTarget, sReason, sctLog);
-    if (iRet != 0) v_COPIED(sSource);
-    iTEXT_COPY(cpMsg, uMsg, iRet ? "" : sReason);
+    NOTE_REACHED(host, {});
+    LAST_END().diagnosis =
+        end.bDone ? DIAGNOSIS{} : sctCOPY_DIAGNOSIS(host, sSource, sTarget, end, sctLog);
+    if (end.bDone) sCOPIED() = sSource;
+    iTEXT_COPY(cpMsg, uMsg, end.bDone ? "" : end.sReason);
     TRACE_BY(sctLog, "copy \"%s\" to %s as \"%s\": %s", sSource.c_str(), cpHost, sTarget.c_str(),
-             iRet ? "done" : sReason.c_str());
-    return iRet;
+             end.bDone ? "done" : end.sReason.c_str());
+    return end.bDone;
 }
 
 void v_REMOVE_EMPTY_FOLDERS(const char* cpHost, const char* cpFile, const char* cpTop,
@@ -248,19 +292,6 @@ void v_REMOVE_EMPTY_FOLDERS(const char* cpHost, const char* cpFile, const char* 
          u = sFile.find_last_of(cpEnds, u - 1))
         asFolder.push_back(sFile.substr(0, u));
     if (!asFolder.empty()) TRANSPORT_OF(host).REMOVE_FOLDERS(host, asFolder);
-}
-
-int iERROR_LINE(t_LL LL_Output, char* cpLine, size_t uLine)
-{
-    iTEXT_COPY(cpLine, uLine, "ssh:|Error:^");
-    if (i_LL_search(LL_Output, cpLine, uLine) > 0) return 1;
-    const char* cpLast = nullptr;
-    for (void* p = FirstElmLL(LL_Output); IsElmLL(p); p = NextElmLL(p)) {
-        const char* cpText = static_cast<const char*>(p);
-        if (cpText[std::strspn(cpText, " \t")] != '\0') cpLast = cpText;
-    }
-    iTEXT_COPY(cpLine, uLine, cpLast != nullptr ? cpLast : "No message found");
-    return cpLast != nullptr;
 }
 
 int alive_test_qtc(const char* cpHost, char* cpMsg, char* cpVersion, const char*, char* cpInstalled,
@@ -284,6 +315,10 @@ int alive_test_qtc(const char* cpHost, char* cpMsg, char* cpVersion, const char*
     if (!iREPORT_VERSIONS(LL_Output, cpVersion,
                           cpInstalled != nullptr ? cpInstalled : szInstalled)) {
         iTEXT_COPY(cpMsg, uMsg, "No version in the report of qtc -h");
+        const void* pLast = LastElmLL(LL_Output);
+        FINDING     finding{"no-version", STAGE_ANSWER, {}};
+        if (pLast != nullptr) finding.asWords = {static_cast<const char*>(pLast)};
+        LAST_END().diagnosis = sctDIAGNOSIS(finding, {{"host", cpHost}, {"program", "qtc"}});
         return 0;
     }
     x_Snprintf(cpMsg, uMsg, "QTC_VERSION=%s", cpVersion);

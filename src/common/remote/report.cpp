@@ -1,12 +1,12 @@
-/* The report of "qtc -h": KEY=value lines among other lines. */
+/* What a program on a client has written: the line that tells an error, and the report of
+   "qtc -h", KEY=value lines among other lines. */
 #include <strings.h>
 
+#include <cstring>
 #include <span>
 #include <string_view>
 
-#include "../log/outcome_log.h"
 #include "../text/text.h"
-#include "cause.h"
 #include "cm_remote.h"
 
 namespace {
@@ -45,21 +45,6 @@ int iTAKE(t_LL LL_Output, std::span<FIELD> fields)
     return fields[0].cpValue[0] != '\0';
 }
 
-/* The run's record has what the client had at first, and has now. A report without a
-   version is a failure of its own. */
-void NOTE_VERSION(t_LL LL_Output, const char* cpVersion, const char* cpVelkaVersion)
-{
-    RUN_RECORD& record = sctRUN_RECORD();
-    if (*cpVersion != '\0') {
-        record.sVersionAfter = *cpVelkaVersion != '\0' ? cpVelkaVersion : cpVersion;
-        if (record.sVersionBefore.empty()) record.sVersionBefore = record.sVersionAfter;
-        return;
-    }
-    const void* pLast = LastElmLL(LL_Output);
-    record.diagnosis = sctDIAGNOSIS(sctCAUSE("no-version"), {{"program", "qtc"}});
-    if (pLast != nullptr) record.diagnosis.asWords = {static_cast<const char*>(pLast)};
-}
-
 }  // namespace
 
 int i_search_client_info(t_LL LL_Output, char* cpVersion, char* cpVelkaVersion, char* cpCores,
@@ -86,9 +71,7 @@ int i_search_client_info(t_LL LL_Output, char* cpVersion, char* cpVelkaVersion, 
         {"SERVICEPACK_DATE", cpServicepackDate, 256, false},
         {"MODULE_VERSIONS", cpModuleVersions, 256, false},
     };
-    const int iFound = iTAKE(LL_Output, asctField);
-    NOTE_VERSION(LL_Output, cpVersion, cpVelkaVersion);
-    return iFound;
+    return iTAKE(LL_Output, asctField);
 }
 
 int iREPORT_VERSIONS(t_LL LL_Output, char* cpVersion, char* cpInstalled)
@@ -96,7 +79,18 @@ int iREPORT_VERSIONS(t_LL LL_Output, char* cpVersion, char* cpInstalled)
     FIELD asctField[] = {{"QTC_VERSION", cpVersion, 256, false},
                          {"VELKA_VERSION", cpInstalled, 256, false}};
     *cpVersion = *cpInstalled = '\0';
-    const int iFound = iTAKE(LL_Output, asctField);
-    NOTE_VERSION(LL_Output, cpVersion, cpInstalled);
-    return iFound;
+    return iTAKE(LL_Output, asctField);
+}
+
+int iERROR_LINE(t_LL LL_Output, char* cpLine, size_t uLine)
+{
+    iTEXT_COPY(cpLine, uLine, "ssh:|Error:^");
+    if (i_LL_search(LL_Output, cpLine, uLine) > 0) return 1;
+    const char* cpLast = nullptr;
+    for (void* p = FirstElmLL(LL_Output); IsElmLL(p); p = NextElmLL(p)) {
+        const char* cpText = static_cast<const char*>(p);
+        if (cpText[std::strspn(cpText, " \t")] != '\0') cpLast = cpText;
+    }
+    iTEXT_COPY(cpLine, uLine, cpLast != nullptr ? cpLast : "No message found");
+    return cpLast != nullptr;
 }

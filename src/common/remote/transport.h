@@ -20,13 +20,40 @@ enum FAILURE {
     FAILURE_OTHER,
 };
 
-/* The way that the command formed last took. */
+/* Why something cannot be tried at all, with the row of the table of causes. */
+struct REFUSAL {
+    std::string sReason;
+    std::string sCause;
+    PLACES      places;  // that the row needs besides
+};
+
+/* Always 0. */
+inline int iREFUSE(REFUSAL& refusal, const std::string& sCause, const std::string& sReason)
+{
+    refusal.sReason = sReason;
+    refusal.sCause = sCause;
+    return 0;
+}
+
+/* The way that the command formed last took, and why it ended early. */
 struct WAY {
     STAGE       eReached = STAGE_PROGRAM;  // the stage that it was in at last
-    std::string sReason;                   // why it failed, for the user; "" when it says nothing
+    FINDING     finding;                   // of what the transport's program said
+    std::string sReason;                   // the same for the user; "" when it says nothing
+    std::string sBeside;                   // what came beside the output before the command began
+    std::string sLast;                     // the last line of what it said
     bool        bRefused = false;          // the host admits nobody who comes so
-    DIAGNOSIS   diagnosis;                 // and what shows in that
+    bool        bForced = false;           // the login is one for another command
     PLACES      places;                    // what is known of the host
+    REACHED     reached;
+};
+
+/* What became of a copy. */
+struct COPY_END {
+    bool        bDone = false;
+    std::string sReason;  // why not
+    FINDING     finding;  // the same, where it is known
+    PLACES      places;   // what belongs to that
 };
 
 struct TRANSPORT {
@@ -34,22 +61,20 @@ struct TRANSPORT {
 
     /* Forms the child that runs a command line on the host. sPort: empty, as
        configured.
-       Result  1 formed; 0 the host cannot be reached this way: sReason says why */
+       Result  1 formed; 0 the host cannot be reached this way: refusal says why */
     virtual int iFORM(const HOST& host, const std::string& sPort, std::string_view svCommand,
-                      int iConnectTimeout, CHILD_SPEC& sctSpec, std::string& sReason) = 0;
+                      int iConnectTimeout, CHILD_SPEC& sctSpec, REFUSAL& refusal) = 0;
 
-    /* Enters into the run's record whom the command formed last reached. */
-    virtual void NOTE_WAY(const HOST& /*host*/) {}
-    /* The same, and the way that it took. Where it ended at a host in between, that way is
-       taken once more, to ask why. */
-    virtual WAY sctWAY(const HOST& /*host*/) { return {}; }
+    /* Whom the command formed last reached, once it has run. */
+    virtual REACHED sctREACHED(const HOST& /*host*/) { return {}; }
+    /* The way that it took, when it has not run. bLate: a limit passed */
+    virtual WAY sctWAY(const HOST& /*host*/, bool /*bLate*/) { return {}; }
     /* How far the one that is under way has come before its command began. */
     virtual STAGE eREACHED(const HOST& /*host*/) { return STAGE_PROGRAM; }
     /* The transport's own log of that command, for the trace. */
     virtual std::string sLOG(const HOST& /*host*/) { return {}; }
-    /* A line for a person's shell that does the same as a command on the host.
-       bPath  with the search path that the command gets */
-    virtual std::string sBY_HAND(const HOST& /*host*/, std::string_view svCommand, bool /*bPath*/)
+    /* A line for a person's shell that does the same as a command on the host. */
+    virtual std::string sBY_HAND(const HOST& /*host*/, std::string_view svCommand)
     {
         return std::string(svCommand);
     }
@@ -60,24 +85,24 @@ struct TRANSPORT {
     virtual bool bSHARING_FAILED(const HOST& /*host*/) { return false; }
 
     /* What the command that was formed last has taught of the host, when it could not
-       be run and its child ended with iExit: true when it is worth another try. */
+       be run and its child ended with iExit, -1 where that itself told why: true when it is
+       worth another try. */
     virtual bool bLEARNT(const HOST& /*host*/, int /*iExit*/) { return false; }
 
     /* Takes away what a run that was killed has left on the host. Called when a command
        has just shown that it is there. */
     virtual void TIDY(const HOST& /*host*/) {}
 
-    /* Where a symbolic path lies on the host, as iPUT takes it.
+    /* Where a symbolic path lies on the host, as sctPUT takes it.
        Result  1 sPath is set; 0 unknown directory key: sReason says which */
     virtual int iPLACE(const HOST& host, const char* cpPath, std::string& sPath,
                        std::string& sReason) = 0;
 
     /* Copies sSource (a file on this server) to sTarget (of iPLACE) on the host, whole
        or not at all, missing folders made.
-       cpMode  octal permissions or null
-       Result  1 copied, 0 not: sReason says why */
-    virtual int iPUT(const HOST& host, const std::string& sSource, const std::string& sTarget,
-                     const char* cpMode, std::string& sReason, const str_log& sctLog) = 0;
+       cpMode  octal permissions or null */
+    virtual COPY_END sctPUT(const HOST& host, const std::string& sSource,
+                            const std::string& sTarget, const char* cpMode) = 0;
 
     /* Removes folders on the host, the first one first, as far as they are empty. */
     virtual void REMOVE_FOLDERS(const HOST& /*host*/, const std::vector<std::string>& /*asFolder*/)

@@ -8,7 +8,6 @@
 
 #include "../base/immortal.h"
 #include "../config/variables.h"
-#include "../lines/standard_error.h"
 #include "transport.h"
 #include "wrapper.h"
 
@@ -16,7 +15,7 @@ namespace {
 
 struct LOCAL : TRANSPORT {
     int iFORM(const HOST&, const std::string&, std::string_view svCommand, int, CHILD_SPEC& sctSpec,
-              std::string&) override
+              REFUSAL&) override
     {
         std::string sPrograms;
         iCONFIG_VARIABLE("gv_ro_bin", sPrograms);
@@ -34,34 +33,36 @@ struct LOCAL : TRANSPORT {
         return iCONFIG_SERVER_PATH(cpPath, sPath, sReason);
     }
 
-    int iPUT(const HOST&, const std::string& sSource, const std::string& sTarget,
-             const char* cpMode, std::string& sReason, const str_log&) override
+    COPY_END sctPUT(const HOST&, const std::string& sSource, const std::string& sTarget,
+                    const char* cpMode) override
     {
         namespace fs = std::filesystem;
         std::error_code error;
         const fs::path  target(sTarget);
         const fs::path  part(sTarget + ".part");
-        const auto      iFAILED = [&](const std::string& sVerb) {
-            sReason = "cannot " + sVerb + " \"" + sTarget + "\": " + error.message();
+        const auto      sctFAILED = [&](const std::string& sVerb) {
+            COPY_END end;
+            end.sReason = "cannot " + sVerb + " \"" + sTarget + "\": " + error.message();
+            if (error == std::errc::no_space_on_device) end.finding.sCause = "disk-full";
+            if (error == std::errc::read_only_file_system) end.finding.sCause = "disk-read-only";
+            if (error == std::errc::permission_denied) end.finding.sCause = "copy-not-permitted";
             std::error_code ignored;
             fs::remove(part, ignored);
-            return 0;
+            return end;
         };
-        if (access(sSource.c_str(), R_OK) != 0) return iCANNOT("read", sSource, sReason);
-        if (!fs::is_regular_file(sSource, error))
-            return iREASON(sReason, "cannot read \"" + sSource + "\": it is no file");
         fs::create_directories(target.parent_path(), error);
-        if (error) return iFAILED("make the folder of");
+        if (error) return sctFAILED("make the folder of");
         fs::copy_file(sSource, part, fs::copy_options::overwrite_existing, error);
         if (!error && fs::file_size(part, error) != fs::file_size(sSource, error) && !error)
             error = std::make_error_code(std::errc::io_error);
-        if (error) return iFAILED("write");
+        if (error) return sctFAILED("write");
         if (cpMode != nullptr) {
             fs::permissions(part, static_cast<fs::perms>(std::strtoul(cpMode, nullptr, 8)), error);
-            if (error) return iFAILED("set the mode of");
+            if (error) return sctFAILED("set the mode of");
         }
         fs::rename(part, target, error);
-        return error ? iFAILED("rename into") : 1;
+        if (error) return sctFAILED("rename into");
+        return {true, "", {}, {}};
     }
 
     void REMOVE_FOLDERS(const HOST&, const std::vector<std::string>& asFolder) override

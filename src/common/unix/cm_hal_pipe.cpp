@@ -18,7 +18,11 @@ extern "C" {  // the header of some C libraries does not say it
 
 #include "../base/descriptor.h"
 #include "../base/immortal.h"
+#include "../cm_trace.h"
+#include "../lines/secret.h"
 #include "../lines/standard_error.h"
+#include "../text/command_line.h"
+#include "read_now.h"
 #include "waiting.h"
 
 namespace {
@@ -119,15 +123,29 @@ int iEXEC_FAILURE(int iFd)
     return iErrno;
 }
 
-int iSTATUS(int iWaitStatus)
+void TAKE_STATUS(CHILD& child, int iWaitStatus)
 {
-    return WIFSIGNALED(iWaitStatus) ? 128 + WTERMSIG(iWaitStatus) : WEXITSTATUS(iWaitStatus);
+    child.iSignal = WIFSIGNALED(iWaitStatus) ? WTERMSIG(iWaitStatus) : 0;
+    child.iStatus = child.iSignal != 0 ? 128 + child.iSignal : WEXITSTATUS(iWaitStatus);
+    child.iPid = -1;
+    FORGET(child);
+}
+
+void TRACE_START(const CHILD_SPEC& sctSpec)
+{
+    const str_log* pLog = pMAIN_LOG();
+    if (pLog == nullptr || pLog->iLogLevel <= 0) return;
+    std::string sLine;
+    for (const std::string& s : sctSpec.asArgument)
+        sLine += " " + sSHELL_WORD(SHELL_POSIX, sFOREIGN(s));
+    WRITE_TRACE(pLog, "command line:%s", sLine.c_str());
 }
 
 /* The ends of the child's standard streams and of the report of a failed exec. */
 struct CHILD_PIPES {
     FD   fdNull;
     FD   fdFile;  // the child's standard input, where it is a file
+    FD   fdErrFile;
     PIPE sctIn;
     PIPE sctOut;
     PIPE sctErr;
@@ -185,6 +203,7 @@ pid_t iFORK(const CHILD_SPEC& sctSpec, const CHILD_PIPES& pipes)
     if (sctSpec.bPipeOut) side.iOut = pipes.sctOut.fdWrite.iGet();
     if (sctSpec.bErrToOut) side.iErr = side.iOut;
     if (sctSpec.bPipeErr) side.iErr = pipes.sctErr.fdWrite.iGet();
+    if (pipes.fdErrFile.bOpen()) side.iErr = pipes.fdErrFile.iGet();
     // A handler in the child would work on our memory, and leave it an alarm.
     const SIGNALS_HELD held;
     if (sctSpec.pBody != nullptr) {
@@ -235,9 +254,7 @@ void REAP(CHILD& child)
     int iWaitStatus = 0;
     while (waitpid(child.iPid, &iWaitStatus, 0) < 0 && errno == EINTR) {
     }
-    child.iStatus = iSTATUS(iWaitStatus);
-    child.iPid = -1;
-    FORGET(child);
+    TAKE_STATUS(child, iWaitStatus);
 }
 
 /* Waits until the child has ended or the time is up. */
@@ -279,13 +296,19 @@ int iCHILD_START(CHILD& child, const CHILD_SPEC& sctSpec, std::string& sReason)
 {
     const auto iFAILED = [&](int iErrno) {
         errno = iErrno;
-        return iCANNOT("run", sctSpec.asArgument[0], sReason);
+        iCANNOT("run", sctSpec.asArgument[0], sReason);
+        errno = iErrno;
+        return 0;
     };
+    TRACE_START(sctSpec);
     CHILD_PIPES pipes;
     if (!sctSpec.sInFile.empty()) {
         pipes.fdFile = fdOPEN_FILE(sctSpec.sInFile, O_RDONLY);
         if (!pipes.fdFile.bOpen()) return iCANNOT("read", sctSpec.sInFile, sReason);
     }
+    if (!sctSpec.sErrFile.empty())
+        pipes.fdErrFile =
+            FD(open(sctSpec.sErrFile.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
     if (!bMAKE_PIPES(sctSpec, pipes) || !bEXIT_CAN_BE_SEEN()) return iFAILED(errno);
     v_GIVE_BACK_AT_EXIT();
     const pid_t iPid = iFORK(sctSpec, pipes);
@@ -303,15 +326,37 @@ int iCHILD_START(CHILD& child, const CHILD_SPEC& sctSpec, std::string& sReason)
     return iFAILED(iErrno);
 }
 
+std::string sSAID_BY(const std::vector<std::string>& asArgument, int iLimitMs, int* pStatus)
+{
+    constexpr size_t uMOST = size_t{4} << 20;
+    CHILD            child;
+    CHILD_SPEC       sctSpec;
+    std::string      sOut;
+    sctSpec.asArgument = asArgument;
+    sctSpec.asEnvironment = {{"LC_ALL", "C"}};
+    const int  iStarted = iCHILD_START(child, sctSpec, sOut);
+    const long lDeadline = lNOW_MS() + iLimitMs;
+    // What it leaves behind may hold its output open.
+    for (bool bEnded = !iStarted; !bEnded && child.fdOut.bOpen() && sOut.size() < uMOST;) {
+        std::vector<WAIT_FD> fds{{child.fdExit.iGet()}, {child.fdOut.iGet()}};
+        if (iWAIT(fds, lDeadline) != WAIT_READY) break;
+        bEnded = fds[0].bReady;
+        uREAD_NOW(child.fdOut, sOut, uMOST - sOut.size());
+    }
+    child.fdOut.Close();  // who says more than that is not waited for
+    if (iStarted && lNOW_MS() >= lDeadline) v_CHILD_END(child, 500);
+    if (iStarted) v_CHILD_LET_GO(child, 500);
+    if (pStatus != nullptr) *pStatus = child.iStatus;
+    return sOut;
+}
+
 int iCHILD_ENDED(CHILD& child)
 {
     if (child.iPid < 0) return 1;
     int         iWaitStatus = 0;
     const pid_t iReaped = waitpid(child.iPid, &iWaitStatus, WNOHANG);
     if (iReaped == 0) return 0;
-    child.iStatus = iReaped == child.iPid ? iSTATUS(iWaitStatus) : 127;
-    child.iPid = -1;
-    FORGET(child);
+    TAKE_STATUS(child, iReaped == child.iPid ? iWaitStatus : W_EXITCODE(127, 0));
     return 1;
 }
 

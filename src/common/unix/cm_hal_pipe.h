@@ -61,6 +61,7 @@ struct CHILD {
     FD    fdErr;              // its standard error, where it was asked for apart
     FD    fdExit;             // becomes readable when the process has ended (pidfd)
     int   iStatus = -1;       // exit status, 128 + signal when killed; valid once reaped
+    int   iSignal = 0;        // that killed it; valid once reaped
     bool  bOutlives = false;  // letting it go leaves it running
 
     CHILD() = default;
@@ -76,6 +77,7 @@ struct CHILD_SPEC {
     bool                                             bPipeIn = false;  // false: /dev/null
     std::string sFirstInput = {};   // written to that pipe at once; at most 1 MiB
     std::string sInFile = {};       // a file as standard input, in place of the pipe
+    std::string sErrFile = {};      // a file to which standard error is appended
     bool        bPipeOut = true;    // false: our own standard output
     bool        bErrToOut = true;   // standard error joins standard output
     bool        bPipeErr = false;   // standard error on a pipe of its own (bErrToOut false)
@@ -87,10 +89,17 @@ struct CHILD_SPEC {
     std::function<void()> pFirst = {};  // and what it does first
 };
 
-/* Starts a child.
+/* Starts a child. Its command line is traced at level 1, passwords masked.
    Result  1 it runs; 0 it could not be started, or nobody could see its end:
-           sReason is "cannot run "PROGRAM": CAUSE" and child is as before. */
+           sReason is "cannot run "PROGRAM": CAUSE", errno is that cause, and child is as
+           before. */
 int iCHILD_START(CHILD& child, const CHILD_SPEC& sctSpec, std::string& sReason);
+
+/* What a program writes on both outputs until it ends, iLimitMs have passed, or it has
+   written 4 MiB; one that still runs then is ended. Its exit status in *pStatus, where that
+   is wanted: -1 could not be started, and the text says why. */
+std::string sSAID_BY(const std::vector<std::string>& asArgument, int iLimitMs,
+                     int* pStatus = nullptr);
 
 /* Reaps the child when it has ended. Result 1 it has (iStatus is set), 0 it
    still runs. */

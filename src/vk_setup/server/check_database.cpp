@@ -6,6 +6,7 @@
 #include "../programs.h"
 #include "common/common.h"
 #include "common/config/config.h"
+#include "common/database/failure.h"
 #include "common/remote/cause.h"
 #include "database.h"
 #include "report.h"
@@ -54,9 +55,10 @@ CONNECTION pCHECK_CONNECTION(const CONNECTION_TEXT& text)
     if (pConn) return pConn;
     // On this machine the setup can make what is missing; elsewhere it says who has to,
     // unless it is for vk.ini to say otherwise.
-    const CAUSE* pCause = text.bLocal ? nullptr : pCAUSE_SHOWN(DATABASE_SAYS, sError);
-    if (pCause != nullptr && std::strstr(pCause->cpCure, "conninfo") != nullptr)
-        v_WRONG_ADVICE(sSHOWN(text), sError, pCause->cpCure);
+    const FINDING     finding{sctDB_FAILURE("", sError).cpCause, STAGE_NONE, {}};
+    const std::string sCure = sctDIAGNOSIS(finding, {{"file", text.sPassFile}}).sCure;
+    if (!text.bLocal && sCure.find("conninfo") != sCure.npos)
+        v_WRONG_ADVICE(sSHOWN(text), sError, sCure);
     else
         v_WRONG(sSHOWN(text), sError, "vk_setup server");
     return nullptr;

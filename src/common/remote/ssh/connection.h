@@ -23,6 +23,7 @@ constexpr int iCONNECTION_IDLE_S = 25;
 struct CONNECTION {
     std::string sSocket;          // control socket, empty when there is no directory for it
     DRAIN       words;            // ssh's own, since the command formed last
+    DRAIN       beside;           // what else came on its standard error
     bool        bAlone = false;   // the next command is the only one as far as is known
     bool        bShared = false;  // a command was given the socket
     FD          fdEnding;         // it was asked to end here, and closes this when it has

@@ -10,12 +10,10 @@
 #include "../../text/text.h"
 #include "../../text/time_text.h"
 #include "../../unix/cm_hal_pipe.h"
-#include "../../unix/read_now.h"
 
 namespace {
 
-constexpr int    iLIMIT_MS = 3000;
-constexpr size_t uMOST = size_t{4} << 20;
+constexpr int iLIMIT_MS = 3000;
 
 /* What ssh-keygen calls a line of known hosts: the comment behind the key, where there is
    one, else the name in front. */
@@ -50,25 +48,13 @@ std::string sKEYGEN(const std::vector<std::string>& asArgument)
 
 }  // namespace
 
-std::string sSAID_BY(const std::vector<std::string>& asArgument, int iLimitMs, int* pStatus)
+int iKEY_ENCRYPTED(const std::string& sKey)
 {
-    CHILD       child;
-    CHILD_SPEC  sctSpec;
-    std::string sOut;
-    std::string sReason;
-    sctSpec.asArgument = asArgument;
-    sctSpec.asEnvironment = {{"LC_ALL", "C"}};
-    if (!iCHILD_START(child, sctSpec, sReason)) return "";
-    const long lDeadline = lNOW_MS() + iLimitMs;
-    while (child.fdOut.bOpen() && sOut.size() < uMOST && lNOW_MS() < lDeadline) {
-        std::vector<WAIT_FD> fds{{child.fdOut.iGet()}};
-        if (iWAIT(fds, lDeadline) != WAIT_READY) break;
-        uREAD_NOW(child.fdOut, sOut, uMOST - sOut.size());
-    }
-    child.fdOut.Close();  // who says more than that is not waited for
-    v_CHILD_LET_GO(child, 500);
-    if (pStatus != nullptr) *pStatus = child.iStatus;
-    return sOut;
+    constexpr std::string_view svSays = "incorrect passphrase supplied to decrypt private key";
+    int                        iStatus = 0;
+    const std::string          sSaid =
+        sSAID_BY({"ssh-keygen", "-y", "-P", "", "-f", sKey}, iLIMIT_MS, &iStatus);
+    return iStatus > 0 && sSaid.find(svSays) != sSaid.npos;
 }
 
 /* ssh-keygen prints a line per key: "256 SHA256:... NAME (ED25519)". */

@@ -1,13 +1,8 @@
-/* What programs of ssh on this server say when they are asked; only after a failure. */
+/* What ssh-keygen on this server says of keys; only after a failure. */
 #pragma once
 
 #include <string>
 #include <vector>
-
-/* What a program writes on both outputs until it ends or iLimitMs have passed; its exit
-   status in *pStatus, where that is wanted. */
-std::string sSAID_BY(const std::vector<std::string>& asArgument, int iLimitMs,
-                     int* pStatus = nullptr);
 
 struct KNOWN_KEY {
     std::string sKept;   // fingerprint in that line of the file
@@ -25,6 +20,9 @@ std::string sKEPT_AT(const std::string& sFile, const std::string& sNames);
 /* The names beside which the key of a line ("FILE:LINE") is kept, too; hashed ones
    are left out. */
 std::vector<std::string> asSAME_KEY(const std::string& sWhere);
+
+/* 1 the private key in a file has a passphrase. */
+int iKEY_ENCRYPTED(const std::string& sKey);
 
 /* 1 the certificate beside a key is valid no more, or not yet: sValid says when it is. */
 int iCERTIFICATE_INVALID(const std::string& sKey, std::string& sValid);

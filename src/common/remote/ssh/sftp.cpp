@@ -170,10 +170,28 @@ long lFREE_BYTES(CHILD_SPEC& sctSpec, const std::string& sPath)
     return lFree * 1024;
 }
 
-std::string sSFTP_WORDS(const std::string& sErr)
+/* What sftp says of a copy. It knows a file by what it calls local and dest; what the
+   server answers is one of a few words. */
+COPY_END sctSFTP_WORDS(const std::string& sErr)
 {
-    const std::string sReason = sWHY_NO_COPY(sErr);
-    return sReason.empty() ? "sftp ended without a word" : sReason;
+    constexpr std::pair<std::string_view, const char*> asctBegin[] = {
+        {"subsystem request failed", "no-sftp"}, {"Received message too long ", "start-up-prints"}};
+    constexpr std::pair<std::string_view, const char*> asctEnd[] = {
+        {": Permission denied", "copy-not-permitted"}, {": Failure", "copy-refused"}};
+    const std::vector<std::string> asWords = asWHY_NO_COPY(sErr);
+    COPY_END                       end;
+    bool                           bDenied = false;
+    for (const std::string& sLine : asWords) {
+        bDenied |= sLine.find(": Permission denied (") != sLine.npos;
+        for (const auto& [svEnd, cpCause] : asctEnd)
+            if (sLine.ends_with(svEnd)) end.finding.sCause = cpCause;
+        for (const auto& [svBegin, cpCause] : asctBegin)
+            if (sLine.starts_with(svBegin)) end.finding.sCause = cpCause;
+    }
+    if (!end.finding.sCause.empty()) end.finding.asWords = asWords;
+    end.sReason = (bDenied ? "Error: Authentication failed: " : "") + sJOINED(asWords, "; ");
+    if (asWords.empty()) end.sReason = "sftp ended without a word";
+    return end;
 }
 
 /* One file on its way. */
@@ -232,24 +250,26 @@ std::string sTIMEOUT(const TRANSFER& transfer, const TALK& talk)
            std::to_string(bTotal ? iCONFIG_TOTAL_TIMEOUT() : iCONFIG_IDLE_TIMEOUT()) + " seconds";
 }
 
-/* What a failed copy tells the user; takes the unfinished file away. */
-std::string sWHY_FAILED(TRANSFER& transfer, TALK& talk)
+/* What a failed copy tells; takes the unfinished file away. */
+COPY_END sctWHY_FAILED(TRANSFER& transfer, TALK& talk)
 {
     if (talk.bLate) {
         v_CHILD_END(talk.child, iEND_GRACE_MS);
         transfer.bLeft = true;
-        return sTIMEOUT(transfer, talk);
+        return {false, sTIMEOUT(transfer, talk), {"copy-hangs", STAGE_COPY, {}}, {}};
     }
     // Before its first command sftp had no connection, and nothing was written.
     const bool bConnected = talk.sOut.find("sftp>") != std::string::npos;
-    if (!bConnected) return sSFTP_WORDS(talk.sErr);
+    if (!bConnected) return sctSFTP_WORDS(talk.sErr);
     const long lFree = talk.sErr.find("Failure") != std::string::npos
                            ? lFREE_BYTES(transfer.sctSpec, transfer.sPart)
                            : -1;
     transfer.bLeft = !iREMOVE_PART(transfer.sctSpec, transfer.sPart);
-    if (lFree < 0 || lFree >= transfer.lSize) return sSFTP_WORDS(talk.sErr);
-    return "no space left on " + transfer.sHost + ": " + std::to_string(transfer.lSize) +
-           " bytes needed, " + std::to_string(lFree) + " free";
+    if (lFree < 0 || lFree >= transfer.lSize) return sctSFTP_WORDS(talk.sErr);
+    const std::string sReason = "no space left on " + transfer.sHost + ": " +
+                                std::to_string(transfer.lSize) + " bytes needed, " +
+                                std::to_string(lFree) + " free";
+    return {false, sReason, {"disk-full", STAGE_COPY, {sReason}}, {}};
 }
 
 std::string sWRITE_COMMANDS(const TRANSFER& transfer)
@@ -261,63 +281,71 @@ std::string sWRITE_COMMANDS(const TRANSFER& transfer)
 }
 
 /* The file has arrived: gives it its name, or takes it away when bytes are missing. */
-int iGIVE_NAME(TRANSFER& transfer, TALK& talk, std::string& sReason)
+COPY_END sctGIVE_NAME(TRANSFER& transfer, TALK& talk)
 {
     const std::string sPart = sQUOTED(transfer.sPart);
     const long        lArrived = lLISTED_SIZE(talk.sOut);
     if (lArrived == transfer.lSize) {
-        if (iLAST_WORDS(talk, "rename " + sPart + " " + sQUOTED(transfer.sPath) + "\n")) return 1;
-        sReason = sWHY_FAILED(transfer, talk);
-        return 0;
+        const bool bNamed =
+            iLAST_WORDS(talk, "rename " + sPart + " " + sQUOTED(transfer.sPath) + "\n") != 0;
+        return bNamed ? COPY_END{true, "", {}, {}} : sctWHY_FAILED(transfer, talk);
     }
     iLAST_WORDS(talk, "-rm " + sPart + "\n");
-    return iREASON(sReason, "\"" + transfer.sPath + "\" arrived with " + std::to_string(lArrived) +
-                                " of " + std::to_string(transfer.lSize) + " bytes");
+    const std::string sReason = "\"" + transfer.sPath + "\" arrived with " +
+                                std::to_string(lArrived) + " of " + std::to_string(transfer.lSize) +
+                                " bytes";
+    return {false, sReason, {"copy-short", STAGE_COPY, {sReason}}, {}};
 }
 
-enum TRIED { TRIED_DONE, TRIED_FAILED, TRIED_NO_FOLDER };
-
-TRIED eTRY(TRANSFER& transfer, const std::string& sBefore, std::string& sReason)
+/* bNoFolder is set where nothing but its folder is missing. */
+COPY_END sctTRY(TRANSFER& transfer, const std::string& sBefore, bool& bNoFolder)
 {
     TALK          talk;
     COPY_PROGRESS progress(transfer.sSource, transfer.lSize);
     const auto    bListed = [](const std::string& s) { return lLISTED_SIZE(s) >= 0; };
-    if (!iSTART(talk, transfer.sctSpec, sReason)) return TRIED_FAILED;
+    COPY_END      end;
+    bNoFolder = false;
+    if (!iSTART(talk, transfer.sctSpec, end.sReason)) {
+        end.places = {{"program", transfer.sctSpec.asArgument[0]}, {"why", std::strerror(errno)}};
+        end.finding = {"server-cannot-run", STAGE_SERVER, {end.sReason}};
+        return end;
+    }
     if (iWRITE_ALL(talk.child.fdIn.iGet(), sBefore + sWRITE_COMMANDS(transfer)) &&
         iLISTEN(talk, &progress, bListed))
-        return iGIVE_NAME(transfer, talk, sReason) ? TRIED_DONE : TRIED_FAILED;
-    const bool bNoFolder = talk.sErr.find("No such file or directory") != std::string::npos;
-    if (bNoFolder && !talk.bLate && sBefore.empty()) return TRIED_NO_FOLDER;
-    sReason = sWHY_FAILED(transfer, talk);
-    return TRIED_FAILED;
+        return sctGIVE_NAME(transfer, talk);
+    bNoFolder = !talk.bLate && sBefore.empty() &&
+                talk.sErr.find("No such file or directory") != std::string::npos;
+    return bNoFolder ? end : sctWHY_FAILED(transfer, talk);
 }
 
 }  // namespace
 
-int iSFTP_PUT(CHILD_SPEC sctSpec, const std::string& sHost, const std::string& sSource,
-              const std::string& sTarget, const char* cpMode, std::string& sReason)
+COPY_END sctSFTP_PUT(CHILD_SPEC sctSpec, const HOST& host, const std::string& sSource,
+                     const std::string& sTarget, const char* cpMode)
 {
     const std::string sPath = sREMOTE_PATH(sTarget);
     std::error_code   error;
     const auto        uSize = std::filesystem::file_size(sSource, error);
-    if (error) return iREASON(sReason, "cannot read \"" + sSource + "\": " + error.message());
-    if ((sSource + sPath).find_first_of("\r\n") != std::string::npos) {
-        sReason = "cannot copy \"" + sONE_LINE(sSource) + "\": its name holds a line end";
-        return 0;
-    }
+    if (error) return {false, "cannot read \"" + sSource + "\": " + error.message(), {}, {}};
+    if ((sSource + sPath).find_first_of("\r\n") != std::string::npos)
+        return {false,
+                "cannot copy \"" + sONE_LINE(sSource) + "\": its name holds a line end",
+                {"command-not-formed", STAGE_SERVER, {}},
+                {}};
     TRANSFER        transfer{std::move(sctSpec),
-                      sHost,
+                      host.sName,
                       sSource,
                       sPath,
                       sPath + ".part",
                       cpMode != nullptr ? cpMode : "",
                       static_cast<long>(uSize)};
     const UNDER_WAY underWay(transfer);
-    transfer.note = sctNOTE_COPY(sHost, transfer.sPart);
-    TRIED eTried = eTRY(transfer, "", sReason);
-    if (eTried == TRIED_NO_FOLDER) eTried = eTRY(transfer, sFOLDERS(sPath), sReason);
-    if (eTried == TRIED_DONE || !transfer.bLeft) v_COPY_ENDED(transfer.note);
-    return eTried == TRIED_DONE;
+    transfer.note = sctNOTE_COPY(host.sName, transfer.sPart);
+    bool     bNoFolder = false;
+    COPY_END end = sctTRY(transfer, "", bNoFolder);
+    if (bNoFolder) end = sctTRY(transfer, sFOLDERS(sPath), bNoFolder);
+    if (end.bDone || !transfer.bLeft) v_COPY_ENDED(transfer.note);
+    return end;
 }
 
 void v_SFTP_REMOVE_FOLDERS(CHILD_SPEC sctSpec, const std::vector<std::string>& asFolder)

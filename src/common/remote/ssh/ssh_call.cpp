@@ -1,8 +1,12 @@
 /* Argument vectors of ssh and sftp. */
 #include "ssh_call.h"
 
+#include <pwd.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
+#include <cstring>
 #include <filesystem>
 #include <map>
 #include <vector>
@@ -12,7 +16,6 @@
 #include "../../config/variables.h"
 #include "../../lines/secret.h"
 #include "../../lines/standard_error.h"
-#include "../../log/outcome_log.h"
 #include "../../text/likeness.h"
 #include "../../text/text.h"
 #include "connection.h"
@@ -22,8 +25,8 @@
 
 namespace {
 
-constexpr const char* cpQUIET = "LogLevel=INFO";
-constexpr const char* cpSTEPS = "LogLevel=DEBUG1";
+// An ssh that nobody listens to says only what it must.
+constexpr const char* cpNO_STEPS = "LogLevel=INFO";
 
 /* What ssh would read as something else than a host name. */
 bool bHOST_NAME(const std::string& sName)
@@ -34,9 +37,11 @@ bool bHOST_NAME(const std::string& sName)
                         [](unsigned char c) { return std::iscntrl(c) != 0; });
 }
 
-int iBAD_NAME(const std::string& sName, std::string& sReason)
+int iBAD_NAME(const std::string& sName, REFUSAL& refusal)
 {
-    return iREASON(sReason, "Host is unknown: \"" + sONE_LINE(sName) + "\" is not a host name");
+    refusal.places = {{"name", sName}};
+    return iREFUSE(refusal, "host-unknown",
+                   "Host is unknown: \"" + sONE_LINE(sName) + "\" is not a host name");
 }
 
 /* Options of ssh and sftp alike, as -o words. */
@@ -52,33 +57,40 @@ std::string sPERCENT_DOUBLED(const std::string& sText)
 }
 
 /* The configuration of the host's access mode; PROXY goes by VKSSH's. */
-int iMODE_CONFIG(const HOST& host, std::string& sConfig, std::string& sReason)
+int iMODE_CONFIG(const HOST& host, std::string& sConfig, REFUSAL& refusal)
 {
     const std::string sMode = host.sAccessMode == "PROXY" ? "VKSSH" : host.sAccessMode;
     if (iCONFIG_ACCESS(sMode.c_str(), sConfig)) return 1;
     const std::string sNamed = "access mode \"" + sONE_LINE(sMode) + "\" ";
     if (sMode == "VIRTUAL")
-        return iREASON(sReason, sNamed + "means that there is no remote access");
+        return iREFUSE(refusal, "no-remote-access",
+                       sNamed + "means that there is no remote access");
     const std::string_view svMeant = svNEAREST(sMode, {"VKSSH", "SSH", "CTRL", "PROXY", "VIRTUAL"});
     if (!svMeant.empty())
-        return iREASON(sReason,
+        return iREFUSE(refusal, "mode-not-configured",
                        (sNamed + "is not configured; did you mean ").append(svMeant) + "?");
-    return iREASON(sReason, sNamed + "is not configured; add a section [access " +
-                                sONE_LINE(sMode) + "] to vk.ini");
+    return iREFUSE(
+        refusal, "mode-not-configured",
+        sNamed + "is not configured; add a section [access " + sONE_LINE(sMode) + "] to vk.ini");
 }
 
-/* The command by which ssh reaches a proxied client through its data mover. */
+/* The command by which ssh reaches a proxied client through its data mover. Its steps tell
+   why where it does not. */
 int iJUMP_COMMAND(const HOST& host, const std::vector<std::string>& asConfig, int iConnectTimeout,
-                  const char* cpLogLevel, std::string& sCommand, std::string& sReason)
+                  std::string& sCommand, REFUSAL& refusal)
 {
     const std::string& sMover = host.sDataMover;
     if (sMover.empty() || sMover == "NULL") return 1;
     const HOST& mover = sctHOST(sMover.c_str(), "", str_log{});
     if (mover.bLocal) return 1;
-    if (!bHOST_NAME(sMover)) return iBAD_NAME(sMover, sReason);
-    std::vector<std::string> asWord{
-        "ssh", "-T",       "-o", "BatchMode=yes",
-        "-o",  cpLogLevel, "-o", "ConnectTimeout=" + std::to_string(iConnectTimeout)};
+    if (!bHOST_NAME(sMover)) return iBAD_NAME(sMover, refusal);
+    std::vector<std::string> asWord{"ssh",
+                                    "-v",
+                                    "-T",
+                                    "-o",
+                                    "BatchMode=yes",
+                                    "-o",
+                                    "ConnectTimeout=" + std::to_string(iConnectTimeout)};
     asWord.insert(asWord.end(), asConfig.begin(), asConfig.end());
     if (!mover.sUser.empty()) asWord.insert(asWord.end(), {"-l", mover.sUser});
     for (const std::string& s : asWord)
@@ -88,23 +100,25 @@ int iJUMP_COMMAND(const HOST& host, const std::vector<std::string>& asConfig, in
 }
 
 int iOPTIONS(const HOST& host, const std::string& sPort, int iConnectTimeout, SSH_OPTIONS& options,
-             std::string& sReason, const char* cpJumpLogLevel = cpQUIET)
+             REFUSAL& refusal)
 {
     std::string       sConfig;
     std::string       sJump;
     const CONNECTION& connection = sctCONNECTION(host);
-    if (!bHOST_NAME(host.sName)) return iBAD_NAME(host.sName, sReason);
-    if (!iMODE_CONFIG(host, sConfig, sReason) ||
-        !iSSH_CONFIGURATION(sConfig, options.asWord, sReason))
+    if (!bHOST_NAME(host.sName)) return iBAD_NAME(host.sName, refusal);
+    if (!iMODE_CONFIG(host, sConfig, refusal)) return 0;
+    if (!iSSH_CONFIGURATION(sConfig, options.asWord, refusal.sReason)) {
+        refusal.sCause = "config-unreadable";
+        refusal.places = {{"config", sConfig}};
         return 0;
+    }
     if (host.sAccessMode == "PROXY" &&
-        !iJUMP_COMMAND(host, options.asWord, iConnectTimeout, cpJumpLogLevel, sJump, sReason))
+        !iJUMP_COMMAND(host, options.asWord, iConnectTimeout, sJump, refusal))
         return 0;
     options.Add("BatchMode=yes");
     options.Add("ConnectTimeout=" + std::to_string(iConnectTimeout));
     options.Add("ServerAliveInterval=5");
     options.Add("ServerAliveCountMax=3");
-    options.Add(cpQUIET);
     options.Add("ClearAllForwardings=yes");
     if (connection.sSocket.empty() || connection.bAlone) {
         options.Add("ControlMaster=no");
@@ -124,84 +138,25 @@ void ADD(std::vector<std::string>& asAll, const std::vector<std::string>& asMore
     asAll.insert(asAll.end(), asMore.begin(), asMore.end());
 }
 
-/* What ssh says when it goes the same way without sharing, which throws much of that
-   away. asFirst: further options. */
-std::string sUNSHARED(const HOST& host, const std::vector<std::string>& asFirst,
-                      const std::string& sRemote, const char* cpJumpLogLevel = cpQUIET)
-{
-    SSH_OPTIONS options;
-    std::string sReason;
-    if (!iOPTIONS(host, "", iCONFIG_CONNECT_TIMEOUT(), options, sReason, cpJumpLogLevel)) return "";
-    std::vector<std::string> asWord{
-        "ssh", "-T", "-o", "ControlPath=none", "-o", "ControlMaster=no"};
-    ADD(asWord, asFirst);
-    ADD(asWord, options.asWord);
-    if (!host.sUser.empty()) ADD(asWord, {"-l", host.sUser});
-    ADD(asWord, {"--", host.sName, sRemote});
-    return sSAID_BY(asWord, 1000 * iCONFIG_CONNECT_TIMEOUT());
-}
-
-/* What the ssh to a host in between says, with the steps that tell what of it may be the
-   words of that host. */
-std::string sJUMP_WORDS(const HOST& host)
-{
-    return sUNSHARED(host, {"-v", "-E", "/dev/null"}, "exit", cpSTEPS);
-}
-
-/* Whether the host lets another user in with the same key. "": whom the configuration names. */
-bool bADMITS(HOST host, const char* cpUser)
-{
-    host.sUser = cpUser;
-    const std::string sSaid = sUNSHARED(host, {"-o", cpSTEPS}, "exit");
-    return sctSSH_STORY(sSaid).eReached == STAGE_SHELL;
-}
-
-/* A key that is not accepted for one user may be the right one for another: the words are
-   the same. Another is tried only where somebody has named this one. */
-void v_OTHER_USER(const HOST& host, WAY& way)
-{
-    if (way.diagnosis.sCause != "key-not-accepted") return;
-    const char*        cpCause = "";
-    const std::string& sUser = way.places["user"];
-    if (!host.sUser.empty() && bADMITS(host, ""))
-        cpCause = "os-user-not-accepted";
-    else if (host.sUser.empty() && sUser != "root" &&
-             bSSH_CONFIGURED_USER(way.places["config"], sUser) && bADMITS(host, "root"))
-        cpCause = "user-not-accepted";
-    if (*cpCause == '\0') return;
-    DIAGNOSIS diagnosis = sctDIAGNOSIS(sctCAUSE(cpCause), way.places);
-    diagnosis.asWords = way.diagnosis.asWords;
-    way.diagnosis = diagnosis;
-}
-
 /* What is known of a connection from the command that made it. */
-struct KNOWN_WAY {
-    SSH_STORY   story;
-    std::string sLog;   // by which the jump's words were asked for
-    std::string sJump;  // those words
-};
-KNOWN_WAY& sctKNOWN(const HOST& host)
+SSH_STORY& sctKNOWN(const HOST& host)
 {
-    static IMMORTAL<std::map<std::string, KNOWN_WAY>> ways;
+    static IMMORTAL<std::map<std::string, SSH_STORY>> ways;
     return ways.Get()[host.sAccessMode + "\n" + host.sName];
 }
 
 /* A command over a connection that stands already says nothing of the way. */
-SSH_STORY sctWHOLE_STORY(const std::string& sLog, KNOWN_WAY& known)
+SSH_STORY sctWHOLE_STORY(const std::string& sLog, SSH_STORY& known)
 {
     SSH_STORY story = sctSSH_STORY(sLog);
-    if (story.bShared) {
-        story.sUser = known.story.sUser;
-        story.sKey = known.story.sKey;
-        story.sName = known.story.sName;
-        story.sAddress = known.story.sAddress;
-        story.iPort = known.story.iPort;
-        story.sHostKey = known.story.sHostKey;
-        story.eReached = STAGE_SHELL;
-    } else {
-        known.story = story;
-    }
-    return story;
+    if (!story.bShared) return known = story;
+    SSH_STORY whole = known;
+    whole.eReached = STAGE_SHELL;
+    whole.bShared = true;
+    whole.asOwn = story.asOwn;
+    whole.asSince = story.asSince;
+    whole.sLast = story.sLast;
+    return whole;
 }
 
 /* The host in between of a proxied client, "" for none, with its user in front. */
@@ -218,8 +173,8 @@ std::string sJUMP_BY_HAND(const HOST& host)
 std::string sKNOWN_HOSTS(const HOST& host)
 {
     SSH_OPTIONS options;
-    std::string sReason;
-    if (!iOPTIONS(host, "", iCONFIG_CONNECT_TIMEOUT(), options, sReason)) return "";
+    REFUSAL     refusal;
+    if (!iOPTIONS(host, "", iCONFIG_CONNECT_TIMEOUT(), options, refusal)) return "";
     std::vector<std::string> asWord{"ssh", "-G"};
     ADD(asWord, options.asWord);
     ADD(asWord, {"--", host.sName});
@@ -249,34 +204,58 @@ void v_TELL_SAME_KEY(const HOST& host, const SSH_STORY& story)
     }
 }
 
-/* What the log tells of the way; whom it reached goes into the run's record. */
-SSH_STORY sctNOTED(const HOST& host, const std::string& sLog, KNOWN_WAY& known)
+/* What the log tells of the way, and of its keys to whom it may concern. */
+SSH_STORY sctNOTED(const HOST& host, const std::string& sLog)
 {
-    SSH_STORY story = sctWHOLE_STORY(sLog, known);
-    if (!story.bShared) v_TELL_SAME_KEY(host, story);
-    if (story.sName.empty()) return story;
-    RUN_RECORD& record = sctRUN_RECORD();
-    record.sHost = story.sName;
-    record.iPort = story.iPort;
-    if (!story.sHostKey.empty()) record.sHostKey = "SHA256:" + story.sHostKey;
+    SSH_STORY story = sctWHOLE_STORY(sLog, sctKNOWN(host));
+    if (story.bShared) return story;
+    v_TELL_SAME_KEY(host, story);
+    if (!story.sUnwritten.empty())
+        v_STDERR_ONCE("known hosts",
+                      "cannot write the host key of %s into \"%s\"; another key would be taken "
+                      "for it as well",
+                      host.sName.c_str(), story.sUnwritten.c_str());
     return story;
+}
+
+REACHED sctREACHED_BY(const SSH_STORY& story)
+{
+    if (story.sName.empty()) return {};
+    return {story.sName, story.iPort,
+            story.sHostKey.empty() ? std::string() : "SHA256:" + story.sHostKey};
+}
+
+/* Who named the user that came to a host. */
+std::string sNAMED(const HOST& host, const std::string& sUser)
+{
+    if (!host.sUser.empty()) return ", whom os_user of its row names";
+    const passwd* pOwn = getpwuid(geteuid());
+    if (pOwn != nullptr && sUser == pOwn->pw_name) return "";
+    return ", whom ssh's configuration names";
 }
 
 }  // namespace
 
 int iSSH_CALL(const HOST& host, const std::string& sPort, const std::string& sRemote,
-              int iConnectTimeout, CHILD_SPEC& sctSpec, std::string& sReason)
+              int iConnectTimeout, CHILD_SPEC& sctSpec, REFUSAL& refusal)
 {
     SSH_OPTIONS options;
-    if (!iOPTIONS(host, sPort, iConnectTimeout, options, sReason)) return 0;
+    if (!iOPTIONS(host, sPort, iConnectTimeout, options, refusal)) return 0;
     CONNECTION& connection = sctCONNECTION(host);
     connection.bShared |= !connection.bAlone;
     connection.bAlone = false;  // another command makes two
-    // Its steps tell how far it came; they go to a pipe that nobody else writes into.
+    // Its steps tell how far it came; they go to a pipe that nobody else writes into. Who
+    // makes the way for it writes beside them.
     const std::string sWords = connection.words.sPath();
-    if (sWords.empty()) return iCANNOT("listen to", "ssh", sReason);
+    sctSpec.sErrFile = connection.beside.sPath();
+    if (sWords.empty() || sctSpec.sErrFile.empty()) {
+        refusal.places = {{"program", "ssh"}, {"why", std::strerror(errno)}};
+        iCANNOT("listen to", "ssh", refusal.sReason);
+        return iREFUSE(refusal, "server-cannot-run", refusal.sReason);
+    }
     connection.words.Forget();
-    sctSpec.asArgument = {"ssh", "-T", "-E", sWords, "-o", cpSTEPS};
+    connection.beside.Forget();
+    sctSpec.asArgument = {"ssh", "-v", "-T", "-E", sWords};
     ADD(sctSpec.asArgument, options.asWord);
     if (!host.sUser.empty()) ADD(sctSpec.asArgument, {"-l", host.sUser});
     ADD(sctSpec.asArgument, {"--", host.sName, sRemote});
@@ -284,16 +263,17 @@ int iSSH_CALL(const HOST& host, const std::string& sPort, const std::string& sRe
     return 1;
 }
 
-int iSFTP_CALL(const HOST& host, CHILD_SPEC& sctSpec, std::string& sReason)
+int iSFTP_CALL(const HOST& host, CHILD_SPEC& sctSpec, REFUSAL& refusal)
 {
     SSH_OPTIONS options;
     CONNECTION& connection = sctCONNECTION(host);
     connection.bAlone = false;
     connection.bShared = true;
-    if (!iOPTIONS(host, "", iCONFIG_CONNECT_TIMEOUT(), options, sReason)) return 0;
+    if (!iOPTIONS(host, "", iCONFIG_CONNECT_TIMEOUT(), options, refusal)) return 0;
     // Quiet, ssh would not even say why there is no sftp.
     sctSpec.asArgument = {"sftp"};
     ADD(sctSpec.asArgument, options.asWord);
+    ADD(sctSpec.asArgument, {"-o", cpNO_STEPS});
     if (!host.sUser.empty()) ADD(sctSpec.asArgument, {"-o", "User=" + host.sUser});
     // sftp takes what follows a colon for a path.
     const bool bColon = host.sName.find(':') != std::string::npos;
@@ -302,39 +282,37 @@ int iSFTP_CALL(const HOST& host, CHILD_SPEC& sctSpec, std::string& sReason)
     return 1;
 }
 
-void OVER_SSH::NOTE_WAY(const HOST& host)
+REACHED OVER_SSH::sctREACHED(const HOST& host)
 {
-    sctNOTED(host, sLOG(host), sctKNOWN(host));
+    return sctREACHED_BY(sctNOTED(host, sLOG(host)));
 }
 
-WAY OVER_SSH::sctWAY(const HOST& host)
+WAY OVER_SSH::sctWAY(const HOST& host, bool bLate)
 {
-    KNOWN_WAY&        known = sctKNOWN(host);
-    const std::string sOwn = sLOG(host);
-    const SSH_STORY   story = sctNOTED(host, sOwn, known);
-    std::string       sJump;
-    if (story.bProxy && story.eReached < STAGE_HOST_KEY) {
-        if (known.sLog != sOwn) known.sJump = sJUMP_WORDS(host);
-        known.sLog = sOwn;
-        sJump = known.sJump;
-    }
-    std::string sConfig;
-    std::string sUnused;
-    WAY         way;
-    iMODE_CONFIG(host, sConfig, sUnused);
+    const SSH_STORY story = sctNOTED(host, sLOG(host));
+    std::string     sConfig;
+    REFUSAL         unused;
+    WAY             way;
+    iMODE_CONFIG(host, sConfig, unused);
     way.places = {{"host", host.sName},
-                  {"name", host.sName},
                   {"address", host.sName},
                   {"port", "22"},
-                  {"user", host.sUser.empty() ? "the user" : host.sUser},
                   {"key", "of this server"},
                   {"config", sConfig.empty() ? "~/.ssh/config" : sConfig},
-                  {"mode", host.sAccessMode},
-                  {"permit", cpPERMIT_COMMAND(host.sAccessMode)}};
-    way.sReason = sWHY(story, sJump, way.places, way.diagnosis);
-    v_OTHER_USER(host, way);
-    way.bRefused = bREFUSED(way.sReason);
+                  {"offered", "the key that is shown"},
+                  {"remove", "ssh-keygen -R " + sSHELL_WORD(SHELL_POSIX, host.sName)},
+                  {"root", story.sUser == "root" ? "" : "; root would need the key in its own"},
+                  {"named", sNAMED(host, story.sUser)}};
+    way.sBeside = sctCONNECTION(host).beside.sText();
+    const SSH_VERDICT verdict = sctWHY(story, way.sBeside, bLate, way.places);
+    way.finding = verdict;
+    way.sReason = verdict.sReason;
+    way.sLast = story.sLast;
+    way.bRefused = verdict.bDenied;
+    way.bForced = story.bForced;
     way.eReached = story.eReached;
+    way.reached = sctREACHED_BY(story);
+    if (story.bProxy) way.sBeside.clear();  // another program's
     return way;
 }
 
@@ -351,10 +329,11 @@ std::string OVER_SSH::sLOG(const HOST& host)
 std::string sSSH_BY_HAND(const HOST& host, std::string_view svCommand, bool bPath)
 {
     std::string sConfig;
-    std::string sUnused;
+    REFUSAL     unused;
     std::string sDirectory;
-    if (!iMODE_CONFIG(host, sConfig, sUnused)) return "";
-    std::string sLine = "ssh";
+    if (!iMODE_CONFIG(host, sConfig, unused)) return "";
+    std::string sLine =
+        "ssh -o BatchMode=yes -o ConnectTimeout=" + std::to_string(iCONFIG_CONNECT_TIMEOUT());
     if (!sConfig.empty()) sLine += " -F " + sSHELL_WORD(SHELL_POSIX, sConfig);
     const std::string sJump = sJUMP_BY_HAND(host);
     if (!sJump.empty()) sLine += " -J " + sSHELL_WORD(SHELL_POSIX, sJump);
@@ -370,7 +349,16 @@ std::string sSSH_BY_HAND(const HOST& host, std::string_view svCommand, bool bPat
 
 std::string sSSH_NO_SFTP(const HOST& host)
 {
-    const std::string sSaid = sUNSHARED(host, {"-s"}, "sftp");
+    SSH_OPTIONS options;
+    REFUSAL     refusal;
+    if (!iOPTIONS(host, "", iCONFIG_CONNECT_TIMEOUT(), options, refusal)) return "";
+    // Of a shared connection this would not be said.
+    std::vector<std::string> asWord{
+        "ssh", "-T", "-s", "-o", "ControlPath=none", "-o", "ControlMaster=no"};
+    ADD(asWord, options.asWord);
+    if (!host.sUser.empty()) ADD(asWord, {"-l", host.sUser});
+    ADD(asWord, {"--", host.sName, "sftp"});
+    const std::string sSaid = sSAID_BY(asWord, 1000 * iCONFIG_CONNECT_TIMEOUT());
     const size_t      u = sSaid.find("subsystem request failed");
     return u == sSaid.npos ? "" : sSaid.substr(u, sSaid.find_first_of("\r\n", u) - u);
 }

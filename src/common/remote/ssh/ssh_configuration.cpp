@@ -115,17 +115,3 @@ int iSSH_CONFIGURATION(const std::string& sConfig, std::vector<std::string>& asW
     asWord = {"-F", sFile};
     return 1;
 }
-
-bool bSSH_CONFIGURED_USER(const std::string& sConfig, const std::string& sUser)
-{
-    constexpr size_t uMOST = size_t{1} << 20;
-    FD               fd = fdOPEN_FILE(sConfig, O_RDONLY);
-    std::string      sText = "\n";
-    if (!fd.bOpen() || sUser.empty()) return false;
-    uREAD_NOW(fd, sText, uMOST);
-    sText += "\n";
-    const std::string sLine = "User " + sUser + "\n";
-    for (size_t u = sText.find(sLine); u != sText.npos; u = sText.find(sLine, u + 1))
-        if (std::strchr("\n\t ", sText[u - 1]) != nullptr) return true;
-    return false;
-}

@@ -13,6 +13,3 @@
             says why */
 int iSSH_CONFIGURATION(const std::string& sConfig, std::vector<std::string>& asWord,
                        std::string& sReason);
-
-/* The configuration names that user in a line "User NAME". */
-bool bSSH_CONFIGURED_USER(const std::string& sConfig, const std::string& sUser);

@@ -8,23 +8,33 @@
 
 #include "../cause.h"
 
-/* One connection by ssh's own log. */
+/* One connection by ssh's own log, which holds its steps. */
 struct SSH_STORY {
     STAGE                    eReached = STAGE_NAME;  // the stage that it was in at last
     std::string              sName;  // whom it went to, as the configuration names it
     std::string              sAddress;
     int                      iPort = 0;
     std::string              sUser;
-    std::string              sHostKey;           // fingerprint that was shown
-    std::string              sKept;              // file and line in which it was found
-    std::string              sKey;               // file of the key that was tried last
-    bool                     bAccepted = false;  // that key was accepted
-    bool                     bRefused = false;   // and what followed was refused
-    bool                     bShared = false;    // it went over a connection that stood already
-    bool                     bProxy = false;     // another program makes the connection
-    std::string              sJump;              // the host in between, where it is known
-    std::vector<std::string> asOwn;              // lines that are not of debugging
-    std::vector<std::string> asAll;              // all lines, without the mark of their level
+    std::string              sHostKey;              // fingerprint that was shown
+    std::string              sKept;                 // file and line in which it was found
+    std::string              sKey;                  // file of the key that was tried last
+    std::string              sMethods;              // by which the login can go on
+    size_t                   uKeys = 0;             // keys that ssh would try
+    size_t                   uOffered = 0;          // keys that it has offered
+    bool                     bAccepted = false;     // the last one was accepted
+    bool                     bRefused = false;      // and what followed was refused
+    bool                     bCertificate = false;  // one was a certificate
+    bool                     bPartial = false;      // accepted, and something more is wanted
+    bool                     bForced = false;       // the key runs a command of its own
+    bool                     bShared = false;       // it went over a connection that stood already
+    bool                     bProxy = false;        // another program makes the connection
+    std::string              sJump;                 // the host in between, where it is known
+    std::string              sUnwritten;            // file that did not take a new host key
+    std::vector<std::string> asTried;               // addresses, each with why it failed
+    std::vector<std::string> asBanner;              // lines that came in place of a greeting
+    std::vector<std::string> asOwn;                 // lines that are not of debugging
+    std::vector<std::string> asSince;  // those that tell something, since the last good step
+    std::string              sLast;    // the last line of all
 };
 
 /* What ssh says when the connection that it has just left to a background process broke
@@ -39,19 +49,16 @@ constexpr const char* acpNO_SOCKET[] = {"unix_listener: cannot bind to path",
 /* Takes the log apart. */
 SSH_STORY sctSSH_STORY(std::string_view svLog);
 
-/* Why the connection failed.
-   svJump     what the ssh to a host in between said
-   places     {host} and {config} set; what is found out is added
-   diagnosis  out: no cause when the words say nothing of a failure
-   Result     the reason for the user: the line that tells most, with "Host is unknown: "
-              or "Error: Authentication failed: " in front where that is what it means,
-              and the others that belong to it; "" as above */
-std::string sWHY(const SSH_STORY& story, std::string_view svJump, PLACES& places,
-                 DIAGNOSIS& diagnosis);
+/* Why a connection failed. */
+struct SSH_VERDICT : FINDING {
+    bool        bDenied = false;  // the host refuses whoever we are: a further try may lock us out
+    std::string sReason;          // for the user; "" where ssh says nothing of a failure
+};
 
-/* The reason of what sftp wrote on standard error. */
-std::string sWHY_NO_COPY(std::string_view svWords);
+/* svProxy  what the program wrote that makes the way (bProxy), an ssh with its steps
+   bLate    a limit passed
+   places   {host} and {config} set; what is found out is added */
+SSH_VERDICT sctWHY(const SSH_STORY& story, std::string_view svProxy, bool bLate, PLACES& places);
 
-/* The reason says that the host has refused whoever we are: trying again may
-   lock the account. */
-bool bREFUSED(std::string_view svReason);
+/* What sftp wrote that tells something. */
+std::vector<std::string> asWHY_NO_COPY(std::string_view svWords);

@@ -36,8 +36,7 @@ bool bGATE(const HOST& host)
 }
 
 /* The request for a command line as the tool forms it. */
-int iREQUEST_OF(const HOST& host, std::string_view svCommand, REQUEST& request,
-                std::string& sReason)
+int iREQUEST_OF(const HOST& host, std::string_view svCommand, REQUEST& request, REFUSAL& refusal)
 {
     std::string sCause;
     request.sMark = sRUN_MARK();
@@ -45,28 +44,30 @@ int iREQUEST_OF(const HOST& host, std::string_view svCommand, REQUEST& request,
     request.eVerb = REQUEST_RUN;
     const int iWords = iPOSIX_WORDS(svCommand, request.asWord, sCause);
     if (iWords && !request.asWord.empty()) return 1;
-    return iREASON(sReason, "the gate of " + host.sName +
-                                " takes a program and its words only; the command holds " +
-                                (iWords ? "none" : sCause));
+    return iREFUSE(refusal, "command-not-formed",
+                   "the gate of " + host.sName +
+                       " takes a program and its words only; the command holds " +
+                       (iWords ? "none" : sCause));
 }
 
-int iLINE(const HOST& host, const REQUEST& request, std::string& sLine, std::string& sReason)
+int iLINE(const HOST& host, const REQUEST& request, std::string& sLine, REFUSAL& refusal)
 {
     if (iREQUEST_FORM(request, sLine)) return 1;
-    return iREASON(sReason, "the request to the gate of " + host.sName + " would be longer than " +
-                                std::to_string(uREQUEST_MAX) + " bytes");
+    return iREFUSE(refusal, "command-not-formed",
+                   "the request to the gate of " + host.sName + " would be longer than " +
+                       std::to_string(uREQUEST_MAX) + " bytes");
 }
 
 struct CTRL : OVER_SSH {
     int iFORM(const HOST& host, const std::string& sPort, std::string_view svCommand,
-              int iConnectTimeout, CHILD_SPEC& sctSpec, std::string& sReason) override
+              int iConnectTimeout, CHILD_SPEC& sctSpec, REFUSAL& refusal) override
     {
         REQUEST     request;
         std::string sLine;
         if (!bGATE(host))
-            return SSH_TRANSPORT().iFORM(host, sPort, svCommand, iConnectTimeout, sctSpec, sReason);
-        if (!iREQUEST_OF(host, svCommand, request, sReason) ||
-            !iLINE(host, request, sLine, sReason))
+            return SSH_TRANSPORT().iFORM(host, sPort, svCommand, iConnectTimeout, sctSpec, refusal);
+        if (!iREQUEST_OF(host, svCommand, request, refusal) ||
+            !iLINE(host, request, sLine, refusal))
             return 0;
         sctSpec.bPipeIn = true;
         // Whoever is on this machine may read an argument vector.
@@ -74,17 +75,17 @@ struct CTRL : OVER_SSH {
             sctSpec.sFirstInput = sLine + "\n";
             sLine = svREQUEST_FOLLOWS;
         }
-        return iSSH_CALL(host, sPort, sLine, iConnectTimeout, sctSpec, sReason);
+        return iSSH_CALL(host, sPort, sLine, iConnectTimeout, sctSpec, refusal);
     }
 
-    std::string sBY_HAND(const HOST& host, std::string_view svCommand, bool bPath) override
+    std::string sBY_HAND(const HOST& host, std::string_view svCommand) override
     {
         REQUEST     request;
         std::string sLine;
-        std::string sReason;
-        if (!bGATE(host)) return SSH_TRANSPORT().sBY_HAND(host, svCommand, bPath);
-        if (!iREQUEST_OF(host, svCommand, request, sReason) ||
-            !iLINE(host, request, sLine, sReason))
+        REFUSAL     refusal;
+        if (!bGATE(host)) return SSH_TRANSPORT().sBY_HAND(host, svCommand);
+        if (!iREQUEST_OF(host, svCommand, request, refusal) ||
+            !iLINE(host, request, sLine, refusal))
             return "";
         return sSSH_BY_HAND(host, sLine, false);
     }
@@ -104,14 +105,13 @@ struct CTRL : OVER_SSH {
         return 1;
     }
 
-    int iPUT(const HOST& host, const std::string& sSource, const std::string& sTarget,
-             const char* cpMode, std::string& sReason, const str_log& sctLog) override
+    COPY_END sctPUT(const HOST& host, const std::string& sSource, const std::string& sTarget,
+                    const char* cpMode) override
     {
-        if (!bGATE(host))
-            return SSH_TRANSPORT().iPUT(host, sSource, sTarget, cpMode, sReason, sctLog);
+        if (!bGATE(host)) return SSH_TRANSPORT().sctPUT(host, sSource, sTarget, cpMode);
         struct stat sctSource {};
         if (stat(sSource.c_str(), &sctSource) == 0 && !S_ISREG(sctSource.st_mode)) errno = EISDIR;
-        if (!S_ISREG(sctSource.st_mode)) return iCANNOT("read", sSource, sReason);
+        if (!S_ISREG(sctSource.st_mode)) return {false, sCANNOT("read", sSource), {}, {}};
         REQUEST request;
         request.eVerb = REQUEST_PUT;
         request.sMark = sRUN_MARK();
@@ -119,29 +119,38 @@ struct CTRL : OVER_SSH {
         request.lSize = sctSource.st_size;
         request.uMode = cpMode != nullptr ? static_cast<unsigned>(std::strtoul(cpMode, nullptr, 8))
                                           : sctSource.st_mode & uPERMISSIONS;
-        return iSEND(host, sSource, request, sReason, sctLog);
+        return sctSEND(host, sSource, request);
     }
 
 private:
     /* The file itself is ssh's standard input: its end is the end of what travels. */
-    int iSEND(const HOST& host, const std::string& sSource, const REQUEST& request,
-              std::string& sReason, const str_log& sctLog)
+    COPY_END sctSEND(const HOST& host, const std::string& sSource, const REQUEST& request)
     {
         CHILD_SPEC   sctSpec;
         std::string  sLine;
+        REFUSAL      refusal;
         const LIMITS limits = sctLIMITS(0, 0);
-        if (!iLINE(host, request, sLine, sReason) ||
-            !iSSH_CALL(host, "", sLine, limits.iConnect, sctSpec, sReason))
-            return 0;
-        TRACE_COMMAND_LINE(sctSpec, sctLog);
+        if (!iLINE(host, request, sLine, refusal) ||
+            !iSSH_CALL(host, "", sLine, limits.iConnect, sctSpec, refusal))
+            return {false, refusal.sReason, {refusal.sCause, STAGE_SERVER, {refusal.sReason}}, {}};
         sctSpec.sInFile = sSource;
         OUTPUT            output;
         COPY_PROGRESS     progress(sSource, request.lSize);
         const COMMAND_END outcome =
             sctRUN_CHILD(host, *this, sctSpec, limits, output, TIME_COMMAND,
                          [&](pid_t iPid) { return iPROGRESS_SHOW(progress, iPid) != 0; });
-        sReason = outcome.bRan() ? output.sLastLine : outcome.sReason;
-        return outcome.bRan() && outcome.lStatus == 0;
+        if (!outcome.bRan())
+            return {false, outcome.sReason, outcome.way.finding, outcome.way.places};
+        COPY_END end{outcome.lStatus == 0, output.sLastLine, {}, {}};
+        // The gate's own words; the end is the system's.
+        for (const auto& [cpSays, cpCause] :
+             {std::pair{"takes no packages from the backup server", "packages-refused"},
+              std::pair{": No space left on device", "disk-full"},
+              std::pair{"no space left", "disk-full"},
+              std::pair{": Read-only file system", "disk-read-only"},
+              std::pair{": Permission denied", "copy-not-permitted"}})
+            if (end.sReason.find(cpSays) != end.sReason.npos) end.finding.sCause = cpCause;
+        return end;
     }
 };
 

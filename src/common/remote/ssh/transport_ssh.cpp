@@ -28,23 +28,23 @@ bool bPLAIN_WORDS(std::string_view svCommand)
 
 struct SSH : OVER_SSH {
     int iFORM(const HOST& host, const std::string& sPort, std::string_view svCommand,
-              int iConnectTimeout, CHILD_SPEC& sctSpec, std::string& sReason) override
+              int iConnectTimeout, CHILD_SPEC& sctSpec, REFUSAL& refusal) override
     {
         m_bSameInBoth = bPLAIN_WORDS(svCommand);
         const std::string sRemote = sFOR_SHELL(host, svCommand, sctSpec);
-        return iSSH_CALL(host, sPort, sRemote, iConnectTimeout, sctSpec, sReason);
+        return iSSH_CALL(host, sPort, sRemote, iConnectTimeout, sctSpec, refusal);
     }
 
-    std::string sBY_HAND(const HOST& host, std::string_view svCommand, bool bPath) override
+    std::string sBY_HAND(const HOST& host, std::string_view svCommand) override
     {
-        return sSSH_BY_HAND(host, svCommand, bPath);
+        return sSSH_BY_HAND(host, svCommand, true);
     }
 
     void TIDY(const HOST& host) override
     {
-        CHILD_SPEC  sctSpec;
-        std::string sReason;
-        if (bCOPY_NOTED(host.sName) && iSFTP_CALL(host, sctSpec, sReason))
+        CHILD_SPEC sctSpec;
+        REFUSAL    refusal;
+        if (bCOPY_NOTED(host.sName) && iSFTP_CALL(host, sctSpec, refusal))
             v_SFTP_TIDY(sctSpec, host.sName);
     }
 
@@ -54,24 +54,25 @@ struct SSH : OVER_SSH {
         return iCLIENT_PATH(host, cpPath, sPath, sReason);
     }
 
-    int iPUT(const HOST& host, const std::string& sSource, const std::string& sTarget,
-             const char* cpMode, std::string& sReason, const str_log& sctLog) override
+    COPY_END sctPUT(const HOST& host, const std::string& sSource, const std::string& sTarget,
+                    const char* cpMode) override
     {
         CHILD_SPEC sctSpec;
-        if (!iSFTP_CALL(host, sctSpec, sReason)) return 0;
-        TRACE_COMMAND_LINE(sctSpec, sctLog);
-        const int iRet = iSFTP_PUT(sctSpec, host.sName, sSource, sTarget, cpMode, sReason);
-        if (iRet || sReason != "Connection closed") return iRet;
+        REFUSAL    refusal;
+        if (!iSFTP_CALL(host, sctSpec, refusal))
+            return {false, refusal.sReason, {refusal.sCause, STAGE_SERVER, {refusal.sReason}}, {}};
+        COPY_END end = sctSFTP_PUT(sctSpec, host, sSource, sTarget, cpMode);
+        if (end.bDone || end.sReason != "Connection closed") return end;
         const std::string sWords = sSSH_NO_SFTP(host);
-        if (!sWords.empty()) sReason = sWords;
-        return iRet;
+        if (sWords.empty()) return end;
+        return {false, sWords, {"no-sftp", STAGE_COPY, {sWords}}, {}};
     }
 
     void REMOVE_FOLDERS(const HOST& host, const std::vector<std::string>& asFolder) override
     {
-        CHILD_SPEC  sctSpec;
-        std::string sReason;
-        if (iSFTP_CALL(host, sctSpec, sReason)) v_SFTP_REMOVE_FOLDERS(sctSpec, asFolder);
+        CHILD_SPEC sctSpec;
+        REFUSAL    refusal;
+        if (iSFTP_CALL(host, sctSpec, refusal)) v_SFTP_REMOVE_FOLDERS(sctSpec, asFolder);
     }
 
     /* A client whose shell ended without the first mark may have the other kind of
@@ -79,8 +80,7 @@ struct SSH : OVER_SSH {
        alike; where it fails, too, the row is believed again. */
     bool bLEARNT(const HOST& host, int iExit) override
     {
-        if (!m_bSameInBoth || iExit <= 0 || iExit >= 128 || !sctWAY(host).sReason.empty())
-            return false;
+        if (!m_bSameInBoth || iExit <= 0 || iExit >= 128) return false;
         const auto [entry, bFirst] = m_stored.try_emplace(host.sName, host.sPlatform);
         const std::string sOther = eSHELL_OF(host) == SHELL_WINDOWS ? "LINUX" : "WNT";
         v_HOST_PLATFORM(host, (bFirst ? sOther : entry->second).c_str());
