@@ -32,7 +32,7 @@ TEST_F(CONFIG, variables_come_from_environment_file_and_defaults_in_that_order)
     CaptureStderr();
     EXPECT_TRUE(iCONFIG_VALID());
     EXPECT_EQ(GetCapturedStderr(), "vk_config_client: VK_INI names \"" + sPATH("none.ini") +
-                                       "\", which does not exist; the defaults hold\n");
+                                       "\", which does not exist; using the defaults\n");
     EXPECT_STREQ(cpCONFIG_FILE(), "");
     EXPECT_EQ(sVARIABLE("gv_rw_work"), "/var/opt/velka/work/");
     EXPECT_EQ(sVARIABLE("gv_hosts_file"), "(unset)");
@@ -100,18 +100,18 @@ TEST_F(CONFIG, what_makes_no_sense_is_told_with_its_line_and_the_default_holds)
     const std::string sIni = "vk_config_client: " + sPATH("vk.ini") + ":";
     const TEXTS       asWanted{
         // clang-format off
-        sIni + "8: [variables] gv_update_wait = \"soon\" is no number from 0 to 86400, using 15",
+        sIni + "8: [variables] gv_update_wait = \"soon\" is not a number from 0 to 86400; using 15",
         sIni + "9: unknown key \"gv_rw_wrok\" in [variables]; did you mean \"gv_rw_work\"?",
-        sIni + "12: [general] parallel = \"0\" is no number from 1 to 1000, using 1",
+        sIni + "12: [general] parallel = \"0\" is not a number from 1 to 1000; using 1",
         sIni + "13: unknown key \"langauge\" in [general]; did you mean \"language\"?",
-        sIni + "14: [general] language = \"xx\" is unknown; known are en es de by fr hr pt, using en",
+        sIni + "14: [general] language = \"xx\" is unknown; known are en es de by fr hr pt; using en",
         sIni + "16: unknown key \"statement_timeout\" in [general]; it belongs to [database]",
         sIni + "17: unknown key \"nonsense\" in [general]; it is not used",
         sIni + "19: unknown section [remotes]; did you mean [remote]?",
-        sIni + "22: [remote] idle_timeout = \"12x\" is no number from 1 to 86400, using 1800",
-        sIni + "23: section [access] has no name behind its word; it is not used",
+        sIni + "22: [remote] idle_timeout = \"12x\" is not a number from 1 to 86400; using 1800",
+        sIni + "23: section [access] lacks a name; it is not used",
         sIni + "26: unknown key \"next\" in [database]; it is not used",
-        "vk_config_client: environment: gv_update_wait = \"later\" is no number from 0 to 86400, using 15",
+        "vk_config_client: environment: gv_update_wait = \"later\" is not a number from 0 to 86400; using 15",
         // clang-format on
     };
     EXPECT_EQ(asLINES(GetCapturedStderr()), asWanted);

@@ -142,10 +142,11 @@ TEST_F(SANDBOX, a_failure_is_classified_told_and_stored)
         const size_t uBefore = PROTOCOL().size() + 3;  // I001, I004, I009
         const RUN    run = CONFIG_CLIENT({"-c", row.cpName, "-C", "s"});
         EXPECT_ENDED(run, 1, row.sMessage);
-        EXPECT_EQ(run.sErr, row.sMessage.ends_with("No message found")
-                                ? "vk_config_client: exit255: \"qtc -h\" ended with status 255 and "
-                                  "said nothing\n"
-                                : "");
+        EXPECT_EQ(
+            run.sErr,
+            row.sMessage.ends_with("No message found")
+                ? "vk_config_client: exit255: \"qtc -h\" ended with status 255 without output\n"
+                : "");
         EXPECT_EQ(COLUMN(row.cpName, "concat_ws('|',msg,comment,access_state,access_success)"),
                   row.sMessage + "|" + row.sMessage + "|1");
         TEXTS asNew = PROTOCOL();

@@ -159,7 +159,7 @@ TEST_F(GATE, refuses_whatever_is_no_request_of_its_own)
     EXPECT_THAT(ASKED("request", "run m qtc " + std::string((1 << 20) - 99, 'x')).sOut,
                 HasSubstr(sREFUSED));
     // Cut off, it might have been to say more.
-    EXPECT_THAT(ASKED("request", "run m qtc -h").sOut, HasSubstr("whose line has no end"));
+    EXPECT_THAT(ASKED("request", "run m qtc -h").sOut, HasSubstr("an unterminated request"));
 }
 
 TEST_F(GATE, runs_a_program_with_its_words_in_an_environment_of_its_own)
@@ -581,14 +581,14 @@ TEST_F(SANDBOX, set_client_refuses_what_is_no_key_or_no_file_of_its_own)
     const std::string                   sKey = asLINES(sREAD_FILE(sDIR() + "/keys/ctrl.pub"))[0];
     const std::string                   sFile = sDIR() + "/authorized_keys";
     const std::pair<TEXTS, const char*> asRow[] = {
-        {{"velkasrv", sKey.substr(0, 40)}, "not whole"},
-        {{"velkasrv", "nonsense"}, "no public key"},
+        {{"velkasrv", sKey.substr(0, 40)}, "incomplete"},
+        {{"velkasrv", "nonsense"}, "not a public key"},
         {{"velkasrv", sDIR() + "/keys/ctrl"}, "private key"},
         {{"velkasrv", "/nowhere.pub"}, "cannot read"},
-        {{"a b", sKey}, "no name of a server"},
-        {{"velkasrv", "--mode", "SSH", sKey}, "none of CTRL, VKSSH"},
-        {{"velkasrv", "--from", "10.0.0.1\",command=\"sh", sKey}, "no list of addresses"},
-        {{"velkasrv", "--config", "/a\" b", sKey}, "no absolute path"},
+        {{"a b", sKey}, "not a server name"},
+        {{"velkasrv", "--mode", "SSH", sKey}, "not CTRL or VKSSH"},
+        {{"velkasrv", "--from", "10.0.0.1\",command=\"sh", sKey}, "not a list of addresses"},
+        {{"velkasrv", "--config", "/a\" b", sKey}, "not an absolute path"},
         {{"velkasrv", "--what", sKey}, "unknown option"},
         {{"velkasrv", sKey}, "symbolic link"},
     };

@@ -70,7 +70,7 @@ TEST_F(HOSTS, an_address_is_refused_only_where_it_would_become_an_entry)
         const RUN run = REGISTER("alpha", sFile, asMore);
         EXPECT_ENDED(run, 2, sE006);
         EXPECT_THAT(run.sErr,
-                    HasSubstr("x\" cannot stand in \"" + sFile + "\"; give an address or "));
+                    HasSubstr("x\" is not allowed in \"" + sFile + "\"; give an address or "));
         EXPECT_THAT(OUTCOMES().back(), HasSubstr("\"cause\":\"address-unusable\""));
     }
     EXPECT_EQ(SQL("select count(*) from clients"), "1");

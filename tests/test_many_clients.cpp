@@ -70,7 +70,7 @@ TEST_F(MANY, list_location_and_system_choose_and_the_report_is_in_order_of_name)
         const RUN run = CONFIG_CLIENT(TEXTS{"-C", "r"} + row.asOption);
         EXPECT_EQ(run.iExit, 0);
         EXPECT_EQ(run.sOut, sExpected + sReport + sSUMMARY(iClients, 0) + "\n");
-        EXPECT_THAT(run.sErr, Not(HasSubstr("lin0 is left out")));
+        EXPECT_THAT(run.sErr, Not(HasSubstr("lin0 is skipped")));
         EXPECT_THAT(STATEMENTS(), Contains("select * from clients where " + row.sWhere +
                                            "(exec='1') order by name")
                                       .Times(2));
@@ -131,7 +131,7 @@ TEST_F(MANY, an_update_that_cannot_go_on_as_it_was_asked_for_touches_nobody)
         {"-S", "-e", "1", "-P", "velka_sp-1_1_5.1.0-3.deb", "a", "b"}, {{"gv_update_pilots", "1"}});
     EXPECT_SUMMARY(mistyped, 0, 2);
     EXPECT_THAT(asLINES(mistyped.sErr),
-                ElementsAre("vk_config_client: environment: there is no variable gv_update_pilots; "
+                ElementsAre("vk_config_client: environment: unknown variable gv_update_pilots; "
                             "did you mean \"gv_update_pilot\"?",
                             "vk_config_client: 2 clients: option -e is not used by this run"));
     EXPECT_EQ(
@@ -140,7 +140,7 @@ TEST_F(MANY, an_update_that_cannot_go_on_as_it_was_asked_for_touches_nobody)
     const TEXTS       asRows = ROWS("select * from clients order by name");
     const TEXTS       asUpdate{"-U", "-P", "velka-cli_5.2.0-4_amd64.deb", "-c", "a", "a", "b"};
     const std::string sNobody =
-        " is no number from 0 to 9999999; an update of several clients updates nobody\n";
+        " is not a number from 0 to 9999999; updates of several clients are refused\n";
     // clang-format off
     const struct { TEXTS asArgument; SETTINGS environment; std::string sTold; } aRow[] = {
         {{"-U", "-c", "a", "a", "b"}, {}, "no package is given; name one with -P\n"},

@@ -235,8 +235,8 @@ TEST_F(REGISTRATION, what_is_refused_or_not_done_is_told)
           "is stored with an unknown operating system)", sUnknown},
         {{"-c", "odd", "-o", "Linux"}, 0, "I012", ""},
         {{"-c", "odder", "-o", "NetWare", "-l", "7"}, 0, "I012",
-         "odder is stored already and keeps what it has; not used: -l"},
-        {{"-c", "oddest", "-C", "x", "-o", "Linux"}, 0, "I012", "\"x\" is none of r, s and d"},
+         "odder is registered already; not used: -l"},
+        {{"-c", "oddest", "-C", "x", "-o", "Linux"}, 0, "I012", "\"x\" is not r, s or d"},
         {{"-c", "nomode", "-C", "x", "-t", "0"}, 0, "I012", "is not tested and stored without an access mode; to"},
         {{"-c", "velkasrv", "-C", "d"}, 1, "E001-HOSTS   Configuration of LINUX backup client velkasrv",
           "is the backup server itself"},
@@ -315,7 +315,7 @@ TEST_F(REGISTRATION, identifiers_end_with_seven_digits)
     EXPECT_EQ(CONFIG_CLIENT({"-c", "a", "-o", "Linux", "-m", "VIRTUAL"}).iExit, 0);
     EXPECT_EQ(COLUMN("a", "client_id") + COLUMN("a", "comment"), "9999999" + COLUMN("a", "msg"));
     EXPECT_THAT(CONFIG_CLIENT({"-c", "b", "-o", "Linux", "-m", "VIRTUAL"}).sOut,
-                HasSubstr("(no client identifier below 8 digits is left)"));
+                HasSubstr("(no client identifier of up to 7 digits is free)"));
     SQL("update clients set client_id=10000000 where name='last'");
     EXPECT_THAT(CONFIG_CLIENT({"-c", "last", "-C", "n", "-m", "VIRTUAL"}).sErr,
                 HasSubstr("entry of last not stored: its identifier 10000000 has more than 7"));

@@ -213,7 +213,7 @@ TEST_F(ROLLOUTS, twenty_clients_pilot_limit_Ctrl_C_and_a_rerun_that_ends_green)
     EXPECT_EQ(run.iExit, 0);
     EXPECT_EQ(run.sErr,
               "vk_config_client: 1 client in the pilot: c01\n"
-              "vk_config_client: 1 client left to another run that is updating: c02\n");
+              "vk_config_client: 1 client being updated by another run: c02\n");
     WRITE_FILE(sGo, "");
     EXPECT_EQ(WAIT(started).iExit, 0);
 }

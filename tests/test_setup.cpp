@@ -106,7 +106,7 @@ TEST_F(SETUP, each_fault_is_found_alone_and_its_command_mends_it)
         {"chmod 644 $D/vk.ini", "vk.ini: others may read it"},
         {"rm -r $D/server/rw/work/answ", "work/answ/: No such file or directory"},
         {"chmod 777 $D/server/rw/prot", "prot/: everybody may write there"},
-        {"rm -r $D/server/rw/lgc; : >$D/server/rw/lgc", "lgc/: is no directory"},
+        {"rm -r $D/server/rw/lgc; : >$D/server/rw/lgc", "lgc/: is not a directory"},
         {"rm $D/server/velka/skel/vk_execute_update", "vk_execute_update: No such file"},
         {": >$D/server/velka/skel/vk_execute_update.cmd", "vk_execute_update.cmd: is empty"},
         {"rm $D/server/hosts", "server/hosts: No such file"},

@@ -434,21 +434,21 @@ TEST_F(STATUS_FLEET, program_answers_from_the_logs_when_the_database_is_gone)
 
     const RUN senseless = CONFIG_CLIENT({"--nagios", "--warning", "x"});
     EXPECT_EQ(senseless.iExit, 3);
-    EXPECT_EQ(senseless.sOut, "CLIENTS UNKNOWN - the command line makes no sense\n");
+    EXPECT_EQ(senseless.sOut, "CLIENTS UNKNOWN - invalid command line\n");
 
     // A pipe is neither waited for nor renamed away.
     const std::string sPipe = sRW() + "prot/pipe.jsonl";
     mkfifo(sPipe.c_str(), 0600);
     const std::tuple<TEXTS, int, std::string> asRow[] = {
         // clang-format off
-        {{"--days", "36000", "--html", sPipe}, 2, "no regular file; name one that may be replaced\n"},
+        {{"--days", "36000", "--html", sPipe}, 2, "not a regular file; name one that may be replaced\n"},
         {{"--days", "36000", "alhpa"}, 1, "vk_client_status: no such client: alhpa\n"},
         {{"--days", "36000", "alpha", "--failed"}, 1, "logs alone\n"},
         {{"--days", "36000", "--cause", "port-*"}, 1, "logs alone\n"},
         {{"--days", "1"}, 2, "logs of 1 day below \"" + sRW() + "prot/\" name no client\n"},
         {{"--stale", "x"}, 2, "vk_client_status: option --stale: \"x\" is not a number of days\n"},
         {{"--version-below", "5."}, 2, "\"5.\" is not a version such as 5.2 or 5.2.0-1\n"},
-        {{"--warning", "-1"}, 2, "\"-1\" is not a number, or one of per cent such as 10%\n"},
+        {{"--warning", "-1"}, 2, "\"-1\" is not a number or a percentage such as 10%\n"},
         {{"--days", "36000", "--html", sDIR() + "/no/x"}, 2, "No such file or directory\n"},
         {{"--json", "--names"}, 2, "options --json and --names exclude each other\n"},
         {{"--plan", "p", "--nagios"}, 3, "option --plan has no form --nagios\n"},

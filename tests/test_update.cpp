@@ -167,7 +167,7 @@ TEST_F(UPDATE, the_command_follows_system_and_options)
     EXPECT_THAT(CLIENT_LOG("velkasrv"), IsEmpty());  // none asked for the service pack
     PACKAGE("..\\x_5.2.0-5.deb", "package");
     EXPECT_THAT(CLIENT_UPDATE("winbox", {"-U", "-P", "..\\x_5.2.0-5.deb"}).sOut,
-                HasSubstr("leaves its folder"));
+                HasSubstr("is outside its folder"));
     // Of a path with a drive what follows it counts, as the script takes it.
     RESET("winbox", {"before=ls $base/velka/work >$base/log/saw"});
     PACKAGE("C:\\x_5.2.0-5.exe", "package");
@@ -321,7 +321,7 @@ TEST_F(UPDATE, a_signature_goes_before_the_package_and_what_stays_away_is_told)
     EXPECT_THAT(WORK_FILES("alpha"), IsEmpty());
     EXPECT_THAT(run.sErr, HasSubstr("vk_config_client: cannot read \"" + sSkel +
                                     "qir-gpg.key\"; the client checks signatures with the keys "));
-    EXPECT_THAT(run.sErr, HasSubstr(sDEB + ".asc\"; the package goes without it: "));
+    EXPECT_THAT(run.sErr, HasSubstr(sDEB + ".asc\"; the package is sent without it: "));
     EXPECT_THAT(run.sErr, Not(HasSubstr("answers with")));
 
     // A package that does not arrive takes its signature with it.
@@ -372,7 +372,7 @@ TEST_F(UPDATE, a_script_goes_on_by_itself_when_its_run_is_ended_or_its_connectio
         const RUN run = WAIT(started);
         EXPECT_EQ(run.iSignal, iSignal);
         const std::string sLeft =
-            "vk_config_client: alpha: the update script goes on by itself; check the client "
+            "vk_config_client: alpha: the update script keeps running; check the client "
             "later\n";
         EXPECT_EQ(run.sErr.find(sLeft) != std::string::npos, iSignal != 0) << run.sErr;
         // Nobody owns the "a" that is left: the next check takes what the client says.

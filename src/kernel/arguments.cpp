@@ -63,7 +63,7 @@ int iNUMBER(int iOption)
     const long lNumber = std::strtol(optarg, &cpEnd, 10);
     const int  iTaken = static_cast<int>(std::clamp(lNumber, long{INT_MIN}, long{INT_MAX}));
     if (cpEnd == optarg || *cpEnd != '\0' || iTaken != lNumber)
-        TELL("option -%c: \"%s\" is no number, using %d", iOption, optarg, iTaken);
+        TELL("option -%c: \"%s\" is not a number; using %d", iOption, optarg, iTaken);
     return iTaken;
 }
 
@@ -73,8 +73,7 @@ int iLEVEL(int iOption, int iMost)
     const int iGiven = iNUMBER(iOption);
     const int iNearest = std::clamp(iGiven, 0, iMost);
     if (iGiven != iNearest)
-        TELL("option -%c: %d is none of 0 to %d and counts as %d", iOption, iGiven, iMost,
-             iNearest);
+        TELL("option -%c: %d is not between 0 and %d; using %d", iOption, iGiven, iMost, iNearest);
     return iGiven;
 }
 
@@ -109,7 +108,7 @@ void v_TAKE_ADDRESS(COMMAND_LINE* pLine)
 void v_REFUSE_CONTROLS(COMMAND_LINE* pLine, const char* cpName)
 {
     if (!bHAS_CONTROLS(cpName)) return;
-    TELL("client name \"%s\" holds a control character", cpName);
+    TELL("client name \"%s\" contains a control character", cpName);
     pLine->bRefused = true;
 }
 
@@ -213,7 +212,7 @@ void v_REFUSE_ALL_CLIENTS(COMMAND_LINE* pLine)
     if (!pArg->iCheck && !bUPDATE(pArg))
         TELL("option -c: ALL_CLIENTS cannot be registered; it stands for all clients");
     else if (pArg->iCheck && pArg->szCheck[0] == 'd')
-        TELL("option -C d does not take ALL_CLIENTS; name the clients that shall be removed");
+        TELL("option -C d does not take ALL_CLIENTS; name the clients to remove");
     else
         return;
     pLine->bRefused = true;
@@ -251,7 +250,7 @@ void v_TELL_UNUSED_OF_ONE(const COMMAND_LINE* pLine)
         if (pLine->given.test(static_cast<size_t>(cOption)))
             TELL("option -%c is not used by this run", cOption);
     if (pArg->iCheck && bREGISTERS(pArg))
-        TELL("option -C: \"%s\" is none of r, s and d; the client is registered", pArg->szCheck);
+        TELL("option -C: \"%s\" is not r, s or d; registering the client", pArg->szCheck);
 }
 
 /* What a run for several clients leaves out: the children get little, and the choice
@@ -266,18 +265,18 @@ void v_TELL_UNUSED_OF_MANY(const COMMAND_LINE* pLine)
     const bool      bNamesCount = bNames && !(bAll && (bLocation || bSystem));
     if (bNamesCount && pArg->szNodeName[0] != '\0' &&
         !bNAMED(pLine->LL_ClientList, pArg->szNodeName))
-        TELL("option -c %s is not used: the names after the options count", pArg->szNodeName);
+        TELL("option -c %s is not used: the names at the end replace it", pArg->szNodeName);
     if (bNames && !bNamesCount)
-        TELL("not used beside -c ALL_CLIENTS:%s", sNAMES(pLine->LL_ClientList).c_str());
-    if (bLocation && !bAll) TELL("option -l is not used: it narrows -c ALL_CLIENTS only");
-    if (bSystem && !bAll) TELL("option -o is not used: it narrows -c ALL_CLIENTS only");
-    if (bLocation && bSystem && bAll) TELL("option -l is not used: of -l and -o, -o counts");
+        TELL("not used with -c ALL_CLIENTS:%s", sNAMES(pLine->LL_ClientList).c_str());
+    if (bLocation && !bAll) TELL("option -l is not used: it applies to -c ALL_CLIENTS only");
+    if (bSystem && !bAll) TELL("option -o is not used: it applies to -c ALL_CLIENTS only");
+    if (bLocation && bSystem && bAll) TELL("option -l is not used: -o takes precedence");
     const char* cpUnused = pArg->iCheck                 ? "USFPOekaimpstuv"
                            : pArg->eUpdate == sp_update ? "Ukaimpstuv"
                                                         : "Skaimpstuv";
     for (const char cOption : std::string_view(cpUnused))
         if (pLine->given.test(static_cast<size_t>(cOption)))
-            TELL("option -%c is not handed on to the runs of the clients", cOption);
+            TELL("option -%c is not passed to the clients' runs", cOption);
 }
 
 /* What is stored for the client of a check or an update; -m replaces its access

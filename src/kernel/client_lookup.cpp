@@ -41,9 +41,9 @@ void v_TELL_NO_ROW(const std::string& sWhat, const SCT_ARGS* pArg)
         if (std::strlen(szId) >= sizeof pArg->szNodeId)
             sWhy = std::string("its identifier ") + szId + " has more than 7 digits";
         else if (pArg->szNodeId[0] != '\0' && !bIS(szId, pArg->szNodeId))
-            sWhy = "another run has registered the client anew";
+            sWhy = "another run has registered the client again";
         else
-            sWhy = "a trigger or a policy of the database keeps its row as it is";
+            sWhy = "a trigger or a policy of the database prevents changes of its row";
     } else if (sctDB_ERROR().eKind != DB_FINE) {
         sWhy = sctDB_ERROR().sText;
     }

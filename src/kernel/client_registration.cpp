@@ -59,11 +59,11 @@ void v_REQUIRE_OPERATING_SYSTEM(SCT_ARGS* pArg, int iStored)
     if (bGIVEN(pArg->szOpersys)) return;
     if (iStored)
         TELL(
-            "%s is stored with an operating system that is not in oper_systems; give one that "
-            "is with -o",
+            "%s is stored with an operating system that is not in oper_systems; give another with "
+            "-o",
             pArg->szNodeName);
     else
-        TELL("%s is no client yet; give its operating system with -o", pArg->szNodeName);
+        TELL("%s is not registered; give its operating system with -o", pArg->szNodeName);
     v_CAUSE("system-not-given");
     TRACE("OS (-o) parameter is mandatory for adding a new client");
     TRACE("--- INSERT_INTO_DATABASE  OS (-o) parameter is mandatory for adding a new client");
@@ -80,7 +80,8 @@ int iNEXT_CLIENT_ID(SCT_ARGS* pArg)
     const long lHighest = std::strtol(szReply, nullptr, 10);
     const long lNew = lHighest == 0 ? 1 : lHighest + 1;
     // A longer one would be cut, and the interfaces would go to another client.
-    if (lHighest >= lLAST_ID) v_INSERT_FAILED(pArg, "no client identifier below 8 digits is left");
+    if (lHighest >= lLAST_ID)
+        v_INSERT_FAILED(pArg, "no client identifier of up to 7 digits is free");
     iTEXT_SET(pArg->szNodeId, intoas(lNew));
     return static_cast<int>(lNew);
 }
@@ -207,8 +208,7 @@ int iSTORED_WITH_UNKNOWN_SYSTEM(const SCT_ARGS* pArg)
         if (bIS(szName, pArg->szNodeName))
             iExact++;
         else
-            TELL("there is a client \"%s\" already, \"%s\" is another one", szName,
-                 pArg->szNodeName);
+            TELL("client \"%s\" exists already; \"%s\" is another one", szName, pArg->szNodeName);
     }
     return iExact == 1;
 }
@@ -238,8 +238,7 @@ void v_TELL_KEPT(const SCT_ARGS* pArg, const char* cpSystem)
     if (pArg->szUserComment[0] != '\0') sOptions += " -u";
     if (pArg->szPassword[0] != '\0') sOptions += " -p";
     if (!sOptions.empty())
-        TELL("%s is stored already and keeps what it has; not used:%s", pArg->szNodeName,
-             sOptions.c_str());
+        TELL("%s is registered already; not used:%s", pArg->szNodeName, sOptions.c_str());
 }
 
 /* The lookup has not found the client. Result 0: it is stored all the same, either with a

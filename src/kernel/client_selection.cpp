@@ -119,7 +119,7 @@ void v_LET_GO(SELECTED* pSelected)
 bool bCLIENT_NAME(const char* cpName)
 {
     if (!bNO_CLIENT(cpName)) return true;
-    v_STDERR_ONCE(cpALL_CLIENTS, "%s is left out: it is no client's name", cpALL_CLIENTS);
+    v_STDERR_ONCE(cpALL_CLIENTS, "%s is skipped: it is not a client's name", cpALL_CLIENTS);
     return false;
 }
 
@@ -132,12 +132,12 @@ void v_TELL_LEFT_OUT(const std::vector<std::string>& asSelected, t_LL LL_ClientL
         if (!known.insert(cpName).second || !bCLIENT_NAME(cpName)) continue;
         if (!iDB_ACCESS(SQL("select count(*) from clients where name='%s'", cpName), szReply,
                         nullptr, strLog)) {
-            DB_TELL_FAILURE("clients that are left out not told", strLog);
+            DB_TELL_FAILURE("skipped clients not read", strLog);
             return;
         }
         if (szReply[0] == '0')
             TELL("no such client: %s", cpName);
         else
-            TELL("%s is left out: exec is not '1'", cpName);
+            TELL("%s is skipped: exec is not '1'", cpName);
     }
 }

@@ -73,7 +73,7 @@ void v_REQUIRE_HOSTS_ADDRESS(SCT_ARGS* pArg)
     char szHostFile[1024];
     v_CHOOSE_FILE(&stored, szHostFile);
     if (bIS(stored.szPlatform, "VMS") || iFILE_NAMES_CLIENT(&stored, szHostFile)) return;
-    TELL("option -a: \"%s\" cannot stand in \"%s\"; give an address or via_nameserver",
+    TELL("option -a: \"%s\" is not allowed in \"%s\"; give an address or via_nameserver",
          pArg->szNodeAddr, szHostFile);
     v_CAUSE("address-unusable");
     v_REFUSE_RUN(pArg);

@@ -1,4 +1,4 @@
-/* The client's report about itself, and what becomes of it in the database. */
+/* The client's report about itself, and how it is stored in the database. */
 #pragma once
 
 #include "vk_config_client.h"

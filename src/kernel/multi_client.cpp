@@ -159,7 +159,7 @@ void v_START_NEXT(MULTI_RUN* pRun)
     }
     pRun->uNext--;
     pRun->uAtOnce = pRun->running.size();
-    TELL("%s; going on with %zu clients at a time", sReason.c_str(), pRun->uAtOnce);
+    TELL("%s; continuing with %zu clients at a time", sReason.c_str(), pRun->uAtOnce);
 }
 
 /* Writes what the child has left, its status line last. */
@@ -350,7 +350,7 @@ void MULTI_CLIENT_RUN(SCT_ARGS* pArg, t_LL LL_ClientList)
     if (run.selection.bByName)
         v_TELL_LEFT_OUT(run.asName, LL_ClientList);
     else if (run.asName.empty())
-        TELL("no client is selected: location, system or exec fit none");
+        TELL("no client matches location, system and exec");
     v_RUN_CHILDREN(&run);
     if (pArg->iCheck) {
         const int iSelected = run.iRows;

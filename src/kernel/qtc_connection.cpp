@@ -101,7 +101,7 @@ void v_FIND_ERROR_LINE(const SCT_ARGS* pArg, int iResult, const ANSWER* pAnswer,
     if (iResult < 0)
         iTEXT_COPY(cpRet, uSize, pAnswer->szMsg);
     else if (!iERROR_LINE(pAnswer->LL_Output, cpRet, uSize))
-        TELL("%s: \"%s\" ended with status %d and said nothing", pArg->szNodeName,
+        TELL("%s: \"%s\" ended with status %d without output", pArg->szNodeName,
              pAnswer->sCommand.c_str(), iResult);
 }
 

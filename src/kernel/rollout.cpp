@@ -44,7 +44,7 @@ void v_ROLLOUT_BEGIN(const SCT_ARGS* pArg, const ROLLOUT* pRollout,
     iTEXT_SET(sema.szSema,
               sSHORT_NAME(std::string("rollout_") + pArg->szTimeStamp, sizeof sema.szSema - 1));
     iTEXT_SET(sema.szCaller, "vk_config_client");
-    if (i_SEMA('+', &sema) < 0) TELL("the run cannot show that it goes on: %s", sema.szMsg);
+    if (i_SEMA('+', &sema) < 0) TELL("cannot mark the run as running: %s", sema.szMsg);
     v_AT_END([] { i_SEMA('-', &sctGOES_ON()); });
     v_ROLLOUT_BEGINS(pArg, asClient, pRollout->iPilot, pRollout->iStopAfter);
 }
@@ -82,7 +82,7 @@ void v_ROLLOUT_CLOSE(const ROLLOUT* pRollout)
     v_TELL("in the pilot", pRollout->asPilot);
     if (pRollout->iPilot > 0 && pRollout->asPilot.empty()) TELL("no client was in the pilot");
     v_TELL("with the version already", pRollout->asHaveVersion);
-    v_TELL("left to another run that is updating", pRollout->asUpdating);
+    v_TELL("being updated by another run", pRollout->asUpdating);
 }
 
 std::string sCLIENTS(size_t uClients)

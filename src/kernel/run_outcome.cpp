@@ -59,7 +59,7 @@ std::string sUPDATE_LEFT(const SCT_ARGS* pArg, STAGE eReached)
     if (pArg->eUpdate == notdefined) return "";
     if (pArg->iUpdated != 0) return " after the update script";
     if (eReached != STAGE_SCRIPT) return " before the update script began";
-    return std::string("; the update script goes on by itself on ") + pArg->szNodeName;
+    return std::string("; the update script keeps running on ") + pArg->szNodeName;
 }
 
 DIAGNOSIS sctINTERRUPTED(STAGE eReached)

@@ -1,4 +1,4 @@
-/* Tells an operating system that the server does not know, and which one may be meant. */
+/* Reports an operating system that the server does not know, and which may be meant. */
 #include <string>
 #include <vector>
 

@@ -188,7 +188,7 @@ void v_COPY_SIGNATURES(UPDATE_RUN* pRun, const char* cpSource, const char* cpTar
         if (!file_exist(sON_SERVER(sSource.c_str()).c_str())) continue;
         TRACE("Copy signature '%s%s' to client", pRun->pArg->szPackage, cpSuffix);
         if (iCOPY_OR_TELL(pRun, sSource.c_str(), sTarget.c_str(), nullptr,
-                          "the package goes without it"))
+                          "the package is sent without it"))
             *pcpCopied++ = cpSuffix;
     }
 }
@@ -213,7 +213,7 @@ PACKAGE_PATHS sctPACKAGE_PATHS(UPDATE_RUN* pRun)
     const std::string sPackage = pRun->pArg->szPackage;
     if (!iTEXT_SET(paths.szSource, sPACKAGE_SOURCE(sPackage)) ||
         !iTEXT_SET(paths.szTarget, "gv_rw_work:" + sPackage))
-        v_COPY_FAILED(pRun, "the name of the package is too long for its place on the client");
+        v_COPY_FAILED(pRun, "the package's path on the client is too long");
     return paths;
 }
 
@@ -253,7 +253,7 @@ void v_COPY_TO_CLIENT(UPDATE_RUN* pRun)
         else
             iCOPY_OR_TELL(pRun, szSource, szTarget, "755",
                           copy.bKey ? "the client checks signatures with the keys that it has"
-                                    : "the client's older one runs");
+                                    : "the client's older one is used");
     }
     v_COPY_PACKAGE(pRun, paths);
 }
@@ -266,7 +266,7 @@ void v_FORM_COMMAND(UPDATE_RUN* pRun)
     const RAW_TEXT  force{pArg->iForceUpdate == 1 ? " -f" : ""};
     const RAW_TEXT  kind{pArg->eUpdate == sp_update ? " -s" : ""};
     if (!pRun->bWindows && pArg->szUpdateOptions[0] != '\0')
-        TELL("option -O is not used: %s runs no Windows", pArg->szNodeName);
+        TELL("option -O is not used: %s is not a Windows client", pArg->szNodeName);
     if (!pRun->bWindows)
         iCMD(pRun->szCommand, eShell, "vk_execute_update%s %s%s", extension, pArg->szPackage,
              force);
@@ -290,7 +290,7 @@ void v_TELL_SCRIPT_LEFT()
 {
     const std::string& sName = sSCRIPT_RUNS_ON();
     if (iSIGNALLED() == 0 || sName.empty()) return;
-    TELL("%s: the update script goes on by itself; check the client later", sName.c_str());
+    TELL("%s: the update script keeps running; check the client later", sName.c_str());
 }
 
 /* Runs the update script; a script that reports success has succeeded, whatever
@@ -349,7 +349,7 @@ void v_CLEAN_UP(const UPDATE_RUN* pRun)
 void v_COMPARE_ANSWER(const UPDATE_RUN* pRun, const char* cpInstalled)
 {
     if (cpInstalled[0] == '\0' || l_cli_version(cpInstalled) == pRun->lVersion) return;
-    TELL("%s answers with %s, not with %s", pRun->pArg->szNodeName, cpInstalled, pRun->szVersion);
+    TELL("%s reports %s, not %s", pRun->pArg->szNodeName, cpInstalled, pRun->szVersion);
 }
 
 /* After a script that succeeded the client must answer once more. */

@@ -94,7 +94,7 @@ void v_HEAD(std::string& s, const FLEET& fleet, const COUNTS& counts, int iEvery
         "</style>\n</head>\n<body>\n<header>\n<h1>Backup clients</h1>\n<p>" +
         sCOUNTED(counts.iTakePart, "client") + ", as of <time id=\"written\" datetime=\"" +
         sTIME_TEXT(fleet.lNow, true) + "\">" + sTIME_FORMAT(fleet.lNow, "%e %B %Y, %H:%M %Z") +
-        "</time><span id=\"age\"></span>; to be written anew by <time id=\"next\" datetime=\"" +
+        "</time><span id=\"age\"></span>; next update due by <time id=\"next\" datetime=\"" +
         sTIME_TEXT(lNext, true) + "\">" +
         sTIME_FORMAT(lNext, lNext < fleet.lNow + lDAY ? "%H:%M" : "%e %B, %H:%M") +
         "</time></p>\n<p class=\"notice\" id=\"late\" role=\"alert\" hidden></p>\n";
@@ -503,7 +503,7 @@ constexpr char szFILTER[] =
     "aria-label=\"Filter the clients\"><output id=\"told\" for=\"filter\"></output></div>\n";
 
 constexpr char szKEY[] =
-    "</main>\n<footer>\n<p>Days:<span class=\"key\"><b>+</b></span>every run well"
+    "</main>\n<footer>\n<p>Days:<span class=\"key\"><b>+</b></span>every run succeeded"
     "<span class=\"key\"><u>~</u></span>some failed<span class=\"key\"><i>x</i></span>every run "
     "failed<span class=\"key\"><s>-</s></span>no run</p>\n";
 

@@ -97,7 +97,7 @@ std::string sCSV_LINE(const std::vector<std::string>& asValue)
 void v_ADD_NAME(std::string& s, const std::string& sName, char cEnd)
 {
     if (cEnd == '\n' && sONE_LINE(sName) != sName)
-        v_STDERR("\"%s\" is left out: its name holds a control character; use -0", sName.c_str());
+        v_STDERR("\"%s\" is skipped: its name contains a control character; use -0", sName.c_str());
     else
         s.append(sName).push_back(cEnd);
 }

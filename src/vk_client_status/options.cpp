@@ -90,7 +90,7 @@ struct OPTION {
 };
 
 constexpr char szDAYS[] = "a number of days";
-constexpr char szLIMIT[] = "a number, or one of per cent such as 10%";
+constexpr char szLIMIT[] = "a number or a percentage such as 10%";
 constexpr int  iMOST_DAYS = 36'500;
 
 bool bLIMIT(std::string sValue, LIMIT& limit)
@@ -170,7 +170,7 @@ constexpr OPTION asctOption[] = {
      uANY, uPLAN},
     {"rollout", nullptr, bVIEW<VIEW_ROLLOUT>, uANY, uANY, 'v'},
     {"changed", nullptr, bVIEW<VIEW_CHANGED>, uANY, uANY, 'v'},
-    {"since", "a time that is past, such as 2026-11-25 or 12h", bSINCE, uANY, uCHANGED},
+    {"since", "a past time such as 2026-11-25 or 12h", bSINCE, uANY, uCHANGED},
     {"remember", "a file",
      [](OPTIONS& o, const std::string& s) { return !(o.sRemember = s).empty(); }, uANY, uCHANGED},
     {"list", "systems, locations, versions or causes",
@@ -317,7 +317,7 @@ int iREAD_OPTIONS(int argc, char** argv, OPTIONS& options)
                 options.bZero = true;
                 break;
             case '?':
-                v_STDERR("vk_client_status --help tells the options");
+                v_STDERR("vk_client_status --help lists the options");
                 return iEXIT_USAGE;
             default:
                 if (const int iExit = iTAKE(options, iOption, given); iExit != -1) return iExit;

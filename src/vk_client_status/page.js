@@ -122,7 +122,7 @@
     const late = Date.now() > next + (next - written) / 10;
     document.documentElement.classList.toggle('old', late);
     at('late').hidden = !late;
-    if (late) at('late').textContent = `This page is old: written ${age}, it was to be written anew by ${at('next').textContent}. See why on the backup server.`;
+    if (late) at('late').textContent = `This page is old: written ${age}, the next was due by ${at('next').textContent}. See why on the backup server.`;
   };
   grow();
   setInterval(grow, 30000);

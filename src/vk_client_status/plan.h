@@ -1,4 +1,4 @@
-/* The plan of an update: what would become of each client if the update ran now. */
+/* The plan of an update: the result for each client if the update ran now. */
 #pragma once
 
 #include "listing.h"

@@ -54,7 +54,7 @@ FD fdNEW(const std::string& sNew)
 int iREPLACE_FILE(const std::string& sFile, const std::string& sText)
 {
     if (!bREPLACEABLE(sFile)) {
-        v_STDERR("cannot write \"%s\": it is no regular file; name one that may be replaced",
+        v_STDERR("cannot write \"%s\": it is not a regular file; name one that may be replaced",
                  sFile.c_str());
         return 0;
     }

@@ -1,4 +1,4 @@
-/* The last update of many clients: who is done, who is left, and how it goes on. */
+/* The last update of many clients: who is done, who is left, and how to continue. */
 #pragma once
 
 #include "listing.h"

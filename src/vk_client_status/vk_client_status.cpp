@@ -145,8 +145,7 @@ int iREAD_REMEMBERED(const std::string& sFile, PRIORS& priors, bool& bThere)
     else if (iREAD_REMEMBERED(sText, priors))
         return 1;
     else
-        v_STDERR("cannot use \"%s\": --remember has not written it; name another file",
-                 sFile.c_str());
+        v_STDERR("cannot use \"%s\": not written by --remember; name another file", sFile.c_str());
     return 0;
 }
 
@@ -211,7 +210,7 @@ int iSHOW(const OPTIONS& options)
     const CHOSEN chosen = CHOOSE(fleet, options.choice);
     if (!bNagios && options.eView != VIEW_LIST) v_TELL_UNFITTING(options, fleet);
     if (options.eView == VIEW_ROLLOUT && fleet.rollout.sRun.empty()) {
-        v_STDERR("the outcome logs of %s tell of no update of many clients",
+        v_STDERR("the outcome logs of %s contain no update of many clients",
                  sCOUNTED(wish.iDays, "day").c_str());
         return iEXIT_NONE;
     }
@@ -266,7 +265,7 @@ int main(int argc, char** argv)
     for (int i = 1; i < argc; i++) bNagios = bNagios || std::strcmp(argv[i], "--nagios") == 0;
     OPTIONS options;
     if (const int iExit = iREAD_OPTIONS(argc, argv, options); iExit != -1)
-        return iExit == 0 ? 0 : iNO_SENSE(bNagios, "the command line makes no sense");
-    if (!iCONFIG_VALID()) return iNO_SENSE(bNagios, "the configuration makes no sense");
+        return iExit == 0 ? 0 : iNO_SENSE(bNagios, "invalid command line");
+    if (!iCONFIG_VALID()) return iNO_SENSE(bNagios, "invalid configuration");
     return iSHOW(options);
 }

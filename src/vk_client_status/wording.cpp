@@ -1,4 +1,4 @@
-/* Words. */
+/* Wording. */
 #include "wording.h"
 
 #include "cells.h"

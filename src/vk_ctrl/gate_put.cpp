@@ -195,8 +195,7 @@ int iTAKE(int iFile, long lSize, TARGET& target)
     for (;;) {
         std::vector<WAIT_FD> fds{{STDIN_FILENO}};
         if (iWAIT(fds, lNOW_MS() + 1000L * iIdle) != WAIT_READY)
-            return iREASON(target.sFailed,
-                           "nothing came for " + std::to_string(iIdle) + " seconds");
+            return iREASON(target.sFailed, "no data for " + std::to_string(iIdle) + " seconds");
         const ssize_t iGot = lREAD(STDIN_FILENO, acBuf.get(), uBUFFER);
         if (iGot < 0 && errno == EAGAIN) continue;
         if (iGot < 0) return iFAILED(target, "take");

@@ -109,9 +109,9 @@ int iONES_OWN(const std::string& sPath, std::string& sReason)
     if ((sctStat.st_uid == 0 || sctStat.st_uid == geteuid()) &&
         (sctStat.st_mode & (S_IWGRP | S_IWOTH)) == 0 && !S_ISLNK(sctStat.st_mode))
         return 1;
-    return iREASON(sReason, "\"" + sPath +
-                                "\" is a link, or others than root may change it, so no package "
-                                "is trusted by it");
+    return iREASON(
+        sReason,
+        "\"" + sPath + "\" is a link, or others than root may change it, so it is not trusted");
 }
 
 /* The keys that sign packages, and the places that stand between check and use. */
@@ -129,10 +129,9 @@ int iSIGNING_KEYS(const std::string& sFolder, std::string& sReason)
         ++iKeys;
     }
     if (iKeys == 0)
-        return iREASON(sReason,
-                       "this client takes signed packages only, and no key that signs "
-                       "them lies in " +
-                           sFolder);
+        return iREASON(
+            sReason,
+            "this client takes signed packages only, and no key that signs them is in " + sFolder);
     for (std::string sPlace : {sWork, sIni, sFolder}) {
         while (sPlace.size() > 1 && sPlace.back() == '/') sPlace.pop_back();
         if (!iONES_OWN(sPlace, sReason)) return 0;
@@ -188,7 +187,7 @@ int iGATE_RUN(const REQUEST& request)
     std::string sReason;
     std::string sPath;
     const WORK  eWork = eWORK(request.asWord, sPath);
-    if (eWork == WORK_NONE) return iREFUSE("a command that is none of the backup client's work");
+    if (eWork == WORK_NONE) return iREFUSE("a command that is not allowed");
     syslog(LOG_INFO, "%s runs %s", sctCALLER().sServer.c_str(), request.asWord[0].c_str());
     if (eWork == WORK_REMOVE) return iGATE_REMOVE(request, sPath);
     sctSpec.asArgument = request.asWord;

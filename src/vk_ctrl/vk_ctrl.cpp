@@ -1,6 +1,6 @@
 /* vk_ctrl: the forced command of a key that admits a backup server to this client
    for its own work only. Whatever the server sends is a request of a small
-   language; no shell reads it, and nothing of the server's environment counts. */
+   language; no shell reads it, and the server's environment is not used. */
 #include <pwd.h>
 #include <sys/stat.h>
 #include <syslog.h>
@@ -75,7 +75,7 @@ int iCARRY_OUT(const std::string& sSent)
     if (sSent != svREQUEST_FOLLOWS)
         sLine = sSent;
     else if (!iFIRST_LINE(sLine))
-        return iREFUSE("a request whose line has no end");
+        return iREFUSE("an unterminated request");
     if (!iREQUEST_READ(sLine, request, sReason)) return iREFUSE(sReason);
     switch (request.eVerb) {
         case REQUEST_RUN:
@@ -87,7 +87,7 @@ int iCARRY_OUT(const std::string& sSent)
         case REQUEST_SIZE:
             return iGATE_SIZE(request);
     }
-    return iREFUSE("no request that the gate knows");
+    return iREFUSE("an unknown request");
 }
 
 void USAGE(FILE* pFile)

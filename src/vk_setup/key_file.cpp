@@ -41,8 +41,7 @@ int iPRIVATE_FOLDER(const std::string& sFolder, KEY_FILE& file, std::string& sRe
         return iCANNOT("make", sFolder, sReason);
     fd = FD(open(sFolder.c_str(), iFOLDER_FLAGS | O_NOFOLLOW));
     if (!fd.bOpen() && (errno == ELOOP || errno == ENOTDIR))
-        return iREASON(sReason,
-                       "\"" + sFolder + "\" is no folder of its own; name the file with --file");
+        return iREASON(sReason, "\"" + sFolder + "\" is not a folder; name the file with --file");
     if (!fd.bOpen()) return iCANNOT("open", sFolder, sReason);
     const FD          fdHome(openat(fd.iGet(), "..", iFOLDER_FLAGS));
     const std::string sHome = sFolder.substr(0, sFolder.rfind('/'));
@@ -74,7 +73,7 @@ int iREAD_KEYS(KEY_FILE& file, std::string& sReason)
         fstat(file.fdFolder.iGet(), &sctFolder) != 0)
         return iCANNOT("read", file.sPath, sReason);
     if (!S_ISREG(sctFile.st_mode))
-        return iREASON(sReason, "\"" + file.sPath + "\" is no regular file");
+        return iREASON(sReason, "\"" + file.sPath + "\" is not a regular file");
     file.bThere = true;
     file.bRight = (sctFile.st_mode & 07777U) == uFILE_MODE && sctFile.st_uid == sctFolder.st_uid;
     return iREAD_ALL(fd.iGet(), file.sText, uFILE_MAX) || iCANNOT("read", file.sPath, sReason);

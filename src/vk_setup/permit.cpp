@@ -107,7 +107,7 @@ void ADMIT_KEY(std::vector<LINE>& lines, const PERMIT& permit, const PUBLIC_KEY&
     if (other == lines.end()) return;
     change.asWarning.push_back("line " + std::to_string(other - lines.begin() + 1) +
                                " holds the same key and was not written for " + permit.sServer +
-                               "; remove it, unless it is wanted besides");
+                               "; remove it if it is not needed");
 }
 
 void JOIN(const std::vector<LINE>& lines, PERMIT_CHANGE& change)
@@ -129,10 +129,10 @@ PERMIT_CHANGE sctADMIT(std::string_view svText, const PERMIT& permit)
     for (const LINE& line : lines)
         if (permit.sMode == svMODE_CTRL && line.sServer == permit.sServer &&
             line.svMode() == svMODE_VKSSH)
-            change.asWarning.push_back(permit.sServer +
-                                       " has a key of mode VKSSH here as well, "
-                                       "which goes past the gate; vk_setup unset_client takes "
-                                       "back both");
+            change.asWarning.push_back(
+                permit.sServer +
+                " has a key of mode VKSSH here as well, "
+                "which bypasses the gate; vk_setup unset_client removes both");
     JOIN(lines, change);
     return change;
 }

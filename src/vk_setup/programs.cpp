@@ -9,7 +9,7 @@ PROGRAM_RUN sctRUN_PROGRAM(const std::vector<std::string>& asArgument, int iLimi
     const long  lDeadline = lNOW_MS() + iLimitS * 1000L;
     run.sOut = sSAID_BY(asArgument, iLimitS * 1000, &run.iStatus);
     if (lNOW_MS() >= lDeadline)
-        run.sOut += "\nno end within " + std::to_string(iLimitS) + " seconds";
+        run.sOut += "\ntimed out after " + std::to_string(iLimitS) + " seconds";
     return run;
 }
 

@@ -141,7 +141,7 @@ int iPUBLIC_KEYS(const std::vector<std::string>& asWord, std::vector<PUBLIC_KEY>
             ++u;
         } else if (keys.empty()) {
             sReason = "\"" + sONE_LINE(svTEXT_CUT(asAll[u], 40)) +
-                      "\" is no public key; it begins with a type such as ssh-ed25519";
+                      "\" is not a public key; it begins with a type such as ssh-ed25519";
             return 0;
         } else if (bCOMMENT_WORD(asAll[u])) {
             std::string& sComment = keys.back().sComment;
@@ -151,6 +151,7 @@ int iPUBLIC_KEYS(const std::vector<std::string>& asWord, std::vector<PUBLIC_KEY>
     const auto broken =
         std::find_if(keys.begin(), keys.end(), [](const PUBLIC_KEY& key) { return !bWHOLE(key); });
     if (keys.empty()) sReason = "no key given";
-    if (broken != keys.end()) sReason = "the " + broken->sType + " key is not whole; copy it again";
+    if (broken != keys.end())
+        sReason = "the " + broken->sType + " key is incomplete; copy it again";
     return !keys.empty() && broken == keys.end();
 }

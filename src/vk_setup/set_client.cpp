@@ -73,17 +73,18 @@ int iCHECK(const CALL& call)
     const PERMIT& permit = call.permit;
     PACKAGES      ePackages{};
     if (!bSERVER_NAME(permit.sServer))
-        return iTELL("\"" + permit.sServer + "\" is no name of a server");
+        return iTELL("\"" + permit.sServer + "\" is not a server name");
     if (!permit.sMode.empty() && permit.sMode != svMODE_CTRL && permit.sMode != svMODE_VKSSH)
-        return iTELL("--mode: \"" + permit.sMode + "\" is none of CTRL, VKSSH");
+        return iTELL("--mode: \"" + permit.sMode + "\" is not CTRL or VKSSH");
     if (!permit.sPackages.empty() && !iPACKAGES(permit.sPackages, ePackages))
-        return iTELL("--packages: \"" + permit.sPackages + "\" is none of signed, none, any");
+        return iTELL("--packages: \"" + permit.sPackages + "\" is not signed, none or any");
     if (!permit.sPackages.empty() && permit.sMode == svMODE_VKSSH)
         return iTELL("--packages goes with mode CTRL; with VKSSH the server is root here");
     if (!permit.sFrom.empty() && !bPLAIN_WORD(permit.sFrom, "._-:/,*?![]%"))
-        return iTELL("--from: \"" + permit.sFrom + "\" is no list of addresses");
+        return iTELL("--from: \"" + permit.sFrom + "\" is not a list of addresses");
     if (!call.sConfig.empty() && (!bPLAIN_WORD(call.sConfig, "._-/+,=@") || call.sConfig[0] != '/'))
-        return iTELL("--config: \"" + call.sConfig + "\" is no absolute path of plain characters");
+        return iTELL("--config: \"" + call.sConfig +
+                     "\" is not an absolute path of plain characters");
     return 1;
 }
 
@@ -110,7 +111,7 @@ std::string sROOTS_FILE()
 
 int iROOT()
 {
-    return geteuid() == 0 || iTELL("root's authorized_keys is changed by root only; use sudo");
+    return geteuid() == 0 || iTELL("only root may change root's authorized_keys; use sudo");
 }
 
 /* The command of the gate: beside this program, or where packages put it. */
@@ -124,7 +125,7 @@ int iGATE(CALL& call)
     if (found == asPlace.end())
         return iTELL("the gate vk_ctrl is not installed; install the package velka-client-access");
     if (!bPLAIN_WORD(*found, "._-/+,=@"))
-        return iTELL("\"" + *found + "\" cannot stand in authorized_keys; install it elsewhere");
+        return iTELL("\"" + *found + "\" is not allowed in authorized_keys; install it elsewhere");
     call.permit.sGate = *found + (call.sConfig.empty() ? "" : " --config " + call.sConfig) +
                         " --packages " + call.permit.sPackages;
     return 1;
@@ -202,9 +203,9 @@ int iSTORE(const KEY_FILE& file, const PERMIT_CHANGE& change, bool bWanted)
         return iTELL(sReason, 1);
     for (const std::string& s : change.asDone)
         std::printf("%s: %s\n", file.sPath.c_str(), sONE_LINE(s).c_str());
-    if (bMend) std::printf("%s: owner and mode put right\n", file.sPath.c_str());
+    if (bMend) std::printf("%s: owner and mode corrected\n", file.sPath.c_str());
     if (!file.sMended.empty())
-        std::printf("%s: owner and mode put right\n", sONE_LINE(file.sMended).c_str());
+        std::printf("%s: owner and mode corrected\n", sONE_LINE(file.sMended).c_str());
     if (change.asDone.empty() && !bMend && file.sMended.empty())
         std::printf("%s: %s, nothing to do\n", file.sPath.c_str(),
                     bWanted ? "the server is admitted" : "nothing was admitted by vk_setup");
@@ -218,7 +219,7 @@ void TELL_LOGIN_SHELL()
     const passwd* pRoot = getpwuid(0);
     if (pRoot == nullptr || *pRoot->pw_shell == '\0' || access(pRoot->pw_shell, X_OK) == 0) return;
     iTELL("root's login shell \"" + std::string(pRoot->pw_shell) +
-          "\" cannot be run, so ssh admits nobody as root; type: usermod -s /bin/sh root");
+          "\" cannot be run, so nobody can log in as root; type: usermod -s /bin/sh root");
 }
 
 /* The folder of the keys that sign packages, and whether some lie there. */
@@ -239,7 +240,7 @@ int iTELL_SSHD(const CALL& call, const SSHD_SETTINGS& settings)
 {
     std::vector<std::string> asFault = settings.asFault;
     if (!settings.sUnknown.empty()) {
-        iTELL("cannot ask sshd what it reads, so " + call.sFile +
+        iTELL("cannot ask sshd for its settings, so " + call.sFile +
               " is taken: " + settings.sUnknown);
         return 0;
     }
@@ -284,7 +285,7 @@ int iCONTRADICTS(const char* cpOption, const std::string& sLine, const std::stri
 {
     if (sLine.empty() || sLine == sHolds) return 0;
     iTELL(std::string("the line says ") + cpOption + " " + sLine + ", and " +
-          (sHolds.empty() ? "that is for this client to say" : sHolds + " holds here") +
+          (sHolds.empty() ? "this client decides that" : sHolds + " holds here") +
           "; nothing was changed");
     return 1;
 }

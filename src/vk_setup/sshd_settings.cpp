@@ -171,7 +171,7 @@ bool bKEY_ALONE(const VALUES& values)
 void FIND_FAULTS(const VALUES& values, const SESSION& session, SSHD_SETTINGS& settings)
 {
     const auto TELL = [&](bool bFault, const std::string& sSetting, const char* cpMend) {
-        if (bFault) settings.asFault.push_back(sSetting + " keeps the server out; " + cpMend);
+        if (bFault) settings.asFault.push_back(sSetting + " blocks the server; " + cpMend);
     };
     const std::string sLogin = sVALUE(values, "permitrootlogin");
     const std::string sForced = sVALUE(values, "forcecommand");
@@ -183,7 +183,7 @@ void FIND_FAULTS(const VALUES& values, const SESSION& session, SSHD_SETTINGS& se
     TELL(sVALUE(values, "pubkeyauthentication") == "no", "PubkeyAuthentication no",
          "yes admits keys");
     TELL(!bKEY_ALONE(values), "AuthenticationMethods " + sVALUE(values, "authenticationmethods"),
-         "publickey alone has to be enough");
+         "publickey alone must suffice");
     TELL(settings.asKeyFile.empty(), "AuthorizedKeysFile none", ".ssh/authorized_keys is usual");
     TELL(!asAllow.empty() && !bUSER_LISTED(asAllow, session, true), "AllowUsers", "add root to it");
     TELL(bUSER_LISTED(asWORDS(values, "denyusers"), session, false), "DenyUsers",
@@ -196,8 +196,8 @@ void FIND_FAULTS(const VALUES& values, const SESSION& session, SSHD_SETTINGS& se
          "it runs in place of what the server asks for");
     if (!sEnvironment.empty())
         settings.asFault.push_back("AcceptEnv " + sEnvironment +
-                                   " lets whoever has the key run programs past the gate; name "
-                                   "single variables in its place");
+                                   " lets whoever has the key bypass the gate; name "
+                                   "single variables instead");
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-/* What the sshd of this machine makes of a key of root: asked of sshd itself ("sshd -T"). */
+/* What this machine's sshd decides on a key of root, as "sshd -T" reports it. */
 #pragma once
 
 #include <string>

@@ -55,7 +55,7 @@ int iSERVER_SIDE(char** argv)
         return 1;
     }
     std::fprintf(stderr,
-                 "vk_setup: \"%s\" is done on the backup server, with the package "
+                 "vk_setup: \"%s\" runs on the backup server, with the package "
                  "vk-config-client, which is not installed here\n",
                  argv[1]);
     return 1;

@@ -1,4 +1,4 @@
-/* What the library has to know of the program that it is part of. */
+/* What the library has to know about its program. */
 #pragma once
 
 #include <span>

@@ -122,15 +122,15 @@ void TELL_UNKNOWN_SECTION(const READING& reading, std::string_view svSection)
 {
     std::vector<std::string_view> known;
     if (svSection == "access" || svSection == "directories")
-        return TELL(reading, std::string("section [").append(svSection) +
-                                 "] has no name behind its word; it is not used");
+        return TELL(reading,
+                    std::string("section [").append(svSection) + "] lacks a name; it is not used");
     for (const CONFIG_KEY& key : asctCONFIG_KEY) known.push_back(key.svSection);
     TELL(reading, std::string("unknown section [").append(svSection) + "]" +
                       sMEANT(svSection.substr(0, svSection.find(' ')), known, "[",
-                             "; what stands in it is not used"));
+                             "; its keys are not used"));
 }
 
-constexpr const char* cpNOBODY = "; an update of several clients updates nobody";
+constexpr const char* cpNOBODY = "; updates of several clients are refused";
 
 std::string sNO_NUMBER(const CONFIG_KEY& key)
 {
@@ -144,7 +144,7 @@ bool bSENSE(const READING& reading, const CONFIG_KEY& key, const std::string& sV
     int               iValue = 0;
     const std::string sIs = std::string("[").append(key.svSection).append("] ").append(key.svKey) +
                             " = \"" + sValue + "\" is ";
-    const std::string sUsing = ", using " + std::string(key.svDefault);
+    const std::string sUsing = "; using " + std::string(key.svDefault);
     if (key.eKind == CONFIG_BRAKE && !bNUMBER(sValue, key.iMin, key.iMax, iValue)) {
         TELL(reading, sIs + sNO_NUMBER(key) + cpNOBODY);
         return true;  // kept, so that it is not taken for one that is not set
@@ -164,7 +164,7 @@ int iTAKE_VALUE(void* pReading, const char* cpSection, const char* cpKey, const 
     const READING& reading = *static_cast<READING*>(pReading);
     if (*cpSection == '\0')
         TELL(reading,
-             std::string("key \"") + cpKey + "\" stands before every section; it is not used");
+             std::string("key \"") + cpKey + "\" is before the first section; it is not used");
     if (!bSECTION_KNOWN(cpSection)) return 1;  // told where it begins
     const CONFIG_KEY* pKey = pCONFIG_KEY(cpSection, cpKey);
     if (pKey == nullptr && !bOWN_DIRECTORY(cpSection, cpKey))
@@ -241,7 +241,7 @@ CONFIG& LOADED()
     const std::string sIni = sCONFIG_PLACE();
     READ_FILE(sIni, config);
     if (!sENVIRONMENT("VK_INI").empty() && config.sFile.empty() && !bTOLD_BY_PARENT())
-        v_STDERR("VK_INI names \"%s\", which does not exist; the defaults hold", sIni.c_str());
+        v_STDERR("VK_INI names \"%s\", which does not exist; using the defaults", sIni.c_str());
     return config;
 }
 
@@ -314,7 +314,8 @@ int iCONFIG_VARIABLE_NUMBER(const char* cpVariable)
     if (bNUMBER(sText, pKey->iMin, pKey->iMax, iValue)) return iValue;
     const int iHolds = iCONFIG_NUMBER("variables", cpVariable);
     if (!bTOLD_BY_PARENT())
-        v_STDERR_ONCE(cpVariable, "environment: %s = \"%s\" is no number from %d to %d, using %d",
+        v_STDERR_ONCE(cpVariable,
+                      "environment: %s = \"%s\" is not a number from %d to %d; using %d",
                       cpVariable, sText.c_str(), pKey->iMin, pKey->iMax, iHolds);
     return iHolds;
 }
@@ -349,7 +350,7 @@ void v_CONFIG_TELL_UNKNOWN(std::string_view svBegin)
         if (!sName.starts_with(svBegin) ||
             std::find(known.begin(), known.end(), sName) != known.end())
             continue;
-        v_STDERR_ONCE(sName.c_str(), "environment: there is no variable %s%s", sName.c_str(),
+        v_STDERR_ONCE(sName.c_str(), "environment: unknown variable %s%s", sName.c_str(),
                       sMEANT(sName, known, "\"", sAll.c_str()).c_str());
     }
 }

@@ -5,7 +5,7 @@
                 on them. A pooler that refuses session options gets none
    Hosts        each by itself, so that no wait goes past its limit or past a signal,
                 and with the SQLSTATE in the message
-   Again        what passes by itself is tried again with growing, random pauses, so
+   Again        a temporary failure is tried again with growing, random pauses, so
                 that many runs that found the server full do not come back together */
 #include "connect.h"
 

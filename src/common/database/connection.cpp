@@ -7,7 +7,7 @@
                 before a statement is sent, and replaced
    Lost         one that breaks under a statement is replaced too; the statement is
                 sent again, once, where that can do no harm, else it fails
-   How a connection is made stands in connect.cpp. */
+   Connections are made in connect.cpp. */
 #include "connection.h"
 
 #include <poll.h>

@@ -1,5 +1,5 @@
 /* What the service reads of the database: hosts, their passwords, the server's
-   interface. Nothing else here knows the tables. */
+   interface. No other file of the service reads the tables. */
 #include "host.h"
 
 #include <strings.h>

@@ -140,7 +140,7 @@ int iPATH_ON_HOST(const HOST& host, const char* cpPath, std::string& sPath, std:
     if (eSHELL_OF(host) == SHELL_WINDOWS) std::replace(sText.begin(), sText.end(), '\\', '/');
     if (("/" + sText + "/").find("/../") != std::string::npos ||
         (sText + "/").find(":../") != std::string::npos)
-        return iREASON(sReason, "\"" + sONE_LINE(cpPath) + "\" leaves its folder");
+        return iREASON(sReason, "\"" + sONE_LINE(cpPath) + "\" is outside its folder");
     return TRANSPORT_OF(host).iPLACE(host, cpPath, sPath, sReason);
 }
 
@@ -306,7 +306,7 @@ int alive_test_qtc(const char* cpHost, char* cpMsg, char* cpVersion, const char*
     if (iRet < 0) return 0;
     if (iRet > 0) {
         if (iERROR_LINE(LL_Output, cpMsg, uMsg)) return 0;
-        constexpr const char* cpSilent = "%s: \"qtc -h\" ended with status %d and said nothing";
+        constexpr const char* cpSilent = "%s: \"qtc -h\" ended with status %d without output";
         v_STDERR(cpSilent, cpHost, iRet);
         TRACE_BY(sctLog, cpSilent, cpHost, iRet);
         return 0;

@@ -66,7 +66,7 @@ int iREAD_WORD(std::string_view sv, std::string& sWord, std::string& sReason)
 {
     sWord.clear();
     if (sv == "%") return 1;
-    sReason = sv.empty() ? "two blanks, or one at an end" : "a character that no request holds";
+    sReason = sv.empty() ? "two blanks, or one at an end" : "a character that is not allowed";
     if (sv.empty()) return 0;
     for (size_t u = 0; u < sv.size(); ++u) {
         if (bPLAIN(sv[u])) {
@@ -77,7 +77,7 @@ int iREAD_WORD(std::string_view sv, std::string& sWord, std::string& sReason)
         const int iHigh = u + 2 < sv.size() ? iHEX(sv[u + 1]) : -1;
         const int iLow = u + 2 < sv.size() ? iHEX(sv[u + 2]) : -1;
         if (iHigh < 0 || iLow < 0 || iHigh + iLow == 0)
-            return iREASON(sReason, "a \"%\" that stands for no byte");
+            return iREASON(sReason, "a \"%\" that is no valid escape");
         sWord += static_cast<char>(iHigh * 16 + iLow);
         u += 2;
     }
@@ -104,9 +104,9 @@ bool bNUMBER(const std::string& s, int iBase, NUMBER uMost, NUMBER& uValue)
 
 int iREAD_PUT(const std::vector<std::string>& asWord, REQUEST& request, std::string& sReason)
 {
-    sReason = "a size that is none";
+    sReason = "an invalid size";
     if (!bNUMBER(asWord[3], 10, INT64_MAX / 2, request.lSize)) return 0;
-    sReason = "a mode that is none";
+    sReason = "an invalid mode";
     return bNUMBER(asWord[4], 8, 0777U, request.uMode);
 }
 
@@ -167,7 +167,7 @@ int iREQUEST_READ(std::string_view svLine, REQUEST& request, std::string& sReaso
     const auto* const pVerb =
         std::find_if(std::begin(asctVerb), std::end(asctVerb),
                      [&](const VERB& verb) { return verb.svName == asWord[0]; });
-    sReason = "no request that the gate knows";
+    sReason = "an unknown request";
     if (pVerb == std::end(asctVerb)) return 0;
     sReason = "a request without a mark";
     if (asWord.size() < 2 || !bMARK(asWord[1])) return 0;

@@ -1,4 +1,4 @@
-/* Which known word somebody may have meant. */
+/* Finds the known word that a mistyped one may mean. */
 #pragma once
 
 #include <string_view>

@@ -140,7 +140,7 @@ std::unique_ptr<char[]>& RESERVE()
     constexpr int iEXIT = 2;
     RESERVE().reset();
     std::set_new_handler([] { _exit(iEXIT); });
-    v_STDERR("no memory left; the run ends here");
+    v_STDERR("out of memory; the run ends");
     v_END_PROCESS(iEXIT);
 }
 

@@ -1,5 +1,5 @@
 /* What cm_hal_pipe.cpp (children) and waiting.cpp (waits, signals, the end of the process)
-   need of each other; nobody else includes it. */
+   need of each other; no other file includes it. */
 #pragma once
 
 #include <csignal>

@@ -42,7 +42,7 @@ void CHECK_DIRECTORY(const std::string& sDirectory)
     if (stat(sBare.c_str(), &sctStat) != 0)
         wrong("vk_setup server");
     else if (!S_ISDIR(sctStat.st_mode))
-        v_WRONG(sWhat, "is no directory",
+        v_WRONG(sWhat, "is not a directory",
                 sTYPED({"mv", sBare, sBare + ".old"}) + " && vk_setup server");
     else if ((sctStat.st_mode & S_IWOTH) != 0)
         v_WRONG(sWhat, "everybody may write there", sCHMOD("o-w", sDirectory));
@@ -72,7 +72,7 @@ void CHECK_DISKS()
         else if (uFree < uMIN_FREE)
             v_WRONG_ADVICE(sWhat, "that is less than 64 MiB", sLook);
         else if (sctFs.f_files > 0 && sctFs.f_favail < uMIN_FILES)
-            v_WRONG_ADVICE(sWhat, "but hardly a file can be made", sLook);
+            v_WRONG_ADVICE(sWhat, "but almost no inodes", sLook);
         else
             v_GOOD(sWhat);
     }
@@ -106,7 +106,8 @@ void CHECK_HOSTS_FILE()
     if (stat(sFile.c_str(), &sctStat) != 0)
         v_WRONG(sWhat, std::strerror(errno), sMake);
     else if (!S_ISREG(sctStat.st_mode))
-        v_WRONG(sWhat, "is no file", sTYPED({"mv", sFile, sFile + ".old"}) + " && " + sMake);
+        v_WRONG(sWhat, "is not a regular file",
+                sTYPED({"mv", sFile, sFile + ".old"}) + " && " + sMake);
     else if ((sctStat.st_mode & 0022U) != 0)
         v_WRONG(sWhat, "others than its owner may change it", sCHMOD("644", sFile));
     else
@@ -120,7 +121,7 @@ void CHECK_TEMPORARY()
     const std::string sTmp = cpTmp != nullptr && *cpTmp == '/' ? cpTmp : "/tmp";
     struct stat       sctStat {};
     if (stat(sTmp.c_str(), &sctStat) != 0 || !S_ISDIR(sctStat.st_mode))
-        v_WRONG("temporary directory " + sTmp, "is no directory",
+        v_WRONG("temporary directory " + sTmp, "is not a directory",
                 sTYPED({"install", "-d", "-m", "1777", sTmp}));
     else if ((sctStat.st_mode & (S_IWOTH | S_ISVTX)) == S_IWOTH)
         v_WRONG("temporary directory " + sTmp, "anybody may remove anybody's files there",
@@ -190,7 +191,7 @@ void CHECK_KEY_PAIR(const std::string& sKey, const std::string& sWhat, bool bOwn
     const std::string sOwn = sLAST_LINE(run.sOut);
     const std::string sBody = sOwn.substr(0, sOwn.find(' ', sOwn.find(' ') + 1));
     if (!iREAD_FILE(sKey + ".pub", sPublic) || !sPublic.starts_with(sBody))
-        return v_WRONG(sWhat, "its public half " + sKey + ".pub is missing or another key's",
+        return v_WRONG(sWhat, "its public half " + sKey + ".pub is missing or does not match",
                        sTYPED({"ssh-keygen", "-y", "-f", sKey}) + " >" + sTYPED({sKey + ".pub"}));
     std::string sValid;
     if (iCERTIFICATE_INVALID(sKey, sValid))
@@ -209,9 +210,9 @@ void CHECK_KEY(const std::string& sConfig, const std::string& sKey, bool bOwn)
         return v_WRONG(sWhat, std::strerror(errno), sMAKE_KEY(sKey, bOwn));
     if (iAGENT_KEY(sKey)) {
         if (iAGENT_HOLDS(sConfig, sKey, sError))
-            v_GOOD(sWhat + ": its private half is an agent's");
+            v_GOOD(sWhat + ": its private key is in an agent");
         else
-            v_WRONG_ADVICE(sWhat, "no agent holds its private half: " + sError,
+            v_WRONG_ADVICE(sWhat, "no agent has its private key: " + sError,
                            "start the agent that IdentityAgent names, and ssh-add the key");
         return;
     }
@@ -256,7 +257,7 @@ void CHECK_MODE(const std::string& sMode)
             v_WRONG(sWhat, sError,
                     sTYPED({"sed", "-i", std::to_string(lLine) + "s/^/# /", sConfig}));
         else
-            v_WRONG_ADVICE(sWhat, sError, "put it right by hand");
+            v_WRONG_ADVICE(sWhat, sError, "correct it by hand");
         return;
     }
     v_GOOD(sWhat);

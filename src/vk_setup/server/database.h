@@ -1,5 +1,5 @@
 /* The database as the setup sees it: any connection text, statements with their
-   rows, and what the schema in sql/ asks for and the database lacks. */
+   rows, and what the database lacks of the schema in sql/. */
 #pragma once
 
 #include <libpq-fe.h>

@@ -107,7 +107,7 @@ int iPERMIT_LINE(const std::string& sMode, std::string& sLine, std::string& sErr
         return 1;
     }
     if (sError.empty())
-        sError = "the ssh configuration of mode " + sMode + " names no key that is there; run " +
+        sError = "the ssh configuration of mode " + sMode + " names no existing key; run " +
                  "vk_setup server";
     return 0;
 }

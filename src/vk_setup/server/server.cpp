@@ -66,7 +66,7 @@ int iALONE(sct_semaphore& sema)
     // Where the lock cannot be made, the steps say what is missing.
     while (i_SEMA('+', &sema) == 0 && lNOW_MS() < lEnd) {
         iWaited = 1;
-        v_STDERR_ONCE("alone", "another vk_setup server is at work; waiting for its end");
+        v_STDERR_ONCE("alone", "another vk_setup server is running; waiting for its end");
         iSLEEP_MS(100);
     }
     return iWaited;
@@ -85,7 +85,7 @@ int iSERVER(const SETUP_ARGS& args)
     v_SETUP_ACCESS(args.sName.empty() ? sSERVER_NAME() : args.sName);
     i_SEMA('-', &sema);
     if (iREPORT_EXIT() != 0 || !iDatabase) {
-        std::printf("\nNot everything is done; vk_setup check looks at the whole.\n");
+        std::printf("\nNot everything is done; see vk_setup check.\n");
         return 1;
     }
     NEXT_STEPS();
@@ -96,7 +96,7 @@ int iSHOW(const SETUP_ARGS& args)
 {
     std::string sValue;
     if (!iCONFIG_VARIABLE(args.sVariable.c_str(), sValue) || sValue.empty()) {
-        v_STDERR("\"%s\" is no variable that has a value", args.sVariable.c_str());
+        v_STDERR("\"%s\" is not a variable with a value", args.sVariable.c_str());
         return 1;
     }
     std::printf("%s\n", sValue.c_str());

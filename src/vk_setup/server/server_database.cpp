@@ -3,7 +3,7 @@
    The connection text is the one given, else vk.ini's, else the default. Where it
    leads into a database, only what is missing there is made. Where it does not, and
    the database server is this machine's own, its superuser (who owns the socket) makes
-   role and database; a database elsewhere is its administrator's work, which is said. */
+   role and database; a database elsewhere is its administrator's work, and is reported. */
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -177,7 +177,7 @@ void TELL_ADMINISTRATOR(const CONNECTION_TEXT& text, const std::string& sError)
 {
     const std::string sUser = sIDENTIFIER(text.sUser);
     iSTEP(STEP_TO_DO, sSHOWN(text) + ": " + sError);
-    v_STEP_MORE("where it is missing, an administrator of that database server has to do this:");
+    v_STEP_MORE("if it is missing, an administrator of that database server has to do this:");
     v_STEP_MORE("  create role " + sUser + " login password '...';");
     v_STEP_MORE("  create database " + sIDENTIFIER(text.sDatabase) + " owner " + sUser +
                 " encoding 'UTF8' template template0;");
@@ -190,7 +190,7 @@ void TELL_ADMINISTRATOR(const CONNECTION_TEXT& text, const std::string& sError)
 void TELL_TABLES(const CONNECTION_TEXT& text)
 {
     const std::string sFolder = sFOLDER(sPRODUCT_FILE("sql/schema.sql"));
-    v_STEP_MORE("where the role may not do that, an administrator of the database does:");
+    v_STEP_MORE("if the role may not do that, an administrator of the database does:");
     v_STEP_MORE("  " + sTYPED({"psql", "-d", text.sDatabase, "-f", sFolder + "schema.sql"}));
     v_STEP_MORE("  grant select, insert, update, delete on clients, interfaces, oper_systems to " +
                 sIDENTIFIER(text.sUser) + ";");
@@ -225,7 +225,7 @@ CONNECTION pLOCAL_DATABASE(CONNECTION_TEXT& text, bool bDefault)
     CONNECTION pConn = pCONNECT(text.sText, sError);
     if (!pConn) {
         iSTEP(STEP_FAILED, sSHOWN(text) + ": " + sError);
-        v_STEP_MORE("admit that role in pg_hba.conf, or name one that is called as the user: " +
+        v_STEP_MORE("admit that role in pg_hba.conf, or use a role with the user's name: " +
                     sTYPED({"vk_setup", "server", "--conninfo",
                             sTEXT_OF(text, text.sDatabase, sUSER_NAME())}));
         return nullptr;
@@ -293,12 +293,12 @@ int iMAKE_KEY(PGconn* pMaker, const SCHEMA_KEY& key)
               "key " + key.sTable + "." + key.sColumn + " " + key.sKind))
         return 1;
     if (!key.bRefers()) {
-        v_STEP_MORE("values that stand twice would be in the way: select " + key.sColumn +
-                    " from " + key.sTable + " group by 1 having count(*)>1");
+        v_STEP_MORE("duplicate values prevent it: select " + key.sColumn + " from " + key.sTable +
+                    " group by 1 having count(*)>1");
         return 0;
     }
     const std::string sOther = key.sKind.substr(11, key.sKind.find(' ', 11) - 11);
-    v_STEP_MORE("rows that belong to nobody would be in the way: select * from " + key.sTable +
+    v_STEP_MORE("orphaned rows prevent it: select * from " + key.sTable +
                 " t where not exists (select from " + sOther + " o where o." + key.sColumn + "=t." +
                 key.sColumn + ")");
     return 0;
@@ -412,7 +412,7 @@ void NARROW_SYSTEMS(const CONNECTION_TEXT& text, PGconn* pConn, const SCHEMA& sc
                 iMAKE(pMAKER(text, pConn, pSuper),
                       "alter table " + sIDENTIFIER(table.sName) + " alter column os type varchar(" +
                           std::to_string(lMost) + ")",
-                      "column " + table.sName + ".os no longer than the tool takes it"))
+                      "column " + table.sName + ".os cut to the tool's limit"))
                 continue;
             v_STEP_MORE("shorten the names in: select os from " + table.sName +
                         " where length(os)>" + std::to_string(lMost));

@@ -105,7 +105,7 @@ int iVALID(SUBCOMMAND eSub, SETUP_ARGS& args)
         return 0;
     }
     if (!args.sName.empty() && !bSERVER_NAME(args.sName))
-        return iREFUSED("--name", "that is no name of a host");
+        return iREFUSED("--name", "not a host name");
     if (args.sMode.empty()) args.sMode = acpKeyMode[0];
     for (const char* cpMode : acpKeyMode)
         if (args.sMode == cpMode) return 1;
