@@ -1,5 +1,5 @@
-/* What the runs of the clients say on standard error, as a run over many says it: each
-   line names its client, and a line that several say is said once, with their number. */
+/* Standard error of the clients' runs in a run over many: each line
+   names its client; a line of several clients appears once, with their number. */
 #pragma once
 
 #include <map>

@@ -1,5 +1,5 @@
 /* Which clients a run over many works on: the statements that select them, their rows, and
-   who of those that were named is left out. */
+   which named clients are skipped. */
 #pragma once
 
 #include <list>

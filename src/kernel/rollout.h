@@ -1,5 +1,5 @@
-/* How an update of many clients goes on: first the pilot, one client at a time, then the
-   others, until too many have failed. What is decided here is only whether a further
+/* Order of an update of many clients: first the pilot, one client at a time, then the
+   others, until too many have failed. Decides only whether another
    client may be started, and how many at a time. */
 #pragma once
 

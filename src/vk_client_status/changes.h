@@ -1,5 +1,5 @@
-/* What has changed since an earlier time: what a person wants to be told, and nothing when
-   there is nothing. */
+/* What has changed since an earlier time, for people; nothing when nothing has
+   changed. */
 #pragma once
 
 #include "listing.h"

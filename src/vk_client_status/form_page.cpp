@@ -1,5 +1,5 @@
-/* The page: one file that asks for nothing else, reads without its script, and shows
-   what clients and people have written as text and nothing but text.
+/* The page: one file that loads nothing else, works without its script, and shows
+   what clients and people have written as plain text only.
 
    It has to stay small for many clients, so a row spends no byte on closing tags that
    may be left out, and a strip of days is a text ("++++x~") whose runs of equal days

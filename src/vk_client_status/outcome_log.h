@@ -3,8 +3,8 @@
    They are large (a line of some 600 bytes per client and day), so the whole of them
    goes once, block by block, through a walk over the keys of each line that takes
    slices and builds nothing. What is said about few runs (why a client fails) is read
-   by the JSON library, from the lines that the walk has noted. A line that is none of
-   ours is counted and passed over. */
+   by the JSON library, from the lines that the walk has noted. A line of another
+   kind is counted and skipped. */
 #pragma once
 
 #include <string>

@@ -1,6 +1,6 @@
 /* The plan of an update. A client's verdict follows the order in which its run decides:
-   whether it is selected, whether another update is at work, whether it answers, what name
-   and system say, which version it has. */
+   whether it is selected, whether another update is running, whether it answers, its name
+   and system, its version. */
 #include "plan.h"
 
 #include <unistd.h>

@@ -1,6 +1,6 @@
-/* A rollout. Its parent has written down whom it is about to update; each client's run then
-   has a line, or the parent one for a client that it did not start. Of the others the locks
-   tell whether somebody is at them. */
+/* A rollout. Its parent logs the clients that it is about to update; then each client's run
+   has a line, or the parent has one for a client that it did not start. For the others the
+   locks tell whether a run is working on them. */
 #include "rollout_view.h"
 
 #include <array>

@@ -2,8 +2,8 @@
    database and the outcome logs; writes nothing but the form that is asked for, and the
    file of --remember.
 
-   Exit codes: 0; 1 no client fits names and choices; 2 the command line or the
-   configuration makes no sense, nothing can be read, or the form cannot be written.
+   Exit codes: 0; 1 no client matches names and choices; 2 the command line or the
+   configuration is invalid, nothing can be read, or the form cannot be written.
    With --nagios: 0 to 3 as monitoring plugins have it. */
 #include <sys/ioctl.h>
 #include <unistd.h>

@@ -1,5 +1,5 @@
-/* The command lines that a server forms for its work on a client, and no others. What
-   varies in them is let through only as what it has to be, so that no argument can send
+/* The command lines that a server forms for its work on a client, and no others. Variable
+   parts are checked, so that no argument can send
    a program elsewhere: to another file, to another option, to another folder. */
 #include <algorithm>
 

@@ -1,6 +1,6 @@
 /* The subcommands of vk_setup that run on a client. Their result is the exit status: 0
-   done, or nothing was to do; 1 not done; 2 the arguments are wrong. What they did
-   stands on standard output, a line each; what is wrong on standard error. */
+   done, or there was nothing to do; 1 not done; 2 the arguments are wrong. What they did
+   is on standard output, a line each; what is wrong on standard error. */
 #pragma once
 
 #include <string>

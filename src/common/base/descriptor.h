@@ -1,5 +1,5 @@
-/* Opening of files; reading and writing of descriptors. What a signal interrupts is done
-   again. */
+/* Opening of files; reading and writing of descriptors. Calls that a signal interrupts are
+   repeated. */
 #pragma once
 
 #include <fcntl.h>

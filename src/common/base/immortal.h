@@ -1,11 +1,11 @@
 /* Objects that are never destroyed. What the end of the process still uses
    (texts handed out until then, the database connection, the known passwords)
-   must not fall to the destructors of static objects, which run in an order of
-   their own. The storage is static, so nothing counts as lost.
+   must not be destroyed by the destructors of static objects, whose order is not
+   fixed. The storage is static, so nothing counts as lost.
 
-   What such an object holds is known of one run of the program. A process that is
-   forked off to begin another run makes them anew (v_RUN_OBJECTS_ANEW), all but the
-   LASTING ones, which hold for both. */
+   Such an object belongs to one run of the program. A process that is
+   forked to begin another run makes them anew (v_RUN_OBJECTS_ANEW), except the
+   LASTING ones, which belong to both. */
 #pragma once
 
 #include <cstddef>

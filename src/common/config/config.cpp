@@ -1,5 +1,5 @@
-/* vk.ini: the file, its values and the checked numbers. What directories and
-   symbolic paths mean stands in variables.cpp. */
+/* vk.ini: the file, its values and the checked numbers. Directories and
+   symbolic paths are in variables.cpp. */
 #include "config.h"
 
 #include <fcntl.h>

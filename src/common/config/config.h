@@ -1,8 +1,8 @@
 /* The configuration of the installation: vk.ini, named by the environment
    variable VK_INI, else /etc/velka/vk.ini. A missing file means defaults only; one
-   that VK_INI names is told. A value that makes no sense, an unknown key and an
-   unknown section (keys.h) are told in one line each on standard error, with file
-   and line number, when the file is read; the default holds. Read once, by
+   that VK_INI names is reported. An invalid value, an unknown key and an
+   unknown section (keys.h) are reported in one line each on standard error, with file
+   and line number, when the file is read; the default is used. Read once, by
    v_set_log_main or by the first question. */
 #pragma once
 

@@ -1,8 +1,8 @@
 /* Making the connection to the database.
 
-   Parameters   the connection text of vk.ini, the settings that this library relies
-                on laid around it, all in the start-up message: no statement is spent
-                on them. A pooler that refuses session options gets none
+   Parameters   the connection text of vk.ini and the settings that this library relies
+                on, all in the start-up message, so that they cost no statement.
+                A pooler that refuses session options gets none
    Hosts        each by itself, so that no wait goes past its limit or past a signal,
                 and with the SQLSTATE in the message
    Again        a temporary failure is tried again with growing, random pauses, so

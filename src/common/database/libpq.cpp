@@ -1,5 +1,5 @@
-/* The functions of libpq that the programs call, by their own names. The library, and the
-   thirty that it brings along, is loaded by the first of these calls: a run that needs no
+/* The functions of libpq that the programs call, by their own names. The library, with
+   thirty dependencies, is loaded by the first of these calls: a run that needs no
    database does not wait for it. Nothing is linked with it therefore, and the package's
    dependency on it is declared by hand. */
 #include <dlfcn.h>

@@ -1,4 +1,4 @@
-/* Standard error, and what every line that leaves this program has in common: made
+/* Standard error, and what every output line has in common: made
    harmless, and written by one write. */
 #pragma once
 

@@ -1,5 +1,5 @@
-/* Trace. The record is handed about by value, so the open file is kept here and
-   found again by its name. */
+/* Trace. The record is passed by value, so the open file is kept here and
+   found by its name. */
 
 #include <unistd.h>
 

@@ -1,5 +1,5 @@
-/* Remote commands and file copies: what the tool asks of the service. How a
-   host is reached, and what each wait is limited to, stands in command.h.
+/* Remote commands and file copies: what the tool asks of the service. Ways
+   to reach a host, and the limits of each wait, are in command.h.
 
    A host is named by its client name. Without an access mode the service takes
    the one that this run already used for the host, then the host's own

@@ -1,5 +1,5 @@
-/* From what an operation met to its cause: the words were read where they came in, here it
-   is decided, and the host asked where that makes it certain. */
+/* Decides the cause of a failed operation from the words that were read with it, and asks
+   the host where that makes it certain. */
 #pragma once
 
 #include <string>

@@ -1,5 +1,5 @@
-/* A pipe into which a program writes as long as it likes, without waiting for us and
-   without a place on any disk. Every wait of this process reads it (iWAIT), a few times a
+/* A pipe into which a program writes without limit, without waiting for us and
+   without use of a disk. Every wait of this process reads it (iWAIT), a few times a
    second at most, so who writes without end is slowed down; the first and the last part
    of what came are kept. */
 #pragma once

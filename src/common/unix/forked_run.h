@@ -1,6 +1,6 @@
-/* Further runs of this program in processes that are forked off it. Such a process is
-   what a new program would be, but that nothing has to be loaded, nor the configuration
-   read, again: what belongs to the parent's run is closed, forgotten and made anew
+/* Further runs of this program in forked processes. Such a process works
+   like a newly started program, but need not load anything or read the configuration
+   again: what belongs to the parent's run is closed, forgotten and made anew
    before its run begins. */
 #pragma once
 

@@ -1,5 +1,5 @@
-/* Waits, signals, and the end of the process. The register of what must be given back
-   then stands here, since exit does not unwind. */
+/* Waits, signals, and the end of the process. The register of what must be released
+   then is here, since exit does not unwind. */
 #include "waiting.h"
 
 #include <fcntl.h>
