@@ -58,7 +58,7 @@ constexpr const char* cpWHY_NOT_RUN =
     "elif [ ! -x \"$f\" ]; then echo program-not-executable; "
     "else case $(b \"$f\" 0 4) in "
     "2321*) IFS= read -r l <\"$f\"; set -f; set -- ${l#\"#!\"}; i=$1; "
-    "if [ ! -x \"$1\" ]; then echo \"interpreter-missing $1\"; "
+    "if [ ! -x \"$1\" ] || [ -d \"$1\" ]; then echo \"interpreter-missing $1\"; "
     "elif [ \"${1##*/}\" = env ] && [ \"${2#-}\" = \"$2\" ] && ! command -v \"$2\" >/dev/null; "
     "then echo \"interpreter-missing $2\"; fi;; "
     "7f454c46) m=$(b \"$f\" 18 2)$(b /bin/sh 18 2); "
@@ -228,7 +228,8 @@ DIAGNOSIS sctCOMMAND_DIAGNOSIS(const HOST& host, const char* cpCommand, const CO
         finding = sctNOT_RUN(end);
     }
     DIAGNOSIS diagnosis = sctDIAGNOSIS(finding, places);
-    if (*cpCommand != '\0')
+    // What this run could not begin, another may: it would show nothing of the kind.
+    if (*cpCommand != '\0' && finding.sCause != "server-cannot-run")
         diagnosis.sTry = TRANSPORT_OF(host).sBY_HAND(host, sFOREIGN(cpCommand).c_str());
     return diagnosis;
 }
