@@ -279,6 +279,9 @@ TEST_F(MANY, Ctrl_C_ends_children_and_remote_commands_and_counts_those_done)
         EXPECT_EQ(run.iSignal, SIGINT);
         EXPECT_THAT(run.sOut, EndsWith("STATUS=ERROR MSG=Checked 1 clients: 1 OK and 0 failed.\n"));
         EXPECT_THAT(run.sOut, Not(HasSubstr("Client: ")));
+        EXPECT_THAT(run.sErr, EndsWith("1 of 2 clients done; to go on with the rest, type: "
+                                       "vk_config_client -C r -- silent" +
+                                       sParallel + "\n"));
         EXPECT_EQ(iCHILDREN_LEFT(2000), 0);
         EXPECT_EQ(iCLIENT_PROCESSES("silent" + sParallel, 10000), 0);
     }

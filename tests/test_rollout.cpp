@@ -78,7 +78,14 @@ protected:
         return s;
     }
     static TEXTS UPDATE_OF(const TEXTS& asName) { return TEXTS{"-U", "-P", sPACKAGE} + asName; }
-    RUN          STATUS(const TEXTS& asArgument)
+    static std::string sGO_ON(int iDone, int iOf)
+    {
+        return "vk_config_client: " + std::to_string(iDone) + " of " + std::to_string(iOf) +
+               " clients done; to go on with the rest, type: vk_client_status --rollout --names "
+               "-0 | xargs -0r vk_config_client -U -P " +
+               sPACKAGE + " --\n";
+    }
+    RUN STATUS(const TEXTS& asArgument)
     {
         STARTED_RUN run = START_COMMAND(TEXTS{VK_STATUS_PROGRAM} + asArgument);
         return WAIT(run);
@@ -136,7 +143,7 @@ TEST_F(ROLLOUTS, twenty_clients_pilot_limit_Ctrl_C_and_a_rerun_that_ends_green)
               "vk_config_client: 18 clients not started, since the pilot failed on c02 "
               "(gv_update_pilot = 3):" +
                   sJOINED(asCLIENTS(3, 20)) +
-                  "\nvk_config_client: 2 clients in the pilot: c01 c02\n");
+                  "\nvk_config_client: 2 clients in the pilot: c01 c02\n" + sGO_ON(1, 20));
     EXPECT_AGREED(run, 1, 19, 0);
     EXPECT_EQ(UPDATE_FAILED(), asCLIENTS(2, 20));
     TEXTS asLine = NOT_STARTED(20);
@@ -163,7 +170,7 @@ TEST_F(ROLLOUTS, twenty_clients_pilot_limit_Ctrl_C_and_a_rerun_that_ends_green)
         run.sErr,
         "vk_config_client: 9 clients not started, since 3 failed (gv_update_stop_after = 3):" +
             sJOINED(asCLIENTS(12, 20)) +
-            "\nvk_config_client: 1 client with the version already: c01\n");
+            "\nvk_config_client: 1 client with the version already: c01\n" + sGO_ON(8, 20));
     EXPECT_AGREED(run, 7, 13, 1);
     EXPECT_EQ(NOT_STARTED(20).size(), 9U);
     EXPECT_EQ(SQL("select string_agg(update_state,'' order by name) from clients"), "02220000000");
@@ -183,10 +190,12 @@ TEST_F(ROLLOUTS, twenty_clients_pilot_limit_Ctrl_C_and_a_rerun_that_ends_green)
     EXPECT_THAT(run.sErr, HasSubstr("4 clients not started, since the run was interrupted: c17 "
                                     "c18 c19 c20\n"));
     EXPECT_THAT(run.sErr, HasSubstr("c12: its run was ended by signal 15\n"));
+    EXPECT_THAT(run.sErr, HasSubstr(sGO_ON(0, 12)));
     EXPECT_AGREED(run, 0, 12, 0);
     EXPECT_EQ(UPDATE_FAILED(), asLeft);
-    EXPECT_THAT(ADDED(143, 12),
-                AllOf(SizeIs(8), Each(HasSubstr("ended by signal 15; the update script goes on"))));
+    EXPECT_THAT(
+        ADDED(143, 12),
+        AllOf(SizeIs(8), Each(HasSubstr("ended by signal 15; the update script keeps running"))));
     EXPECT_EQ(NOT_STARTED(12).size(), 4U);
     EXPECT_EQ(iCHILDREN_LEFT(5000), 0);
 

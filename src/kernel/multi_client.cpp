@@ -4,6 +4,7 @@
    rolled out as rollout.h says. It works on no client itself; the children write day
    protocol, info output and rows. What a child could not write, since it was not started
    or was killed, this run writes into the outcome log. */
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -40,6 +41,7 @@ struct MULTI_RUN {
     int                      iOk;
     int                      iFailed;
     std::vector<std::string> asName;   // of the selected clients
+    std::vector<std::string> asOpen;   // of them, those that the task has still to be done for
     size_t                   uNext;    // of asName, to be started
     size_t                   uAtOnce;  // most children at a time
     std::list<CLIENT_CHILD>  running;
@@ -48,15 +50,14 @@ struct MULTI_RUN {
     CHILD_LINES              lines;  // that the clients' runs said
 };
 
-/* The words of a child's command line, empty ones included. The child works as the
-   parent was asked to: it checks, or without a check it updates with the parent's
-   package, options and service pack. */
-std::vector<std::string> asCHILD_COMMAND(const SCT_ARGS* pArg, const std::string& sName)
+/* The task of this run, as words of a command line: it checks, or without a check it
+   updates with this run's package, options and service pack. */
+std::vector<std::string> asTASK(const SCT_ARGS* pArg)
 {
-    if (pArg->iCheck) return {"vk_config_client", "-c", sName, "-C", pArg->szCheck};
+    if (pArg->iCheck) return {"-C", pArg->szCheck};
     const bool               bPackage = pArg->eUpdate == update;
     const char*              cpOptions = bPackage ? pArg->szUpdateOptions : pArg->szOptions;
-    std::vector<std::string> asWord{"vk_config_client", "-c", sName, bPackage ? "-U" : "-S"};
+    std::vector<std::string> asWord{bPackage ? "-U" : "-S"};
     const auto               v_ADD = [&asWord](const char* cpOption, std::string sValue) {
         asWord.insert(asWord.end(), {cpOption, std::move(sValue)});
     };
@@ -65,6 +66,29 @@ std::vector<std::string> asCHILD_COMMAND(const SCT_ARGS* pArg, const std::string
     if (cpOptions[0] != '\0') v_ADD("-O", cpOptions);
     if (pArg->iServicePack != 0) v_ADD("-e", std::to_string(pArg->iServicePack));
     return asWord;
+}
+
+/* The words of a child's command line, empty ones included. */
+std::vector<std::string> asCHILD_COMMAND(const SCT_ARGS* pArg, const std::string& sName)
+{
+    std::vector<std::string>       asWord{"vk_config_client", "-c", sName};
+    const std::vector<std::string> asTask = asTASK(pArg);
+    asWord.insert(asWord.end(), asTask.begin(), asTask.end());
+    return asWord;
+}
+
+/* The command that does this run's task for those that it was not done for. Of an update
+   the view of the rollout knows the names, which may be too many to type. */
+std::string sGO_ON(const MULTI_RUN* pRun)
+{
+    constexpr size_t         uFEW = 8;
+    std::vector<std::string> asWord = asTASK(pRun->pArg);
+    asWord.insert(asWord.begin(), "vk_config_client");
+    asWord.emplace_back("--");
+    if (!pRun->pArg->iCheck && pRun->asOpen.size() > uFEW)
+        return "vk_client_status --rollout --names -0 | xargs -0r " + sTYPED(asWord);
+    asWord.insert(asWord.end(), pRun->asOpen.begin(), pRun->asOpen.end());
+    return sTYPED(asWord);
 }
 
 /* Keeps the names and lets the rows go, which may be many and stay for hours otherwise. */
@@ -97,6 +121,7 @@ void v_LEAVE_REST(MULTI_RUN* pRun, const std::string& sWhy)
         pRun->asName.begin() + static_cast<std::ptrdiff_t>(pRun->uNext), pRun->asName.end());
     pRun->uNext = pRun->asName.size();
     if (asRest.empty()) return;
+    pRun->asOpen.insert(pRun->asOpen.end(), asRest.begin(), asRest.end());
     v_OUTCOME_NONE(pRun->pArg, asRest, "not started, since " + sWhy);
     if (pRun->pArg->iCheck) return;
     pRun->iFailed += static_cast<int>(asRest.size());
@@ -109,6 +134,7 @@ void v_LEAVE_REST(MULTI_RUN* pRun, const std::string& sWhy)
 void v_COUNT(MULTI_RUN* pRun, const std::string& sName, CLIENT_END eEnd)
 {
     (eEnd == CLIENT_UPDATED || eEnd == CLIENT_UPDATING ? pRun->iOk : pRun->iFailed)++;
+    if (eEnd == CLIENT_FAILED && !pRun->pArg->iCheck) pRun->asOpen.push_back(sName);
     v_ROLLOUT_TAKE(&pRun->rollout, sName, eEnd);
     if (!pRun->rollout.sStopped.empty()) v_LEAVE_REST(pRun, pRun->rollout.sStopped);
 }
@@ -182,7 +208,10 @@ void v_TAKE_END(MULTI_RUN* pRun, const CLIENT_CHILD& child, bool bCount)
         if (bCount) TELL("%s: its run was ended by signal %d", child.sName.c_str(), iSignal);
     }
     v_DB_HAND_BACK(child.iDatabase, pRun->uNext < pRun->asName.size());
-    if (bCount) v_COUNT(pRun, child.sName, eEND(child));
+    if (bCount)
+        v_COUNT(pRun, child.sName, eEND(child));
+    else
+        pRun->asOpen.push_back(child.sName);
 }
 
 /* Reads from every child, and takes leave of those that have ended. They count
@@ -223,6 +252,16 @@ void v_SHOW_PROGRESS(MULTI_RUN* pRun)
                     static_cast<size_t>(pRun->iFailed), sAtWork);
 }
 
+/* After an interrupt or a stop: how far the run came, and the command that goes on. */
+void v_TELL_OPEN(MULTI_RUN* pRun, bool bComplete)
+{
+    if ((bComplete && pRun->rollout.sStopped.empty()) || pRun->asOpen.empty()) return;
+    std::sort(pRun->asOpen.begin(), pRun->asOpen.end());
+    TELL("%zu of %s done; to go on with the rest, type: %s",
+         pRun->asName.size() - pRun->asOpen.size(), sCLIENTS(pRun->asName.size()).c_str(),
+         sGO_ON(pRun).c_str());
+}
+
 /* Forms and prints the summary. Result: nothing failed. */
 bool bSUMMARY(MULTI_RUN* pRun, int iCount, bool bComplete)
 {
@@ -233,6 +272,7 @@ bool bSUMMARY(MULTI_RUN* pRun, int iCount, bool bComplete)
     v_PROGRESS_CLEAR(&pRun->progress);
     v_TELL_CHILD_LINES(&pRun->lines);
     if (!pRun->pArg->iCheck) v_ROLLOUT_CLOSE(&pRun->rollout);
+    v_TELL_OPEN(pRun, bComplete);
     std::printf("STATUS=%s MSG=%s\n", bGood ? "SUCCESS" : "ERROR", pRun->szSql);
     return bGood;
 }
