@@ -87,6 +87,7 @@ std::string sLINE(const std::vector<std::string>& asValue)
     if (!sWhy.empty())
         s += (asValue[1] == "update" && !sWhy.starts_with(sNow) ? " " + sNow : "") + ": " + sWhy;
     if (!sWas.empty()) s += ", was " + sWas;
+    if (s.ends_with('.') && !(asValue[5].empty() && asValue[6].empty())) s.pop_back();
     if (!asValue[6].empty())
         s += "; type: " + asValue[6];
     else if (!asValue[5].empty())

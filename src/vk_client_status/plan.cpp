@@ -162,8 +162,9 @@ std::string sFILES(const std::string& sPackage)
     if (!iCONFIG_SERVER_PATH(sPACKAGE_SOURCE(sPackage).c_str(), sPath, sReason)) sPath = sReason;
     std::string s = "package: " + sONE_LINE(sPath);
     if (access(sPath.c_str(), R_OK) != 0) {
-        v_STDERR("cannot read \"%s\": %s", sPath.c_str(), std::strerror(errno));
-        s += std::string(" (") + std::strerror(errno) + ")";
+        const std::string sWhy = std::strerror(errno);
+        v_STDERR("cannot read \"%s\": %s", sPath.c_str(), sWhy.c_str());
+        s += " (" + sWhy + ")";
     }
     std::string sFound;
     for (const char* cpSuffix : acpSIGNATURE_SUFFIX)

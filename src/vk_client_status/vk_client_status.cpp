@@ -156,7 +156,7 @@ READ_WISH sctWISH(const OPTIONS& options)
     wish.bLogs = !(options.eView == VIEW_LIST ||
                    (options.eView == VIEW_FLEET && options.eForm == FORM_NAMES &&
                     !bNEEDS_LOGS(options.choice)));
-    wish.bServer = options.eView == VIEW_PLAN;
+    wish.bServer = options.eView == VIEW_PLAN || options.eView == VIEW_ROLLOUT;
     wish.bRollout = options.eView == VIEW_ROLLOUT;
     if (options.eView == VIEW_CHANGED)
         wish.lSince = options.lSince != 0 ? options.lSince : wish.lNow - lDAY;
