@@ -312,7 +312,7 @@ TEST_F(CAUSES, a_refused_key_is_offered_once_and_its_user_is_named_with_who_name
     EXPECT_THAT(CHECK("alpha").sOut, HasSubstr("E011-HOSTS"));
     EXPECT_EQ(LAST().value("cause", ""), "key-not-accepted");
     const std::string sTrace = TRACE_TEXT();
-    EXPECT_THAT(sTrace, HasSubstr(" for nobody1, whom os_user of its row names [login, "));
+    EXPECT_THAT(sTrace, HasSubstr(" for nobody1, from os_user of its row [login, "));
     const size_t uFirst = sTrace.find("command line: ssh -v ");
     EXPECT_NE(uFirst, sTrace.npos);
     EXPECT_EQ(sTrace.find("command line: ssh -v ", uFirst + 1), sTrace.npos);

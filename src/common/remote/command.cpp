@@ -103,7 +103,7 @@ std::string sBROKEN(const HOST& host, const COMMAND_END& outcome)
     if (outcome.bBegan) return "Connection to " + host.sName + " was lost before the command ended";
     if (!outcome.asBefore.empty()) return outcome.asBefore.back();
     return "Connection to " + host.sName +
-           " was lost before the command began; its login shell may run none";
+           " was lost before the command began; its login shell may run no command";
 }
 
 /* The last lines of a text as a person may see them. */
@@ -162,10 +162,11 @@ int iSOUND(const HOST& host, const char* cpCommand, REFUSAL& refusal)
             "cannot read what the database knows of " + host.sName + ": " + host.sUnread);
     if (*cpCommand != '\0') return 1;
     const size_t uLimit = uCMD_TOO_LONG();
-    return iREFUSE(refusal, "command-not-formed",
-                   "the command line for " + host.sName +
-                       (uLimit > 0 ? " is longer than " + std::to_string(uLimit) + " bytes"
-                                   : " is empty, or holds a character that its shell cannot take"));
+    return iREFUSE(
+        refusal, "command-not-formed",
+        "the command line for " + host.sName +
+            (uLimit > 0 ? " is longer than " + std::to_string(uLimit) + " bytes"
+                        : " is empty, or contains a character that its shell cannot accept"));
 }
 
 /* Why nothing was started. */

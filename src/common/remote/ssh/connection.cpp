@@ -100,13 +100,13 @@ std::string sFIT_TMPDIR()
     std::string sPath = sSAFE_FOLDER(sGiven);
     const char* cpWrong = nullptr;
     if (sGiven[0] != '/' || sGiven.size() >= uPARENT_MAX)
-        cpWrong = "it is no absolute path, or a long one";
+        cpWrong = "it is not an absolute path, or is too long";
     else if (!bFOR_SSH(sGiven))
-        cpWrong = "its name holds characters that ssh does not take";
+        cpWrong = "its name contains characters that ssh does not accept";
     else if (sPath.empty())
-        cpWrong = "it is no folder, or others can write there or put another in its place";
+        cpWrong = "it is not a folder, or others can write there or replace it";
     else if (sPath.size() >= uPARENT_MAX || !bFOR_SSH(sPath))
-        cpWrong = "it leads to a place whose name ssh does not take";
+        cpWrong = "it resolves to a name that ssh does not accept";
     else if (access(sPath.c_str(), W_OK) != 0)
         cpWrong = "it cannot be written";
     if (cpWrong == nullptr) return sPath;

@@ -190,7 +190,7 @@ COPY_END sctSFTP_WORDS(const std::string& sErr)
     }
     if (!end.finding.sCause.empty()) end.finding.asWords = asWords;
     end.sReason = (bDenied ? "Error: Authentication failed: " : "") + sJOINED(asWords, "; ");
-    if (asWords.empty()) end.sReason = "sftp ended without a word";
+    if (asWords.empty()) end.sReason = "sftp ended without output";
     return end;
 }
 
@@ -329,7 +329,7 @@ COPY_END sctSFTP_PUT(CHILD_SPEC sctSpec, const HOST& host, const std::string& sS
     if (error) return {false, "cannot read \"" + sSource + "\": " + error.message(), {}, {}};
     if ((sSource + sPath).find_first_of("\r\n") != std::string::npos)
         return {false,
-                "cannot copy \"" + sONE_LINE(sSource) + "\": its name holds a line end",
+                "cannot copy \"" + sONE_LINE(sSource) + "\": its name contains a line end",
                 {"command-not-formed", STAGE_SERVER, {}},
                 {}};
     TRANSFER        transfer{std::move(sctSpec),

@@ -212,8 +212,8 @@ SSH_STORY sctNOTED(const HOST& host, const std::string& sLog)
     v_TELL_SAME_KEY(host, story);
     if (!story.sUnwritten.empty())
         v_STDERR_ONCE("known hosts",
-                      "cannot write the host key of %s into \"%s\"; another key would be taken "
-                      "for it as well",
+                      "cannot write the host key of %s into \"%s\"; another key would be accepted "
+                      "too",
                       host.sName.c_str(), story.sUnwritten.c_str());
     return story;
 }
@@ -228,10 +228,10 @@ REACHED sctREACHED_BY(const SSH_STORY& story)
 /* Who named the user that came to a host. */
 std::string sNAMED(const HOST& host, const std::string& sUser)
 {
-    if (!host.sUser.empty()) return ", whom os_user of its row names";
+    if (!host.sUser.empty()) return ", from os_user of its row";
     const passwd* pOwn = getpwuid(geteuid());
     if (pOwn != nullptr && sUser == pOwn->pw_name) return "";
-    return ", whom ssh's configuration names";
+    return ", from ssh's configuration";
 }
 
 }  // namespace

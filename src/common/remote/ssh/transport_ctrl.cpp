@@ -46,7 +46,7 @@ int iREQUEST_OF(const HOST& host, std::string_view svCommand, REQUEST& request, 
     if (iWords && !request.asWord.empty()) return 1;
     return iREFUSE(refusal, "command-not-formed",
                    "the gate of " + host.sName +
-                       " takes a program and its words only; the command holds " +
+                       " accepts only a program and its arguments; the command contains " +
                        (iWords ? "none" : sCause));
 }
 
