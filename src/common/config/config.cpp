@@ -134,7 +134,7 @@ constexpr const char* cpNOBODY = "; updates of several clients are refused";
 
 std::string sNO_NUMBER(const CONFIG_KEY& key)
 {
-    return "no number from " + std::to_string(key.iMin) + " to " + std::to_string(key.iMax);
+    return "not a number from " + std::to_string(key.iMin) + " to " + std::to_string(key.iMax);
 }
 
 /* A value that makes no sense is told; the key counts as not set, whatever stood before. */
