@@ -31,7 +31,7 @@ int iHOLD(const SCT_ARGS* pArg, const char* cpWhat)
 {
     const int iRows =
         iDB_RUN_SQL(strLog,
-                    "select pg_advisory_xact_lock('interfaces'::regclass::oid::int,client_id) "
+                    "select pg_advisory_xact_lock('interfaces'::regclass::oid::int,client_id::int) "
                     "from clients where client_id='%s' and name='%s' for key share",
                     pArg->szNodeId, pArg->szNodeName);
     if (iRows == 0) v_TELL_NO_ROW(sNOT_STORED(cpWhat, pArg), pArg);

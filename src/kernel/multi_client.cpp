@@ -381,7 +381,7 @@ void MULTI_CLIENT_RUN(SCT_ARGS* pArg, t_LL LL_ClientList)
     v_OUTCOME_AT_SIGNAL(nullptr);  // its clients have lines of their own
     MULTI_RUN run = {};
     run.pArg = pArg;
-    pArg->iRowStays = 1;  // -c may name a client, which this run does not work on
+    pArg->iRowStays = pArg->iOverMany = 1;  // whomever -c names
     v_REQUIRE_UPDATE(&run);
     run.selection = sctSELECTION(pArg, LL_ClientList);
     v_SELECT(&run);

@@ -51,7 +51,8 @@ void v_CHAIN_SERVICEPACK(int iExit, const SCT_ARGS* pArg, char (&szCommand)[N])
     if (bFailed) TRACE("Do not execute service pack update, because update has failed");
     if (bFailed || pArg->iUpdateEnded == 0) {
         if (pArg->iUpdateEnded != 0 || !bFailed)
-            TELL("service pack update of %s not started: %s", pArg->szNodeName,
+            TELL("service pack update of %s not started: %s",
+                 pArg->iOverMany != 0 ? "the clients" : pArg->szNodeName,
                  bFailed               ? "the update failed"
                  : iExit == VK_SUCCESS ? "another run is updating the client"
                                        : "the run ended before an update");

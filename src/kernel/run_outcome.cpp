@@ -255,7 +255,7 @@ void v_RUN_OUTCOME(const char* cpTxt, int iExit, const SCT_ARGS* pArg, int iStor
     record.sRun = pArg->szTimeStamp;
     record.sRollout = sENVIRONMENT(cpROLLOUT);
     record.sSender = pArg->szSender;
-    record.sClient = pArg->szNodeName;
+    if (pArg->iOverMany == 0) record.sClient = pArg->szNodeName;
     if (record.sClientId.empty()) record.sClientId = pArg->szNodeId;
     record.sTask = cpTASK(pArg);
     record.iExit = iExit;

@@ -79,6 +79,7 @@ struct SCT_ARGS {
     int        iUpdateEnded;          // 1: the update came to its own end, not to another's
     int        iRemoved;              // -C d: 1 the row is gone, -1 it stayed
     int        iRowStays;             // 1: the run was refused; the client's row is left alone
+    int        iOverMany;             // 1: the run starts those of others, and has no client
     char       szSystemGiven[33];     // -o, as it was given
     int        iTest;                 // -t: depth of the tests after a registration
     char       cPermit;               // '1': the client takes part in backups
