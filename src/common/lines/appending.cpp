@@ -119,7 +119,7 @@ int iOPEN_APPEND(const std::string& sFile)
 }
 
 int APPEND_LINE(const char* cpWhat, const std::string& sFile, const std::string& sLine,
-                 const char* cpKey)
+                const char* cpKey)
 {
     const FD fdFile(iOPEN_APPEND(sFile));
     if (fdFile.bOpen() && iAPPEND(fdFile.iGet(), sLine)) return 1;

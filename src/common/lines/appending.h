@@ -24,4 +24,4 @@ int iOPEN_APPEND(const std::string& sFile);
    whole is taken back. A failure is told on standard error, once for cpKey (null: for
    cpWhat). Result 1 it is there. */
 int APPEND_LINE(const char* cpWhat, const std::string& sFile, const std::string& sLine,
-                 const char* cpKey = nullptr);
+                const char* cpKey = nullptr);

@@ -25,10 +25,10 @@ struct DIAGNOSIS {
     std::string              sStage;  // server name route port greeting host-key login ...
     std::string              sCause;  // identifier of a row of the table of causes
     std::string              sSentence;
-    std::vector<std::string> asWords;  // that show it, the most telling first
+    std::vector<std::string> asWords;   // that show it, the most telling first
     std::string              sCure;     // what to do, or where to look; may be empty
     std::string              sCommand;  // typed on this server it cures; may be empty
-    std::string              sTry;     // a command that shows the same; may be empty
+    std::string              sTry;      // a command that shows the same; may be empty
 };
 
 struct RUN_RECORD {

@@ -106,7 +106,7 @@ constexpr CAUSE asctCause[] = {
     {"package-empty", STAGE_SCRIPT, "the update script on {host} failed, and the package on this server is empty", "on this server: fetch it again; ls -l {file}"},
     {"package-cut", STAGE_SCRIPT, "the installer on {host} reports that the package is damaged", "on this server: fetch it again; ls -l {file}"},
     {"package-unsigned", STAGE_SCRIPT, "{host} installs signed packages only, and this one has no signature", "where the package is made: sign it (gpg --detach-sign); the signature lies beside the package on this server"},
-    {"package-key-unknown", STAGE_SCRIPT, "{host} does not have the public key that signs the package", "on {host}: its administrator puts it into the folder that the words name"},
+    {"package-key-unknown", STAGE_SCRIPT, "{host} does not have the public key that signs the package", "on {host}: put that public key into the folder that the words name"},
     {"installer-locked", STAGE_SCRIPT, "another installation is under way on {host}", "on {host}: wait for its end; ps ax shows it"},
     {"update-script-missing", STAGE_SCRIPT, "the update script is not on {host}", "on this server: put it into the folder skel of gv_ro"},
     {"script-failed", STAGE_SCRIPT, "the update script on {host} ended with status {status} and says why", ""},
