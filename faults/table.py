@@ -152,7 +152,7 @@ FAULTS = [
     ("database: TLS name", "database-tls-name", lambda: with_tls("tls", "wrong.invalid")),
     ("database: TLS authority", "database-certificate", lambda: with_tls("other", "db.invalid")),
     ("database: lock, by the limit of a statement", "statement-ended", lock),
-    ("database: lock", "statement-ended",
+    ("database: lock", "database-locked",
      lambda: (conninfo(good_conninfo("options='-c lock_timeout=500'")), lock())[1]),
     ("database: read-only", "database-read-only",
      lambda: (sql("delete from clients where name='beta'"),

@@ -201,7 +201,7 @@ TEST(SSH_WORDS, the_way_and_whole_sentences_show_the_cause_and_nothing_else_does
         {sWay + cpGREETED +
              "Host key for beta has changed and you have requested strict checking."
              "\r\nHost key verification failed.\r\n",
-         "", "host-key", "host-key-changed", "Host key for beta"},
+         "", "host-key", "host-key-changed", "Host key verification failed.; Host key for"},
         {sLogin + sAgain + cpDENIED, "", "login", "key-not-accepted", sFailed + sNo},
         {sLogin + cpACCEPTED + sAgain + cpDENIED, "", "login", "login-forbidden", sFailed + sNo},
         {sLogin + cpACCEPTED + "Load key \"/k\": bad permissions\n" + cpDENIED, "", "login",

@@ -89,6 +89,7 @@ bool bNOISE(std::string_view svLine)
 {
     const std::string_view sv = svINDENTED(svLine);
     return sv.empty() || svLine.find(": terminating, ") != svLine.npos ||
+           (sv.starts_with("Connection to ") && sv.ends_with(" timed out")) ||
            std::any_of(std::begin(asvNoise), std::end(asvNoise),
                        [&](std::string_view svText) { return sv.starts_with(svText); });
 }
@@ -211,6 +212,8 @@ void v_OWN_LINE(const std::string& sLine, SSH_STORY& story)
         story.bPartial = true;
     } else if (sLine.starts_with("Failed to add the host to the list of known hosts (")) {
         story.sUnwritten = sBETWEEN(sLine, "known hosts (", ")");
+    } else if (sLine == "Host key verification failed.") {
+        story.asSince.insert(story.asSince.begin(), sLine);  // the verdict first, then why
     } else if (!bNOISE(sLine)) {
         story.asSince.push_back(sLine);
     }
