@@ -120,6 +120,11 @@ protected:
         WRITE_FILE(CLIENT_PATH(sClient, "state/" + sProgram + ".out"), svBytes);
     }
 
+    /* A package on the server. */
+    void PACKAGE(const std::string& sName, std::string_view svBytes = "package")
+    {
+        WRITE_FILE(sRW() + "work/packages/" + sName, svBytes);
+    }
     /* Command lines that the client's programs got, in order; a word that is not
        plain stands between < and >. */
     TEXTS CLIENT_LOG(const std::string& sClient)
@@ -168,6 +173,13 @@ protected:
     TEXTS       ROWS(const std::string& sStatement);  // values joined by "|"
     void        DATABASE_GONE();                      // dropped under all connections
     TEXTS       STATEMENTS();                         // that the runs sent to the server, in order
+    /* Process of the server that waits for a lock of this test, 0 none. */
+    pid_t iWAITING_BACKEND()
+    {
+        return std::atoi(SQL("select max(pid) from pg_locks where not granted and database=(select "
+                             "oid from pg_database where datname=current_database())")
+                             .c_str());
+    }
     /* Lines of the outcome log. */
     TEXTS OUTCOMES() { return asLINES(sALL_FILES(sRW() + "prot", ".jsonl")); }
     TEXTS PROTOCOL();  // texts of the day protocol, without time and process id

@@ -250,6 +250,14 @@ TEST_F(COMMAND_LINE, a_password_stands_in_no_text_that_the_run_leaves)
     EXPECT_EQ(run.iExit, 0);
     EXPECT_EQ(COLUMN("a1", "os_password"), sSecret);
     EXPECT_THAT(TRACE_TEXT(), HasSubstr(" -p *** -u told"));
+    SQL("begin");
+    SQL("lock table clients");
+    STARTED_RUN held = START({"-c", "a2", "-o", "Linux", "-m", "VIRTUAL", "-p", sSecret});
+    EXPECT_TRUE(bWAIT_UNTIL(20000, [&] { return iWAITING_BACKEND() > 0; }));
+    EXPECT_THAT(sREAD_FILE("/proc/" + std::to_string(held.iPid) + "/cmdline"),
+                AllOf(HasSubstr("-p"), Not(HasSubstr("cret"))));
+    SQL("commit");
+    WAIT(held);
     ADD_CLIENT("alpha");
     ADD_CLIENT("nd1", "PROXY", "NDMP",
                {{"data_mover", "alpha"}, {"user_name", "u"}, {"password", sSecret}});

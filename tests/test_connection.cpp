@@ -194,16 +194,6 @@ TEST_F(SANDBOX, the_error_line_of_a_failed_command_is_the_telling_one)
     EXPECT_THAT(CONFIG_CLIENT({"-c", "px1", "-C", "r"}).sOut, HasSubstr("px1: No message found"));
 }
 
-TEST_F(SANDBOX, a_key_that_was_taken_away_fails_the_next_check)
-{
-    ADD_CLIENT("alpha");
-    EXPECT_EQ(CHECK("alpha").iExit, 0);
-    WRITE_FILE(CLIENT_PATH("alpha", "authorized_keys"), "");
-    EXPECT_ENDED(
-        CHECK("alpha"), 1,
-        "E011-HOSTS   Missing permit. Execute [vk_setup set_client velkasrv] on client alpha");
-}
-
 TEST_F(SANDBOX, a_connection_that_breaks_as_it_is_made_is_made_once_more)
 {
     ADD_CLIENT("alpha");

@@ -161,6 +161,13 @@ TEST_F(DATABASE, the_session_has_the_settings_that_the_operations_rely_on)
     v_CONFIG_FORGET();
     NEW_CONNECTION();
     EXPECT_EQ(sVALUE("select count(*) from clients"), "1");
+    // One that takes no changes is none of them.
+    SQL("alter role velka in database " + SQL("select current_database()") +
+        " set default_transaction_read_only=on");
+    INI("database", "retry_time", "0");
+    CONNECT_BY("");
+    EXPECT_EQ(sVALUE("select 1")[0], '!');
+    EXPECT_THAT(sctDB_ERROR().sText, HasSubstr("session is read-only"));
 }
 
 TEST_F(DATABASE, a_connection_that_fails_has_a_kind)

@@ -51,13 +51,6 @@ protected:
         EXPECT_TRUE(bWAIT_UNTIL(20000, [&] { return CLIENT_LOG("alpha").size() > uBefore; }));
         return run;
     }
-    /* Process of the server that waits for a lock of this test, 0 none. */
-    pid_t iWAITING_BACKEND()
-    {
-        return std::atoi(SQL("select max(pid) from pg_locks where not granted and database=(select "
-                             "oid from pg_database where datname=current_database())")
-                             .c_str());
-    }
     void NOTHING_LEFT(int iWaitMs)
     {
         EXPECT_EQ(iCHILDREN_LEFT(iWaitMs), 0);

@@ -202,7 +202,10 @@ TEST_F(GATE, takes_the_files_of_an_update_whole_or_not_at_all)
     fs::create_directory_symlink("/tmp", sWORK("link"));
     fs::create_symlink(sDIR() + "/outside", sWORK("file"));
     fs::create_symlink(sDIR() + "/outside", sWORK("half.part"));
+    WRITE_FILE(sDIR() + "/mine", "mine");
+    fs::create_hard_link(sDIR() + "/mine", sWORK("hard.part"));
     std::vector<ROW> rows{
+        {"gv_rw_work:hard", "10", "644", 10, "work/hard"},
         {"gv_rw_work:a.deb", "100", "644", 100, "work/a.deb"},
         {"gv_rw_work:/tmp/new/b.deb", "0", "600", 0, "work/tmp/new/b.deb"},
         {"gv_ro_bin:vk_execute_update", "70000", "755", 70000, "bin/vk_execute_update"},
@@ -234,10 +237,11 @@ TEST_F(GATE, takes_the_files_of_an_update_whole_or_not_at_all)
     }
     EXPECT_THAT(ASKED("put m gv_rw_work:a.deb/x 1 644", "x").sOut, HasSubstr("cannot reach"));
     EXPECT_FALSE(fs::exists(sDIR() + "/outside"));
+    EXPECT_EQ(sREAD_FILE(sDIR() + "/mine"), "mine");
     TEXTS asName;
     for (const auto& entry : fs::directory_iterator{sWORK("")})
         asName.push_back(entry.path().filename());
-    EXPECT_THAT(asName, UnorderedElementsAre("a.deb", "tmp", "link", "file", "half.part"));
+    EXPECT_THAT(asName, UnorderedElementsAre("a.deb", "hard", "tmp", "link", "file", "half.part"));
     HOST host;
     host.sName = "ctrl1";
     host.sAccessMode = "CTRL";
@@ -368,7 +372,7 @@ TEST_F(GATE, check_test_backup_and_update_go_through_it)
     WRITE_FILE(CLIENT_PATH("ctrl1", "log/commands"), "");
     SWITCH("ctrl1", "qtc", {"velka_version=5.1.0-3"});
     SIGN("another", "admin");
-    WRITE_FILE(sRW() + "work/packages/" + sDEB, "and another");
+    PACKAGE(sDEB, "and another");
     EXPECT_THAT(UPDATE().sOut, AllOf(HasSubstr("E021"), HasSubstr("is bad")));
     SIGN("another", "thief");
     EXPECT_THAT(UPDATE().sOut,
@@ -511,12 +515,17 @@ TEST_F(ADMISSION, what_is_typed_holds_and_a_pasted_or_kept_line_brings_keys_only
     EXPECT_FALSE(fs::exists(sFILE()));
 
     const std::string sKept = sDIR() + "/client/velka/ini/permits/srv.CTRL";
+    const std::string sFolder = sDIR() + "/client/keys";
+    WRITE_FILE(sFILE(), sKEY() + "\n");                  // sshd takes the first line of a key
+    sctSHELL("chown 65534:65534 " + sFolder + " 2>&1");  // by root
     EXPECT_EQ(SETUP({"set_client", "srv", "--packages", "none"},
                     "set_client srv --mode CTRL --from 192.0.2.1 " + sKEY() + "\n")
                   .iExit,
               0);
     EXPECT_THAT(sREAD_FILE(sFILE()), AllOf(StartsWith("restrict,from=\"192.0.2.1\",command="),
                                            HasSubstr(" --packages none\"")));
+    const TEXTS asOwner = asLINES(sctSHELL("stat -c %u:%g " + sFolder + " " + sFILE()).sOut);
+    EXPECT_THAT(asOwner, ElementsAre(asOwner[0], asOwner[0]));
     EXPECT_EQ(sREAD_FILE(sKept + "-none"), "--from 192.0.2.1 " + sKEY() + "\n");
     // What is kept opens no more than it did.
     fs::remove(sFILE());

@@ -1,6 +1,5 @@
 /* What a check stores of the client's report, and what it asks the client for
    where the report has gaps. */
-#include "kernel/restart_status.h"
 #include "sandbox_fixture.h"
 
 using namespace testing;
@@ -66,12 +65,6 @@ TEST_F(INVENTORY, states_numbers_and_dates_become_what_the_columns_hold)
         {"-4", "4294967296", "2025-03-01 08:15:00", "-4|4294967296|2025-03-01 08:15:00"},
         {"unknown", " 3", "'); drop table clients; --", "unknown|3|NULL"},
     };
-    for (long lStatus = 1600; lStatus < 3100; lStatus++) {
-        constexpr std::string_view svRestart = " 1641 1644 1645 1652 1653 1654 3010 ";
-        EXPECT_EQ(bRESTART_STATUS(lStatus),
-                  svRestart.find(" " + std::to_string(lStatus) + " ") != svRestart.npos)
-            << lStatus;
-    }
     ADD_CLIENT("alpha");
     for (const auto& [cpState, cpNumber, cpDate, cpStored] : aacpRow) {
         SQL("update clients set update_date=null where name='alpha'");

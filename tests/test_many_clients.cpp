@@ -328,7 +328,7 @@ TEST_F(MANY, hostile_names_go_through_as_names_and_run_nothing)
 TEST_F(MANY, an_update_hands_its_options_to_every_client_and_prints_no_report)
 {
     const std::string sPackage = "velka-cli_5.2.0-4_amd64.deb";
-    WRITE_FILE(sRW() + "work/packages/" + sPackage, "package");
+    PACKAGE(sPackage);
     ADD_CLIENT("winbox", "VKSSH", "Windows Server 2022");
     INI("general", "parallel", "3");
     for (const char* cpName : {"alpha", "beta"}) {  // each waits for the other

@@ -124,23 +124,6 @@ TEST(PROCESSES, a_program_of_this_server_is_given_up_at_its_limit)
     EXPECT_LT(lNOW_MS() - lBegin, 8000);
 }
 
-TEST(PROCESSES, a_wait_tells_each_signal_once)
-{
-    EXPECT_TRUE(bALONE([] {
-        v_SIGNALS_SETUP();
-        v_SIGNALS_TO_CALLER();
-        std::vector<WAIT_FD> none;
-        for (const int iSignal : {SIGTERM, SIGINT}) {
-            kill(getpid(), iSignal);
-            if (iWAIT(none, lNOW_MS() + 5000) != WAIT_SIGNAL || iSIGNALLED() != iSignal)
-                return false;
-            const long lBegin = lNOW_MS();
-            if (iWAIT(none, lBegin + 50) != WAIT_TIMEOUT || lNOW_MS() < lBegin + 50) return false;
-        }
-        return true;
-    }));
-}
-
 TEST(PROCESSES, who_writes_without_end_is_slowed_down_and_its_last_words_are_kept)
 {
     DRAIN       words;

@@ -185,30 +185,8 @@ TEST_F(REGISTRATION, a_removal_that_comes_late_leaves_the_client_that_got_the_id
     }
 }
 
-TEST_F(REGISTRATION, runs_that_meet_leave_every_client_whole)
+TEST_F(REGISTRATION, a_client_removed_as_its_system_is_set_is_entered_anew)
 {
-    for (int iRound = 0; iRound < 8; iRound++) {
-        std::vector<STARTED_RUN> runs;
-        for (const char* cpName : {"a", "b", "c"}) {
-            const TEXTS asRegister{"-c", cpName, "-o", "Linux", "-m", "VIRTUAL"};
-            runs.push_back(START(asRegister));
-            runs.push_back(START({"-c", cpName, "-C", "d"}));
-            runs.push_back(START(asRegister));
-        }
-        for (STARTED_RUN& started : runs) {
-            const RUN run = WAIT(started);
-            EXPECT_EQ(run.iSignal, 0);
-            EXPECT_THAT(run.sOut, Not(HasSubstr("E004")));
-        }
-        EXPECT_THAT(ROWS("select client_id from interfaces except select client_id from clients"),
-                    ElementsAre());
-        for (const std::string& s :
-             ROWS("select name||':'||coalesce(string_agg(replace(i_name,name,'N'),' ' order by "
-                  "i_order),'') from clients left join interfaces using (client_id) where "
-                  "client_id>0 group by client_id"))
-            EXPECT_THAT(s, AnyOf(HasSubstr(":http://N:11000 https://N:11443 N"), EndsWith(":")));
-    }
-    // Removed when its system was about to be set.
     ADD_CLIENT("odd", "VIRTUAL", "Linx");
     SQL("create function gone() returns trigger language plpgsql as "
         "$$begin delete from clients where name=old.name; return null; end$$");
@@ -320,15 +298,6 @@ TEST_F(REGISTRATION, identifiers_end_with_seven_digits)
     EXPECT_THAT(CONFIG_CLIENT({"-c", "last", "-C", "n", "-m", "VIRTUAL"}).sErr,
                 HasSubstr("entry of last not stored: its identifier 10000000 has more than 7"));
     EXPECT_EQ(SQL("select count(*) from clients"), "3");
-}
-
-TEST_F(REGISTRATION, every_operating_system_of_the_catalogue_has_its_platform)
-{
-    EXPECT_THAT(
-        ROWS("select platform,count(*),min(os),max(os) from oper_systems group by platform "
-             "order by platform"),
-        ElementsAre("LINUX|18|AlmaLinux|openSUSE", "NDMP|1|NDMP|NDMP", "NETWARE|1|NetWare|NetWare",
-                    "UNIX|11|AIX|macOS", "VMS|2|OpenVMS|VMS", "WNT|22|Home Server|Windows XP"));
 }
 
 }  // namespace

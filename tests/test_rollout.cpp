@@ -61,7 +61,7 @@ protected:
         SQL("insert into clients (client_id,name,os,accessmode,location,exec) select g,'c'||"
             "lpad(g::text,2,'0'),'Linux','VKSSH','0','1' from generate_series(1,20) g");
         START_CLIENTS(asCLIENTS(1, 20));
-        WRITE_FILE(sRW() + "work/packages/" + sPACKAGE, "package");
+        PACKAGE(sPACKAGE);
         INI("general", "parallel", "8");
     }
     static std::string sCLIENT(int i) { return (i < 10 ? "c0" : "c") + std::to_string(i); }

@@ -40,6 +40,9 @@ protected:
 
 TEST_F(SETUP, an_empty_database_is_filled_and_the_first_client_is_green)
 {
+    const std::string sOwner = "owner_of_" + SQL("select current_database()");
+    SQL("create role " + sOwner);
+    SQL("alter database " + sOwner.substr(9) + " owner to " + sOwner);
     SQL("drop table interfaces, clients, oper_systems");
     ASSERT_EQ(SHELL("vk_setup check").iExit, 1);
 
@@ -49,6 +52,10 @@ TEST_F(SETUP, an_empty_database_is_filled_and_the_first_client_is_green)
     EXPECT_THAT(ROWS("select client_id,name,exec,o.os=c.os from clients c left join oper_systems o "
                      "on o.os=c.os"),
                 ElementsAre("0|backup1|0|t"));
+    EXPECT_THAT(ROWS("select tableowner from pg_tables where schemaname='public'"),
+                AllOf(SizeIs(3), Each(sOwner)));
+    SQL("reassign owned by " + sOwner + " to current_user");
+    SQL("drop role " + sOwner);
     const std::string sCtrl = sRW() + "ini/ctrl/";
     for (const auto& [sFile, uMode] : std::map<std::string, mode_t>{{sDIR() + "/vk.ini", 0640},
                                                                     {sRW() + "work/answ", 0750},

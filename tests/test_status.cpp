@@ -206,7 +206,7 @@ R"~(u-fail,Linux,VKSSH,3,5.1.0-3,,well,,2026-05-20 03:00:00,2026-05-20 03:00:00,
         "datetime=\"2026-05-20T12:10:00+00:00\">12:10<", "data-state=\"n\"><span><b>1</b> never checked<",
         "<h3>&lt;u&gt;|&quot; <b>1 client</b></h3><p>&lt;/table&gt;&lt;script&gt;alert(1)&lt;/script&gt;<br>a [1m}]</p><p class=\"cure\">type &quot;&lt;a&gt;&quot;</p>",
         "<p class=\"run\"><code>vk_setup permit VKSSH</code></p><ul>\n<li id=\"c1\"><b>beta</b> since 2026-05-18 03:00 (2 d), last success 2026-05-17 03:00\n",
-        "<h3>disk-full <b>1 client</b></h3>", "<td>@5&quot;<td><td>L&lt;i&gt;nux<td>&lt;s&gt;<td>&#39;\n",
+        "<td>@5&quot;<td><td>L&lt;i&gt;nux<td>&lt;s&gt;<td>&#39;\n",
         "<li><span>2</span><hr style=\"--h:0%\" class=\"mixed\"><hr style=\"--h:100%\"><small>20<br>May</small></li>"})
         EXPECT_THAT(sPage, HasSubstr(cp));
     EXPECT_THAT(sPage, Not(HasSubstr("<script>alert")));
@@ -468,8 +468,8 @@ TEST_F(STATUS, the_plan_says_what_the_update_does_over_a_fleet_of_every_kind)
 {
     ADD_CLIENTS({"back", "busy", "fresh", "nokey", "off", "old", "refused", "rest", "same", "w7"});
     const std::string sPackage = "velka-cli_5.2.0-4_amd64.deb";
-    WRITE_FILE(sRW() + "work/packages/" + sPackage, "package");
-    WRITE_FILE(sRW() + "work/packages/" + sPackage + ".asc", "signature");
+    PACKAGE(sPackage);
+    PACKAGE(sPackage + ".asc");
     SQL("update clients set exec='1', version_number=5000010000000003 where client_id > 0");
     SQL("update clients set version_number=5000030000000000 where name='back'");
     SQL("update clients set version_number=5000020000000004 where name='same'");

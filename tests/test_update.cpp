@@ -30,10 +30,6 @@ protected:
         SANDBOX::SetUp();
         for (const std::string& sName : {sDEB, sSP, sSP_EXE}) PACKAGE(sName, "package");
     }
-    void PACKAGE(const std::string& sName, std::string_view svBytes)
-    {
-        WRITE_FILE(sRW() + "work/packages/" + sName, svBytes);
-    }
     /* Before each update: the row as no update has left it. */
     void RESET(const std::string& sClient, const TEXTS& asScript = {})
     {
@@ -308,7 +304,7 @@ TEST_F(UPDATE, what_may_not_be_updated_is_refused_before_anything_is_copied)
 TEST_F(UPDATE, a_signature_goes_before_the_package_and_what_stays_away_is_told)
 {
     ADD_CLIENT("alpha");
-    RESET("alpha", {"before=ls -A $base/velka/work >$base/log/saw"});
+    RESET("alpha", {"before=ls -Atr $base/velka/work | grep deb >$base/log/saw"});
     PACKAGE(sDEB + ".sig", "signature");
     fs::create_directory(sRW() + "work/packages/" + sDEB + ".asc");  // no file
     const std::string sSkel = sDIR() + "/server/velka/skel/";
@@ -317,7 +313,7 @@ TEST_F(UPDATE, a_signature_goes_before_the_package_and_what_stays_away_is_told)
     EXPECT_ENDED(run, 0, sI013("alpha"));
     EXPECT_THAT(TRACE_TEXT(), HasSubstr("command line: sftp -F "));
     EXPECT_THAT(asLINES(sREAD_FILE(CLIENT_PATH("alpha", "log/saw"))),
-                IsSupersetOf({sDEB, sDEB + ".sig"}));
+                ElementsAre(sDEB + ".sig", sDEB));
     EXPECT_THAT(WORK_FILES("alpha"), IsEmpty());
     EXPECT_THAT(run.sErr, HasSubstr("vk_config_client: cannot read \"" + sSkel +
                                     "qir-gpg.key\"; the client checks signatures with the keys "));
@@ -475,6 +471,13 @@ TEST_F(UPDATE, a_session_or_copy_that_breaks_or_finds_no_room_ends_with_E021_and
         EXPECT_THAT(full.sOut, Not(HasSubstr("failed: \"")));
         EXPECT_THAT(WORK_FILES("alpha"), Each(StartsWith("big")));
     }
+    // What is needed and what is free are told where there is less than that.
+    const fs::space_info space = fs::space(sDIR());
+    fs::resize_file(sRW() + "work/packages/" + sDEB, space.available + (1U << 30));
+    const std::string sTold = CLIENT_UPDATE("alpha").sOut, sNeeded = " bytes needed, ";
+    ASSERT_THAT(sTold, ContainsRegex("no space left on alpha: [0-9]+" + sNeeded + "[0-9]+ free"));
+    EXPECT_NEAR(std::stod(sTold.substr(sTold.find(sNeeded) + sNeeded.size())),
+                static_cast<double>(space.available), 1e9);
     // Whether the script began is not known then; it is not begun again.
     WRITE_FILE(CLIENT_PATH("alpha", "cut"), "");
     WRITE_FILE(CLIENT_PATH("alpha", "log/lines"), "");

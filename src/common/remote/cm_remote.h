@@ -23,16 +23,16 @@
 using BOOL = int;  // 0 or 1
 
 /* One remote command, zeroed by the caller. A field left zero is not given. The
-   service takes szClient, szUser, szPort, szAccessMode, szCmd, szOutFile,
-   bAppendMode, LL_Stdout, iTimeout and iRetries and fills szSts and
-   szMsg; it looks at no other field. */
+   service takes szClient, szPort, szAccessMode, szCmd, szOutFile, bAppendMode,
+   LL_Stdout, iTimeout and iRetries and fills szSts and szMsg; it looks at no other
+   field. */
 struct RCMD {
     char        szClient[256];  // host that runs the command
     char        szLocalAddress[256];
     char        szPlatform[21];
     char        szPort[20];  // empty: as configured for ssh
     char        szPortOpt[256];
-    char        szUser[256];   // empty: os_user of the host
+    char        szUser[256];
     char        szCmd[24576];  // command line for the host's shell
     char        szId[65];
     char        szInFile[512];

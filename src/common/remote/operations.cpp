@@ -177,10 +177,7 @@ const REMOTE_END& sctREMOTE_END()
 
 int i_RCMD(RCMD* pCmd, str_log sctLog)
 {
-    const HOST& known = sctHOST(pCmd->szClient, pCmd->szAccessMode, sctLog);
-    HOST        other = known;
-    if (pCmd->szUser[0] != '\0') other.sUser = pCmd->szUser;
-    const HOST& host = pCmd->szUser[0] != '\0' ? other : known;
+    const HOST& host = sctHOST(pCmd->szClient, pCmd->szAccessMode, sctLog);
     const FD    fdFile = fdOUTPUT_FILE(*pCmd, sctLog);
     int         iOpenErrno = pCmd->szOutFile[0] != '\0' && !fdFile.bOpen() ? errno : 0;
     OUTPUT      output;
