@@ -390,7 +390,7 @@ FAULTS = [
     ("database: name unknown", "database-name-unknown",
      lambda: at_port("nohost.invalid", "5432")),
     ("database: wrong port", "database-down", lambda: at_port("127.0.0.1", "1")),
-    ("database: wrong folder of the socket", "database-down",
+    ("database: wrong folder of the socket", "database-no-socket",
      lambda: (once(), conninfo(re.sub("host=\\S+", "host=/nowhere", good_conninfo(""))))),
     ("database: a network that swallows packets", "database-silent",
      lambda: at_port(SWALLOWED, "5432"), lambda: in_network(SWALLOW)),

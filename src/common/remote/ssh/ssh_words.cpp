@@ -338,6 +338,8 @@ const char* cpUNSIGNED_CAUSE(const SSH_STORY& story, const std::string& sSaid)
     // Why an agent that holds the key does not use it, only the agent knows.
     for (const std::string& sLine : story.asOwn)
         if (sLine.ends_with(" agent: agent refused operation")) return "";
+    for (const std::string& sLine : story.asSince)
+        if (sLine.starts_with("sign_and_send_pubkey: ")) return "";  // an agent has it
     if (story.sKey.ends_with(".pub")) return "key-not-in-agent";
     if (sSaid == "bad permissions") return cpTOO_OPEN(story.sKey);
     return iKEY_ENCRYPTED(story.sKey) ? "key-encrypted-no-agent" : "";
