@@ -318,7 +318,7 @@ TEST_F(UPDATE, a_signature_goes_before_the_package_and_what_stays_away_is_told)
     EXPECT_THAT(run.sErr, HasSubstr("vk_config_client: cannot read \"" + sSkel +
                                     "qir-gpg.key\"; the client checks signatures with the keys "));
     EXPECT_THAT(run.sErr, HasSubstr(sDEB + ".asc\"; the package is sent without it: "));
-    EXPECT_THAT(run.sErr, Not(HasSubstr("answers with")));
+    EXPECT_THAT(run.sErr, Not(HasSubstr(" reports ")));
 
     // A package that does not arrive takes its signature with it.
     fs::remove(sRW() + "work/packages/" + sDEB);
@@ -330,7 +330,7 @@ TEST_F(UPDATE, a_signature_goes_before_the_package_and_what_stays_away_is_told)
     OUTPUT("alpha", sSCRIPT, "STATUS=SUCCESS\n");
     RESET("alpha");
     const RUN unchanged = CLIENT_UPDATE("alpha", {"-U", "-P", sSP});
-    EXPECT_THAT(unchanged.sErr, HasSubstr("alpha answers with 5.2.0-4, not with 5.1.0-3\n"));
+    EXPECT_THAT(unchanged.sErr, HasSubstr("alpha reports 5.2.0-4, not 5.1.0-3\n"));
 
     // A name that no command to remove it holds; and a client that goes meanwhile.
     const std::string sLong = "velka-cli_5.2.0-4." + std::string(220, 'x');
