@@ -146,7 +146,7 @@ TEST_F(COMMAND_LINE, what_a_run_cannot_take_or_does_not_use_is_told_in_one_line)
     EXPECT_EQ(forced.sErr, "vk_config_client: no such client: nobody\n");
     CONFIG_CLIENT({"-v", "1", "-C", "r", "a", "alhpa", "-m", "CTRL"});
     EXPECT_THAT(TRACE_TEXT(), HasSubstr("no such client: alhpa"));
-    EXPECT_THAT(TRACE_TEXT(), HasSubstr("option -m is not handed on"));
+    EXPECT_THAT(TRACE_TEXT(), HasSubstr("option -m is not passed to"));
     EXPECT_EQ(SQL("select count(*) from clients"), "7");
 }
 

@@ -557,15 +557,15 @@ TEST_F(ADMISSION, what_keeps_the_server_out_is_told_with_its_setting)
     EXPECT_THAT(SETUP({"set_client", "srv", sKEY()}).sOut,
                 AllOf(HasSubstr("packages.d/: put the public keys"), Not(HasSubstr("sshd:"))));
     const std::pair<const char*, const char*> asRow[] = {
-        {"PermitRootLogin no", "PermitRootLogin no keeps"},
-        {"PubkeyAuthentication no", "PubkeyAuthentication no keeps"},
-        {"AllowUsers admin", "AllowUsers keeps"},
-        {"AllowUsers !root *", "AllowUsers keeps"},
-        {"DenyUsers ro*", "DenyUsers keeps"},
-        {"AllowGroups wheel", "AllowGroups keeps"},
+        {"PermitRootLogin no", "PermitRootLogin no blocks"},
+        {"PubkeyAuthentication no", "PubkeyAuthentication no blocks"},
+        {"AllowUsers admin", "AllowUsers blocks"},
+        {"AllowUsers !root *", "AllowUsers blocks"},
+        {"DenyUsers ro*", "DenyUsers blocks"},
+        {"AllowGroups wheel", "AllowGroups blocks"},
         {"AuthenticationMethods publickey,password", "AuthenticationMethods"},
-        {"ForceCommand /bin/true", "ForceCommand /bin/true keeps"},
-        {"Match User root\nPermitRootLogin no\nMatch all", "PermitRootLogin no keeps"},
+        {"ForceCommand /bin/true", "ForceCommand /bin/true blocks"},
+        {"Match User root\nPermitRootLogin no\nMatch all", "PermitRootLogin no blocks"},
         {"AcceptEnv BASH_*", "AcceptEnv BASH_* lets"}};
     for (const auto& [cpSetting, cpTold] : asRow) {
         SCOPED_TRACE(cpSetting);

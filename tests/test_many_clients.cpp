@@ -93,7 +93,7 @@ TEST_F(MANY, a_removal_counts_those_it_selected_and_takes_what_the_descriptors_a
     const RUN run = WAIT(started);
     EXPECT_SUMMARY(run, 30, 0);
     EXPECT_THAT(run.sErr, MatchesRegex("(vk_config_client: cannot run \".*\": Too many open files; "
-                                       "going on with [0-9] clients at a time\n)+"));
+                                       "continuing with [0-9] clients at a time\n)+"));
     EXPECT_EQ(SQL("select count(*) from clients"), "1");
 }
 

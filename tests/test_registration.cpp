@@ -206,7 +206,7 @@ TEST_F(REGISTRATION, what_is_refused_or_not_done_is_told)
         "\"Linux\"?";
     // clang-format off
     const struct { TEXTS asArgument; int iExit; const char* cpOut; std::string sTold; } aRow[] = {
-        {{"-c", "Alpha", "-o", "Linux"}, 0, "I012", "\"alpha\" already, \"Alpha\" is another one"},
+        {{"-c", "Alpha", "-o", "Linux"}, 0, "I012", "\"alpha\" exists already; \"Alpha\" is another one"},
         {{"-c", "new", "-o", "Linx"}, 0, "I012", sUnknown},
         {{"-c", "odd"}, 2, "E006", "odd is stored with an operating system that is not in"},
         {{"-c", "odd", "-o", "Linx"}, 1, "E004-HOSTS   Error during access to database  (the client "

@@ -152,14 +152,19 @@ TEST_F(ROLLOUTS, twenty_clients_pilot_limit_Ctrl_C_and_a_rerun_that_ends_green)
     EXPECT_THAT(CLIENT_LOG("c03"), Not(Contains(StartsWith("vk_execute_update"))));
     EXPECT_EQ(STATUS({"--names", "--updating"}).sOut, "");
 
-    /* The limit, reached while others are at work: c01 has the version, c02 to c04 fail,
-       the others wait until no further one is started. */
-    const std::string sGo = sDIR() + "/go";
+    /* The limit, reached while others are at work: c01 has the version, c02 to c04 fail, c04
+       when c11 is at work; the others wait until no further one is started. */
+    const std::string sGo = sDIR() + "/go", sGo4 = sDIR() + "/go4";
     const std::string sWait = "before=until [ -e " + sGo + " ]; do sleep 0.02; done";
-    for (const std::string& sName : asCLIENTS(3, 4)) SWITCH(sName, "vk_execute_update", {"exit=3"});
+    SWITCH("c03", "vk_execute_update", {"exit=3"});
+    SWITCH("c04", "vk_execute_update",
+           {"exit=3", "before=until [ -e " + sGo4 + " ]; do sleep 0.02; done"});
     for (const std::string& sName : asCLIENTS(5, 20)) SWITCH(sName, "vk_execute_update", {sWait});
     STARTED_RUN started = START(UPDATE_OF(asCLIENTS(1, 20)),
                                 {{"gv_update_stop_after", "3"}, {"gv_update_wait", "0"}});
+    ASSERT_TRUE(bWAIT_UNTIL(
+        60000, [&] { return SQL("select count(*) from clients where update_state='a'") == "8"; }));
+    WRITE_FILE(sGo4, "");
     ASSERT_TRUE(bWAIT_UNTIL(60000, [&] {
         return sREAD_FILE(started.sErrFile).find("not started") != std::string::npos;
     }));
