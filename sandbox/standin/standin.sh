@@ -36,6 +36,7 @@ misbehave() {
             finish "${exit:-1}" ;;
         cut)
             printf 'QTC_VERSION=5.1'
+            sleep 1 # until what came so far has left the machine
             kill -KILL "$VK_SESSION_PID"
             exec sleep 3600 ;;
     esac
