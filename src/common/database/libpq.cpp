@@ -40,11 +40,11 @@ void* pFUNCTION(const char* cpName)
 }  // namespace
 
 // Hidden, so that the library's own calls stay its own.
-#define FROM_LIBPQ(result, name, parameters, arguments)                                \
-    extern "C" [[gnu::visibility("hidden")]] result name parameters                    \
-    {                                                                                  \
-        static const auto pCall = reinterpret_cast<decltype(&name)>(pFUNCTION(#name)); \
-        return pCall      arguments;                                                   \
+#define FROM_LIBPQ(result, name, parameters, arguments)                                  \
+    extern "C" [[gnu::visibility("hidden")]] result name parameters                      \
+    {                                                                                    \
+        static const auto pCall = reinterpret_cast<decltype(&(name))>(pFUNCTION(#name)); \
+        return pCall      arguments;                                                     \
     }
 
 // clang-format off
