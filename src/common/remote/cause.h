@@ -39,11 +39,11 @@ enum STAGE {
 };
 
 struct CAUSE {
-    const char* cpId;
-    STAGE       eStage;
-    const char* cpSentence;      // what is wrong
-    const char* cpCure;          // what to do or where to look, and on which machine
-    const char* cpCommand = "";  // typed on this server it cures
+    const char* cpId = "";
+    STAGE       eStage = STAGE_REACHED;
+    const char* cpSentence = "";  // what is wrong
+    const char* cpCure = "";      // what to do or where to look, and on which machine
+    const char* cpCommand = "";   // typed on this server it cures
 };
 
 constexpr const char* cpNOT_RECOGNISED = "not-recognised";

@@ -119,7 +119,7 @@ std::string sWHY_NOT_RUN(const HOST& host, const std::string& sProgram, PLACES& 
                                      "d=" + sSHELL_WORD(SHELL_POSIX, places["dir"]) + "; p=" +
                                          sSHELL_WORD(SHELL_POSIX, sProgram) + "; " + cpWHY_NOT_RUN,
                                      sctLog);
-    const std::string sWord = sAnswer.substr(0, sAnswer.find(' '));
+    std::string       sWord = sAnswer.substr(0, sAnswer.find(' '));
     if (std::find(std::begin(asvAnswer), std::end(asvAnswer), sWord) == std::end(asvAnswer))
         return "";
     if (sWord != sAnswer) places["answer"] = sAnswer.substr(sWord.size() + 1);

@@ -62,7 +62,7 @@ void NOTE_REACHED(const HOST& host, const REACHED& reached)
 COMMAND_END sctRUN(const HOST& host, const std::string& sPort, const char* cpCommand,
                    const LIMITS& limits, OUTPUT& output, const str_log& sctLog, bool bCounts)
 {
-    const COMMAND_END end = sctRUN_COMMAND(host, sPort, cpCommand, limits, output, sctLog);
+    COMMAND_END end = sctRUN_COMMAND(host, sPort, cpCommand, limits, output, sctLog);
     NOTE_REACHED(host, end.reached);
     if (!bCounts) return end;
     LAST_END().diagnosis = {};
