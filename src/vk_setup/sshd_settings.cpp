@@ -238,12 +238,16 @@ std::string sSTRICT_FAULT(const std::string& sFile)
         struct stat sctStat {};
         if (stat(sFolder.c_str(), &sctStat) != 0) continue;
         if (sctStat.st_uid == 0 && (sctStat.st_mode & (S_IWGRP | S_IWOTH)) == 0) continue;
-        const std::string sWhat = "StrictModes: others than root may change \"" + sFolder + "\"; ";
+        std::string sFault = "StrictModes: others than root may change \"";
+        sFault.append(sFolder).append("\"; ");
         // A folder that everybody shares, as /tmp, is meant to be so.
         if ((sctStat.st_mode & S_ISVTX) != 0)
-            return sWhat + "let AuthorizedKeysFile name a file in a folder of root's own";
+            return sFault.append("let AuthorizedKeysFile name a file in a folder of root's own");
         const std::string sWord = sSHELL_WORD(SHELL_POSIX, sFolder);
-        return sWhat + "type: chown root " + sWord + " && chmod go-w " + sWord;
+        return sFault.append("type: chown root ")
+            .append(sWord)
+            .append(" && chmod go-w ")
+            .append(sWord);
     }
     return "";
 }
