@@ -209,7 +209,7 @@ struct PACKAGE_PATHS {
 };
 PACKAGE_PATHS sctPACKAGE_PATHS(UPDATE_RUN* pRun)
 {
-    PACKAGE_PATHS     paths;
+    PACKAGE_PATHS     paths{};
     const std::string sPackage = pRun->pArg->szPackage;
     if (!iTEXT_SET(paths.szSource, sPACKAGE_SOURCE(sPackage)) ||
         !iTEXT_SET(paths.szTarget, "gv_rw_work:" + sPackage))

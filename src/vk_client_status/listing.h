@@ -9,8 +9,8 @@
 #include "forms.h"
 
 struct LISTING_COLUMN {
-    const char* cpKey;   // in JSON, and the head of comma-separated values
-    const char* cpHead;  // of the table; null: it does not show the column
+    const char* cpKey = "";        // in JSON, and the head of comma-separated values
+    const char* cpHead = nullptr;  // of the table; null: it does not show the column
     int         iDispensable = 0;
     bool        bTime = false;  // values are seconds since 1970 in decimal
 };

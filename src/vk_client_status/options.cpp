@@ -81,9 +81,9 @@ constexpr unsigned auFORMS[] = {uANY, uLISTS, uBIT(FORM_TABLE) | uBIT(FORM_JSON)
 
 /* How an option's value is taken. Result of pTake false: it makes no sense. */
 struct OPTION {
-    const char* cpName;
-    const char* cpWants;  // what a value must be; null: it takes none
-    bool (*pTake)(OPTIONS& options, const std::string& sValue);
+    const char* cpName = "";
+    const char* cpWants = nullptr;  // what a value must be; null: it takes none
+    bool (*pTake)(OPTIONS& options, const std::string& sValue) = nullptr;
     unsigned uForms = uANY;  // with which it is used
     unsigned uViews = uANY;
     char     cKind = ' ';  // f a form, v a view: one of each at most
