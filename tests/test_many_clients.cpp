@@ -208,7 +208,8 @@ TEST_F(MANY, a_forked_child_leaves_what_an_executed_one_does)
     ADD_CLIENT("v1", "VIRTUAL");
     ADD_CLIENT("v2", "NOMODE", "NoSystem", {{"password", "Secret-1"}, {"comment", "Secret-1"}});
     INI("general", "trace_level", "2");
-    CHECK("ALL_CLIENTS");  // the host keys are known from now on
+    INI("general", "parallel", "1");  // the order of lines in shared files is compared, too
+    CHECK("ALL_CLIENTS");             // the host keys are known from now on
     // Beside the second program lies another that its children run; the first is its own.
     fs::create_directory(sDIR() + "/own");
     for (const char* cpName : {"/own/vk_config_client", "/own/many"})
