@@ -66,6 +66,7 @@ size_t uWHOLE_CHARACTERS(std::string_view sv)
    (U+200E, U+200F, U+202A to U+202E, U+2066 to U+2069), so that a text looks like another. */
 bool bSTEERS(std::string_view svCharacter)
 {
+    if (svCharacter.size() != 3) return false;
     const unsigned char uc = ucAT(svCharacter, 2);
     if (svCharacter.starts_with("\xE2\x80"))
         return uc == 0x8EU || uc == 0x8FU || (uc >= 0xA8U && uc <= 0xAEU);
