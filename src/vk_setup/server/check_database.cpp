@@ -1,7 +1,9 @@
 /* The database: that it can be reached, and that it has what the tool reads and writes. */
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstring>
+#include <map>
 
 #include "../programs.h"
 #include "common/common.h"
@@ -116,23 +118,23 @@ void CHECK_TABLES(PGconn* pConn)
     std::string sError;
     if (!iREAD_SCHEMA(schema, sError))
         return v_WRONG("tables", sError, "apt-get install --reinstall ./vk-config-client_*.deb");
-    const DB_GAPS            gaps = sctGAPS(pConn, schema);
-    std::vector<std::string> asColumn;
-    for (const auto& [sTable, column] : gaps.columns)
-        asColumn.push_back(sTable + "." + column.sName);
-    const auto line = [](bool bGood, const std::string& sWhat, const std::string& sCause) {
+    const DB_GAPS gaps = sctGAPS(pConn, schema);
+    const auto    line = [](bool bGood, const std::string& sWhat, const std::string& sCause) {
         if (bGood)
             v_GOOD(sWhat);
         else
             v_WRONG(sWhat, sCause, "vk_setup server");
     };
-    line(gaps.sError.empty() && gaps.asTable.empty(), "tables",
-         gaps.sError.empty() ? "missing: " + sLIST(gaps.asTable) : gaps.sError);
-    line(asColumn.empty(), "columns", "missing: " + sLIST(asColumn));
-    line(gaps.asIndex.empty(), "indexes", "missing: " + sLIST(gaps.asIndex));
-    std::vector<std::string> asKey;
-    for (const SCHEMA_KEY& key : gaps.keys) asKey.push_back(key.sTable + "." + key.sColumn);
-    line(asKey.empty(), "keys", "missing: " + sLIST(asKey));
+    std::map<std::string, std::vector<std::string>> missing;
+    for (const SCHEMA_PART& part : gaps.parts)
+        if (std::vector<std::string>& asTable = missing["table"];
+            std::find(asTable.begin(), asTable.end(), part.sTable) == asTable.end())
+            missing[part.sKind].push_back(part.sName);
+    line(gaps.sError.empty() && missing["table"].empty(), "tables",
+         gaps.sError.empty() ? "missing: " + sLIST(missing["table"]) : gaps.sError);
+    line(missing["column"].empty(), "columns", "missing: " + sLIST(missing["column"]));
+    line(missing["index"].empty(), "indexes", "missing: " + sLIST(missing["index"]));
+    line(missing["key"].empty(), "keys", "missing: " + sLIST(missing["key"]));
     line(gaps.asForbidden.empty(), "rights on the tables", "not all on " + sLIST(gaps.asForbidden));
     line(gaps.lSystems == 0, "operating systems",
          std::to_string(gaps.lSystems) + " of the product's are missing in oper_systems");

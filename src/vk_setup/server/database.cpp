@@ -1,12 +1,7 @@
 #include "database.h"
 
-#include <algorithm>
-#include <cstdlib>
-
 #include "common/base/program.h"
-#include "common/cm_db_access.h"
 #include "common/common.h"
-#include "files.h"
 
 namespace {
 
@@ -115,95 +110,6 @@ std::string sVALUE(PGconn* pConn, const std::string& sSql)
 std::string sIDENTIFIER(const std::string& sName)
 {
     return "\"" + sMARKED(sVALID_UTF8(sName), "\"", '"') + "\"";
-}
-
-namespace {
-
-bool bLISTED(const std::vector<std::string>& asText, const std::string& s)
-{
-    return std::find(asText.begin(), asText.end(), s) != asText.end();
-}
-
-/* What one table lacks. Result 0: the database could not be asked. */
-int iTABLE_GAPS(PGconn* pConn, const SCHEMA_TABLE& table, DB_GAPS& gaps)
-{
-    char                   szSql[1024];
-    DB_ROWS                rows;
-    const std::string_view svName = table.sName;
-    iSQL(szSql,
-         "select a.attname from pg_attribute a where a.attrelid=to_regclass('%s') and "
-         "a.attnum>0 and not a.attisdropped",
-         svName);
-    if (!iRUN(pConn, szSql, &rows, gaps.sError)) return 0;
-    if (rows.empty()) {
-        gaps.asTable.push_back(table.sName);
-        return 1;
-    }
-    for (const SCHEMA_COLUMN& column : table.columns)
-        if (std::find(rows.begin(), rows.end(), std::vector{column.sName}) == rows.end())
-            gaps.columns.emplace_back(table.sName, column);
-    iSQL(szSql,
-         "select has_table_privilege('%s','select') and has_table_privilege('%s','insert') "
-         "and has_table_privilege('%s','update') and has_table_privilege('%s','delete')",
-         svName, svName, svName, svName);
-    if (sVALUE(pConn, szSql) != "t") gaps.asForbidden.push_back(table.sName);
-    return 1;
-}
-
-/* Indexes of tables that are there. */
-void INDEX_GAPS(PGconn* pConn, const SCHEMA& schema, DB_GAPS& gaps)
-{
-    char szSql[1024];
-    for (const SCHEMA_STATEMENT& statement : schema.statements) {
-        if (statement.sIndex.empty() || bLISTED(gaps.asTable, statement.sTable)) continue;
-        iSQL(szSql, "select to_regclass('%s')", std::string_view(statement.sIndex));
-        if (sVALUE(pConn, szSql).empty()) gaps.asIndex.push_back(statement.sIndex);
-    }
-}
-
-/* Columns of tables that are there, whose values may repeat, or whose reference to
-   another table is not kept. */
-void KEY_GAPS(PGconn* pConn, const SCHEMA& schema, DB_GAPS& gaps)
-{
-    char szSql[1024];
-    for (const SCHEMA_KEY& key : schema.keys) {
-        if (key.bRefers())
-            iSQL(
-                szSql,
-                "select 1 from pg_attribute a left join pg_constraint c on c.conrelid=a.attrelid "
-                "and "
-                "c.contype='f' and c.conkey=array[a.attnum] where a.attrelid=to_regclass('%s') and "
-                "a.attname='%s' and c.oid is null",
-                std::string_view(key.sTable), std::string_view(key.sColumn));
-        else
-            iSQL(szSql,
-                 "select 1 from pg_attribute a where a.attrelid=to_regclass('%s') and "
-                 "a.attname='%s' and not exists (select from pg_index i where "
-                 "i.indrelid=a.attrelid and i.indisunique and i.indisvalid and i.indpred is null "
-                 "and i.indnkeyatts=1 and i.indkey[0]=a.attnum)",
-                 std::string_view(key.sTable), std::string_view(key.sColumn));
-        if (!sVALUE(pConn, szSql).empty()) gaps.keys.push_back(key);
-    }
-}
-
-}  // namespace
-
-DB_GAPS sctGAPS(PGconn* pConn, const SCHEMA& schema)
-{
-    DB_GAPS gaps;
-    DB_ROWS rows;
-    for (const SCHEMA_TABLE& table : schema.tables)
-        if (!iTABLE_GAPS(pConn, table, gaps)) return gaps;
-    INDEX_GAPS(pConn, schema, gaps);
-    KEY_GAPS(pConn, schema, gaps);
-    if (bLISTED(gaps.asTable, "oper_systems") || bLISTED(gaps.asForbidden, "oper_systems"))
-        return gaps;
-    const std::string sMissing =
-        "select count(*) from (values " + schema.sSystems +
-        ") v(os,platform) where not exists (select from oper_systems o where o.os=v.os)";
-    if (iRUN(pConn, sMissing, &rows, gaps.sError))
-        gaps.lSystems = std::strtol(rows[0][0].c_str(), nullptr, 10);
-    return gaps;
 }
 
 SERVER_ROW sctSERVER_ROW(PGconn* pConn)

@@ -40,35 +40,20 @@ std::string sIDENTIFIER(const std::string& sName);
 
 /* ---- schema -------------------------------------------------------------- */
 
-struct SCHEMA_COLUMN {
-    std::string sName;
-    std::string sDefinition;  // name, type and constraints
-};
-
-/* A column whose values are unique, or refer to another table. */
-struct SCHEMA_KEY {
-    std::string sTable, sColumn;
-    std::string sKind;  // "primary key", "unique" or "references OTHER ..."
-    bool        bRefers() const { return sKind.starts_with("references "); }
-};
-
-struct SCHEMA_TABLE {
-    std::string                sName;
-    std::vector<SCHEMA_COLUMN> columns;
-};
-
-/* A statement of the file, and the table or index that it creates ("" for others). */
-struct SCHEMA_STATEMENT {
-    std::string sSql;
-    std::string sTable;
-    std::string sIndex;
+/* A table, a column, an index or a key: a column whose values are unique, or refer to
+   another table. */
+struct SCHEMA_PART {
+    std::string sKind;   // "table", "column", "index" or "key"
+    std::string sTable;  // that it is, or belongs to
+    std::string sName;   // TABLE, TABLE.COLUMN or INDEX
+    std::string sSql;    // makes it
+    std::string sRule;   // of a key: "primary key", "unique" or "references OTHER ..."
+    bool        bRefers() const { return sRule.starts_with("references "); }
 };
 
 struct SCHEMA {
-    std::vector<SCHEMA_TABLE>     tables;
-    std::vector<SCHEMA_STATEMENT> statements;
-    std::vector<SCHEMA_KEY>       keys;
-    std::string                   sSystems;  // rows of oper_systems: "('A', 'B'), ..."
+    std::vector<SCHEMA_PART> parts;
+    std::string              sSystems;  // rows of oper_systems: "('A', 'B'), ..."
 };
 
 /* Reads the product's schema. Result 0: sError says what is missing. */
@@ -76,17 +61,13 @@ int iREAD_SCHEMA(SCHEMA& schema, std::string& sError);
 
 /* What the database lacks. */
 struct DB_GAPS {
-    std::vector<std::string>                           asTable;
-    std::vector<std::pair<std::string, SCHEMA_COLUMN>> columns;  // of tables that are there
-    std::vector<std::string>                           asIndex;
-    std::vector<SCHEMA_KEY>                            keys;          // of columns that are there
-    std::vector<std::string>                           asForbidden;   // tables with rights missing
-    long                                               lSystems = 0;  // rows of oper_systems
-    std::string                                        sError;  // the database could not be asked
-    bool                                               bNone() const
+    std::vector<SCHEMA_PART> parts;         // no columns of a missing table, no key of a column
+    std::vector<std::string> asForbidden;   // tables with rights missing
+    long                     lSystems = 0;  // rows of oper_systems
+    std::string              sError;        // the database could not be asked
+    bool                     bNone() const
     {
-        return asTable.empty() && columns.empty() && asIndex.empty() && keys.empty() &&
-               asForbidden.empty() && lSystems == 0 && sError.empty();
+        return parts.empty() && asForbidden.empty() && lSystems == 0 && sError.empty();
     }
 };
 

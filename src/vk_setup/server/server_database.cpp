@@ -8,7 +8,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
 
 #include "../programs.h"
@@ -277,59 +276,33 @@ void ACT_AS_OWNER(PGconn* pMaker)
     if (!sOwner.empty()) iRUN(pMaker, "set role " + sIDENTIFIER(sOwner), nullptr, sIgnored);
 }
 
-bool bHAS(const std::vector<std::string>& asText, const std::string& s)
+/* Makes a part. A key that rows of the table break cannot be kept; whose rows those are is
+   for the administrator to say. */
+int iMAKE_PART(PGconn* pMaker, const SCHEMA_PART& part)
 {
-    return std::find(asText.begin(), asText.end(), s) != asText.end();
-}
-
-/* A key that rows of the table break cannot be kept; whose rows those are is for the
-   administrator to say. */
-int iMAKE_KEY(PGconn* pMaker, const SCHEMA_KEY& key)
-{
-    const std::string sColumn = sIDENTIFIER(key.sColumn);
-    const std::string sAdd = key.bRefers() ? "foreign key (" + sColumn + ") " + key.sKind
-                                           : key.sKind + " (" + sColumn + ")";
-    if (iMAKE(pMaker, "alter table " + sIDENTIFIER(key.sTable) + " add " + sAdd,
-              "key " + key.sTable + "." + key.sColumn + " " + key.sKind))
-        return 1;
-    if (!key.bRefers()) {
-        v_STEP_MORE("duplicate values prevent it: select " + key.sColumn + " from " + key.sTable +
+    const std::string sWhat = part.sKind + " " + part.sName;
+    if (part.sRule.empty()) return iMAKE(pMaker, part.sSql, sWhat);
+    if (iMAKE(pMaker, part.sSql, sWhat + " " + part.sRule)) return 1;
+    const std::string sColumn = part.sName.substr(part.sTable.size() + 1);
+    if (!part.bRefers()) {
+        v_STEP_MORE("duplicate values prevent it: select " + sColumn + " from " + part.sTable +
                     " group by 1 having count(*)>1");
         return 0;
     }
-    const std::string sOther = key.sKind.substr(11, key.sKind.find(' ', 11) - 11);
-    v_STEP_MORE("orphaned rows prevent it: select * from " + key.sTable +
-                " t where not exists (select from " + sOther + " o where o." + key.sColumn + "=t." +
-                key.sColumn + ")");
+    const std::string sOther = part.sRule.substr(11, part.sRule.find(' ', 11) - 11);
+    v_STEP_MORE("orphaned rows prevent it: select * from " + part.sTable +
+                " t where not exists (select from " + sOther + " o where o." + sColumn + "=t." +
+                sColumn + ")");
     return 0;
 }
 
-int iMAKE_STATEMENT(PGconn* pMaker, const SCHEMA_STATEMENT& statement)
-{
-    return iMAKE(pMaker, statement.sSql,
-                 !statement.sIndex.empty()   ? "index " + statement.sIndex
-                 : !statement.sTable.empty() ? "table " + statement.sTable
-                                             : "rest of the schema");
-}
-
 /* Missing tables, columns, then what stands on columns: indexes and keys. */
-int iMAKE_TABLES(PGconn* pMaker, const SCHEMA& schema, const DB_GAPS& gaps)
+int iMAKE_PARTS(PGconn* pMaker, const DB_GAPS& gaps)
 {
-    const bool bFresh = gaps.asTable.size() == schema.tables.size();
-    int        iDone = 1;
-    for (const SCHEMA_STATEMENT& statement : schema.statements)
-        if (statement.sIndex.empty() &&
-            (bHAS(gaps.asTable, statement.sTable) || (bFresh && statement.sTable.empty())))
-            iDone &= iMAKE_STATEMENT(pMaker, statement);
-    for (const auto& [sTable, column] : gaps.columns)
-        iDone &= iMAKE(pMaker,
-                       "alter table " + sIDENTIFIER(sTable) + " add column " + column.sDefinition,
-                       "column " + sTable + "." + column.sName);
-    for (const SCHEMA_STATEMENT& statement : schema.statements)
-        if (!statement.sIndex.empty() &&
-            (bHAS(gaps.asTable, statement.sTable) || bHAS(gaps.asIndex, statement.sIndex)))
-            iDone &= iMAKE_STATEMENT(pMaker, statement);
-    for (const SCHEMA_KEY& key : gaps.keys) iDone &= iMAKE_KEY(pMaker, key);
+    int iDone = 1;
+    for (const char* cpKind : {"table", "column", "index", "key"})
+        for (const SCHEMA_PART& part : gaps.parts)
+            if (part.sKind == cpKind) iDone &= iMAKE_PART(pMaker, part);
     return iDone;
 }
 
@@ -375,7 +348,7 @@ int iFILL_SCHEMA(const CONNECTION_TEXT& text, PGconn* pConn, const SCHEMA& schem
     if (gaps.sError.empty()) {
         if (!iGRANT(pMaker, text, pConn, schema)) return 0;
         ACT_AS_OWNER(pMaker);
-        if (!iMAKE_TABLES(pMaker, schema, gaps)) {
+        if (!iMAKE_PARTS(pMaker, gaps)) {
             if (!text.bLocal) TELL_TABLES(text);
             return 0;
         }
@@ -396,27 +369,26 @@ int iFILL_SCHEMA(const CONNECTION_TEXT& text, PGconn* pConn, const SCHEMA& schem
    installations are wider. One that holds a longer name stays as it is, which is told. */
 void NARROW_SYSTEMS(const CONNECTION_TEXT& text, PGconn* pConn, const SCHEMA& schema)
 {
-    constexpr std::string_view svTYPE = "os varchar(";
+    constexpr std::string_view svTYPE = " add column os varchar(";
     CONNECTION                 pSuper;
     char                       szSql[1024];
-    for (const SCHEMA_TABLE& table : schema.tables)
-        for (const SCHEMA_COLUMN& column : table.columns) {
-            const std::string sColumn = sCONDENSED(column.sDefinition);
-            if (!sColumn.starts_with(svTYPE)) continue;
-            const long lMost = std::strtol(sColumn.c_str() + svTYPE.size(), nullptr, 10);
-            iSQL(szSql,
-                 "select 1 from pg_attribute where attrelid=to_regclass('%s') and attname='os' "
-                 "and atttypmod-4>%ld",
-                 std::string_view(table.sName), lMost);
-            if (sVALUE(pConn, szSql).empty() ||
-                iMAKE(pMAKER(text, pConn, pSuper),
-                      "alter table " + sIDENTIFIER(table.sName) + " alter column os type varchar(" +
-                          std::to_string(lMost) + ")",
-                      "column " + table.sName + ".os cut to the tool's limit"))
-                continue;
-            v_STEP_MORE("shorten the names in: select os from " + table.sName +
-                        " where length(os)>" + std::to_string(lMost));
-        }
+    for (const SCHEMA_PART& part : schema.parts) {
+        const size_t uType = part.sSql.find(svTYPE);
+        if (uType == std::string::npos) continue;
+        const long lMost = std::strtol(part.sSql.c_str() + uType + svTYPE.size(), nullptr, 10);
+        iSQL(szSql,
+             "select 1 from pg_attribute where attrelid=to_regclass('%s') and attname='os' "
+             "and atttypmod-4>%ld",
+             std::string_view(part.sTable), lMost);
+        if (sVALUE(pConn, szSql).empty() ||
+            iMAKE(pMAKER(text, pConn, pSuper),
+                  "alter table " + sIDENTIFIER(part.sTable) + " alter column os type varchar(" +
+                      std::to_string(lMost) + ")",
+                  "column " + part.sName + " cut to the tool's limit"))
+            continue;
+        v_STEP_MORE("shorten the names in: select os from " + part.sTable + " where length(os)>" +
+                    std::to_string(lMost));
+    }
 }
 
 /* The operating system of this machine, by a name that the database knows. */
