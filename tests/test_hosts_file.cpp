@@ -48,14 +48,16 @@ TEST_F(HOSTS, an_entry_is_made_once_and_only_the_whole_name_in_a_line_counts_as_
 TEST_F(HOSTS, a_file_that_cannot_be_opened_ends_with_E005_and_keeps_the_registration)
 {
     START_CLIENTS({"alpha"});
-    for (const std::string& sFile : {sDIR() + "/none/hosts", sDIR()}) {
+    mkfifo((sDIR() + "/pipe").c_str(), 0600);
+    for (const auto& [sFile, sWhy] :
+         {std::pair{sDIR() + "/none/hosts", "No such file or directory"},
+          {sDIR(), "Is a directory"},
+          {sDIR() + "/pipe", "it is a pipe"}}) {
         const RUN         run = REGISTER("alpha", sFile);
         const std::string sE005 = "E005-HOSTS   cannot open local file " + sFile +
                                   " to insert QIR velka server computer.";
         EXPECT_ENDED(run, 1, sE005);
-        EXPECT_EQ(run.sErr,
-                  "vk_config_client: cannot open \"" + sFile + "\": " +
-                      (sFile == sDIR() ? "Is a directory\n" : "No such file or directory\n"));
+        EXPECT_EQ(run.sErr, "vk_config_client: cannot open \"" + sFile + "\": " + sWhy + "\n");
         EXPECT_EQ(COLUMN("alpha", "msg"), sE005);
         EXPECT_EQ(SQL("select count(*) from interfaces where client_id=1"), "3");
     }

@@ -95,7 +95,7 @@ void INSERT_ETC_HOST(SCT_ARGS* pArg)
     TRACE("did not find %s in host-file %s or file not existing", pArg->szNodeName, szHostFile);
     STREAM pFile = pOPEN(szHostFile);
     if (pFile == nullptr) {
-        TELL("cannot open \"%s\": %s", szHostFile, std::strerror(errno));
+        TELL("cannot open \"%s\": %s", szHostFile, cpERRNO(errno));
         v_END_RUN(pArg, VK_WARNING, MSG_E005, szHostFile, 256);
     }
     char szLower[256];
