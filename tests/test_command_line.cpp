@@ -112,12 +112,12 @@ TEST_F(COMMAND_LINE, what_a_run_cannot_take_or_does_not_use_is_told_in_one_line)
          "a is registered already; not used: -o -l -u"},
         {{"-c", "a", "-C", "r", "-m", "SSH"}, 0, "option -m SSH is not used: only CTRL and VKSSH"},
         {{"-c", "n1", "-o", "Linux", "-m", "PROXY"}, 0,
-         "option -m PROXY: client n1 is not tested and stored with access mode VKSSH; "
+         "option -m PROXY: client n1 is stored with access mode VKSSH and not tested; "
          "to store the other: vk_setup set_mode n1 PROXY"},
         {{"-c", "n2", "-o", "Linux", "-m", "VIRTUAL", "x", "y"}, 0,
          "a registration takes one client by -c; ignored: x y"},
         {{"-c", "n3.invalid", "-o", "Linux", "-t", "0", "-m", "CTRL"}, 1,
-         "option -m CTRL: client n3.invalid is stored and tested with access mode VKSSH; to store"},
+         "option -m CTRL: client n3.invalid is stored with access mode VKSSH and tested; to store"},
         {{"-C", "r", "a", "alhpa", "a", "alhpa"}, 0, "no such client: alhpa"},
         {{"-C", "r", "a", "off"}, 0, "off is skipped: exec is not '1'"},
         {{"-C", "r", "-c", "ALL_CLIENTS", "-o", "Windoze"}, 0, "no client matches location, system"},

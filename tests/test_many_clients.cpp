@@ -158,6 +158,7 @@ TEST_F(MANY, an_update_that_cannot_go_on_as_it_was_asked_for_touches_nobody)
         EXPECT_ENDED(run, 2, sE006);
         EXPECT_THAT(run.sErr, EndsWith(row.sTold));
         EXPECT_EQ(asLINES(run.sErr).size(), 1U);
+        EXPECT_THAT(OUTCOMES().back(), Not(HasSubstr("\"client\":")));  // whomever -c names
     }
     EXPECT_THAT(STATEMENTS(), Contains(StartsWith("select * from clients where name in")).Times(1));
     EXPECT_EQ(ROWS("select * from clients order by name"), asRows);

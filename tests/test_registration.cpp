@@ -15,6 +15,7 @@ using REGISTRATION = SANDBOX;
 TEST_F(REGISTRATION, a_new_client_gets_the_next_identifier_and_three_interfaces)
 {
     START_CLIENTS({"alpha"});
+    SQL("alter table clients alter client_id type bigint");  // as others have it
     SQL("insert into clients (client_id,name,os) values (41,'old','Linux')");
     EXPECT_EQ(CONFIG_CLIENT({"-c", "alpha", "-o", "Linux", "-a", "10.1.2.3"}).iExit, 0);
     EXPECT_THAT(
@@ -215,7 +216,7 @@ TEST_F(REGISTRATION, what_is_refused_or_not_done_is_told)
         {{"-c", "odder", "-o", "NetWare", "-l", "7"}, 0, "I012",
          "odder is registered already; not used: -l"},
         {{"-c", "oddest", "-C", "x", "-o", "Linux"}, 0, "I012", "\"x\" is not r, s or d"},
-        {{"-c", "nomode", "-C", "x", "-t", "0"}, 0, "I012", "is not tested and stored without an access mode; to"},
+        {{"-c", "nomode", "-C", "x", "-t", "0"}, 0, "I012", "is stored without an access mode and not tested; to"},
         {{"-c", "velkasrv", "-C", "d"}, 1, "E001-HOSTS   Configuration of LINUX backup client velkasrv",
           "is the backup server itself"},
         {{"-c", "none", "-C", "r"}, 2, "E006", "no such client: none"},

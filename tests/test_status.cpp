@@ -601,7 +601,7 @@ TEST_F(STATUS, a_rollout_shows_who_is_done_who_is_left_and_how_it_goes_on)
     const std::string sRollout = R"("rollout":"R7")";
     LOG("20260520",
         R"({"begin":"2026-05-20T09:00:00Z","end":"2026-05-20T09:00:00Z","task":"update",)"
-        R"("package":"p 1.deb","clients":["done","fail","kill","left","same","work"],"pilot":1,)"
+        R"("package":"p 1.deb","arguments":["-U","-P","p 1.deb","-F"],"clients":["done","fail","kill","left","same","work"],"pilot":1,)"
         R"("stop_after":2,)" +
             sRollout + "}\n");
     LINE("2026-05-20T09:01:00Z", "done", "0", sRollout, "update");
@@ -617,7 +617,7 @@ TEST_F(STATUS, a_rollout_shows_who_is_done_who_is_left_and_how_it_goes_on)
                 AllOf(HasSubstr("failed        2026-05-20 09:02:00\n   disk-full\n"),
                       HasSubstr("6 clients: 1 done, 1 same version, 1 under way, 1 failed, 1 "
                                 "interrupted, 1 not started\n"),
-                      EndsWith("type: vk_config_client -U -P 'p 1.deb' -- fail kill left\n")));
+                      EndsWith("type: vk_config_client -U -P 'p 1.deb' -F -- fail kill left\n")));
     fs::rename(sRW() + "sema/" + szFILE_NAME("update_client_kill"), sRW() + "sema/kept");
     WRITE_FILE(sRW() + "sema/" + szFILE_NAME("rollout_R7"), "");
     const FD fdParent(open((sRW() + "sema/" + szFILE_NAME("rollout_R7")).c_str(), O_RDONLY));

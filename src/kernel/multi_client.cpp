@@ -315,7 +315,7 @@ void v_SELECT(MULTI_RUN* pRun)
 void v_RUN_CHILDREN(MULTI_RUN* pRun)
 {
     pRun->uAtOnce = static_cast<size_t>(iCONFIG_PARALLEL());
-    v_ROLLOUT_BEGIN(pRun->pArg, &pRun->rollout, pRun->asName);
+    v_ROLLOUT_BEGIN(pRun->pArg, &pRun->rollout, pRun->asName, asTASK(pRun->pArg));
     v_PROGRESS_START(&pRun->progress, pRun->asName.size());
     while (pRun->uNext < pRun->asName.size() || !pRun->running.empty()) {
         if (iSIGNALLED() != 0) v_INTERRUPTED(pRun);

@@ -37,7 +37,8 @@ int iROLLOUT(const SCT_ARGS* pArg, ROLLOUT* pRollout)
 }
 
 void v_ROLLOUT_BEGIN(const SCT_ARGS* pArg, const ROLLOUT* pRollout,
-                     const std::vector<std::string>& asClient)
+                     const std::vector<std::string>& asClient,
+                     const std::vector<std::string>& asTask)
 {
     if (pArg->iCheck || asClient.empty()) return;
     sct_semaphore& sema = sctGOES_ON();
@@ -46,7 +47,7 @@ void v_ROLLOUT_BEGIN(const SCT_ARGS* pArg, const ROLLOUT* pRollout,
     iTEXT_SET(sema.szCaller, "vk_config_client");
     if (i_SEMA('+', &sema) < 0) TELL("cannot mark the run as running: %s", sema.szMsg);
     v_AT_END([] { i_SEMA('-', &sctGOES_ON()); });
-    v_ROLLOUT_BEGINS(pArg, asClient, pRollout->iPilot, pRollout->iStopAfter);
+    v_ROLLOUT_BEGINS(pArg, asClient, asTask, pRollout->iPilot, pRollout->iStopAfter);
 }
 
 bool bPILOT(const ROLLOUT* pRollout)

@@ -32,9 +32,11 @@ enum CLIENT_END {
 int iROLLOUT(const SCT_ARGS* pArg, ROLLOUT* pRollout);
 
 /* Begins it: the line of the outcome log, and a semaphore for as long as this process
-   lives, "rollout_" and the run's identifier, that tells others whether it goes on. */
+   lives, "rollout_" and the run's identifier, that tells others whether it goes on.
+   asTask  the words of the command line that say what is done, without names */
 void v_ROLLOUT_BEGIN(const SCT_ARGS* pArg, const ROLLOUT* pRollout,
-                     const std::vector<std::string>& asClient);
+                     const std::vector<std::string>& asClient,
+                     const std::vector<std::string>& asTask);
 
 /* Whether clients are still updated one at a time. */
 bool bPILOT(const ROLLOUT* pRollout);

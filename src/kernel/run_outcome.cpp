@@ -275,12 +275,12 @@ void v_OUTCOME_AT_SIGNAL(const SCT_ARGS* pArg)
     v_AT_SIGNAL(v_TELL_INTERRUPTED);
 }
 
-void v_ROLLOUT_BEGINS(const SCT_ARGS* pArg, const std::vector<std::string>& asClient, int iPilot,
-                      int iStopAfter)
+void v_ROLLOUT_BEGINS(const SCT_ARGS* pArg, const std::vector<std::string>& asClient,
+                      const std::vector<std::string>& asTask, int iPilot, int iStopAfter)
 {
     setenv(cpROLLOUT, pArg->szTimeStamp, 1);
-    v_ROLLOUT_LOG({pArg->szTimeStamp, pArg->szSender, cpCHILD_TASK(pArg), pArg->szPackage, asClient,
-                   iPilot, iStopAfter});
+    v_ROLLOUT_LOG({pArg->szTimeStamp, pArg->szSender, cpCHILD_TASK(pArg), pArg->szPackage, asTask,
+                   asClient, iPilot, iStopAfter});
 }
 
 void v_OUTCOME_KILLED(const SCT_ARGS* pArg, const std::string& sClient, long lPid, int iSignal)

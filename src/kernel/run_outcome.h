@@ -29,8 +29,8 @@ void v_OUTCOME_AT_SIGNAL(const SCT_ARGS* pArg);
 
 /* Before the first run of an update of many clients: the line with what it is about to do,
    and its identifier into the lines of those that follow. */
-void v_ROLLOUT_BEGINS(const SCT_ARGS* pArg, const std::vector<std::string>& asClient, int iPilot,
-                      int iStopAfter);
+void v_ROLLOUT_BEGINS(const SCT_ARGS* pArg, const std::vector<std::string>& asClient,
+                      const std::vector<std::string>& asTask, int iPilot, int iStopAfter);
 
 /* The run of a client, process lPid, was ended by a signal: its line, where it could not
    write that itself. */

@@ -52,10 +52,12 @@ void v_TELL_OTHER_MODE(const SCT_ARGS* pArg, const char* cpAccessMode, bool bTes
     const std::string sStored = pArg->szAccessMode[0] == '\0'
                                     ? "without an access mode"
                                     : std::string("with access mode ") + pArg->szAccessMode;
-    TELL("option -m %s: client %s is %s %s; to store the other: vk_setup set_mode %s %s",
-         cpAccessMode, pArg->szNodeName, bTested ? "stored and tested" : "not tested and stored",
-         sStored.c_str(), sSHELL_WORD(SHELL_POSIX, pArg->szNodeName).c_str(),
-         sSHELL_WORD(SHELL_POSIX, cpAccessMode).c_str());
+    TELL(
+        "option -m %s: client %s is stored %s and %stested; to store the other: "
+        "vk_setup set_mode %s %s",
+        cpAccessMode, pArg->szNodeName, sStored.c_str(), bTested ? "" : "not ",
+        sSHELL_WORD(SHELL_POSIX, pArg->szNodeName).c_str(),
+        sSHELL_WORD(SHELL_POSIX, cpAccessMode).c_str());
 }
 
 /* Registers the client and tests it as deep as -t allows. Result of the last test. */

@@ -93,10 +93,11 @@ using PRIORS = std::map<std::string, PRIOR>;
 
 /* An update of many clients, as the line tells it that its parent wrote before it began. */
 struct ROLLOUT_RUN {
-    std::string                    sRun, sTask, sPackage;
+    std::string                    sRun, sPackage;
     long                           lBegin = 0;
     int                            iPilot = 0, iStopAfter = 0;
     bool                           bParent = false;  // the run that starts the others is alive
+    std::vector<std::string>       asArgument;       // its task and options, as they were typed
     std::vector<std::string>       asClient;         // in the order in which they are updated
     std::map<std::string, OUTCOME> ended;            // or told as not started
 };

@@ -403,14 +403,18 @@ void v_READ_ROLLOUT(LOGS& logs, ROLLOUT_RUN& rollout)
         return value != line.end() && value->is_number_integer() ? value->get<int>() : 0;
     };
     rollout.sRun = sTEXT(line, "rollout");
-    rollout.sTask = sTEXT(line, "task");
     rollout.sPackage = sTEXT(line, "package");
     rollout.lBegin = lSECONDS_OF(sTEXT(line, "begin"));
     rollout.iPilot = iNumber("pilot");
     rollout.iStopAfter = iNumber("stop_after");
-    if (const auto clients = line.find("clients"); clients != line.end() && clients->is_array())
-        for (const JSON& client : *clients)
-            if (client.is_string()) rollout.asClient.push_back(client.get<std::string>());
+    const auto v_TEXTS = [&](const char* cpKey, std::vector<std::string>& asText) {
+        const auto texts = line.find(cpKey);
+        if (texts == line.end() || !texts->is_array()) return;
+        for (const JSON& text : *texts)
+            if (text.is_string()) asText.push_back(text.get<std::string>());
+    };
+    v_TEXTS("arguments", rollout.asArgument);
+    v_TEXTS("clients", rollout.asClient);
     for (const LINE_PLACE& place : logs.ended)
         if (const JSON end = LINE_AT(logs, place); end.is_object())
             v_FILL(end, rollout.ended[sTEXT(end, "client")] = OUTCOME());

@@ -211,19 +211,21 @@ LISTING sctPLAN(const CHOSEN& chosen, const PLAN_WISH& wish)
                             " with another version than the service pack is for\n";
     listing.sSummary += sPILOT(listing, aeVerdict) + sFILES(wish.sPackage);
     if (asName.empty()) return listing;
-    listing.sSummary +=
-        "type: " +
-        sUPDATE_COMMAND(wish.bServicepack ? "-S" : "-U", wish.sPackage, asName, wish.asTyped) +
-        "\n";
+    listing.sSummary += "type: " +
+                        sUPDATE_COMMAND({wish.bServicepack ? "-S" : "-U", "-P", wish.sPackage},
+                                        asName, wish.asTyped) +
+                        "\n";
     return listing;
 }
 
-std::string sUPDATE_COMMAND(const char* cpTask, const std::string& sPackage,
+std::string sUPDATE_COMMAND(const std::vector<std::string>& asTask,
                             const std::vector<std::string>& asName,
                             const std::vector<std::string>& asTyped)
 {
     constexpr size_t         uFEW = 8;
-    std::vector<std::string> asWord{"vk_config_client", cpTask, "-P", sPackage, "--"};
+    std::vector<std::string> asWord{"vk_config_client"};
+    asWord.insert(asWord.end(), asTask.begin(), asTask.end());
+    asWord.emplace_back("--");
     if (asName.size() <= uFEW) {
         asWord.insert(asWord.end(), asName.begin(), asName.end());
         return sONE_LINE(sTYPED(asWord));

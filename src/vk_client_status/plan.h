@@ -15,7 +15,7 @@ LISTING sctPLAN(const CHOSEN& chosen, const PLAN_WISH& wish);
 
 /* The command that updates clients, as it is typed: with their names where they are few, else
    with what this program tells when it is called by asTyped.
-   cpTask  -U or -S */
-std::string sUPDATE_COMMAND(const char* cpTask, const std::string& sPackage,
+   asTask  -U or -S, the package and options */
+std::string sUPDATE_COMMAND(const std::vector<std::string>& asTask,
                             const std::vector<std::string>& asName,
                             const std::vector<std::string>& asTyped);

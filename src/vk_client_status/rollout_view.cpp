@@ -120,9 +120,7 @@ LISTING sctROLLOUT_VIEW(const FLEET& fleet, const CHOSEN& chosen,
     }
     listing.sSummary = sSUMMARY_OF(fleet, alCount, listing.rows.size());
     if (!asOpen.empty() && !fleet.rollout.bParent)
-        listing.sSummary += "to go on, type: " +
-                            sUPDATE_COMMAND(fleet.rollout.sTask == "servicepack" ? "-S" : "-U",
-                                            fleet.rollout.sPackage, asOpen, asTyped) +
-                            "\n";
+        listing.sSummary +=
+            "to go on, type: " + sUPDATE_COMMAND(fleet.rollout.asArgument, asOpen, asTyped) + "\n";
     return listing;
 }

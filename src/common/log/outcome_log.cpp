@@ -184,6 +184,8 @@ void v_ROLLOUT_LOG(const ROLLOUT_RECORD& record)
     line["pid"] = getpid();
     SET(line, "task", record.sTask);
     SET(line, "package", record.sPackage);
+    for (const std::string& sArgument : record.asArgument)
+        line["arguments"].push_back(sSAFE_LINE(sArgument));
     for (const std::string& sClient : record.asClient)
         line["clients"].push_back(sSAFE_LINE(sClient));
     line["pilot"] = record.iPilot;

@@ -87,7 +87,8 @@ struct ROLLOUT_RECORD {
     std::string              sSender;
     std::string              sTask;
     std::string              sPackage;
-    std::vector<std::string> asClient;  // in the order of the rollout
+    std::vector<std::string> asArgument;  // task, package and options as they are typed
+    std::vector<std::string> asClient;    // in the order of the rollout
     int                      iPilot = 0;
     int                      iStopAfter = 0;
 };
