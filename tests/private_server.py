@@ -31,17 +31,24 @@ class Server:
         return subprocess.run(["psql", "-qXAtc", text], env=self.environment, capture_output=True,
                               text=True).stdout.strip()
 
+    def at_once(self, number):
+        """So many clients of a run over many."""
+        ini = self.box / "vk.ini"
+        ini.write_text(ini.read_text().replace("parallel = 1\n", f"parallel = {number}\n"))
+
     def package(self, name, size):
         (self.box / "server/rw/work/packages" / name).write_bytes(os.urandom(size))
 
-    def processes(self):
-        """Command lines of runs and of their connections that still live."""
+    def processes(self, marks=("",)):
+        """Command lines of runs, of their connections and of clients' commands that still live,
+        with one of the marks in their environment."""
         left = []
         for folder in pathlib.Path("/proc").glob("[0-9]*"):
             try:
                 words = (folder / "cmdline").read_bytes().replace(b"\0", b" ").decode(errors="replace")
-                if re.match(r"(\S*/)?(vk_config_client|ssh|sftp)[: ]", words) and \
-                        str(self.box).encode() in (folder / "environ").read_bytes():
+                environment = (folder / "environ").read_bytes().decode(errors="replace")
+                of_run = re.match(r"(\S*/)?(vk_config_client|ssh|sftp)[: ]", words) or "\0VK_CLIENT=" in environment
+                if of_run and str(self.box) in environment and any(mark + "\0" in environment for mark in marks):
                     left.append(words)
             except OSError:
                 pass  # it has ended meanwhile
@@ -56,6 +63,8 @@ class Server:
                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         left += [str(p) for p in self.box.glob("clients/*/velka/**/*.part*")]
         left += [str(p) for folder in ("tmp", "run") for p in self.box.glob(folder + "/vk-*")]
+        sessions = self.psql("select count(*) from pg_stat_activity where application_name = 'vk_config_client'")
+        left += [f"{sessions} sessions of the database"] if sessions != "0" else []
         orphans = self.psql("select count(*) from interfaces where client_id not in (select client_id from clients)")
         return left + ([f"{orphans} orphaned interfaces"] if orphans != "0" else [])
 
