@@ -99,7 +99,7 @@ FAULTS = [
     ("qtc missing", "program-missing", lambda: os.remove(QTC)),
     ("its interpreter missing", "interpreter-missing",
      lambda: program("qtc", lambda path: edit(path, "^#!.*", "#!/bin/nosuchshell"))),
-    ("the software's directory missing", "directory-missing",
+    ("the software's directory missing", "program-missing",
      lambda: shutil.rmtree(HOME + "/velka/bin")),
     ("qtc not executable", "program-not-executable",
      lambda: program("qtc", lambda path: os.chmod(path, 0o644))),

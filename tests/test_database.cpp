@@ -51,34 +51,37 @@ protected:
     std::string m_sBase;
 };
 
-TEST_F(DATABASE, access_replies_with_value_number_or_error_and_its_kind)
+TEST_F(DATABASE, access_replies_with_value_number_or_error_and_its_cause)
 {
     INI("database", "statement_timeout", "1");
     CONNECT_BY("");
     constexpr struct {
         const char *cpSql, *cpReply;
-        DB_KIND     eKind = DB_OTHER;
+        const char* cpCause = "";
     } asctRow[] = {
-        {"select MAX(client_id) from clients where client_id>0", "", DB_FINE},
-        {"select E'two\\nlines'", "two lines", DB_FINE},
-        {"insert into interfaces values (0,'a',0),(0,'b',1)", "2", DB_FINE},
-        {"delete from interfaces", "2", DB_FINE},
-        {"", "! the statement does not fit its buffer"},
-        {"selec 1", "! ERROR: syntax error at or near \"selec\" at character 1"},
-        {"copy clients to stdout", "! the statement opens a copy"},
+        {"select MAX(client_id) from clients where client_id>0", ""},
+        {"select E'two\\nlines'", "two lines"},
+        {"insert into interfaces values (0,'a',0),(0,'b',1)", "2"},
+        {"delete from interfaces", "2"},
+        {"", "! the statement does not fit its buffer", "not-recognised"},
+        {"selec 1", "! ERROR: syntax error at or near \"selec\" at character 1", "database-failed"},
+        {"copy clients to stdout", "! the statement opens a copy", "not-recognised"},
         {"select 1; drop table interfaces",
-         "! ERROR: cannot insert multiple commands into a prepared statement"},
+         "! ERROR: cannot insert multiple commands into a prepared statement", "database-failed"},
         {"select x from clients", "! ERROR: column \"x\" does not exist at character 8",
-         DB_NO_COLUMN},
-        {"select 1 from x", "! ERROR: relation \"x\" does not exist at character 15", DB_NO_TABLE},
-        {"select pg_sleep(30)", "! ERROR: canceling statement due to statement timeout", DB_LOCKED},
+         "column-missing"},
+        {"select 1 from x", "! ERROR: relation \"x\" does not exist at character 15",
+         "table-missing"},
+        {"select pg_sleep(30)", "! ERROR: canceling statement due to statement timeout",
+         "statement-ended"},
         {"insert into clients (client_id,name) values (0,'x')",
-         "! ERROR: duplicate key value violates unique constraint \"clients_pkey\"", DB_KEY_TAKEN},
+         "! ERROR: duplicate key value violates unique constraint \"clients_pkey\"",
+         "database-constraint"},
     };
     for (const auto& row : asctRow) {
         SCOPED_TRACE(row.cpSql);
         EXPECT_EQ(sVALUE(row.cpSql), row.cpReply);
-        EXPECT_EQ(sctDB_ERROR().eKind, row.eKind);
+        EXPECT_STREQ(sctDB_ERROR().cpCause, row.cpCause);
     }
     EXPECT_EQ(sctDB_ERROR().sSqlState, "23505");
     char szSmall[8];
@@ -170,19 +173,20 @@ TEST_F(DATABASE, the_session_has_the_settings_that_the_operations_rely_on)
     EXPECT_THAT(sctDB_ERROR().sText, HasSubstr("session is read-only"));
 }
 
-TEST_F(DATABASE, a_connection_that_fails_has_a_kind)
+TEST_F(DATABASE, a_connection_that_fails_has_a_cause)
 {
-    const std::pair<const char*, DB_KIND> asConnect[] = {
-        {" dbname=nope", DB_NO_DATABASE},
-        {" user=nope", DB_PASSWORD},
-        {" host=/nowhere", DB_REFUSED},
-        {" host=nowhere.invalid", DB_UNKNOWN_HOST},
-        {" sslmode=require host=127.0.0.1 port=1", DB_REFUSED}};
+    const std::pair<const char*, const char*> acpConnect[] = {
+        {" dbname=nope", "database-missing"},
+        {" user=nope", "database-login"},
+        {" host=/nowhere", "database-no-socket"},
+        {" host=nowhere.invalid", "database-name-unknown"},
+        {" sslmode=require host=127.0.0.1 port=1", "database-down"},
+        {" sslmode=x", "database-conninfo"}};
     INI("database", "retry_time", "0");
-    for (const auto& [cpAdded, eKind] : asConnect) {
+    for (const auto& [cpAdded, cpCause] : acpConnect) {
         CONNECT_BY(cpAdded);
         EXPECT_EQ(sVALUE("select 1").substr(0, 2), "! ");
-        EXPECT_EQ(sctDB_ERROR().eKind, eKind) << sctDB_ERROR().sText;
+        EXPECT_STREQ(sctDB_ERROR().cpCause, cpCause) << sctDB_ERROR().sText;
     }
 }
 

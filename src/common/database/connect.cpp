@@ -9,6 +9,8 @@
                 that many runs that found the server full do not come back together */
 #include "connect.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
@@ -267,9 +269,9 @@ CONNECTION pTRY_HOST(const PLAN& plan, size_t uHost, DB_ERROR& error)
     if (std::string_view(error.cpCause) == "database-failed" || sState.starts_with("22"))
         error.cpCause =
             sState == "42704" || sState.starts_with("22") ? "database-conninfo" : "not-recognised";
-    if (sState.empty() && error.eKind == DB_OTHER && *PQport(pConn.get()) != '\0' &&
-        std::string_view(error.cpCause) == "not-recognised")
-        error = sctDB_UNREACHED(MACHINE(), PQport(pConn.get()), error.sText);
+    if (std::string_view(error.cpCause) == "database-down" && MACHINE().starts_with('/') &&
+        access(MACHINE().c_str(), F_OK) != 0)
+        error.cpCause = "database-no-socket";
     return nullptr;
 }
 

@@ -1,6 +1,5 @@
 #include "cause.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <iterator>
 
@@ -63,7 +62,7 @@ constexpr CAUSE asctCause[] = {
     {"connection-closed", STAGE_REACHED, "{host} closed the connection before the command began", "on {host}: journalctl -u ssh -n 20"},
     // ---- the way over another host
     {"behind-jump-port-closed", STAGE_PORT, "the jump host {jump} works, but {address} refuses its connection to port {port}", "on {host}: systemctl status ssh, and ss -ltn for the port that it listens on"},
-    {"behind-jump-name-unknown", STAGE_NAME, "the jump host {jump} works, but does not know the name {address}", "on {jump}: getent hosts {address}"},
+    {"behind-jump-name-unknown", STAGE_NAME, "the jump host {jump} works, but cannot resolve the name {address}", "on {jump}: getent hosts {address}"},
     {"behind-jump-no-answer", STAGE_PORT, "the jump host {jump} works, but gets no connection to {address} port {port}", "on {jump}: ping -c 3 {address}"},
     {"jump-forbids-forwarding", STAGE_PORT, "the jump host {jump} does not forward to {address} port {port}: forbidden there", "on {jump}: sshd -T -C user={user},host=,addr= shows allowtcpforwarding, permitopen and disableforwarding; see options of the key in authorized_keys, too"},
     {"proxy-command-failed", STAGE_PORT, "the ProxyCommand or ProxyJump of ssh's configuration for {host} made no connection", "on this server: ssh -G -F {config} {host} shows it as proxycommand or proxyjump"},
@@ -75,7 +74,6 @@ constexpr CAUSE asctCause[] = {
     {"command-not-begun", STAGE_SHELL, "{host} lets {user} in, but what was started there ended with status {status}, and the command never began", "on {host}: look at the login shell (getent passwd {user}), its start-up files, and forcecommand (sshd -T -C user={user},host=,addr=)"},
     {"shell-hangs", STAGE_SHELL, "{host} lets {user} in, but the command did not begin in time", "on {host}: look at the start-up files of {user}'s login shell, and at forcecommand (sshd -T -C user={user},host=,addr=)"},
     // ---- the program
-    {"directory-missing", STAGE_PROGRAM, "the directory {dir} of the software is missing on {host}", "on {host}: install the software"},
     {"program-missing", STAGE_PROGRAM, "there is no {program} on {host}, neither in {dir} nor in its search path", "on {host}: install the software"},
     {"program-is-folder", STAGE_PROGRAM, "{dir}{program} on {host} is a folder", "on {host}: install the software again"},
     {"program-not-executable", STAGE_PROGRAM, "{program} on {host} may not be executed: its mode, or its file system (noexec), forbids it", "on {host}: ls -l {dir}{program}; findmnt -T {dir}"},
@@ -85,8 +83,7 @@ constexpr CAUSE asctCause[] = {
     {"program-killed", STAGE_PROGRAM, "{program} on {host} ended with status {status}, as by signal {signal}", "on {host}: journalctl -n 20"},
     {"program-failed", STAGE_ANSWER, "{program} on {host} ended with status {status} and says why", ""},
     {"program-failed-silently", STAGE_ANSWER, "{program} on {host} ended with status {status} without output", "on {host}: run {program} by hand"},
-    {"program-hangs", STAGE_ANSWER, "{program} started on {host}, but gave no output in time", "on {host}: run {program} by hand"},
-    {"program-endless", STAGE_ANSWER, "{program} on {host} did not end in time", "on {host}: run {program} by hand"},
+    {"program-hangs", STAGE_ANSWER, "{program} started on {host}, but gave no output, or did not end, in time", "on {host}: run {program} by hand"},
     {"connection-lost", STAGE_ANSWER, "the connection to {host} broke while {program} ran", "on {host}: journalctl -u ssh -n 20"},
     {"no-version", STAGE_ANSWER, "{program} on {host} ended with success, but its report has no version", "on {host}: run {program} by hand"},
     {"session-broken", STAGE_ANSWER, "the client's own communication reports an error", ""},
@@ -165,32 +162,15 @@ constexpr bool bIDS_DIFFER()
 }
 static_assert(bIDS_DIFFER());
 
-const CAUSE& sctCAUSE(std::string_view svId)
-{
-    for (const CAUSE& cause : asctCause)
-        if (svId == cause.cpId) return cause;
-    std::abort();
-}
-
 /* Places that are no word of a command line: commands themselves, and what may be more. */
 bool bPLAIN(std::string_view svPlace)
 {
     return svPlace == "remove" || svPlace == "permit" || svPlace == "root" || svPlace == "database";
 }
 
-}  // namespace
-
-std::span<const CAUSE> actCAUSES()
-{
-    return asctCause;
-}
-
-const char* cpSTAGE(STAGE eStage)
-{
-    return eStage == STAGE_REACHED ? "where it was" : acpSTAGE[eStage];
-}
-
-std::string sFILLED(std::string_view svText, const PLACES& places, bool bTyped)
+/* svText with its places filled; one without a value stays as it is.
+   bTyped  it is typed into a shell, so each value is a word there */
+std::string sFILLED(std::string_view svText, const PLACES& places, bool bTyped = false)
 {
     std::string s;
     while (true) {
@@ -208,27 +188,39 @@ std::string sFILLED(std::string_view svText, const PLACES& places, bool bTyped)
     }
 }
 
-const char* cpPERMIT_COMMAND(std::string_view svMode)
+}  // namespace
+
+std::span<const CAUSE> actCAUSES()
 {
-    return svMode == "CTRL" ? "vk_setup permit --mode CTRL" : "vk_setup permit";
+    return asctCause;
+}
+
+const CAUSE* pCAUSE(std::string_view svId)
+{
+    for (const CAUSE& cause : asctCause)
+        if (svId == cause.cpId) return &cause;
+    return nullptr;
+}
+
+const char* cpSTAGE(STAGE eStage)
+{
+    return eStage == STAGE_REACHED ? "where it was" : acpSTAGE[eStage];
 }
 
 /* A jump host fails as any host does: the rows are the same, told of it. */
 DIAGNOSIS sctDIAGNOSIS(const FINDING& finding, const PLACES& places)
 {
-    constexpr std::string_view svJump = cpJUMP;
-    const bool                 bOwn = std::any_of(std::begin(asctCause), std::end(asctCause),
-                                                  [&](const CAUSE& cause) { return finding.sCause == cause.cpId; });
-    const bool                 bJump = !bOwn && finding.sCause.starts_with(svJump);
-    const CAUSE&               cause =
-        sctCAUSE(std::string_view(finding.sCause).substr(bJump ? svJump.size() : 0));
+    const std::string_view svId = finding.sCause;
+    const bool             bJump = pCAUSE(svId) == nullptr && svId.starts_with(cpJUMP);
+    const CAUSE* pCause = pCAUSE(bJump ? svId.substr(std::string_view(cpJUMP).size()) : svId);
+    if (pCause == nullptr) std::abort();
     DIAGNOSIS diagnosis;
-    diagnosis.sStage = cpSTAGE(cause.eStage == STAGE_REACHED ? finding.eReached : cause.eStage);
+    diagnosis.sStage = cpSTAGE(pCause->eStage == STAGE_REACHED ? finding.eReached : pCause->eStage);
     diagnosis.sCause = finding.sCause;
     diagnosis.sSentence = (bJump ? sFILLED("the way over the jump host {jump}: ", places) : "") +
-                          sFILLED(cause.cpSentence, places);
-    diagnosis.sCure = sFILLED(cause.cpCure, places, true);
-    diagnosis.sCommand = sFILLED(cause.cpCommand, places, true);
+                          sFILLED(pCause->cpSentence, places);
+    diagnosis.sCure = sFILLED(pCause->cpCure, places, true);
+    diagnosis.sCommand = sFILLED(pCause->cpCommand, places, true);
     diagnosis.asWords = finding.asWords;
     return diagnosis;
 }

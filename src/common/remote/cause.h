@@ -52,6 +52,7 @@ constexpr const char* cpNOT_RECOGNISED = "not-recognised";
 constexpr const char* cpJUMP = "jump-";
 
 std::span<const CAUSE> actCAUSES();
+const CAUSE*           pCAUSE(std::string_view svId);  // its row, null for none
 const char*            cpSTAGE(STAGE eStage);
 
 /* Values of the places in braces, without the braces. */
@@ -66,10 +67,3 @@ struct FINDING {
 
 /* The diagnosis of a finding. Of an identifier that has no row the program ends. */
 DIAGNOSIS sctDIAGNOSIS(const FINDING& finding, const PLACES& places);
-
-/* svText with its places filled; one without a value stays as it is.
-   bTyped  it is typed into a shell, so each value is a word there */
-std::string sFILLED(std::string_view svText, const PLACES& places, bool bTyped = false);
-
-/* What prints the line that admits this server on a client of an access mode. */
-const char* cpPERMIT_COMMAND(std::string_view svMode);

@@ -123,7 +123,6 @@ std::vector<std::string> asLAST_LINES(const std::string& sText)
 void JUDGE(const HOST& host, TRANSPORT& transport, const LIMITS& limits, LISTENED eHeard,
            RUNNING& running, COMMAND_END& outcome)
 {
-    outcome.bTotal = lNOW_MS() >= running.lTotal;
     outcome.way = transport.sctWAY(host, eHeard == LISTENED_LATE);
     outcome.reached = outcome.way.reached;
     if (!outcome.bBegan) {

@@ -32,7 +32,6 @@ struct COMMAND_END {
     long        lStatus = 255;   // exit status of a command that ran to its end
     std::string sReason;         // why it did not
     bool        bBegan = false;  // its first mark came
-    bool        bTotal = false;  // the limit that passed was the one for all of it
     int         iChild = -1;     // exit status of the transport's own process
     int         iSignal = 0;     // that ended that process before its time
     std::string sProgram;        // the transport's own program

@@ -23,37 +23,34 @@ constexpr long lMSI_BUSY = 1618;
 constexpr long lMSI_NO_PACKAGE = 1620;
 constexpr int  iASK_S = 5;
 
-/* Sentences of our own update script, and of installers. */
+/* Sentences of our own update script, and of installers: how one begins, and what stands in
+   it behind that. */
 constexpr struct {
-    std::string_view svSentence;
+    std::string_view svBegin, svWithin;
     const char*      cpCause;
 } asctInstaller[] = {
-    {"has no signature, and this client", "package-unsigned"},
-    {"with a key that is not among", "package-key-unknown"},
-    {"no key that signs them", "package-key-unknown"},
-    {"no key file in", "package-key-unknown"},
-    {"dpkg frontend lock was locked by another process", "installer-locked"},
-    {"dpkg frontend is locked by another process", "installer-locked"},
-    {"dpkg database lock was locked by another process", "installer-locked"},
-    {"dpkg status database is locked by another process", "installer-locked"},
-    {"E: Could not get lock /var/lib/", "installer-locked"},
-    {"E: Unable to acquire the dpkg frontend lock", "installer-locked"},
-    {"E: Unable to lock the administration directory", "installer-locked"},
-    {"can't create transaction lock on ", "installer-locked"},
-    {"' is not a Debian format archive", "package-cut"},
-    {"dpkg-deb: error: unexpected end of file in ", "package-cut"},
-    {"to decompressor pipe: unexpected end of file or stream", "package-cut"},
-    {": not an rpm package (or package manifest)", "package-cut"},
-    {": cpio: read failed - ", "package-cut"},
-    {": cpio: Bad magic", "package-cut"},
+    {"has no signature, and this client", "", "package-unsigned"},
+    {"with a key that is not among", "", "package-key-unknown"},
+    {"no key that signs them", "", "package-key-unknown"},
+    {"no key file in", "", "package-key-unknown"},
+    {"dpkg: error: dpkg ", " locked by another process", "installer-locked"},
+    {"E: Could not get lock ", " It is held by process ", "installer-locked"},
+    {"E: Could not get lock ", " (11: Resource temporarily unavailable)", "installer-locked"},
+    {"E: Unable to ", ", is another process using it?", "installer-locked"},
+    {"can't create transaction lock on ", " (Resource temporarily unavailable)",
+     "installer-locked"},
+    {"dpkg-deb", ": unexpected end of file ", "package-cut"},
+    {"' is not a Debian format archive", "", "package-cut"},
+    {": not an rpm package (or package manifest)", "", "package-cut"},
+    {": cpio: read failed - ", "", "package-cut"},
+    {": cpio: Bad magic", "", "package-cut"},
 };
 
 // Asks why a program cannot be run: the cause, and what is missing. f is the program's file.
 constexpr const char* cpWHY_NOT_RUN =
     "f=$d$p; [ -e \"$f\" ] || f=$(command -v \"$p\") || f=; "
     "b() { od -An -tx1 -j$2 -N$3 \"$1\" | tr -d ' \\n'; }; "
-    "if [ -z \"$f\" ]; then if [ -d \"$d\" ]; then echo program-missing; else echo "
-    "directory-missing; fi; "
+    "if [ -z \"$f\" ]; then echo program-missing; "
     "elif [ -d \"$f\" ]; then echo program-is-folder; "
     "elif [ ! -x \"$f\" ]; then echo program-not-executable; "
     "else case $(b \"$f\" 0 4) in "
@@ -69,11 +66,9 @@ constexpr const char* cpWHY_NOT_RUN =
     "library-missing \\1/p' | tail -n 1; fi;; "
     "4d5a*) echo wrong-format;; esac; fi";
 
-// Whether the file system of $d was made read-only.
+// Whether the file system of the folder $d was made read-only.
 constexpr const char* cpREAD_ONLY =
-    "m=$(df -P \"$d\" | sed -n '2s/.*% //p'); "
-    "while read -r a t y o r; do [ \"$t\" != \"$m\" ] || s=$o; done </proc/mounts; "
-    "case ,$s, in *,ro,*) echo read-only;; esac";
+    "LC_ALL=C touch -a \"$d.\" 2>&1 | grep -q 'Read-only file system' && echo read-only";
 
 std::string sPROGRAM(std::string_view svCommand)
 {
@@ -90,7 +85,8 @@ PLACES sctPLACES(const HOST& host, const PLACES& found)
                    {"mode", host.sAccessMode},
                    {"program", "the program"},
                    {"database", sDB_MACHINE()},
-                   {"permit", cpPERMIT_COMMAND(host.sAccessMode)}});
+                   {"permit", host.sAccessMode == "CTRL" ? "vk_setup permit --mode CTRL"
+                                                         : "vk_setup permit"}});
     std::string sDirectory;
     if (iCONFIG_CLIENT_DIRECTORY(host.sPlatform.c_str(), "gv_ro_bin", sDirectory))
         places["dir"] = sDirectory;
@@ -111,17 +107,14 @@ std::string sASK(const HOST& host, const std::string& sScript, const str_log& sc
 std::string sWHY_NOT_RUN(const HOST& host, const std::string& sProgram, PLACES& places,
                          const str_log& sctLog)
 {
-    constexpr std::string_view asvAnswer[] = {
-        "program-missing",     "directory-missing", "program-is-folder", "program-not-executable",
-        "interpreter-missing", "wrong-format",      "library-missing"};
     if (sProgram.find('/') != sProgram.npos) return "";
     const std::string sAnswer = sASK(host,
                                      "d=" + sSHELL_WORD(SHELL_POSIX, places["dir"]) + "; p=" +
                                          sSHELL_WORD(SHELL_POSIX, sProgram) + "; " + cpWHY_NOT_RUN,
                                      sctLog);
     std::string       sWord = sAnswer.substr(0, sAnswer.find(' '));
-    if (std::find(std::begin(asvAnswer), std::end(asvAnswer), sWord) == std::end(asvAnswer))
-        return "";
+    const CAUSE*      pCause = pCAUSE(sWord);
+    if (pCause == nullptr || pCause->eStage != STAGE_PROGRAM) return "";
     if (sWord != sAnswer) places["answer"] = sAnswer.substr(sWord.size() + 1);
     return sWord;
 }
@@ -145,7 +138,8 @@ std::string sSCRIPT_CAUSE(long lStatus, const std::vector<std::string>& asWords,
     if (lStatus == lMSI_NO_PACKAGE) return "package-cut";
     for (const auto& row : asctInstaller)
         for (const std::string& sWords : asWords)
-            if (sWords.find(row.svSentence) != sWords.npos) return row.cpCause;
+            if (sWords.find(row.svWithin, sWords.find(row.svBegin)) != sWords.npos)
+                return row.cpCause;
     return asWords.empty() ? "script-failed-silently" : "script-failed";
 }
 
@@ -160,8 +154,7 @@ std::string sSTATUS_CAUSE(const HOST& host, const std::string& sProgram, long lS
         sAnswer = sWHY_NOT_RUN(host, sProgram, places, sctLog);
     if (lStatus == lWINDOWS_NOT_FOUND && eSHELL_OF(host) == SHELL_WINDOWS)
         sAnswer = "program-missing";
-    if (bScript && (sAnswer == "program-missing" || sAnswer == "directory-missing"))
-        return "update-script-missing";
+    if (bScript && sAnswer == "program-missing") return "update-script-missing";
     if (!sAnswer.empty()) return sAnswer;
     if (lStatus > lSIGNAL && lStatus <= lSIGNAL_LAST) return "program-killed";
     if (bScript) return sSCRIPT_CAUSE(lStatus, asWords, sCopied);
@@ -188,7 +181,7 @@ FINDING sctNOT_RUN(const COMMAND_END& end)
     if (end.iSignal != 0) {
         finding.sCause = "ssh-killed";
     } else if (end.bBegan && end.eFailure == FAILURE_TIME_LIMIT) {
-        finding.sCause = end.bTotal ? "program-endless" : "program-hangs";
+        finding.sCause = "program-hangs";
         finding.asWords.clear();
     } else if (end.bBegan) {
         finding.sCause = "connection-lost";

@@ -9,8 +9,7 @@ struct KNOWN_KEY {
     std::string sOther;  // the name beside the fingerprint that was offered, "" for none
 };
 
-/* Looks into a file of known hosts.
-   sOffered  fingerprint without "SHA256:" */
+/* Looks into a file of known hosts, for its line sLine and for a fingerprint. */
 KNOWN_KEY sctKNOWN_KEY(const std::string& sFile, const std::string& sLine,
                        const std::string& sOffered);
 

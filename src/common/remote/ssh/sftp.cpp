@@ -178,7 +178,7 @@ COPY_END sctSFTP_WORDS(const std::string& sErr)
         {"subsystem request failed", "no-sftp"}, {"Received message too long ", "start-up-prints"}};
     constexpr std::pair<std::string_view, const char*> asctEnd[] = {
         {": Permission denied", "copy-not-permitted"}, {": Failure", "copy-refused"}};
-    const std::vector<std::string> asWords = asWHY_NO_COPY(sErr);
+    const std::vector<std::string> asWords = sctSSH_STORY(sErr).asSince;
     COPY_END                       end;
     bool                           bDenied = false;
     for (const std::string& sLine : asWords) {

@@ -221,7 +221,7 @@ SSH_STORY sctNOTED(const HOST& host, const std::string& sLog)
 REACHED sctREACHED_BY(const SSH_STORY& story)
 {
     if (story.sName.empty()) return {};
-    return {story.sName, story.iPort,
+    return {story.sName, static_cast<int>(std::strtol(story.sPort.c_str(), nullptr, 10)),
             story.sHostKey.empty() ? std::string() : "SHA256:" + story.sHostKey};
 }
 

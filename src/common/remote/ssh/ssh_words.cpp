@@ -1,7 +1,6 @@
 #include "ssh_words.h"
 
 #include <algorithm>
-#include <charconv>
 #include <filesystem>
 
 #include "../../text/command_line.h"
@@ -28,7 +27,6 @@ constexpr SENTENCE asctSentence[] = {
     {STAGE_NAME, "ssh: Could not resolve hostname ", ": Name or service not known", "host-unknown"},
     {STAGE_NAME, "ssh: Could not resolve hostname ", ": No address associated with hostname", "host-unknown"},
     {STAGE_NAME, "hostname contains invalid characters", "", "host-unknown"},
-    {STAGE_NAME, "/", " line ", "config-bad-option"},
     {STAGE_ROUTE, "bind ", ": Cannot assign requested address", "bind-address"},
     {STAGE_GREETING, "Connection timed out during banner exchange", "", "sshd-silent"},
     {STAGE_GREETING, "kex_exchange_identification: banner line contains invalid characters", "", "other-service"},
@@ -37,14 +35,19 @@ constexpr SENTENCE asctSentence[] = {
     {STAGE_GREETING, "kex_exchange_identification: read: Connection reset by peer", "", "closed-at-once"},
     {STAGE_HOST_KEY, "@", " REVOKED HOST KEY DETECTED! ", "host-key-revoked"},
     {STAGE_HOST_KEY, "Host key ", " revoked by file ", "host-key-revoked"},
-    {STAGE_HOST_KEY, "@", " REMOTE HOST IDENTIFICATION HAS CHANGED! ", "host-key-changed"},
     {STAGE_HOST_KEY, "Host key for ", " has changed and you have requested strict checking.", "host-key-changed"},
     {STAGE_HOST_KEY, "No ", " and you have requested strict checking.", "host-key-unknown"},
     {STAGE_HOST_KEY, "Unable to negotiate with ", ": no matching ", "no-common-algorithm"},
     {STAGE_SHELL, "channel ", ": open failed: ", "session-refused"},
     {STAGE_SHELL, "exec request failed on channel ", "", "session-refused"},
-    {STAGE_SHELL, "Connection to ", " closed by remote host.", "connection-closed"},
-    {STAGE_SHELL, "client_loop: send disconnect: Broken pipe", "", "connection-closed"},
+};
+// Ends that a stage has no sentence for, once the host has greeted.
+constexpr SENTENCE asctClosed[] = {
+    {STAGES, "Connection closed by ", "", "connection-closed"},
+    {STAGES, "Connection reset by ", "", "connection-closed"},
+    {STAGES, "Received disconnect from ", "", "connection-closed"},
+    {STAGES, "Connection to ", " closed by remote host.", "connection-closed"},
+    {STAGES, "client_loop: send disconnect: Broken pipe", "", "connection-closed"},
 };
 // Over a host in between, once it has let us in.
 constexpr SENTENCE asctBehind[] = {
@@ -62,8 +65,36 @@ constexpr SENTENCE asctConnect[] = {
     {STAGE_ROUTE, "", ": No route to host", "no-route"},
     {STAGE_ROUTE, "", ": Network is unreachable", "network-unreachable"},
 };
-// How services greet that are not ssh.
-constexpr std::string_view asvGreeting[] = {"HTTP/", "220 ", "220-", "+OK", "* OK", "RFB 00"};
+// What came in place of ssh's greeting.
+constexpr std::pair<std::string_view, const char*> asctGreeting[] = {
+    {"Exceeded MaxStartups", "sshd-busy"}, {"Not allowed at this time", "sshd-busy"},
+    {"HTTP/", "other-service"}, {"220 ", "other-service"}, {"220-", "other-service"},
+    {"+OK", "other-service"}, {"* OK", "other-service"}, {"RFB 00", "other-service"},
+};
+
+// The good steps of a connection, and the stage that begins with each.
+constexpr std::pair<std::string_view, STAGE> asctStep[] = {
+    {"Connecting to ", STAGE_ROUTE}, {"Executing proxy command", STAGE_PORT},
+    {"Connection established", STAGE_GREETING}, {"Remote protocol version", STAGE_HOST_KEY},
+    {"SSH2_MSG_SERVICE_ACCEPT received", STAGE_LOGIN}, {"Entering interactive session", STAGE_SHELL},
+};
+// What a line that begins so names: the text between two others.
+constexpr struct {
+    std::string_view svBegin, svBefore, svBehind;
+    std::string SSH_STORY::*pMember;
+} asctNamed[] = {
+    {"Connecting to ", "to ", " [", &SSH_STORY::sName},
+    {"Connecting to ", "[", "]", &SSH_STORY::sAddress},
+    {"Connecting to ", "port ", ".", &SSH_STORY::sPort},
+    {"Executing proxy command", " -W '[", "]:", &SSH_STORY::sAddress},
+    {"Executing proxy command", "]:", "'", &SSH_STORY::sPort},
+    {"Authenticating to ", " as '", "'", &SSH_STORY::sUser},
+    {"Found key in ", "in ", "", &SSH_STORY::sKept},
+    {"Server host key: ", " SHA256:", "", &SSH_STORY::sHostKey},
+    {"Authentications that can continue: ", ": ", "", &SSH_STORY::sMethods},
+    {"Offering public key: ", ": ", " ", &SSH_STORY::sKey},
+    {"Trying private key: ", ": ", " ", &SSH_STORY::sKey},
+};
 
 // Lines of these say nothing of a failure, or only that some other line did.
 constexpr std::string_view asvNoise[] = {
@@ -73,8 +104,7 @@ constexpr std::string_view asvNoise[] = {
     "Bytes per second", "IT IS POSSIBLE THAT", "Someone could be", "It is also possible",
     "The fingerprint for", "SHA256:", "Please contact your", "Add correct host key", "OpenSSH_",
     "Offending ", "remove with:", "ssh-keygen -f", "Permissions 0", "It is required that",
-    "This private key will", "stdio forwarding failed", "** WARNING: connection is not using",
-    "** This session may be", "** The server may need",
+    "This private key will", "stdio forwarding failed", "** ",
 };
 // clang-format on
 
@@ -120,86 +150,47 @@ std::string sBETWEEN(std::string_view svLine, std::string_view svBefore, std::st
     return std::string(svLine.substr(0, svBehind.empty() ? svLine.npos : svLine.find(svBehind)));
 }
 
-/* "Connecting to NAME [ADDRESS] port N." */
-void v_CONNECTING(std::string_view svLine, SSH_STORY& story)
-{
-    story.eReached = STAGE_ROUTE;
-    story.sName = sBETWEEN(svLine, "Connecting to ", " [");
-    story.sAddress = sBETWEEN(svLine, "[", "]");
-    const std::string sPort = sBETWEEN(svLine, "port ", ".");
-    std::from_chars(sPort.data(), sPort.data() + sPort.size(), story.iPort);
-}
-
-/* "Executing proxy command: exec ssh ... -W '[%h]:%p' [--] JUMP" */
+/* "Executing proxy command: exec ssh ... -W '[ADDRESS]:PORT' [--] JUMP", or another one */
 void v_PROXY(std::string_view svLine, SSH_STORY& story)
 {
     story.bProxy = true;
-    story.eReached = STAGE_PORT;
-    if (svLine.find(" -W ") == svLine.npos) return;
-    story.sJump = svLine.substr(svLine.find_last_of(' ') + 1);
-    // "[ADDRESS]:PORT" of the host behind it
-    story.sAddress = sBETWEEN(svLine, " -W '[", "]:");
-    const std::string sPort = sBETWEEN(svLine, "]:", "'");
-    std::from_chars(sPort.data(), sPort.data() + sPort.size(), story.iPort);
+    story.sPort.erase(std::min(story.sPort.find_first_not_of("0123456789"), story.sPort.size()));
+    if (svLine.find(" -W ") == svLine.npos)
+        story.sPort.clear();
+    else
+        story.sJump = svLine.substr(svLine.find_last_of(' ') + 1);
 }
 
 void v_KEY_TRIED(std::string_view svLine, SSH_STORY& story)
 {
-    story.sKey = sBETWEEN(svLine, " key: ", " ");
     if (svLine.starts_with("Offering")) story.uOffered++;
     if (svLine.find("-CERT ") != svLine.npos) story.bCertificate = true;
     story.bAccepted = story.bRefused = false;
 }
 
-/* What a line of debugging tells of the way so far. Result: it is a good step. */
-bool bSTEP(std::string_view svLine, SSH_STORY& story)
+/* What a line of debugging tells. */
+void v_STEP(std::string_view svLine, SSH_STORY& story)
 {
     const auto bIs = [&](std::string_view sv) { return svLine.starts_with(sv); };
-    if (bIs("Connecting to "))
-        v_CONNECTING(svLine, story);
-    else if (bIs("Executing proxy command"))
-        v_PROXY(svLine, story);
-    else if (bIs("Connection established"))
-        story.eReached = STAGE_GREETING;
-    else if (bIs("Remote protocol version"))
-        story.eReached = STAGE_HOST_KEY;
-    else if (bIs("SSH2_MSG_SERVICE_ACCEPT received"))
-        story.eReached = STAGE_LOGIN;
-    else if (bIs("Entering interactive session"))
-        story.eReached = STAGE_SHELL;
-    else
-        return false;
-    return true;
-}
-
-/* What another line of debugging tells. */
-void v_DETAIL(std::string_view svLine, SSH_STORY& story)
-{
-    const auto bIs = [&](std::string_view sv) { return svLine.starts_with(sv); };
-    if (bIs("connect to address "))
-        story.asTried.emplace_back(svLine.substr(19));
-    else if (bIs("mux_client"))
-        story.bShared = story.eReached == STAGE_NAME;
-    else if (bIs("kex_exchange_identification: banner line "))
+    if (bIs("mux_client")) story.bShared = story.eReached == STAGE_NAME;
+    for (const auto& row : asctNamed)
+        if (bIs(row.svBegin)) story.*row.pMember = sBETWEEN(svLine, row.svBefore, row.svBehind);
+    for (const auto& [svBegin, eStage] : asctStep) {
+        if (!bIs(svBegin)) continue;
+        story.eReached = eStage;
+        story.asSince.clear();
+    }
+    if (bIs("Executing proxy command")) v_PROXY(svLine, story);
+    if (bIs("connect to address ")) story.asTried.emplace_back(svLine.substr(19));
+    if (bIs("kex_exchange_identification: banner line "))
         story.asBanner.push_back(sBETWEEN(svLine, "banner line ", ""));
-    else if (bIs("Authenticating to "))
-        story.sUser = sBETWEEN(svLine, " as '", "'");
-    else if (bIs("Found key in "))
-        story.sKept = svLine.substr(std::min(svLine.find('/'), svLine.size()));
-    else if (bIs("Server host key: "))
-        story.sHostKey = sBETWEEN(svLine, " SHA256:", "");
-    else if (bIs("Will attempt key: "))
-        story.uKeys++;
-    else if (bIs("Authentications that can continue: ")) {
-        story.bRefused = story.bAccepted;
-        story.sMethods = sBETWEEN(svLine, "continue: ", "");
-    } else if (bIs("Offering public key: ") || bIs("Trying private key: "))
-        v_KEY_TRIED(svLine, story);
-    else if (bIs("Server accepts key: "))
-        story.bAccepted = true;
-    else if (bIs("Remote: ") && svLine.find(" key options: ") != svLine.npos)
-        story.bForced = (" " + sBETWEEN(svLine, " key options: ", "") + " ").find(" command ") !=
-                        std::string::npos;
+    if (bIs("Will attempt key: ")) story.uKeys++;
+    if (bIs("Offering public key: ") || bIs("Trying private key: ")) v_KEY_TRIED(svLine, story);
+    if (bIs("Server accepts key: ")) story.bAccepted = true;
+    if (bIs("Authentications that can continue: ")) story.bRefused = story.bAccepted;
+    if (bIs("Remote: ") && svLine.find(" key options: ") != svLine.npos)
+        story.bForced =
+            (sBETWEEN(svLine, " key options:", "") + " ").find(" command ") != std::string::npos;
 }
 
 void v_OWN_LINE(const std::string& sLine, SSH_STORY& story)
@@ -219,40 +210,10 @@ void v_OWN_LINE(const std::string& sLine, SSH_STORY& story)
     }
 }
 
-LINES asLINES_OF(std::string_view svText)
+/* A text without the quotes at its ends. */
+std::string sUNQUOTED(const std::string& s)
 {
-    LINES asLine;
-    for (const std::string_view svLine : asvPIECES(svText)) {
-        std::string sLine = sONE_LINE(svLine.substr(0, svLine.find('\r')));
-        if (!sLine.empty()) asLine.push_back(std::move(sLine));
-    }
-    return asLine;
-}
-
-/* "ssh-keygen -f "FILE" -R "HOST"", whose values become words of a command line. */
-std::string sREMOVAL(std::string_view svLine)
-{
-    const size_t      uQuote = svLine.find_first_of("\"'");
-    const std::string sQuote(uQuote == svLine.npos ? "\"" : svLine.substr(uQuote, 1));
-    const std::string sBetween = sQuote + " -R " + sQuote;
-    const std::string sFile = sBETWEEN(svLine, sQuote, sBetween);
-    std::string       sHost = sBETWEEN(svLine, sBetween, "");
-    sHost.erase(std::min(sHost.rfind(sQuote), sHost.size()));
-    return "ssh-keygen -f " + sSHELL_WORD(SHELL_POSIX, sFile) + " -R " +
-           sSHELL_WORD(SHELL_POSIX, sHost);
-}
-
-/* "FILE: line N: ..." or "FILE line N: ..." of ssh's configuration. */
-bool bFILE_AND_LINE(const std::string& sLine, PLACES& places)
-{
-    const size_t      uLine = sLine.find(" line ");
-    const std::string sNumber = sBETWEEN(sLine, " line ", ":");
-    if (!sLine.starts_with('/') || sNumber.empty() ||
-        sNumber.find_first_not_of("0123456789") != sNumber.npos)
-        return false;
-    places["file"] = sLine.substr(0, uLine - (sLine[uLine - 1] == ':' ? 1 : 0));
-    places["line"] = sNumber;
-    return true;
+    return s.size() < 2 ? s : s.substr(1, s.size() - 2);
 }
 
 /* File and line, algorithms and command that the words name. */
@@ -264,15 +225,24 @@ void v_PLACES_IN(const LINES& asLine, PLACES& places)
             const std::string sWhere = sBETWEEN(sText, " key in ", "");
             places["file"] = sWhere.substr(0, sWhere.rfind(':'));
             places["line"] = sWhere.substr(sWhere.rfind(':') + 1);
-        } else if (sText.starts_with("ssh-keygen -f")) {
-            places["remove"] = sREMOVAL(sText);
+        } else if (sText.starts_with("ssh-keygen -f ")) {
+            const std::string sFile = sUNQUOTED(sBETWEEN(sText, " -f ", " -R "));
+            const std::string sHost = sUNQUOTED(sBETWEEN(sText, " -R ", ""));
+            places["remove"] = "ssh-keygen -f " + sSHELL_WORD(SHELL_POSIX, sFile) + " -R " +
+                               sSHELL_WORD(SHELL_POSIX, sHost);
         } else if (sText.starts_with("Bad owner or permissions on ")) {
             places["file"] = sBETWEEN(sText, "permissions on ", "");
         } else if (sText.starts_with("Unable to negotiate with ")) {
             places["what"] = sBETWEEN(sText, ": no matching ", " found");
             places["offer"] = sBETWEEN(sText, "Their offer: ", "");
-        } else {
-            bFILE_AND_LINE(sText, places);
+        } else if (sText.starts_with('/')) {
+            // "FILE: line N: ..." or "FILE line N: ..." of ssh's configuration
+            const std::string sNumber = sBETWEEN(sText, " line ", ":");
+            if (sNumber.empty() || sNumber.find_first_not_of("0123456789") != sNumber.npos)
+                continue;
+            const size_t uLine = sText.find(" line ");
+            places["file"] = sText.substr(0, uLine - (sText[uLine - 1] == ':' ? 1 : 0));
+            places["line"] = sNumber;
         }
     }
 }
@@ -291,13 +261,9 @@ const char* cpCONNECT_CAUSE(const SSH_STORY& story, PLACES& places)
 
 const char* cpGREETING_CAUSE(const SSH_STORY& story)
 {
-    for (const std::string& sLine : story.asBanner) {
-        const std::string sText = sBETWEEN(sLine, ": ", "");
-        if (sText == "Exceeded MaxStartups" || sText == "Not allowed at this time")
-            return "sshd-busy";
-        for (const std::string_view sv : asvGreeting)
-            if (sText.starts_with(sv)) return "other-service";
-    }
+    for (const std::string& sLine : story.asBanner)
+        for (const auto& [svBegin, cpCause] : asctGreeting)
+            if (sBETWEEN(sLine, ": ", "").starts_with(svBegin)) return cpCause;
     const std::string_view svSaid = cpSAID(asctSentence, story.asSince, STAGE_GREETING);
     return svSaid == "closed-at-once" && !story.asBanner.empty() ? "" : svSaid.data();
 }
@@ -306,62 +272,37 @@ const char* cpHOST_KEY_CAUSE(const SSH_STORY& story, PLACES& places)
 {
     const char* cpCause = cpSAID(asctSentence, story.asOwn, STAGE_HOST_KEY);
     if (std::string_view(cpCause) != "host-key-changed") return cpCause;
-    const KNOWN_KEY known = sctKNOWN_KEY(places["file"], places["line"], story.sHostKey);
+    const KNOWN_KEY known = sctKNOWN_KEY(places["file"], places["line"], places["offered"]);
     places["kept"] = known.sKept.empty() ? "another key" : known.sKept;
     if (known.sOther.empty() || known.sOther == places["host"]) return cpCause;
     places["other"] = known.sOther;
     return "host-key-of-another";
 }
 
-/* What ssh says of a key file, by the end of the line: "" nothing. */
-std::string sSAID_OF_KEY(const SSH_STORY& story)
+/* What is wrong with the file of the key, by what ssh says of it; "" nothing. */
+const char* cpKEY_CAUSE(const SSH_STORY& story)
 {
+    const std::string sNone = "no such identity: " + story.sKey + ": No such file";
+    const std::string sLoad = "Load key \"" + story.sKey + "\": ";
+    std::error_code   error;
     for (const std::string& sLine : story.asOwn) {
-        if (sLine.starts_with("no such identity: " + story.sKey + ": No such file"))
-            return "missing";
-        if (sLine.starts_with("Load key \"" + story.sKey + "\": "))
-            return sLine.substr(sLine.rfind(": ") + 2);
+        if (sLine.starts_with(sNone)) return "key-missing";
+        if (!sLine.starts_with(sLoad)) continue;
+        if (story.sKey.ends_with(".pub")) return "key-not-in-agent";
+        const bool bOpen = sLine == sLoad + "bad permissions" &&  // said of a folder, too
+                           !std::filesystem::is_directory(story.sKey, error);
+        return bOpen ? "key-too-open" : "key-unreadable";
     }
     return "";
 }
 
-/* Of a folder ssh says the same. */
-const char* cpTOO_OPEN(const std::string& sKey)
-{
-    std::error_code error;
-    return std::filesystem::is_directory(sKey, error) ? "key-unreadable" : "key-too-open";
-}
-
 /* The key was accepted, and ssh did not sign with it. */
-const char* cpUNSIGNED_CAUSE(const SSH_STORY& story, const std::string& sSaid)
+const char* cpUNSIGNED_CAUSE(const SSH_STORY& story)
 {
-    // Why an agent that holds the key does not use it, only the agent knows.
-    for (const std::string& sLine : story.asOwn)
-        if (sLine.ends_with(" agent: agent refused operation")) return "";
-    for (const std::string& sLine : story.asSince)
-        if (sLine.starts_with("sign_and_send_pubkey: ")) return "";  // an agent has it
     if (story.sKey.ends_with(".pub")) return "key-not-in-agent";
-    if (sSaid == "bad permissions") return cpTOO_OPEN(story.sKey);
-    return iKEY_ENCRYPTED(story.sKey) ? "key-encrypted-no-agent" : "";
-}
-
-/* Of a login that was refused the words are the same for many causes; the way that it
-   took tells more. What is wrong with one of several keys need not be why. */
-const char* cpREFUSED_CAUSE(const SSH_STORY& story, PLACES& places)
-{
-    const std::string sSaid = sSAID_OF_KEY(story);
-    if (story.bPartial) return "second-factor";
-    if (("," + story.sMethods + ",").find(",publickey,") == std::string::npos)
-        return "no-key-login";
-    if (story.bAccepted) return story.bRefused ? "login-forbidden" : cpUNSIGNED_CAUSE(story, sSaid);
-    if (!sSaid.empty() && story.uKeys <= 1) {
-        if (sSaid == "missing") return "key-missing";
-        if (story.sKey.ends_with(".pub")) return "key-not-in-agent";
-        return sSaid == "bad permissions" ? cpTOO_OPEN(story.sKey) : "key-unreadable";
-    }
-    if (story.uOffered == 0) return "no-key-offered";
-    const bool bExpired = story.bCertificate && iCERTIFICATE_INVALID(story.sKey, places["valid"]);
-    return bExpired ? "certificate-expired" : "key-not-accepted";
+    const std::string_view svCause = cpKEY_CAUSE(story);
+    return svCause.empty() && iKEY_ENCRYPTED(story.sKey) ? "key-encrypted-no-agent"
+                                                         : svCause.data();
 }
 
 /* The last of all is that whoever comes so is refused. */
@@ -373,23 +314,25 @@ bool bDENIED(const SSH_STORY& story)
     return sLast.find(": Permission denied (") != sLast.npos;
 }
 
+/* Of a login that was refused the words are the same for many causes; the way that it
+   took tells more. What is wrong with one of several keys need not be why. */
 const char* cpLOGIN_CAUSE(const SSH_STORY& story, PLACES& places)
 {
     if (!bDENIED(story)) return "";
     if (story.asSince.back().starts_with("Received "))
         return story.uOffered > 1 ? "too-many-keys" : "";
-    return cpREFUSED_CAUSE(story, places);
-}
-
-/* Another end than the one that a stage has sentences for. */
-const char* cpCLOSED(const SSH_STORY& story)
-{
+    if (story.bPartial) return "second-factor";
+    if (("," + story.sMethods + ",").find(",publickey,") == std::string::npos)
+        return "no-key-login";
+    // Why an agent that holds an accepted key refuses to sign, only the agent knows.
     for (const std::string& sLine : story.asSince)
-        for (const std::string_view sv :
-             {"Connection closed by ", "Connection reset by ", "Received disconnect from "})
-            if (story.eReached >= STAGE_HOST_KEY && sLine.starts_with(sv))
-                return "connection-closed";
-    return "";
+        if (sLine.starts_with("sign_and_send_pubkey: ")) return "";
+    if (story.bAccepted) return story.bRefused ? "login-forbidden" : cpUNSIGNED_CAUSE(story);
+    const std::string_view svKey = story.uKeys <= 1 ? cpKEY_CAUSE(story) : "";
+    if (!svKey.empty()) return svKey.data();
+    if (story.uOffered == 0) return "no-key-offered";
+    const bool bExpired = story.bCertificate && iCERTIFICATE_INVALID(story.sKey, places["valid"]);
+    return bExpired ? "certificate-expired" : "key-not-accepted";
 }
 
 const char* cpLATE(STAGE eReached)
@@ -402,16 +345,12 @@ const char* cpLATE(STAGE eReached)
 
 const char* cpCAUSE_AT(const SSH_STORY& story, PLACES& places)
 {
+    const std::string_view svSaid = cpSAID(asctSentence, story.asSince, story.eReached);
     switch (story.eReached) {
-        case STAGE_NAME: {
-            const std::string_view sv = cpSAID(asctSentence, story.asSince, STAGE_NAME);
-            const bool             bLine = sv == "config-bad-option" && !places.contains("line");
-            return bLine ? "" : sv.data();
-        }
-        case STAGE_ROUTE: {
-            const char* cpBind = cpSAID(asctSentence, story.asSince, STAGE_ROUTE);
-            return *cpBind != '\0' ? cpBind : cpCONNECT_CAUSE(story, places);
-        }
+        case STAGE_NAME:
+            return svSaid.empty() && places.contains("line") ? "config-bad-option" : svSaid.data();
+        case STAGE_ROUTE:
+            return svSaid.empty() ? cpCONNECT_CAUSE(story, places) : svSaid.data();
         case STAGE_GREETING:
             return cpGREETING_CAUSE(story);
         case STAGE_HOST_KEY:
@@ -419,7 +358,7 @@ const char* cpCAUSE_AT(const SSH_STORY& story, PLACES& places)
         case STAGE_LOGIN:
             return cpLOGIN_CAUSE(story, places);
         default:
-            return cpSAID(asctSentence, story.asSince, story.eReached);
+            return svSaid.data();
     }
 }
 
@@ -446,7 +385,7 @@ void v_PLACES_OF(const SSH_STORY& story, PLACES& places)
     SET("user", story.sUser);
     SET("key", story.sKey);
     SET("methods", story.sMethods);
-    if (story.iPort > 0) places["port"] = std::to_string(story.iPort);
+    SET("port", story.sPort);
     if (!story.sHostKey.empty()) places["offered"] = "SHA256:" + story.sHostKey;
 }
 
@@ -486,17 +425,14 @@ SSH_STORY sctSSH_STORY(std::string_view svLog)
 {
     constexpr std::string_view svDebug = "debug1: ";
     SSH_STORY                  story;
-    for (const std::string& sLine : asLINES_OF(svLog)) {
+    for (const std::string_view svLine : asvPIECES(svLog)) {
+        const std::string sLine = sONE_LINE(svLine.substr(0, svLine.find('\r')));
+        if (sLine.empty()) continue;
         story.sLast = sLine;
-        const std::string_view svStep =
-            std::string_view(sLine).substr(std::min(svDebug.size(), sLine.size()));
-        if (!sLine.starts_with(svDebug)) {
-            if (!sLine.starts_with("debug")) v_OWN_LINE(sLine, story);
-        } else if (bSTEP(svStep, story)) {
-            story.asSince.clear();
-        } else {
-            v_DETAIL(svStep, story);
-        }
+        if (sLine.starts_with(svDebug))
+            v_STEP(std::string_view(sLine).substr(svDebug.size()), story);
+        else if (!sLine.starts_with("debug"))
+            v_OWN_LINE(sLine, story);
     }
     return story;
 }
@@ -515,7 +451,8 @@ SSH_VERDICT sctWHY(const SSH_STORY& story, std::string_view svProxy, bool bLate,
         verdict.asWords.insert(verdict.asWords.end(), story.asBanner.begin(), story.asBanner.end());
     // What ssh's configuration lacks ends it at once.
     if (!bLate || story.eReached != STAGE_NAME) verdict.sCause = cpCAUSE_AT(story, places);
-    if (verdict.sCause.empty()) verdict.sCause = cpCLOSED(story);
+    if (verdict.sCause.empty() && story.eReached >= STAGE_HOST_KEY)
+        verdict.sCause = cpSAID(asctClosed, story.asSince, STAGES);
     if (verdict.sCause.empty() && bLate) verdict.sCause = cpLATE(story.eReached);
     if (verdict.asWords.empty() && !bLate) return verdict;
     if (verdict.sCause.empty() && story.eReached < STAGE_SHELL) verdict.sCause = cpNOT_RECOGNISED;
@@ -528,9 +465,4 @@ SSH_VERDICT sctWHY(const SSH_STORY& story, std::string_view svProxy, bool bLate,
                                          : "") +
                       sJOINED(verdict.asWords, "; ");
     return verdict;
-}
-
-std::vector<std::string> asWHY_NO_COPY(std::string_view svWords)
-{
-    return sctSSH_STORY(svWords).asSince;
 }

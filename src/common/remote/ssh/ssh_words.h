@@ -13,7 +13,7 @@ struct SSH_STORY {
     STAGE                    eReached = STAGE_NAME;  // the stage that it was in at last
     std::string              sName;  // whom it went to, as the configuration names it
     std::string              sAddress;
-    int                      iPort = 0;
+    std::string              sPort;
     std::string              sUser;
     std::string              sHostKey;              // fingerprint that was shown
     std::string              sKept;                 // file and line in which it was found
@@ -59,6 +59,3 @@ struct SSH_VERDICT : FINDING {
    bLate    a limit passed
    places   {host} and {config} set; what is found out is added */
 SSH_VERDICT sctWHY(const SSH_STORY& story, std::string_view svProxy, bool bLate, PLACES& places);
-
-/* What sftp wrote that tells something. */
-std::vector<std::string> asWHY_NO_COPY(std::string_view svWords);
