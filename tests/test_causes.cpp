@@ -7,7 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <regex>
 
-#include "common/lines/appending.h"
+#include "common/base/descriptor.h"
 #include "common/lines/secret.h"
 #include "common/log/outcome_log.h"
 #include "common/remote/cause.h"

@@ -8,10 +8,10 @@
 #include <ctime>
 
 #include "common/remote/command.h"
-#include "common/remote/ssh/connection.h"
 #include "common/remote/ssh/known_key.h"
 #include "common/remote/ssh/sftp.h"
 #include "common/remote/ssh/ssh_configuration.h"
+#include "common/remote/ssh/ssh_connection.h"
 #include "common/remote/wrapper.h"
 #include "common/unix/drain.h"
 #include "common/unix/local_command.h"

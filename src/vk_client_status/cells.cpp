@@ -9,22 +9,15 @@ namespace {
 
 constexpr std::string_view svELLIPSIS = "…";
 
-/* The character at the front, and the bytes that it takes (at least one). */
-wchar_t cFRONT(std::string_view sv, size_t& uBytes)
+/* Columns of the character at the front, and the bytes that it takes (at least one). What the
+   locale does not know takes one column. */
+size_t uFRONT(std::string_view sv, size_t& uBytes)
 {
-    const auto byte = [&](size_t u) { return static_cast<unsigned char>(sv[u]); };
-    const int  iLead = byte(0);
-    uBytes = iLead < 0xC0 ? 1 : iLead < 0xE0 ? 2 : iLead < 0xF0 ? 3 : 4;
-    uBytes = std::min(uBytes, sv.size());
-    int iCode = uBytes == 1 ? iLead : iLead & (0x7F >> uBytes);
-    for (size_t u = 1; u < uBytes; u++) iCode = iCode << 6 | (byte(u) & 0x3F);
-    return static_cast<wchar_t>(iCode);
-}
-
-/* What the locale does not know takes one column. */
-size_t uWIDTH_OF(wchar_t c)
-{
-    const int iWidth = wcwidth(c);
+    wchar_t      c = 0;
+    mbstate_t    state{};
+    const size_t uTaken = mbrtowc(&c, sv.data(), sv.size(), &state);
+    uBytes = uTaken > 0 && uTaken <= sv.size() ? uTaken : 1;
+    const int iWidth = uBytes == uTaken ? wcwidth(c) : 1;
     return iWidth < 0 ? 1 : static_cast<size_t>(iWidth);
 }
 
@@ -36,7 +29,7 @@ size_t uCOLUMNS(std::string_view svText)
         return svText.size();
     size_t uColumns = 0;
     for (size_t uBytes = 0; !svText.empty(); svText.remove_prefix(uBytes))
-        uColumns += uWIDTH_OF(cFRONT(svText, uBytes));
+        uColumns += uFRONT(svText, uBytes);
     return uColumns;
 }
 
@@ -48,7 +41,7 @@ std::string sFITTED(std::string_view svText, size_t uMax)
     size_t uKept = 0;
     while (uKept < svText.size()) {
         size_t       uBytes = 0;
-        const size_t uWidth = uWIDTH_OF(cFRONT(svText.substr(uKept), uBytes));
+        const size_t uWidth = uFRONT(svText.substr(uKept), uBytes);
         if (uUsed + uWidth > uMax) break;
         uUsed += uWidth;
         uKept += uBytes;

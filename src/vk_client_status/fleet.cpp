@@ -20,8 +20,8 @@
 #include "common/package/eligibility.h"
 #include "common/unix/cm_hal_semaphor.h"
 #include "database_rows.h"
+#include "log_records.h"
 #include "moment.h"
-#include "outcome_log.h"
 #include "wording.h"
 
 namespace {

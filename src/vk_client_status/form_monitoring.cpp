@@ -123,7 +123,8 @@ void v_INFO(std::string& s, const CHOSEN& chosen)
 
 }  // namespace
 
-std::string sFORM_NAGIOS(const FLEET& fleet, const CHOSEN& chosen, const LIMITS& limits, int& iExit)
+std::string sFORM_NAGIOS(const FLEET& fleet, const CHOSEN& chosen, const NAGIOS_LIMITS& limits,
+                         int& iExit)
 {
     constexpr const char* acpWord[] = {"OK", "WARNING", "CRITICAL", "UNKNOWN"};
     const COUNTS          counts = sctCOUNT(chosen);

@@ -11,8 +11,8 @@
 #include "chosen.h"
 #include "common/common.h"
 #include "forms.h"
+#include "log_records.h"
 #include "moment.h"
-#include "outcome_log.h"
 #include "wording.h"
 
 extern const char szPAGE_STYLE[];

@@ -38,7 +38,7 @@ struct LIMIT {
     double dNumber = 0;
     bool   bPercent = false;
 };
-struct LIMITS {
+struct NAGIOS_LIMITS {
     LIMIT warning{1, false};
     LIMIT critical{10, true};
     LIMIT staleWarning{1, false};  // those never checked included
@@ -47,7 +47,7 @@ struct LIMITS {
     LIMIT updateCritical{};
 };
 /* One line for a monitoring system, and its exit code 0 to 3. */
-std::string sFORM_NAGIOS(const FLEET& fleet, const CHOSEN& chosen, const LIMITS& limits,
+std::string sFORM_NAGIOS(const FLEET& fleet, const CHOSEN& chosen, const NAGIOS_LIMITS& limits,
                          int& iExit);
 
 /* Metrics in the text format of Prometheus. */

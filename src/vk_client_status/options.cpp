@@ -149,7 +149,7 @@ bool bTEXTS(OPTIONS& o, const std::string& sValue)
     return true;
 }
 
-template<LIMIT LIMITS::*pLimit>
+template<LIMIT NAGIOS_LIMITS::*pLimit>
 bool bTAKE_LIMIT(OPTIONS& o, const std::string& sValue)
 {
     return bLIMIT(sValue, o.limits.*pLimit);
@@ -217,12 +217,12 @@ constexpr OPTION asctOption[] = {
      [](OPTIONS& o, const std::string& s) { return bNUMBER(s, 1, iMOST_DAYS, o.iDays); }},
     {"stale-after", szDAYS,
      [](OPTIONS& o, const std::string& s) { return bNUMBER(s, 1, iMOST_DAYS, o.iStaleDays); }},
-    {"warning", szLIMIT, bTAKE_LIMIT<&LIMITS::warning>, uNAGIOS},
-    {"critical", szLIMIT, bTAKE_LIMIT<&LIMITS::critical>, uNAGIOS},
-    {"stale-warning", szLIMIT, bTAKE_LIMIT<&LIMITS::staleWarning>, uNAGIOS},
-    {"stale-critical", szLIMIT, bTAKE_LIMIT<&LIMITS::staleCritical>, uNAGIOS},
-    {"update-warning", szLIMIT, bTAKE_LIMIT<&LIMITS::updateWarning>, uNAGIOS},
-    {"update-critical", szLIMIT, bTAKE_LIMIT<&LIMITS::updateCritical>, uNAGIOS},
+    {"warning", szLIMIT, bTAKE_LIMIT<&NAGIOS_LIMITS::warning>, uNAGIOS},
+    {"critical", szLIMIT, bTAKE_LIMIT<&NAGIOS_LIMITS::critical>, uNAGIOS},
+    {"stale-warning", szLIMIT, bTAKE_LIMIT<&NAGIOS_LIMITS::staleWarning>, uNAGIOS},
+    {"stale-critical", szLIMIT, bTAKE_LIMIT<&NAGIOS_LIMITS::staleCritical>, uNAGIOS},
+    {"update-warning", szLIMIT, bTAKE_LIMIT<&NAGIOS_LIMITS::updateWarning>, uNAGIOS},
+    {"update-critical", szLIMIT, bTAKE_LIMIT<&NAGIOS_LIMITS::updateCritical>, uNAGIOS},
     {"color", "auto, always or never",
      [](OPTIONS& o, const std::string& s) {
          o.sColor = s;

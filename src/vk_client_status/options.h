@@ -13,7 +13,7 @@ struct OPTIONS {
     CHOICE                   choice;
     VIEW                     eView = VIEW_FLEET;
     FORM                     eForm = FORM_TABLE;
-    LIMITS                   limits;
+    NAGIOS_LIMITS            limits;
     std::string              sPackage;  // of VIEW_PLAN
     bool                     bServicepack = false;
     long                     lSince = 0;     // of VIEW_CHANGED; 0: a day ago

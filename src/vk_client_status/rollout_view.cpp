@@ -8,8 +8,8 @@
 
 #include "common/common.h"
 #include "common/package/eligibility.h"
+#include "log_records.h"
 #include "moment.h"
-#include "outcome_log.h"
 #include "plan.h"
 #include "wording.h"
 

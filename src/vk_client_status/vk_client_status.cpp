@@ -6,6 +6,7 @@
    configuration is invalid, nothing can be read, or the form cannot be written.
    With --nagios: 0 to 3 as monitoring plugins have it. */
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -18,6 +19,7 @@
 
 #include "changes.h"
 #include "common/base/program.h"
+#include "common/base/replace.h"
 #include "common/cm_db_access.h"
 #include "common/common.h"
 #include "common/config/config.h"
@@ -26,7 +28,6 @@
 #include "moment.h"
 #include "options.h"
 #include "plan.h"
-#include "replace_file.h"
 #include "rollout_view.h"
 
 constinit const PROGRAM sctPROGRAM{"vk_client_status", "", '\0', {}};
@@ -76,6 +77,29 @@ std::string sFOR_TERMINAL(std::string_view svText)
     for (size_t uEnd = 0; (uEnd = svText.find('\n')) != svText.npos; svText.remove_prefix(uEnd + 1))
         s.append(sONE_LINE(svText.substr(0, uEnd))).push_back('\n');
     return s + sONE_LINE(svText);
+}
+
+/* What is renamed over a device, such as /dev/null, takes it away from the whole machine. */
+bool bREPLACEABLE(const std::string& sFile)
+{
+    struct stat sctStat {};
+    return !sFile.starts_with("/dev/") &&
+           (stat(sFile.c_str(), &sctStat) != 0 || S_ISREG(sctStat.st_mode) ||
+            S_ISDIR(sctStat.st_mode));  // the system refuses a folder
+}
+
+/* Result  0: it cannot be written, as told on standard error */
+int iREPLACE_FILE(const std::string& sFile, const std::string& sText)
+{
+    constexpr mode_t uMode = 0644;  // what web servers and collectors read
+    if (!bREPLACEABLE(sFile))
+        v_STDERR("cannot write \"%s\": it is not a regular file; name one that may be replaced",
+                 sFile.c_str());
+    else if (iREPLACE({sFile, sFile + ".new", uMode}, sText))
+        return 1;
+    else
+        v_STDERR("cannot write \"%s\": %s", sFile.c_str(), std::strerror(errno));
+    return 0;
 }
 
 int iWRITE(const OPTIONS& options, const std::string& sText)

@@ -3,7 +3,7 @@
 
 #include "cells.h"
 #include "common/text/text.h"
-#include "outcome_log.h"
+#include "log_records.h"
 
 namespace {
 

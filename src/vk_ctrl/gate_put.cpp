@@ -19,7 +19,6 @@
 #include "common/base/descriptor.h"
 #include "common/config/config.h"
 #include "common/config/variables.h"
-#include "common/lines/appending.h"
 #include "common/lines/standard_error.h"
 #include "common/text/text.h"
 #include "common/unix/cm_hal_pipe.h"
@@ -144,11 +143,8 @@ int iFIND(const std::string& sPath, bool bMake, TARGET& target)
 int iSTILL_ITS_NAME(int iFile, const TARGET& target)
 {
     struct stat sctFile {};
-    struct stat sctName {};
     return fstat(iFile, &sctFile) == 0 && S_ISREG(sctFile.st_mode) && sctFile.st_nlink == 1 &&
-           fstatat(target.fdFolder.iGet(), target.sPart.c_str(), &sctName, AT_SYMLINK_NOFOLLOW) ==
-               0 &&
-           sctFile.st_dev == sctName.st_dev && sctFile.st_ino == sctName.st_ino;
+           bSTILL_NAMED(iFile, target.sPart, target.fdFolder.iGet());
 }
 
 /* The temporary file, locked: what a copy that was killed left is taken over, what

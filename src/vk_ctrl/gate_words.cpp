@@ -2,6 +2,7 @@
    parts are checked, so that no argument can send
    a program elsewhere: to another file, to another option, to another folder. */
 #include <algorithm>
+#include <cctype>
 
 #include "gate.h"
 
@@ -35,16 +36,6 @@ constexpr FORM asctForm[] = {
     // clang-format on
 };
 
-bool bLETTER_OR_DIGIT(char c)
-{
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-}
-
-bool bCONTROL(char c)
-{
-    return static_cast<unsigned char>(c) < ' ' || c == '\177';
-}
-
 bool bIN(std::string_view svChars, char c)
 {
     return svChars.find(c) != std::string_view::npos;
@@ -53,8 +44,9 @@ bool bIN(std::string_view svChars, char c)
 /* 1: svText can be what svKind stands for, as far as single characters tell. */
 bool bTAKES(std::string_view svKind, char c)
 {
-    if (svKind == "host") return bLETTER_OR_DIGIT(c) || bIN("._-:", c);
-    if (bCONTROL(c)) return false;
+    const auto uc = static_cast<unsigned char>(c);
+    if (svKind == "host") return std::isalnum(uc) != 0 || bIN("._-:", c);
+    if (std::iscntrl(uc) != 0) return false;
     if (svKind == "name") return !bIN("/:,", c);
     return svKind != "text" || !bIN(",:", c);
 }

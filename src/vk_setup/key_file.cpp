@@ -8,6 +8,7 @@
 #include <cerrno>
 
 #include "common/base/descriptor.h"
+#include "common/base/replace.h"
 #include "common/lines/standard_error.h"
 
 namespace {
@@ -101,21 +102,14 @@ int iKEY_FILE_OPEN(const std::string& sPath, bool bPrivateFolder, KEY_FILE& file
 
 int iKEY_FILE_REPLACE(const KEY_FILE& file, std::string_view svText, std::string& sReason)
 {
-    const int         iFolder = file.fdFolder.iGet();
-    const std::string sNew = "." + file.sName + ".vk_setup";
-    struct stat       sctFolder {};
-    unlinkat(iFolder, sNew.c_str(), 0);  // an ended run's; the folder is locked
-    const int iFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-    const FD  fd(openat(iFolder, sNew.c_str(), iFlags, uFILE_MODE));
-    if (fd.bOpen() && fstat(iFolder, &sctFolder) == 0 &&
-        fchown(fd.iGet(), sctFolder.st_uid, sctFolder.st_gid) == 0 &&
-        fchmod(fd.iGet(), uFILE_MODE) == 0 && iWRITE_ALL(fd.iGet(), svText) &&
-        fsync(fd.iGet()) == 0 &&
-        renameat(iFolder, sNew.c_str(), iFolder, file.sName.c_str()) == 0) {
-        fsync(iFolder);
-        return 1;
-    }
-    iCANNOT("write", file.sPath, sReason);
-    unlinkat(iFolder, sNew.c_str(), 0);
-    return 0;
+    const int   iFolder = file.fdFolder.iGet();
+    REPLACEMENT replacement{file.sName, "." + file.sName + ".vk_setup", uFILE_MODE, iFolder};
+    struct stat sctFolder {};
+    unlinkat(iFolder, replacement.sNew.c_str(), 0);  // an ended run's; the folder is locked
+    if (fstat(iFolder, &sctFolder) != 0) return iCANNOT("write", file.sPath, sReason);
+    replacement.uOwner = sctFolder.st_uid;
+    replacement.uGroup = sctFolder.st_gid;
+    if (!iREPLACE(replacement, svText)) return iCANNOT("write", file.sPath, sReason);
+    fsync(iFolder);
+    return 1;
 }

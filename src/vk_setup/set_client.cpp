@@ -17,7 +17,6 @@
 #include "common/base/program.h"
 #include "common/config/config.h"
 #include "common/config/variables.h"
-#include "common/lines/appending.h"
 #include "common/remote/reach.h"
 #include "common/text/text.h"
 #include "common/unix/cm_hal_pipe.h"

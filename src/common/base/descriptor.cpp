@@ -2,11 +2,13 @@
 #include "descriptor.h"
 
 #include <poll.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 
 namespace {
 
@@ -23,6 +25,20 @@ const char* cpERRNO(int iErrno)
     return iErrno == ENOSTR ? "it is a pipe" : std::strerror(iErrno);
 }
 
+int iMAKE_DIRECTORY(const std::string& sDirectory)
+{
+    for (size_t u = sDirectory.find('/', 1); true; u = sDirectory.find('/', u + 1)) {
+        const std::string sPart = sDirectory.substr(0, u);
+        if (!sPart.empty() && mkdir(sPart.c_str(), 0750) != 0 && errno != EEXIST) return 0;
+        if (u == std::string::npos) break;
+    }
+    struct stat sctStat {};
+    if (stat(sDirectory.c_str(), &sctStat) != 0) return 0;
+    if (S_ISDIR(sctStat.st_mode)) return 1;
+    errno = ENOTDIR;
+    return 0;
+}
+
 FD fdOPEN_FILE(const std::string& sFile, int iFlags, mode_t uMode)
 {
     // Who opens a pipe for writing alone is refused already where nobody reads.
@@ -34,6 +50,27 @@ FD fdOPEN_FILE(const std::string& sFile, int iFlags, mode_t uMode)
         errno = ENOSTR;
     }
     return fd;
+}
+
+bool bLOCKED(int iFd, int iTries)
+{
+    constexpr timespec sctPAUSE{0, 2'000'000};
+    for (; iTries > 0; iTries--) {
+        if (flock(iFd, LOCK_EX | LOCK_NB) == 0) return true;
+        if (errno != EWOULDBLOCK) return false;
+        nanosleep(&sctPAUSE, nullptr);
+    }
+    errno = EWOULDBLOCK;
+    return false;
+}
+
+bool bSTILL_NAMED(int iFd, const std::string& sFile, int iFolder)
+{
+    struct stat sctOpen {};
+    struct stat sctNamed {};
+    return fstat(iFd, &sctOpen) == 0 &&
+           fstatat(iFolder, sFile.c_str(), &sctNamed, AT_SYMLINK_NOFOLLOW) == 0 &&
+           sctOpen.st_dev == sctNamed.st_dev && sctOpen.st_ino == sctNamed.st_ino;
 }
 
 ssize_t lREAD(int iFd, char* cpTo, size_t uSize)

@@ -1,4 +1,4 @@
-/* Opening of files; reading and writing of descriptors. Calls that a signal interrupts are
+/* Directories; opening of files; reading and writing of descriptors. Calls that a signal interrupts are
    repeated. */
 #pragma once
 
@@ -18,9 +18,19 @@ inline volatile std::sig_atomic_t bINTERRUPTED = 0;
 /* std::strerror, for what is said here, too. */
 const char* cpERRNO(int iErrno);
 
+/* Makes sDirectory and its parents (mode 0750). Result 0: errno says why. */
+int iMAKE_DIRECTORY(const std::string& sDirectory);
+
 /* Opens a file, closed on exec, without waiting for anybody. iFlags as of open.
    Result  -1: errno says why, ENOSTR (for cpERRNO) of a pipe in its place */
 FD fdOPEN_FILE(const std::string& sFile, int iFlags, mode_t uMode = 0);
+
+/* Takes the lock of an open file, with a pause of 2 ms before each further try.
+   Result  false: errno says why not, EWOULDBLOCK where somebody else has it */
+bool bLOCKED(int iFd, int iTries);
+
+/* true when the descriptor is what the name, from the open folder on, stands for. */
+bool bSTILL_NAMED(int iFd, const std::string& sFile, int iFolder = AT_FDCWD);
 
 /* One read of up to uSize bytes.
    Result  as of read: bytes, 0 at the end, -1 with errno */

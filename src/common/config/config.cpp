@@ -277,11 +277,6 @@ std::string sCONFIG_PLACE()
     return sNamed.empty() ? "/etc/velka/vk.ini" : sNamed;
 }
 
-const char* cpCONFIG_FILE()
-{
-    return LOADED().sFile.c_str();
-}
-
 std::string sCONFIG_TEXT(const char* cpSection, const char* cpKey, const char* cpDefault)
 {
     const SETTING* pSetting = pSETTING(cpSection, cpKey);

@@ -26,9 +26,6 @@ void v_CONFIG_FORGET();
 /* The file that is read where it is there: VK_INI's, else the system's. */
 std::string sCONFIG_PLACE();
 
-/* The file that was read, "" when there is none. */
-const char* cpCONFIG_FILE();
-
 /* Text after [section] key, or cpDefault. */
 std::string sCONFIG_TEXT(const char* cpSection, const char* cpKey, const char* cpDefault);
 

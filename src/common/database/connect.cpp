@@ -108,13 +108,9 @@ std::string sSET_IN(const PQconninfoOption* pOption, std::string_view svKeyword,
 
 std::vector<std::string> asSPLIT(const std::string& sList)
 {
-    std::vector<std::string> as;
-    if (sList.empty()) return as;
-    size_t uFrom = 0;
-    for (size_t uComma; (uComma = sList.find(',', uFrom)) != std::string::npos; uFrom = uComma + 1)
-        as.push_back(sList.substr(uFrom, uComma - uFrom));
-    as.push_back(sList.substr(uFrom));
-    return as;
+    const std::string sClosed = sList + (sList.empty() ? "" : ",");
+    const auto        asvPiece = asvPIECES(sClosed, ',');
+    return {asvPiece.begin(), asvPiece.end()};
 }
 
 /* One port serves all hosts. Lists of different lengths are left to the library,

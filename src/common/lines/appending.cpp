@@ -1,14 +1,12 @@
-/* Directories, names of files, and appending lines to files. */
+/* Names of files, and appending lines to files. */
 #include "appending.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
-#include <ctime>
 
 #include "../base/descriptor.h"
 #include "../base/holder.h"
@@ -19,7 +17,9 @@ namespace {
 
 // Leaves room for what stands around a name in the names of files.
 constexpr size_t uFILE_NAME_MAX = 200;
-constexpr int    iLOCK_TRIES = 250;  // half a second
+// Half a second: a file system without locks, or a stopped process that holds it, is not
+// waited for long.
+constexpr int iLOCK_TRIES = 250;
 
 std::string sHASH(std::string_view svText)  // FNV-1a, 16 digits
 {
@@ -31,19 +31,6 @@ std::string sHASH(std::string_view svText)  // FNV-1a, 16 digits
     return sHex;
 }
 
-/* The lock of who appends, for the moment that it takes; a file system without locks, or a
-   stopped process that holds it, is not waited for long. */
-bool bLOCK(int iFd)
-{
-    constexpr timespec sctPAUSE{0, 2'000'000};
-    for (int iTry = 0; iTry < iLOCK_TRIES; iTry++) {
-        if (flock(iFd, LOCK_EX | LOCK_NB) == 0) return true;
-        if (errno != EWOULDBLOCK) return false;
-        nanosleep(&sctPAUSE, nullptr);
-    }
-    return false;
-}
-
 long lSIZE(int iFd)
 {
     struct stat sctStat {};
@@ -53,7 +40,7 @@ long lSIZE(int iFd)
 /* Result  0: errno says why it is not there */
 int iAPPEND(int iFd, const std::string& sLine)
 {
-    const bool bLocked = bLOCK(iFd);
+    const bool bLocked = bLOCKED(iFd, iLOCK_TRIES);
     const long lBefore = lSIZE(iFd);
     char       cLast = '\n';
     const bool bCut = lBefore > 0 && pread(iFd, &cLast, 1, lBefore - 1) == 1 && cLast != '\n';
@@ -90,20 +77,6 @@ std::string szFILE_NAME(std::string_view svName)
         if (c == '/' || static_cast<unsigned char>(c) < 0x20U || c == 0x7F) c = '_';
     if (!s.empty() && s[0] == '.') s[0] = '_';
     return s;
-}
-
-int iMAKE_DIRECTORY(const std::string& sDirectory)
-{
-    for (size_t u = sDirectory.find('/', 1); true; u = sDirectory.find('/', u + 1)) {
-        const std::string sPart = sDirectory.substr(0, u);
-        if (!sPart.empty() && mkdir(sPart.c_str(), 0750) != 0 && errno != EEXIST) return 0;
-        if (u == std::string::npos) break;
-    }
-    struct stat sctStat {};
-    if (stat(sDirectory.c_str(), &sctStat) != 0) return 0;
-    if (S_ISDIR(sctStat.st_mode)) return 1;
-    errno = ENOTDIR;
-    return 0;
 }
 
 int iOPEN_APPEND(const std::string& sFile)

@@ -1,4 +1,4 @@
-/* Directories, names of files, and appending lines to files. */
+/* Names of files, and appending lines to files. */
 #pragma once
 
 #include <string>
@@ -11,9 +11,6 @@ std::string szFILE_NAME(std::string_view svName);
 /* svName in at most uMax bytes (40 or more): a longer one has a hash of the whole in
    place of its middle, so that two that differ anywhere stay apart. */
 std::string sSHORT_NAME(std::string_view svName, size_t uMax);
-
-/* Makes sDirectory and its parents (mode 0750). Result 0: errno says why. */
-int iMAKE_DIRECTORY(const std::string& sDirectory);
 
 /* Opens a file for appending (mode 0640, closed on exec) and makes its directory
    where that is missing. Result  the descriptor, or -1: errno says why */

@@ -5,6 +5,7 @@
 #include <strings.h>
 #include <unistd.h>
 
+#include <climits>
 #include <map>
 
 #include "../base/immortal.h"
@@ -12,6 +13,7 @@
 #include "../config/variables.h"
 #include "../lines/secret.h"
 #include "../text/text.h"
+#include "../text/text_operations.h"
 #include "cm_remote.h"
 
 namespace {
@@ -29,11 +31,6 @@ bool bNAME_OF_THIS_MACHINE(const std::string& sName)
     const std::string sOwn = szOwn;
     return strcasecmp(sName.c_str(), szOwn) == 0 ||
            strcasecmp(sName.c_str(), sOwn.substr(0, sOwn.find('.')).c_str()) == 0;
-}
-
-bool bNUMBER(std::string_view sv)
-{
-    return !sv.empty() && sv.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
 HOST sctREAD_HOST(const std::string& sName, const str_log& sctLog)
@@ -56,7 +53,7 @@ HOST sctREAD_HOST(const std::string& sName, const str_log& sctLog)
     HOST host;
     host.sName = sName;
     // The reply of a statement that ran is a number of rows.
-    if (!bNUMBER(szReply)) {
+    if (int iRows = 0; !bNUMBER(szReply, 0, INT_MAX, iRows)) {
         host.sUnread = szReply;
         host.sUnreadCause = sctDB_ERROR().cpCause;
     }

@@ -16,6 +16,7 @@
 #include <map>
 #include <string>
 
+#include "../base/descriptor.h"
 #include "../base/immortal.h"
 #include "../config/variables.h"
 #include "../lines/appending.h"
@@ -26,8 +27,8 @@
 namespace {
 
 constexpr int iOPEN_TRIES = 100;
+// Who asks with "?" holds a shared lock for an instant.
 constexpr int iLOCK_TRIES = 5;
-constexpr int iLOCK_PAUSE_MS = 2;
 
 enum TAKE { TAKE_HELD, TAKE_BUSY, TAKE_FAILED };
 
@@ -69,27 +70,6 @@ FD fdOPEN_LOCK(const std::string& sFile, int iFlags)
     return FD(open(sFile.c_str(), iFlags | O_CLOEXEC | O_NOFOLLOW, uMode));
 }
 
-bool bSTILL_NAMED(int iFd, const std::string& sFile)
-{
-    struct stat sctOpen {};
-    struct stat sctNamed {};
-    return fstat(iFd, &sctOpen) == 0 && stat(sFile.c_str(), &sctNamed) == 0 &&
-           sctOpen.st_dev == sctNamed.st_dev && sctOpen.st_ino == sctNamed.st_ino;
-}
-
-/* Who asks with "?" holds a shared lock for an instant: a lock that is busy is
-   tried again for a moment. */
-int iLOCK(int iFd)
-{
-    for (int iTry = 0; iTry < iLOCK_TRIES; iTry++) {
-        if (flock(iFd, LOCK_EX | LOCK_NB) == 0) return 1;
-        if (errno != EWOULDBLOCK) return 0;
-        iSLEEP_MS(iLOCK_PAUSE_MS);
-    }
-    errno = EWOULDBLOCK;
-    return 0;
-}
-
 /* Takes the lock; fd holds it on TAKE_HELD. */
 TAKE eTAKE(sct_semaphore& sema, const std::string& sFile, FD& fd)
 {
@@ -99,7 +79,7 @@ TAKE eTAKE(sct_semaphore& sema, const std::string& sFile, FD& fd)
             TELL(sema, "make the lock file", sFile);
             return TAKE_FAILED;
         }
-        if (!iLOCK(fd.iGet())) {
+        if (!bLOCKED(fd.iGet(), iLOCK_TRIES)) {
             if (errno == EWOULDBLOCK) return TAKE_BUSY;
             TELL(sema, "lock", sFile);
             return TAKE_FAILED;

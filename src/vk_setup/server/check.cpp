@@ -15,8 +15,8 @@
 #include "common/config/config.h"
 #include "common/remote/reach.h"
 #include "files.h"
-#include "report.h"
 #include "setup.h"
+#include "steps.h"
 
 namespace {
 

@@ -11,17 +11,17 @@
 #include "common/database/failure.h"
 #include "common/remote/cause.h"
 #include "database.h"
-#include "report.h"
 #include "setup.h"
+#include "steps.h"
 
 namespace {
 
-std::string sLIST(const std::vector<std::string>& asText)
+std::string sLIST(std::vector<std::string> asText)
 {
     constexpr size_t uMAX = 5;
-    std::string      sAll;
-    for (size_t u = 0; u < asText.size() && u < uMAX; u++) sAll += (u == 0 ? "" : ", ") + asText[u];
-    return asText.size() > uMAX ? sAll + " and more" : sAll;
+    const bool       bMore = asText.size() > uMAX;
+    if (bMore) asText.resize(uMAX);
+    return sJOINED(asText, ", ") + (bMore ? " and more" : "");
 }
 
 /* libpq passes over a password file that others may read. */

@@ -13,8 +13,8 @@
 #include "common/config/config.h"
 #include "common/remote/ssh/known_key.h"
 #include "files.h"
-#include "report.h"
 #include "setup.h"
+#include "steps.h"
 
 namespace {
 

@@ -1,16 +1,14 @@
 #include "files.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <filesystem>
 #include <string_view>
 #include <vector>
 
-#include "common/base/holder.h"
+#include "common/base/replace.h"
 #include "common/common.h"
 
 namespace fs = std::filesystem;
@@ -75,24 +73,16 @@ int iREPLACE_FILE(const std::string& sFile, const std::string& sText, mode_t uMo
     // A link stays one: what it leads to is replaced.
     std::error_code   error;
     const std::string sTarget = fs::weakly_canonical(sFile, error).string();
-    const std::string sPart = (error ? sFile : sTarget) + ".new";
+    REPLACEMENT       file{error ? sFile : sTarget, "", uMode};
     struct stat       sctOld {};
-    const bool        bOld = stat(sFile.c_str(), &sctOld) == 0;
-    unlink(sPart.c_str());
-    const FD   fd(open(sPart.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-    const auto iGIVE_UP = [&](const char* cpVerb) {
-        iCANNOT(cpVerb, sFile, sReason);
-        if (fd.bOpen()) unlink(sPart.c_str());
-        return 0;
-    };
-    if (!fd.bOpen()) return iGIVE_UP("write");
-    if (bOld && fchown(fd.iGet(), sctOld.st_uid, sctOld.st_gid) != 0) return iGIVE_UP("own");
-    if (fchmod(fd.iGet(), bOld ? sctOld.st_mode & 07777U : uMode) != 0 ||
-        !iWRITE_ALL(fd.iGet(), sText) || fsync(fd.iGet()) != 0)
-        return iGIVE_UP("write");
-    if (std::rename(sPart.c_str(), sPart.substr(0, sPart.size() - 4).c_str()) != 0)
-        return iGIVE_UP("replace");
-    return 1;
+    file.sNew = file.sFile + ".new";
+    if (stat(sFile.c_str(), &sctOld) == 0) {
+        file.uMode = sctOld.st_mode & 07777U;
+        file.uOwner = sctOld.st_uid;
+        file.uGroup = sctOld.st_gid;
+    }
+    unlink(file.sNew.c_str());
+    return iREPLACE(file, sText) || iCANNOT("write", sFile, sReason);
 }
 
 int iINI_SET(const std::string& sFile, const std::string& sSection, const std::string& sKey,

@@ -9,8 +9,8 @@
 #include "common/unix/cm_hal_semaphor.h"
 #include "database.h"
 #include "files.h"
-#include "report.h"
 #include "setup.h"
+#include "steps.h"
 
 namespace {
 

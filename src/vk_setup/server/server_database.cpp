@@ -18,8 +18,8 @@
 #include "database.h"
 #include "files.h"
 #include "os_release.h"
-#include "report.h"
 #include "setup.h"
+#include "steps.h"
 
 namespace {
 

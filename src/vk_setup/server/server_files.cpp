@@ -9,8 +9,8 @@
 #include "common/common.h"
 #include "common/config/config.h"
 #include "files.h"
-#include "report.h"
 #include "setup.h"
+#include "steps.h"
 
 namespace fs = std::filesystem;
 

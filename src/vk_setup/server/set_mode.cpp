@@ -12,8 +12,8 @@
 #include "common/config/variables.h"
 #include "common/text/statement.h"
 #include "database.h"
-#include "report.h"
 #include "setup.h"
+#include "steps.h"
 
 namespace {
 

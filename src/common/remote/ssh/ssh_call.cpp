@@ -18,9 +18,9 @@
 #include "../../lines/standard_error.h"
 #include "../../text/likeness.h"
 #include "../../text/text.h"
-#include "connection.h"
 #include "known_key.h"
 #include "ssh_configuration.h"
+#include "ssh_connection.h"
 #include "ssh_words.h"
 
 namespace {
@@ -102,9 +102,9 @@ int iJUMP_COMMAND(const HOST& host, const std::vector<std::string>& asConfig, in
 int iOPTIONS(const HOST& host, const std::string& sPort, int iConnectTimeout, SSH_OPTIONS& options,
              REFUSAL& refusal)
 {
-    std::string       sConfig;
-    std::string       sJump;
-    const CONNECTION& connection = sctCONNECTION(host);
+    std::string           sConfig;
+    std::string           sJump;
+    const SSH_CONNECTION& connection = sctCONNECTION(host);
     if (!bHOST_NAME(host.sName)) return iBAD_NAME(host.sName, refusal);
     if (!iMODE_CONFIG(host, sConfig, refusal)) return 0;
     if (!iSSH_CONFIGURATION(sConfig, options.asWord, refusal.sReason)) {
@@ -241,7 +241,7 @@ int iSSH_CALL(const HOST& host, const std::string& sPort, const std::string& sRe
 {
     SSH_OPTIONS options;
     if (!iOPTIONS(host, sPort, iConnectTimeout, options, refusal)) return 0;
-    CONNECTION& connection = sctCONNECTION(host);
+    SSH_CONNECTION& connection = sctCONNECTION(host);
     connection.bShared |= !connection.bAlone;
     connection.bAlone = false;  // another command makes two
     // Its steps tell how far it came; they go to a pipe that nobody else writes into. Who
@@ -265,8 +265,8 @@ int iSSH_CALL(const HOST& host, const std::string& sPort, const std::string& sRe
 
 int iSFTP_CALL(const HOST& host, CHILD_SPEC& sctSpec, REFUSAL& refusal)
 {
-    SSH_OPTIONS options;
-    CONNECTION& connection = sctCONNECTION(host);
+    SSH_OPTIONS     options;
+    SSH_CONNECTION& connection = sctCONNECTION(host);
     connection.bAlone = false;
     connection.bShared = true;
     if (!iOPTIONS(host, "", iCONFIG_CONNECT_TIMEOUT(), options, refusal)) return 0;

@@ -15,7 +15,7 @@
 #include "../../base/immortal.h"
 #include "../../lines/standard_error.h"
 #include "../../unix/read_now.h"
-#include "connection.h"
+#include "ssh_connection.h"
 
 namespace {
 

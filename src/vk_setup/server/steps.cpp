@@ -1,4 +1,4 @@
-#include "report.h"
+#include "steps.h"
 
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-#include "connection.h"
+#include "ssh_connection.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -51,9 +51,9 @@ PRIVATE_DIRECTORY& DIRECTORY()
     return directory.Get();
 }
 
-std::map<std::string, CONNECTION>& CONNECTIONS()
+std::map<std::string, SSH_CONNECTION>& CONNECTIONS()
 {
-    static IMMORTAL<std::map<std::string, CONNECTION>> connections;
+    static IMMORTAL<std::map<std::string, SSH_CONNECTION>> connections;
     return connections.Get();
 }
 
@@ -172,7 +172,7 @@ PACKET acPACKET(uint32_t uType, uint32_t uValue)
 /* Asks the background process of a connection to end (ssh's own multiplexing
    protocol: a greeting, then the request). A process of its own, ssh -O exit, would do
    the same ten times slower. */
-void ASK_TO_END(CONNECTION& connection)
+void ASK_TO_END(SSH_CONNECTION& connection)
 {
     constexpr uint32_t uHELLO = 1, uVERSION = 4, uTERMINATE = 0x10000005;
     if (!connection.bShared || connection.sSocket.empty() || connection.fdEnding.bOpen()) return;
@@ -185,7 +185,7 @@ void ASK_TO_END(CONNECTION& connection)
 }
 
 /* Waits until it is gone. */
-void AWAIT_END(CONNECTION& connection)
+void AWAIT_END(SSH_CONNECTION& connection)
 {
     if (!connection.fdEnding.bOpen()) return;
     char       acAnswer[256];
@@ -209,7 +209,7 @@ bool bLEFT_OVER(const std::string& sPath)
     for (fs::directory_iterator it(sPath, error), end; !error && it != end; it.increment(error)) {
         ++uEntries;
         if (!it->is_socket(error)) continue;
-        CONNECTION connection;
+        SSH_CONNECTION connection;
         connection.sSocket = it->path().string();
         connection.bShared = true;
         ASK_TO_END(connection);
@@ -301,11 +301,11 @@ const std::string& sPRIVATE_DIRECTORY()
     return directory.sPath;
 }
 
-CONNECTION& sctCONNECTION(const HOST& host)
+SSH_CONNECTION& sctCONNECTION(const HOST& host)
 {
     const std::string sKey = host.sAccessMode + "\n" + host.sName;
     const auto [entry, bNew] = CONNECTIONS().try_emplace(sKey);
-    CONNECTION& connection = entry->second;
+    SSH_CONNECTION& connection = entry->second;
     if (!bNew) return connection;
     connection.bAlone = ONE_COMMAND();
     const std::string& sDirectory = sPRIVATE_DIRECTORY();

@@ -2,7 +2,7 @@
 
    Lines stand in the order of the runs' ends, since each is appended when its run
    ends; the files come in the order of their days. */
-#include "outcome_log.h"
+#include "log_records.h"
 
 #include <dirent.h>
 #include <fcntl.h>

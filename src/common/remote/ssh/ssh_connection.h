@@ -20,7 +20,7 @@
 
 constexpr int iCONNECTION_IDLE_S = 25;
 
-struct CONNECTION {
+struct SSH_CONNECTION {
     std::string sSocket;          // control socket, empty when there is no directory for it
     DRAIN       words;            // ssh's own, since the command formed last
     DRAIN       beside;           // what else came on its standard error
@@ -30,7 +30,7 @@ struct CONNECTION {
 };
 
 /* The connection of a host, made known on first use. */
-CONNECTION& sctCONNECTION(const HOST& host);
+SSH_CONNECTION& sctCONNECTION(const HOST& host);
 
 /* The run's private directory, made on first use; empty where none can be made (told
    once on standard error). */
