@@ -60,11 +60,7 @@ std::string sCOLORED(std::string_view svText, COLOR eColor, bool bColor)
 {
     constexpr const char* acpCode[] = {"", "31;1", "33", "32", "36", "2", "1"};
     if (!bColor || eColor == COLOR_NONE) return std::string(svText);
-    return std::string("\033[")
-        .append(acpCode[eColor])
-        .append("m")
-        .append(svText)
-        .append("\033[0m");
+    return std::string("\033[") + acpCode[eColor] + "m" + std::string(svText) + "\033[0m";
 }
 
 std::string sCOUNTED(long lCount, std::string_view svOne)

@@ -189,12 +189,8 @@ std::string sFORM_PROMETHEUS(const FLEET& fleet, const CHOSEN& chosen)
         v_HEAD(s, metric.cpName, metric.cpHelp);
         for (const CLIENT* p : chosen)
             if (const long lValue = metric.pValue(*p); lValue >= 0)
-                s.append(metric.cpName)
-                    .append("{client=\"")
-                    .append(sLABEL(p->sName))
-                    .append("\"} ")
-                    .append(std::to_string(lValue))
-                    .append("\n");
+                s += metric.cpName + ("{client=\"" + sLABEL(p->sName) + "\"} ") +
+                     std::to_string(lValue) + "\n";
     }
     v_HEAD(s, "vk_status_timestamp_seconds", "When these figures were taken.");
     return s + "vk_status_timestamp_seconds " + std::to_string(fleet.lNow) + "\n";

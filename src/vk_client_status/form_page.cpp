@@ -126,24 +126,14 @@ void v_TILES(std::string& s, const COUNTS& counts)
     s += "<ul class=\"tiles\">\n";
     for (const TILE& tile : asctTile)
         if (tile.bAlways || tile.iCount != 0)
-            s.append("<li class=\"")
-                .append(tile.cpClass)
-                .append(tile.iCount == 0 ? " zero" : "")
-                .append("\" data-state=\"")
-                .append(tile.cpState)
-                .append("\"><span><b>")
-                .append(std::to_string(tile.iCount))
-                .append("</b> ")
-                .append(tile.cpWord)
-                .append("</span></li>\n");
+            s += std::string("<li class=\"") + tile.cpClass + (tile.iCount == 0 ? " zero" : "") +
+                 "\" data-state=\"" + tile.cpState + "\"><span><b>" + std::to_string(tile.iCount) +
+                 "</b> " + tile.cpWord + "</span></li>\n";
     s += "</ul>\n<div class=\"share\" aria-hidden=\"true\">";
     for (int i = 0; i < STATE_OFF; i++)
         if (const int iCount = at(static_cast<CLIENT_STATE>(i)); iCount != 0)
-            s.append("<hr class=\"")
-                .append(svSTATE(static_cast<CLIENT_STATE>(i)))
-                .append("\" style=\"--n:")
-                .append(std::to_string(iCount))
-                .append("\">");
+            s += "<hr class=\"" + std::string(svSTATE(static_cast<CLIENT_STATE>(i))) +
+                 "\" style=\"--n:" + std::to_string(iCount) + "\">";
     s += "</div>\n</header>\n<main>\n";
 }
 

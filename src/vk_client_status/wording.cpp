@@ -10,10 +10,7 @@ namespace {
 void v_ADD(std::string& s, int iCount, const char* cpWords)
 {
     if (iCount == 0) return;
-    s.append(s.ends_with(": ") ? "" : ", ")
-        .append(std::to_string(iCount))
-        .append(" ")
-        .append(cpWords);
+    s += (s.ends_with(": ") ? "" : ", ") + std::to_string(iCount) + " " + cpWords;
 }
 
 }  // namespace
