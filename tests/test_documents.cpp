@@ -123,4 +123,18 @@ TEST(DOCUMENTS, options_of_the_fleet_view_are_the_same_in_usage_man_page_and_com
               options);
 }
 
+TEST(DOCUMENTS, completion_offers_names_as_they_are_and_carries_nothing_of_them_out)
+{
+    constexpr const char* cpScript = R"sh(bash -c '
+        vk_client_status() { printf "%s\n" "\$(echo ran)" "a b"; }
+        for line in "vk_setup set_mode" vk_config_client "vk_config_client -c" \
+            "vk_config_client -o" vk_client_status "vk_client_status --os"; do
+            COMP_WORDS=($line "") COMP_CWORD=$(set -- $line; echo $#)
+            . ./$COMP_WORDS.bash-completion; _$COMP_WORDS; printf "%s|" "${COMPREPLY[@]}"
+        done')sh";
+    const std::string     sBoth = "$(echo ran)|a b|";
+    EXPECT_EQ(sctSHELL("cd " + std::string(VK_SOURCE_DIR) + "/packaging && " + cpScript).sOut,
+              sBoth + sBoth + "ALL_CLIENTS|" + sBoth + sBoth + sBoth + sBoth);
+}
+
 }  // namespace
