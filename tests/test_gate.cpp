@@ -1,8 +1,8 @@
 /* The gate of mode CTRL and the admission of a server: what they refuse, and that
    the tool works through them. */
+#include "common/base/descriptor.h"
 #include "common/remote/request.h"
 #include "common/remote/transport.h"
-#include "common/unix/read_now.h"
 #include "sandbox_fixture.h"
 
 using namespace testing;

@@ -7,6 +7,7 @@
 
 #include <ctime>
 
+#include "common/base/descriptor.h"
 #include "common/remote/command.h"
 #include "common/remote/ssh/known_key.h"
 #include "common/remote/ssh/sftp.h"
@@ -15,7 +16,6 @@
 #include "common/remote/wrapper.h"
 #include "common/unix/drain.h"
 #include "common/unix/local_command.h"
-#include "common/unix/read_now.h"
 #include "scratch.h"
 
 using testing::HasSubstr;

@@ -18,7 +18,6 @@
 #include "common/remote/wrapper.h"
 #include "common/text/text.h"
 #include "common/unix/cm_hal_pipe.h"
-#include "common/unix/read_now.h"
 #include "gate.h"
 
 namespace {

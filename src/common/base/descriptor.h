@@ -44,6 +44,11 @@ int iREAD_ALL(int iFd, std::string& sText, size_t uMax);
 /* The whole file, likewise. */
 int iREAD_FILE(const std::string& sFile, std::string& sText, size_t uMax = size_t{64} << 20);
 
+/* Appends what can be read now, without waiting, up to uMax bytes; the descriptor, which does
+   not block, is closed at its end.
+   Result  bytes appended */
+size_t uREAD_NOW(FD& fd, std::string& sText, size_t uMax);
+
 /* Writes all of it, in one call where the system takes it so: what several processes
    append to one file stays whole.
    Result  1; 0: errno says why not, ENOSPC where the system takes nothing more */

@@ -4,11 +4,11 @@
 #include <cerrno>
 #include <cstring>
 
+#include "../base/descriptor.h"
 #include "../config/config.h"
 #include "../lines/secret.h"
 #include "../lines/standard_error.h"
 #include "../text/text.h"
-#include "../unix/read_now.h"
 #include "output.h"
 #include "transport.h"
 #include "wrapper.h"

@@ -22,7 +22,6 @@ extern "C" {  // the header of some C libraries does not say it
 #include "../lines/secret.h"
 #include "../lines/standard_error.h"
 #include "../text/command_line.h"
-#include "read_now.h"
 #include "waiting.h"
 
 namespace {

@@ -5,8 +5,8 @@
 
 #include <algorithm>
 
+#include "../base/descriptor.h"
 #include "../base/immortal.h"
-#include "read_now.h"
 
 namespace {
 

@@ -3,10 +3,10 @@
 
 #include <unistd.h>
 
+#include "../base/descriptor.h"
 #include "../config/config.h"
 #include "forked_run.h"
 #include "local_command.h"
-#include "read_now.h"
 
 namespace {
 

@@ -22,11 +22,10 @@ void TAKE_COLUMN(const std::string& sTable, std::string sDefinition, SCHEMA& sch
     for (const char* cpKey : {" primary key", " unique", " references "}) {
         const size_t uKey = sDefinition.find(cpKey);
         if (uKey == sDefinition.npos) continue;
-        const std::string sRule = sDefinition.substr(uKey + 1);
-        schema.parts.push_back({"key", sTable, sName, "", sRule});
-        schema.parts.back().sSql =
-            sAdd +
-            (schema.parts.back().bRefers() ? "foreign key" + sPlace + " " + sRule : sRule + sPlace);
+        SCHEMA_PART key{"key", sTable, sName, sAdd, sDefinition.substr(uKey + 1)};
+        key.sSql.append(key.bRefers() ? "foreign key" : key.sRule).append(sPlace);
+        if (key.bRefers()) key.sSql.append(" ").append(key.sRule);
+        schema.parts.push_back(std::move(key));
     }
 }
 

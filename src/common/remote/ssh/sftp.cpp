@@ -17,7 +17,6 @@
 #include "../../config/config.h"
 #include "../../lines/standard_error.h"
 #include "../../text/text.h"
-#include "../../unix/read_now.h"
 #include "copy_progress.h"
 #include "ssh_words.h"
 #include "unfinished_copy.h"

@@ -14,7 +14,6 @@
 #include "../../base/holder.h"
 #include "../../base/immortal.h"
 #include "../../lines/standard_error.h"
-#include "../../unix/read_now.h"
 #include "ssh_connection.h"
 
 namespace {

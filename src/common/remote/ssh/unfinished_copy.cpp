@@ -8,7 +8,6 @@
 #include "../../base/descriptor.h"
 #include "../../config/variables.h"
 #include "../../lines/appending.h"
-#include "../../unix/read_now.h"
 
 namespace {
 
