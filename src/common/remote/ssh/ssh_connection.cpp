@@ -134,14 +134,17 @@ std::string sPARENT_DIRECTORY()
     return sPlace.empty() ? "/tmp" : sPlace;
 }
 
-FD fdLOCKED(const std::string& sPath)
+/* iHow  LOCK_NB: not where somebody else has the lock; 0: once it is free */
+FD fdLOCKED(const std::string& sPath, int iHow)
 {
     FD          fd(open(sPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
     struct stat sctStat {};
-    if (!fd.bOpen() || fstat(fd.iGet(), &sctStat) != 0 || sctStat.st_uid != geteuid() ||
-        flock(fd.iGet(), LOCK_EX | LOCK_NB) != 0)
-        return FD();
-    return fd;
+    if (!fd.bOpen() || fstat(fd.iGet(), &sctStat) != 0 || sctStat.st_uid != geteuid()) return FD();
+    int iRefused = 0;
+    do {
+        iRefused = flock(fd.iGet(), LOCK_EX | iHow);
+    } while (iRefused != 0 && errno == EINTR && bINTERRUPTED == 0);
+    return iRefused == 0 ? std::move(fd) : FD();
 }
 
 FD fdCONNECTED(const std::string& sSocket)
@@ -227,10 +230,28 @@ void REMOVE_LEFTOVERS(const std::string& sParent)
     for (fs::directory_iterator it(sParent, error), end; !error && it != end; it.increment(error)) {
         const std::string sPath = it->path().string();
         if (!it->path().filename().string().starts_with(sBASE_NAME())) continue;
-        const FD        fdLock = fdLOCKED(sPath);
+        const FD        fdLock = fdLOCKED(sPath, LOCK_NB);
         std::error_code ignored;
         if (fdLock.bOpen() && bLEFT_OVER(sPath)) fs::remove_all(sPath, ignored);
     }
+}
+
+/* Makes the folder and locks it. Who looks for leftovers at this moment has it locked
+   until he has seen that it is new; without the lock, the next one would remove it.
+   Result  0: errno says why not */
+int iMAKE(PRIVATE_DIRECTORY& directory, const std::string& sParent)
+{
+    std::string sPath = sParent + "/" + sBASE_NAME() + "XXXXXX";
+    if (mkdtemp(sPath.data()) == nullptr) return 0;
+    directory.fdLock = fdLOCKED(sPath, 0);
+    if (!directory.fdLock.bOpen()) {
+        const int iErrno = errno;
+        rmdir(sPath.c_str());
+        errno = iErrno;
+        return 0;
+    }
+    directory.sPath = sPath;
+    return 1;
 }
 
 /* Takes leave of the background processes, which became children of this process
@@ -286,14 +307,11 @@ const std::string& sPRIVATE_DIRECTORY()
     if (!directory.sPath.empty()) return directory.sPath;
     const std::string sParent = sPARENT_DIRECTORY();
     REMOVE_LEFTOVERS(sParent);
-    std::string sTemplate = sParent + "/" + sBASE_NAME() + "XXXXXX";
-    if (mkdtemp(sTemplate.data()) == nullptr) {
+    if (!iMAKE(directory, sParent)) {
         v_STDERR_ONCE("private directory", "cannot make a folder in \"%s\": %s", sParent.c_str(),
                       std::strerror(errno));
         return directory.sPath;
     }
-    directory.sPath = sTemplate;
-    directory.fdLock = fdLOCKED(sTemplate);
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     static const int iOnce = (v_AFTER_FORK(LEAVE_TO_PARENT), 1);
     static_cast<void>(iOnce);
