@@ -47,7 +47,6 @@ constexpr SENTENCE asctClosed[] = {
     {STAGES, "Connection reset by ", "", "connection-closed"},
     {STAGES, "Received disconnect from ", "", "connection-closed"},
     {STAGES, "Connection to ", " closed by remote host.", "connection-closed"},
-    {STAGES, "client_loop: send disconnect: Broken pipe", "", "connection-closed"},
 };
 // Over a host in between, once it has let us in.
 constexpr SENTENCE asctBehind[] = {
