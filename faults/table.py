@@ -326,6 +326,9 @@ FAULTS = [
     ("the connection is cut while qtc runs", "connection-lost", lambda: switch("mode=cut")),
     ("script: an account is blocked", "script-failed",
      lambda: script_says("the account is blocked by policy"), UPDATE),
+    ("script: a lock that may not be opened", "script-failed",
+     lambda: script_says("E: Could not get lock /var/lib/dpkg/lock-frontend - open (13: Permission "
+                         "denied)"), UPDATE),
     ("script: clock", "script-failed", lambda: script_says("wrong clock, no lock needed"), UPDATE),
     ("script: its own copy", "script-failed",
      lambda: script_says("relation \'x\' does not exist: Connection refused"), UPDATE),
