@@ -170,6 +170,10 @@ TEST_F(MANY, side_by_side_gives_the_same_rows_report_and_summary)
         ADD_CLIENT(cpName);
     ADD_CLIENTS({"v1", "v2", "v3"}, "VIRTUAL");
     SQL("update clients set exec='0' where client_id=0");
+    SQL("create table note (pid integer)");
+    SQL("create function note() returns trigger language plpgsql as "
+        "$$begin insert into note values (pg_backend_pid()); return null; end$$");
+    SQL("create trigger note after update on clients for each row execute function note()");
     TEXTS asFirst, asFirstRows;
     for (const char* cpParallel : {"1", "8"}) {
         SCOPED_TRACE(cpParallel);
@@ -177,6 +181,8 @@ TEST_F(MANY, side_by_side_gives_the_same_rows_report_and_summary)
         const RUN run = CHECK("ALL_CLIENTS");
         EXPECT_SUMMARY(run, 5, 3);
         EXPECT_EQ(run.sErr, "");
+        EXPECT_LE(SQL("select count(distinct pid) from note"), cpParallel) << "connections";
+        SQL("delete from note");
         TEXTS asLine = asLINES(run.sOut);
         ASSERT_EQ(asLine.size(), 17u);
         EXPECT_EQ(asLine[10], sREPORT("nohost.invalid", "Linux ",
