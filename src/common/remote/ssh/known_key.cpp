@@ -65,6 +65,7 @@ KNOWN_KEY sctKNOWN_KEY(const std::string& sFile, const std::string& sLine,
                        const std::string& sOffered)
 {
     KNOWN_KEY                           known;
+    const std::string                   sAt = sFile + ":" + sLine;
     const std::string                   sAll = sKEYGEN({"-l", "-f", sFile});
     const std::vector<std::string_view> asvPrint = asvPIECES(sAll);
     const std::vector<ENTRY>            asctEntry = asctENTRIES(sFile);
@@ -73,7 +74,7 @@ KNOWN_KEY sctKNOWN_KEY(const std::string& sFile, const std::string& sLine,
         const ENTRY& entry = asctEntry[u];
         std::string  sPrint;
         std::istringstream(std::string(asvPrint[u])) >> sPrint >> sPrint;
-        if (entry.sWhere == sFile + ":" + sLine) known.sKept = sPrint;
+        if (entry.sWhere == sAt) known.sKept = sPrint;
         const bool bHashed = entry.sNames.starts_with('|');
         if (sPrint == sOffered && known.sOther.empty() && !bHashed)
             known.sOther = sONE_LINE(entry.sNames);
