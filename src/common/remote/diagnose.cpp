@@ -119,14 +119,19 @@ std::string sWHY_NOT_RUN(const HOST& host, const std::string& sProgram, PLACES& 
     return sWord;
 }
 
-/* The line that tells an error, else the last one; none of a silent program. */
+/* The line that tells an error, else the last one; none of a silent program. Of a status
+   line, its message. */
 std::vector<std::string> asERROR_LINE(const OUTPUT& output)
 {
-    char szLine[2048];
-    if (output.LL_Lines != nullptr && iERROR_LINE(output.LL_Lines, szLine, sizeof szLine))
-        return {szLine};
-    if (output.sLastLine.empty()) return {};
-    return {output.sLastLine};
+    constexpr std::string_view svMessage = " MSG=\"";
+    char                       szLine[2048];
+    if (output.LL_Lines == nullptr || !iERROR_LINE(output.LL_Lines, szLine, sizeof szLine))
+        iTEXT_SET(szLine, output.sLastLine);
+    std::string_view svLine = szLine;
+    if (const size_t u = svLine.find(svMessage); u != svLine.npos && svLine.starts_with("STATUS="))
+        svLine = svLine.substr(u + svMessage.size(), svLine.rfind('"') - u - svMessage.size());
+    if (svLine.empty()) return {};
+    return {std::string(svLine)};
 }
 
 std::string sSCRIPT_CAUSE(long lStatus, const std::vector<std::string>& asWords,
