@@ -21,7 +21,9 @@ void WORDS(const std::vector<std::string>& asWord)
     const WORK  eWork = eWORK(asWord, sPath);
     if (eWork == WORK_NONE) return;
     MUST((eWork == WORK_RUN) == sPath.empty());
-    MUST(("/" + sPath.substr(sPath.find(':') + 1) + "/").find("/../") == std::string::npos);
+    // What is removed is named by a variable in front, a package by its file alone.
+    if (eWork == WORK_REMOVE) sPath.erase(0, sPath.find(':') + 1);
+    MUST(("/" + sPath + "/").find("/../") == std::string::npos);
     for (const std::string& sWord : asWord) {
         MUST(sWord.find_first_of("\t\r\n") == std::string::npos);
         MUST(!sWord.starts_with('/') || eWork == WORK_UPDATE || sWord == "/etc/velka2000.ini");
