@@ -10,7 +10,7 @@ def private_server(clients):
     """Brings one up and takes it down; gives its folder."""
     with tempfile.TemporaryDirectory(prefix="vk-long-test.") as folder:
         box = pathlib.Path(folder) / "box"
-        subprocess.run([SANDBOX, "up", box, "--clients", " ".join(clients), "--rows", "--standin-update",
+        subprocess.run([SANDBOX, "up", box, "--clients", " ".join(clients), "--rows", "--quick",
                         "--parent", str(os.getpid())], check=True)
         try:
             yield box

@@ -56,9 +56,11 @@ FD fdOPEN_FILE(const std::string& sFile, int iFlags, mode_t uMode)
 bool bLOCKED(int iFd, int iTries)
 {
     constexpr timespec sctPAUSE{0, 2'000'000};
-    for (; iTries > 0; iTries--) {
+    while (iTries > 0) {
         if (flock(iFd, LOCK_EX | LOCK_NB) == 0) return true;
+        if (errno == EINTR && bINTERRUPTED == 0) continue;
         if (errno != EWOULDBLOCK) return false;
+        iTries--;
         nanosleep(&sctPAUSE, nullptr);
     }
     errno = EWOULDBLOCK;
