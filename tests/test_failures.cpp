@@ -177,6 +177,11 @@ TEST_F(FAILURES, a_database_that_is_not_there_is_told_once)
         EXPECT_THAT(registration.sOut, StartsWith("STATUS=ERROR MSG=\"E004-HOSTS"));
         for (const RUN& run : {check, registration})
             EXPECT_THAT(asLINES(run.sErr), ElementsAre(HasSubstr(cpTold)));
+        const RUN many =
+            CONFIG_CLIENT({"-U", "-P", "x.deb", "-e", "1", "alpha", "beta"}, {}, 15000);
+        EXPECT_THAT(asLINES(many.sErr),
+                    ElementsAre(HasSubstr(cpTold), EndsWith("of the clients not started: the run "
+                                                            "ended before an update")));
     }
 }
 

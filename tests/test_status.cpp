@@ -626,47 +626,14 @@ TEST_F(STATUS, a_rollout_shows_who_is_done_who_is_left_and_how_it_goes_on)
                               EndsWith("1 under way, 2 left, 1 failed\n")));
 }
 
-/* Opens the page with a filter in its address, as a link does. */
-void EXPECT_FILTERED(const std::string& sPage)
-{
-    const std::string sDir = sPage.substr(0, sPage.rfind('/'));
-    const auto        dom = [&](const char* cpHash) {
-        return sctSHELL("cd " + sDir + " && HOME=" + sDir +
-                               " timeout 60 chromium --headless --no-sandbox --disable-gpu "
-                                      "--enable-logging=stderr --dump-dom 'file://" +
-                               sPage + cpHash + "' 2>log; grep CONSOLE log")
-            .sOut;
-    };
-    const std::string sBeta = dom("#q=BETA+5.1");
-    EXPECT_THAT(sBeta, HasSubstr("1 of 11 clients</output>"));
-    EXPECT_THAT(sBeta, HasSubstr("<tr class=\"f\"><th scope=\"row\"><a href=\"#c1\">beta</a>"));
-    EXPECT_THAT(sBeta, HasSubstr("<tr class=\"w\" hidden=\"\">"));
-    EXPECT_THAT(sBeta, HasSubstr("<li id=\"c0\" hidden=\"\">"));
-    EXPECT_THAT(sBeta, HasSubstr("<section class=\"cards\" id=\"updates\" hidden=\"\">"));
-    EXPECT_THAT(sBeta, HasSubstr("<html lang=\"en\" class=\"old js\">"));  // written in May
-    EXPECT_THAT(sBeta, Not(HasSubstr("CONSOLE")));
-    EXPECT_THAT(dom("#state=n"), AllOf(HasSubstr("1 of 11 clients</output>"),
-                                       HasSubstr("id=\"failing\" hidden=\"\">")));
-}
-
-TEST_F(STATUS_FLEET, page_filters_in_a_browser_and_checkers_take_page_and_metrics)
+TEST_F(STATUS_FLEET, the_page_is_valid)
 {
     const FLEET       fleet = READ();
-    const std::string sPage = sDIR() + "/page.html", sMetrics = sDIR() + "/metrics";
+    const std::string sPage = sDIR() + "/page.html";
     WRITE_FILE(sPage, sFORM_PAGE(fleet, CHOOSE(fleet, {}), 60));
-    WRITE_FILE(sMetrics, sFORM_PROMETHEUS(fleet, CHOOSE(fleet, {})));
-    std::string sMissing;
-    const auto  has = [&](const std::string& s) {
-        const bool bHas = sctSHELL("command -v " + s).iExit == 0;
-        if (!bHas) sMissing += " " + s;
-        return bHas;
-    };
-    const std::string sTidy = has("tidy") ? sctSHELL("tidy -eq " + sPage + " 2>&1").sOut : "";
-    EXPECT_EQ(sTidy, "");
-    const std::string sCheck = "promtool check metrics <" + sMetrics + " 2>&1";
-    EXPECT_EQ(has("promtool") ? sctSHELL(sCheck).sOut : "", "");
-    if (has("chromium")) EXPECT_FILTERED(sPage);
-    if (!sMissing.empty()) GTEST_SKIP() << "not installed:" << sMissing;
+    const RUN tidy = sctSHELL("tidy -eq " + sPage + " 2>&1");
+    EXPECT_EQ(tidy.sOut, "");
+    EXPECT_EQ(tidy.iExit, 0);
 }
 
 }  // namespace
