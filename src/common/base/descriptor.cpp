@@ -56,15 +56,12 @@ FD fdOPEN_FILE(const std::string& sFile, int iFlags, mode_t uMode)
 bool bLOCKED(int iFd, int iTries)
 {
     constexpr timespec sctPAUSE{0, 2'000'000};
-    while (iTries > 0) {
-        if (flock(iFd, LOCK_EX | LOCK_NB) == 0) return true;
+    while (flock(iFd, LOCK_EX | LOCK_NB) != 0) {
         if (errno == EINTR && bINTERRUPTED == 0) continue;
-        if (errno != EWOULDBLOCK) return false;
-        iTries--;
+        if (errno != EWOULDBLOCK || --iTries <= 0) return false;
         nanosleep(&sctPAUSE, nullptr);
     }
-    errno = EWOULDBLOCK;
-    return false;
+    return true;
 }
 
 bool bSTILL_NAMED(int iFd, const std::string& sFile, int iFolder)

@@ -1,7 +1,6 @@
 /* Replacing a file. */
 #include "replace.h"
 
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,6 +10,8 @@
 #include "holder.h"
 
 namespace {
+
+constexpr int iLOCK_TRIES = 2500;  // of 2 ms; whoever writes it is soon done
 
 /* The new file, locked. What lies there is taken over only when it is a file of this user
    alone, so that nobody can have another file overwritten by a link. One that its writer has
@@ -26,8 +27,7 @@ FD fdNEW(const REPLACEMENT& file)
             errno = sctOpen.st_nlink > 1 ? EMLINK : EEXIST;
             return FD();
         }
-        while (flock(fd.iGet(), LOCK_EX) != 0)
-            if (errno != EINTR) return FD();
+        if (!bLOCKED(fd.iGet(), iLOCK_TRIES)) return FD();
         if (!bSTILL_NAMED(fd.iGet(), file.sNew, file.iFolder)) continue;
         return ftruncate(fd.iGet(), 0) == 0 ? std::move(fd) : FD();
     }

@@ -1,7 +1,6 @@
 #include "ssh_connection.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -38,6 +37,7 @@ constexpr size_t uPARENT_MAX = 50;
 constexpr int    iEND_MS = 1000;
 constexpr int    iREAP_MS = 100;
 constexpr long   lNEW_S = 20;  // between the making of a folder and its lock lie milliseconds
+constexpr int    iLOCK_TRIES = 1000;  // of 2 ms
 
 struct PRIVATE_DIRECTORY {
     std::string sPath;
@@ -134,17 +134,12 @@ std::string sPARENT_DIRECTORY()
     return sPlace.empty() ? "/tmp" : sPlace;
 }
 
-/* iHow  LOCK_NB: not where somebody else has the lock; 0: once it is free */
-FD fdLOCKED(const std::string& sPath, int iHow)
+FD fdLOCKED(const std::string& sPath, int iTries)
 {
     FD          fd(open(sPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
     struct stat sctStat {};
     if (!fd.bOpen() || fstat(fd.iGet(), &sctStat) != 0 || sctStat.st_uid != geteuid()) return FD();
-    int iRefused = 0;
-    do {
-        iRefused = flock(fd.iGet(), LOCK_EX | iHow);
-    } while (iRefused != 0 && errno == EINTR && bINTERRUPTED == 0);
-    return iRefused == 0 ? std::move(fd) : FD();
+    return bLOCKED(fd.iGet(), iTries) ? std::move(fd) : FD();
 }
 
 FD fdCONNECTED(const std::string& sSocket)
@@ -230,7 +225,7 @@ void REMOVE_LEFTOVERS(const std::string& sParent)
     for (fs::directory_iterator it(sParent, error), end; !error && it != end; it.increment(error)) {
         const std::string sPath = it->path().string();
         if (!it->path().filename().string().starts_with(sBASE_NAME())) continue;
-        const FD        fdLock = fdLOCKED(sPath, LOCK_NB);
+        const FD        fdLock = fdLOCKED(sPath, 1);
         std::error_code ignored;
         if (fdLock.bOpen() && bLEFT_OVER(sPath)) fs::remove_all(sPath, ignored);
     }
@@ -243,7 +238,7 @@ int iMAKE(PRIVATE_DIRECTORY& directory, const std::string& sParent)
 {
     std::string sPath = sParent + "/" + sBASE_NAME() + "XXXXXX";
     if (mkdtemp(sPath.data()) == nullptr) return 0;
-    directory.fdLock = fdLOCKED(sPath, 0);
+    directory.fdLock = fdLOCKED(sPath, iLOCK_TRIES);
     if (!directory.fdLock.bOpen()) {
         const int iErrno = errno;
         rmdir(sPath.c_str());
