@@ -9,12 +9,17 @@
 
 namespace {
 
+/* What is empty, but for a user that somebody named. */
+constexpr std::string_view asvMOSTLY_EMPTY[] = {"{named}", "{root}"};
+
 /* A text as a line of the page: what begins a line with "." or "'" is no request there, and
    "\" stands for itself. */
 std::string sLINE(std::string_view svText)
 {
     std::string sLine = svText.starts_with('.') || svText.starts_with('\'') ? "\\&" : "";
     for (const char c : svText) sLine.append(c == '\\' ? "\\e" : std::string(1, c));
+    for (const std::string_view sv : asvMOSTLY_EMPTY)
+        if (const size_t uAt = sLine.find(sv); uAt != sLine.npos) sLine.erase(uAt, sv.size());
     return sLine + ".\n";
 }
 
