@@ -29,7 +29,7 @@ Views (without one: how the clients are)
   --since TIME           or since TIME ("2026-11-25 06:00") or so long ago (12h, 3d)
   --remember FILE        or since the last call with FILE, which is written anew
   --list WHAT            each once: systems, locations, versions or causes
-Choices (several narrow; one given several times takes any of its values)
+Choices (all must match; of several NAME, --cause, --location or --os, one)
   --failed               whose last run failed
   --cause CAUSE          failing for that cause ('host-key-*'), or with that message (E011)
   --stale DAYS           not checked for more than DAYS days
@@ -41,7 +41,7 @@ Choices (several narrow; one given several times takes any of its values)
   --update-failed        whose last update failed, was interrupted or was not started
   --restart-pending      whose update waits for a restart
   --same-host-key        that show the same host key as another client
-Forms (without one: a table; views have the first three as well)
+Forms (without one: a table; --plan and --rollout have the first three, --changed --json)
   --names [-0]           names, one a line, or each closed by a zero byte
   --json                 a JSON object a line
   --csv                  comma-separated values
