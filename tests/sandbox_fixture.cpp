@@ -266,8 +266,8 @@ void SANDBOX::SetUp()
 {
     m_sDir = sTEMP_DIR();
     ASSERT_FALSE(m_sDir.empty());
-    ASSERT_TRUE(bSCRIPT({"up", m_sDir, "--cluster", sCLUSTER(), "--parent",
-                         std::to_string(getpid()), "--quick"}));
+    ASSERT_TRUE(bSCRIPT(
+        {"up", m_sDir, "--cluster", sCLUSTER(), "--parent", std::to_string(getpid()), "--quick"}));
     for (const std::string& sLine : asLINES(sREAD_FILE(m_sDir + "/vk.ini"))) {
         const std::string sKey = "conninfo = ";
         if (!sLine.starts_with(sKey)) continue;

@@ -155,7 +155,9 @@ TEST_F(ROLLOUTS, twenty_clients_pilot_limit_Ctrl_C_and_a_rerun_that_ends_green)
     /* The limit, reached while others are at work: c01 has the version, c02 to c04 fail, c04
        when c11 is at work; the others wait until no further one is started. */
     const std::string sGo = sDIR() + "/go", sGo4 = sDIR() + "/go4";
-    const std::string sWait = "before=until [ -e " + sGo + " ]; do sleep 0.02; done";
+    const std::string sBegun = sDIR() + "/begun";
+    const std::string sWait =
+        "before=printf x >>" + sBegun + "; until [ -e " + sGo + " ]; do sleep 0.02; done";
     SWITCH("c03", "vk_execute_update", {"exit=3"});
     SWITCH("c04", "vk_execute_update",
            {"exit=3", "before=until [ -e " + sGo4 + " ]; do sleep 0.02; done"});
@@ -185,9 +187,10 @@ TEST_F(ROLLOUTS, twenty_clients_pilot_limit_Ctrl_C_and_a_rerun_that_ends_green)
     for (const std::string& sName : asCLIENTS(2, 4)) SWITCH(sName, "vk_execute_update", {sWait});
     const TEXTS asLeft = UPDATE_FAILED();
     ASSERT_EQ(asLeft.size(), 12U);
+    WRITE_FILE(sBegun, "");
     started = START(UPDATE_OF(asLeft));
-    ASSERT_TRUE(bWAIT_UNTIL(
-        60000, [&] { return SQL("select count(*) from clients where update_state='a'") == "8"; }));
+    ASSERT_TRUE(bWAIT_UNTIL(60000, [&] { return sREAD_FILE(sBegun).size() == 8; }));
+    iSLEEP_MS(500);  // until each run has read that its script has begun
     EXPECT_EQ(asLINES(STATUS({"--names", "--updating"}).sOut).size(), 8U);
     KILL_GROUP(started, SIGINT);
     run = WAIT(started);
