@@ -466,7 +466,9 @@ TEST_F(STATUS_FLEET, program_answers_from_the_logs_when_the_database_is_gone)
 /* The plan of an update, and what the update then does. */
 TEST_F(STATUS, the_plan_says_what_the_update_does_over_a_fleet_of_every_kind)
 {
-    ADD_CLIENTS({"back", "busy", "fresh", "nokey", "off", "old", "refused", "rest", "same", "w7"});
+    ADD_CLIENTS(
+        {"back", "busy", "fresh", "nokey", "off", "old", "refused", "rest", "same", "tkc1", "w7"});
+    ADD_CLIENT("x1", "VIRTUAL");
     const std::string sPackage = "velka-cli_5.2.0-4_amd64.deb";
     PACKAGE(sPackage);
     PACKAGE(sPackage + ".asc");
@@ -479,7 +481,7 @@ TEST_F(STATUS, the_plan_says_what_the_update_does_over_a_fleet_of_every_kind)
     SQL("update clients set update_state='1', update_message='WARNING W004-HOSTS   A restart', "
         "update_date=now(), access_time=now() where name='rest'");
     m_sProgram = VK_PROGRAM;
-    for (const char* cpSick : {"nokey", "refused"}) CHECK(cpSick);
+    for (const char* cpSick : {"nokey", "refused", "tkc1"}) CHECK(cpSick);
     const auto RUN_STATUS = [&](const TEXTS& asArgument) {
         STARTED_RUN run = START_COMMAND(TEXTS{VK_STATUS_PROGRAM} + asArgument);
         return WAIT(run);
@@ -502,7 +504,9 @@ TEST_F(STATUS, the_plan_says_what_the_update_does_over_a_fleet_of_every_kind)
         {"refused", "failing", "Error from alive test: ", 2},
         {"rest", "restart pending", "I013", 0},
         {"same", "same version", "Old and new Velka versions on client same are identical", 1},
+        {"tkc1", "failing", "Error from alive test: ", 2},
         {"w7", "refused", "Update of Windows 7 with QIR velka version 5.2.0.0 is not supported", 2},
+        {"x1", "failing", "Error from alive test: ", 2},
     };
     // clang-format on
     TEXTS asUpdated;
@@ -514,8 +518,8 @@ TEST_F(STATUS, the_plan_says_what_the_update_does_over_a_fleet_of_every_kind)
     EXPECT_EQ(asLINES(RUN_STATUS(asPlan + TEXTS{"--names"}).sOut), asUpdated);
     INI("variables", "gv_update_pilot", "2");
     EXPECT_THAT(RUN_STATUS(asPlan).sOut,
-                EndsWith("10 clients: 2 update, 1 goes back, 1 restart pending, 1 same version, 1 "
-                         "refused, 2 failing, 1 update under way, 1 off\npilot: back, fresh\n"
+                EndsWith("12 clients: 2 update, 1 goes back, 1 restart pending, 1 same version, 1 "
+                         "refused, 4 failing, 1 update under way, 1 off\npilot: back, fresh\n"
                          "package: " +
                          sRW() + "work/packages/" + sPackage + "\nsignature: " + sRW() +
                          "work/packages/" + sPackage +
@@ -528,8 +532,8 @@ TEST_F(STATUS, the_plan_says_what_the_update_does_over_a_fleet_of_every_kind)
     for (const auto& row : asctRow) asName.emplace_back(row.cpName);
     CONFIG_CLIENT(TEXTS{"-U", "-P", sPackage} + asName);
     EXPECT_THAT(RUN_STATUS({"--rollout"}).sOut,
-                AllOf(HasSubstr("\n9 clients: 4 done, 1 same version, 1 under way, 3 failed\n"),
-                      EndsWith(" -- nokey refused w7\n")));
+                AllOf(HasSubstr("\n11 clients: 4 done, 1 same version, 1 under way, 5 failed\n"),
+                      EndsWith(" -- nokey refused tkc1 w7 x1\n")));
     const std::string sLog = sALL_FILES(sRW() + "prot", ".jsonl");
     for (const auto& row : asctRow) {
         SCOPED_TRACE(row.cpName);
@@ -561,6 +565,7 @@ TEST_F(STATUS, changes_are_told_once_and_nothing_when_there_are_none)
     LINE("2026-05-18T03:00:00Z", "gone", "0");
     LINE("2026-05-20T02:00:00Z", "gone", "0", "", "remove");
     LINE("2026-05-20T02:00:00Z", "fresh", "0", "", "register");
+    LINE("2026-05-20T02:00:00Z", "velkasrv", "0", R"("client_id":0)");
     LINE("2026-05-20T03:00:00Z", "fails", "1", R"("cause":"login","command":"x y")");
     LINE("2026-05-20T03:00:00Z", "other", "1", R"("cause":"disk-full")");
     LINE("2026-05-20T01:00:00Z", "heals", "0", R"("version_before":"5.1.0-3")", "update");
@@ -570,11 +575,17 @@ TEST_F(STATUS, changes_are_told_once_and_nothing_when_there_are_none)
     READ_WISH            wish{lNOW, iSTRIP_DAYS, 3, "", 10};
     wish.lSince = lNOW - 86400;
     iREAD_FLEET(wish, fleet, runs);
-    EXPECT_EQ(sFORM_CHANGES(fleet, CHOOSE(fleet, {}), fleet.priors, false, wish.lSince, FORM_TABLE),
+    EXPECT_EQ(sFORM_CHANGES(fleet, {}, fleet.priors, false, wish.lSince, FORM_TABLE),
               "fails: began to fail: login; type: x y\nfresh: new 5.1.0-3\n"
               "heals: well again, was port-closed\nheals: update done\n"
               "heals: version 5.2.0-1, was 5.1.0-3\nother: other cause: disk-full, was "
               "port-closed\ngone: removed\n");
+    CHOICE named;
+    named.asName = {"[!fho]*"};
+    EXPECT_EQ(sFORM_CHANGES(fleet, named, fleet.priors, false, wish.lSince, FORM_TABLE),
+              "gone: removed\n");
+    named.bFailed = true;
+    EXPECT_EQ(sFORM_CHANGES(fleet, named, fleet.priors, false, wish.lSince, FORM_TABLE), "");
 
     // By the program, which remembers.
     const TEXTS asChanged{"--changed", "--days", "36000", "--remember", sDIR() + "/state"};

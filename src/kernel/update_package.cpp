@@ -29,24 +29,14 @@ void v_REQUIRE_PACKAGE(UPDATE_RUN* pRun)
     v_UPDATE_END(pRun, VK_ERROR);
 }
 
-/* "5.2.0-4" of the number that l_cli_version makes of it. */
-std::string sVERSION(long lNumber)
-{
-    constexpr long lPART = 100'000;
-    char           szVersion[128];
-    x_Snprintf(szVersion, sizeof szVersion, "%ld.%ld.%ld-%ld", lNumber / lPART / lPART / lPART,
-               lNumber / lPART / lPART % lPART, lNumber / lPART % lPART, lNumber % lPART);
-    return szVersion;
-}
-
 /* A lower version is taken, and may not be what was meant. */
 void v_TELL_DOWNGRADE(const UPDATE_RUN* pRun, const PACKAGE_VERSION& version, long lInstalled)
 {
     const char* cpNode = pRun->pArg->szNodeName;
     const long  lServicepack = std::strtol(pRun->szServicepackNumber, nullptr, 10);
     if (pRun->pArg->eUpdate == update && version.lNumber < lInstalled)
-        TELL("%s goes back from %s to %s", cpNode, sVERSION(lInstalled).c_str(),
-             sVERSION(version.lNumber).c_str());
+        TELL("%s goes back from %s to %s", cpNode, sVERSION_TEXT(lInstalled).c_str(),
+             sVERSION_TEXT(version.lNumber).c_str());
     if (pRun->pArg->eUpdate == sp_update && version.lNumber == lInstalled &&
         version.lServicepack < lServicepack)
         TELL("%s goes back from service pack %ld to %ld", cpNode, lServicepack,

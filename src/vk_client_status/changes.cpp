@@ -132,13 +132,13 @@ int iREAD_REMEMBERED(const std::string& sText, PRIORS& priors)
     return 1;
 }
 
-std::string sFORM_CHANGES(const FLEET& fleet, const CHOSEN& chosen, const PRIORS& priors,
+std::string sFORM_CHANGES(const FLEET& fleet, const CHOICE& choice, const PRIORS& priors,
                           bool bWhole, long lSince, FORM eForm)
 {
     LISTING                    listing{asctColumn, {}, ""};
     std::set<std::string_view> names;
     for (const CLIENT& client : fleet.clients) names.insert(client.sName);
-    for (const CLIENT* p : chosen) {
+    for (const CLIENT* p : CHOOSE(fleet, choice)) {
         const auto known = priors.find(p->sName);
         if (known != priors.end())
             v_COMPARE(*p, known->second, lSince, listing);
@@ -146,7 +146,7 @@ std::string sFORM_CHANGES(const FLEET& fleet, const CHOSEN& chosen, const PRIORS
             v_COMPARE(*p, {false, false, "", "", UPDATE_NONE, 0}, lSince, listing);
     }
     for (const auto& [sName, prior] : priors)
-        if (!names.contains(sName))
+        if (!names.contains(sName) && bCHOSEN_GONE(choice, sName))
             listing.rows.push_back(
                 {{sName, "removed", "", "", "", "", ""}, "", COLOR_NONE, {}, true});
     if (eForm != FORM_TABLE) return sFORM_LISTING(listing, eForm, fleet.lNow, {}, false);

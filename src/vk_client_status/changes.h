@@ -2,6 +2,7 @@
    changed. */
 #pragma once
 
+#include "chosen.h"
 #include "listing.h"
 
 /* The fleet as it is, to be compared with later: one JSON object per client and line. */
@@ -14,5 +15,5 @@ int iREAD_REMEMBERED(const std::string& sText, PRIORS& priors);
    that only they name is removed; else a client without a prior has not changed.
    lSince: an update that ended by then is none that ended since.
    A line for each client, or JSON. */
-std::string sFORM_CHANGES(const FLEET& fleet, const CHOSEN& chosen, const PRIORS& priors,
+std::string sFORM_CHANGES(const FLEET& fleet, const CHOICE& choice, const PRIORS& priors,
                           bool bWhole, long lSince, FORM eForm);

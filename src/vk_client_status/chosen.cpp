@@ -84,6 +84,14 @@ std::vector<const CLIENT*> CHOOSE(const FLEET& fleet, const CHOICE& choice)
     return chosen;
 }
 
+bool bCHOSEN_GONE(const CHOICE& choice, const std::string& sName)
+{
+    CHOICE others = choice;
+    others.asName.clear();
+    return others == CHOICE{} &&
+           bANY(choice.asName, [&](const std::string& s) { return bNAME(s, sName); });
+}
+
 std::vector<std::string> asUNFITTING(const FLEET& fleet, const CHOICE& choice)
 {
     std::vector<std::string> asNobody;

@@ -17,10 +17,15 @@ struct CHOICE {
     int                      iStaleDays = -1;    // not looked at for so long; -1: any
     bool bFailed = false, bNever = false, bUpdating = false, bUpdateFailed = false;
     bool bRestartPending = false, bSameHostKey = false;
+
+    bool operator==(const CHOICE&) const = default;
 };
 
 /* The clients that fit, in the order of their names. */
 std::vector<const CLIENT*> CHOOSE(const FLEET& fleet, const CHOICE& choice);
+
+/* The same of a client that has no row any more, of which only the name is known. */
+bool bCHOSEN_GONE(const CHOICE& choice, const std::string& sName);
 
 /* The names and patterns that no client of the fleet has. */
 std::vector<std::string> asUNFITTING(const FLEET& fleet, const CHOICE& choice);

@@ -257,6 +257,8 @@ void v_TAKE_PRIORS(LOGS& logs, PRIORS& priors)
 {
     for (const auto& [sName, record] : logs.clients) {
         if (!record.bLater || !record.bReal) continue;
+        OUTCOME last;  // of the server itself nothing is told, as of its row
+        if (iREAD_OUTCOME(logs, record.last, last) && last.sClientId == "0") continue;
         PRIOR&  prior = priors[sName];
         OUTCOME failure;
         prior.bKnown = !record.bNew;

@@ -204,7 +204,7 @@ constexpr OPTION asctOption[] = {
     {"prometheus", nullptr, bFORM<FORM_PROMETHEUS>, uANY, uANY, 'f'},
     {"html", "a file",
      [](OPTIONS& o, const std::string& s) {
-         o.sOutput = s;
+         o.sPage = s;
          return bFORM<FORM_PAGE>(o, s) && !s.empty();
      },
      uANY, uANY, 'f'},
@@ -292,8 +292,8 @@ void v_TELL_UNUSED(const OPTIONS& options, const GIVEN& given)
             v_STDERR("option --%s is not used here", p->cpName);
     if (options.bZero && options.eForm != FORM_NAMES)
         v_STDERR("option -0 is not used without --names");
-    if (options.eView == VIEW_LIST && !options.choice.asName.empty())
-        v_STDERR("names are not used with --list");
+    if (options.eView == VIEW_LIST && options.choice != CHOICE{})
+        v_STDERR("names and choices are not used with --list");
 }
 
 }  // namespace

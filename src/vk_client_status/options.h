@@ -21,6 +21,7 @@ struct OPTIONS {
     std::string              sList;          // of VIEW_LIST
     int                      iEvery = 1440;  // minutes between two writings of the page
     std::string              sOutput;        // file that is replaced; empty: standard output
+    std::string              sPage;          // the file of --html
     std::string              sColor = "auto";
     int                      iWidth = -1;  // -1: that of the terminal
     int                      iDays = iSTRIP_DAYS;

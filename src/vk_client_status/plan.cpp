@@ -64,10 +64,11 @@ struct PLANNED {
     PACKAGE_VERSION version;
 };
 
-/* The client did not answer at its last check, or at its last update before that began. */
+/* An update would fail before it begins: of mode VIRTUAL, or by what the last check, or the
+   last update before it began, has found. */
 bool bUNREACHED(const CLIENT& client)
 {
-    constexpr std::string_view asvId[] = {"E002", "E009", "E010", "E011"};
+    constexpr std::string_view asvId[] = {"E002", "E007", "E009", "E010", "E011", "E020"};
     return client.eState == STATE_FAILED && client.sId != "0" &&
            (client.sMessage.starts_with("Error from alive test: ") ||
             std::any_of(std::begin(asvId), std::end(asvId),
@@ -91,6 +92,8 @@ PLANNED sctJUDGED(const CLIENT& client, const PLAN_WISH& wish)
     planned.sWhy = sPACKAGE_REFUSED(cpPackage, version, client.sOs);
     if (!client.bTakesPart) return {PLAN_OFF, "", "exec is not '1'", {}};
     if (client.eUpdate == UPDATE_RUNNING) return {PLAN_RUNNING, "", "", {}};
+    if (client.sMode == "VIRTUAL")
+        return {PLAN_FAILING, "no-remote-access", "access mode VIRTUAL", {}};
     if (bUNREACHED(client)) return {PLAN_FAILING, sREASON(client), sWHY(client), {}};
     if (!planned.sWhy.empty()) {
         const bool bOther = version.lNumber == 0 && wish.bServicepack &&
@@ -110,7 +113,7 @@ PLANNED sctJUDGED(const CLIENT& client, const PLAN_WISH& wish)
 LISTING_ROW sctROW(const CLIENT& client, const PLANNED& planned, bool bServicepack)
 {
     const VERDICT_WORDS& words = asctVerdict[planned.eVerdict];
-    const std::string    sAfter = words.bUpdated ? planned.version.sText : "";
+    const std::string    sAfter = words.bUpdated ? sVERSION_TEXT(planned.version.lNumber) : "";
     const std::string sNumber = words.bUpdated ? std::to_string(planned.version.lServicepack) : "";
     LISTING_ROW       row;
     row.asValue = {client.sName,
@@ -138,7 +141,8 @@ LISTING_ROW sctROW(const CLIENT& client, const PLANNED& planned, bool bServicepa
 std::string sPILOT(LISTING& listing, const std::vector<VERDICT>& aeVerdict)
 {
     int iPilot = 0;
-    iCONFIG_BRAKE("gv_update_pilot", iPilot);
+    if (!iCONFIG_BRAKE("gv_update_pilot", iPilot))
+        return "pilot: gv_update_pilot is invalid; the update would be refused\n";
     const auto               uPilot = static_cast<size_t>(std::max(iPilot, 0));
     std::vector<std::string> asPilot;
     std::string              sStops;

@@ -104,7 +104,8 @@ int iREPLACE_FILE(const std::string& sFile, const std::string& sText)
 
 int iWRITE(const OPTIONS& options, const std::string& sText)
 {
-    if (!options.sOutput.empty()) return iREPLACE_FILE(options.sOutput, sText);
+    const std::string& sFile = options.eForm == FORM_PAGE ? options.sPage : options.sOutput;
+    if (!sFile.empty()) return iREPLACE_FILE(sFile, sText);
     const bool bRaw = options.eForm != FORM_TABLE && isatty(STDOUT_FILENO) == 1;
     if (iWRITE_ALL(STDOUT_FILENO, bRaw ? sFOR_TERMINAL(sText) : sText)) return 1;
     v_STDERR("cannot write to standard output: %s", std::strerror(errno));
@@ -255,12 +256,13 @@ int iSHOW(const OPTIONS& options)
             sText = sLISTED(sctROLLOUT_VIEW(fleet, chosen, options.asTyped));
             break;
         case VIEW_CHANGED:
-            sText = sFORM_CHANGES(fleet, chosen, bWhole ? priors : fleet.priors, bWhole,
+            sText = sFORM_CHANGES(fleet, options.choice, bWhole ? priors : fleet.priors, bWhole,
                                   wish.lSince, options.eForm);
             iExit = 0;
             break;
         case VIEW_LIST:
             sText = sLIST(options.sList, fleet);
+            iExit = 0;
             break;
     }
     if (!iWRITE(options, sText)) return bNagios ? iEXIT_UNKNOWN : iEXIT_TROUBLE;

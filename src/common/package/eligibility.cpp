@@ -57,6 +57,15 @@ CLIENT_KIND sctCLIENT_KIND(std::string_view svOs)
     return {bProper || svOs.find("windows") != svOs.npos, bProper ? ".cmd" : ""};
 }
 
+std::string sVERSION_TEXT(long lNumber)
+{
+    constexpr long lPART = 100'000;
+    char           szVersion[128];
+    x_Snprintf(szVersion, sizeof szVersion, "%ld.%ld.%ld-%ld", lNumber / lPART / lPART / lPART,
+               lNumber / lPART / lPART % lPART, lNumber / lPART % lPART, lNumber % lPART);
+    return szVersion;
+}
+
 std::string sPACKAGE_SOURCE(const std::string& sPackage)
 {
     return sPackage.starts_with('/') ? sPackage : "gv_rw_work:packages/" + sPackage;

@@ -26,6 +26,9 @@ struct PACKAGE_VERSION {
     long        lServicepack = 0;  // number of the service pack; 0 for a package
 };
 
+/* "5.2.0-4" of the number that l_cli_version makes of it. */
+std::string sVERSION_TEXT(long lNumber);
+
 /* cpPackage     name or path of the package
    bServicepack  it is a service pack, whose name differs by the kind of client
    Result        lNumber 0 when the name does not tell a version */
