@@ -182,6 +182,8 @@ void v_COMPLETE_INTERFACES(const SCT_ARGS* pArg)
     TRACE("default interface prefix is \"%s\"", szPrefix);
     const bool bHttpsFirst = bIS(szPrefix, "https");
     if (!iINTERFACES_MISSING(pArg)) return;
+    if (!bHttpsFirst && !bIS(szPrefix, "http"))
+        TELL("default interface prefix \"%s\" is not http or https; http comes first", szPrefix);
     TRACE("+++ Add interfaces for http, https and ftp");
     if (bHttpsFirst) TRACE("Add https interface as first one");
     iDB_TRANSACTION(sNOT_STORED(cpWhat, pArg), strLog, [&] {

@@ -151,7 +151,9 @@ CLIENT_END eEND(const CLIENT_CHILD& child)
                    : CLIENT_UPDATED;
     const bool bSame =
         svLine.starts_with("STATUS=ERROR MSG=\"" + sSAFE_LINE(sSAME_VERSION(child.sName)));
-    return bSame ? CLIENT_HAS_VERSION : CLIENT_FAILED;
+    const bool bRestart = svLine.starts_with("STATUS=ERROR MSG=\"W004") ||
+                          svLine.starts_with("STATUS=ERROR MSG=\"W005");
+    return bSame ? CLIENT_HAS_VERSION : bRestart ? CLIENT_TO_RESTART : CLIENT_FAILED;
 }
 
 /* Starts the run of the next client. Where this process has as many children as it can

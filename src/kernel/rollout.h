@@ -23,6 +23,7 @@ struct ROLLOUT {
 enum CLIENT_END {
     CLIENT_UPDATED,
     CLIENT_FAILED,
+    CLIENT_TO_RESTART,   // a failure for the brakes; updated, so that nothing is to be done again
     CLIENT_HAS_VERSION,  // a failure by its exit code, of which nothing follows
     CLIENT_UPDATING,     // another run is at it: a success by its exit code
 };
