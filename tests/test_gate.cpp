@@ -548,6 +548,8 @@ TEST_F(ADMISSION, a_renamed_server_stays_admitted_when_its_old_name_is_taken_bac
         SETUP({"unset_client", "old"});
         EXPECT_THAT(asLINES(sREAD_FILE(sFILE())), ElementsAre(EndsWith(sKEY() + " vk_setup:new")));
         EXPECT_EQ(SETUP({"set_client", "old"}).iExit, 2) << "nothing of the old name is kept";
+        SETUP({"unset_client", "new", "--mode", cpMode[0] == 'C' ? "VKSSH" : "CTRL"});
+        EXPECT_EQ(asLINES(sREAD_FILE(sFILE())).size(), 1U) << "the line of this mode";
         SETUP({"unset_client", "new"});
     }
 }

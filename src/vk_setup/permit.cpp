@@ -137,15 +137,16 @@ PERMIT_CHANGE sctADMIT(std::string_view svText, const PERMIT& permit)
     return change;
 }
 
-PERMIT_CHANGE sctTAKE_BACK(std::string_view svText, const std::string& sServer)
+PERMIT_CHANGE sctTAKE_BACK(std::string_view svText, const std::string& sServer,
+                           std::string_view svMode)
 {
     PERMIT_CHANGE     change;
     std::vector<LINE> lines = LINES(svText);
     std::erase_if(lines, [&](const LINE& line) {
-        if (line.sServer == sServer)
-            change.asDone.push_back("removed a line of " + sServer + ", mode " +
-                                    std::string(line.svMode()));
-        return line.sServer == sServer;
+        if (line.sServer != sServer || (!svMode.empty() && line.svMode() != svMode)) return false;
+        change.asDone.push_back("removed a line of " + sServer + ", mode " +
+                                std::string(line.svMode()));
+        return true;
     });
     JOIN(lines, change);
     return change;

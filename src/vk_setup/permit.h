@@ -34,5 +34,6 @@ struct PERMIT_CHANGE {
    already, the new one goes before it, since sshd takes the first. */
 PERMIT_CHANGE sctADMIT(std::string_view svText, const PERMIT& permit);
 
-/* Takes back all that was admitted for a server. */
-PERMIT_CHANGE sctTAKE_BACK(std::string_view svText, const std::string& sServer);
+/* Takes back what was admitted for a server, of that mode or (empty) of all. */
+PERMIT_CHANGE sctTAKE_BACK(std::string_view svText, const std::string& sServer,
+                           std::string_view svMode);

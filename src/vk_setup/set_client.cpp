@@ -404,9 +404,11 @@ int iUNSET_CLIENT(const std::vector<std::string>& asArgument)
 {
     CALL call;
     if (!iBEGIN(asArgument, call)) return iUSAGE;
-    if (!call.asKey.empty())
-        return iTELL("unset_client takes the name of the server alone", iUSAGE);
-    const std::string&       sServer = call.permit.sServer;
+    const PERMIT& permit = call.permit;
+    if (!call.asKey.empty() || !permit.sPackages.empty() || !permit.sFrom.empty())
+        return iTELL("unset_client takes the name of the server, --mode, --file and --config alone",
+                     iUSAGE);
+    const std::string&       sServer = permit.sServer;
     std::vector<std::string> asFile{call.sFile};
     int                      iExit = 0;
     if (call.sFile.empty()) {
@@ -425,8 +427,9 @@ int iUNSET_CLIENT(const std::vector<std::string>& asArgument)
         if (!iKEY_FILE_OPEN(sFile, call.sFile.empty() && sFile == sROOTS_FILE(), file, sReason))
             iExit = iTELL(sReason, 1);
         else
-            iExit = std::max(iExit, iSTORE(file, sctTAKE_BACK(file.sText, sServer), false));
+            iExit = std::max(iExit,
+                             iSTORE(file, sctTAKE_BACK(file.sText, sServer, permit.sMode), false));
     }
-    if (iExit == 0) FORGET(sServer, "", "");
+    if (iExit == 0) FORGET(sServer, permit.sMode, "all");
     return iExit;
 }

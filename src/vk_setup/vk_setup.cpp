@@ -37,7 +37,7 @@ void USAGE(FILE* pFile)
         "                             prints a directory or variable of vk.ini\n"
         "       vk_setup set_client SERVER [--mode CTRL|VKSSH] [--packages signed|none|any]\n"
         "                           [--from ADDRESS] [--file FILE] [--config FILE] [KEY...]\n"
-        "       vk_setup unset_client SERVER [--file FILE] [--config FILE]\n"
+        "       vk_setup unset_client SERVER [--mode CTRL|VKSSH] [--file FILE] [--config FILE]\n"
         "                             on a client: admits that server, takes it back\n"
         "vk_setup(8) explains them.\n",
         pFile);

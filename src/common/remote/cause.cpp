@@ -20,7 +20,7 @@ constexpr CAUSE asctCause[] = {
     {"work-file", STAGE_SERVER, "this server cannot write the work file {file}: {why}", "on this server: see mode, owner and room of its folder (ls -ld, df -h)"},
     {"lock-file", STAGE_SERVER, "this server cannot make the lock of the update", "on this server: see mode, owner and room of the folder that the words name (ls -ld, df -h)"},
     {"no-remote-access", STAGE_SERVER, "{host} is registered without remote access (mode VIRTUAL)", "on {host}: update by hand; or give it another access mode"},
-    {"mode-not-configured", STAGE_SERVER, "the access mode {mode} of {host} has no section in vk.ini", "on this server: add [access {mode}] to vk.ini, or give {host} another access mode"},
+    {"mode-not-configured", STAGE_SERVER, "the access mode {mode} of {host} has no usable section in vk.ini", "on this server: see [access {mode}] in vk.ini, or give {host} another access mode"},
     {"config-unreadable", STAGE_SERVER, "ssh cannot read its configuration {config}", "on this server: see [access {mode}] in vk.ini, and ls -l {config}"},
     {"config-not-ours", STAGE_SERVER, "others may write to ssh's configuration {file}, so ssh refuses it", "on this server, let only its owner write there", "chown root {file} && chmod go-w {file}"},
     {"config-bad-option", STAGE_SERVER, "ssh does not understand line {line} of {file}", "on this server: correct that line"},

@@ -63,11 +63,19 @@ std::string sSHOWN(const CONNECTION_TEXT& text)
 
 CONNECTION pCONNECT(const std::string& sText, std::string& sError)
 {
-    const char* const acpKeyword[] = {
-        "connect_timeout",  "application_name", "keepalives_idle", "keepalives_interval",
-        "tcp_user_timeout", "dbname",           "client_encoding", nullptr};
-    const char* const acpValue[] = {"10",    "vk_setup",    "30",   "10",
-                                    "60000", sText.c_str(), "UTF8", nullptr};
+    const bool        bSeveral = sctCONNECTION_TEXT(sText).sHost.find(',') != std::string::npos;
+    const char* const acpKeyword[] = {"connect_timeout",
+                                      "application_name",
+                                      "keepalives_idle",
+                                      "keepalives_interval",
+                                      "tcp_user_timeout",
+                                      "target_session_attrs",
+                                      "dbname",
+                                      "client_encoding",
+                                      nullptr};
+    const char* const acpValue[] = {"10",          "vk_setup", "30",
+                                    "10",          "60000",    bSeveral ? "read-write" : "any",
+                                    sText.c_str(), "UTF8",     nullptr};
     CONNECTION        pConn{PQconnectdbParams(acpKeyword, acpValue, 1)};
     if (!pConn || PQstatus(pConn.get()) != CONNECTION_OK) {
         sError = pConn ? sLINE(PQerrorMessage(pConn.get())) : "no memory";

@@ -95,7 +95,10 @@ int iPERMIT_LINE(const std::string& sMode, std::string& sLine, std::string& sErr
     std::string sConfig;
     if (!iCONFIG_ACCESS(sMode.c_str(), sConfig))
         return iREASON(sError, "access mode \"" + sMode + "\" is not configured");
-    std::vector<std::string> asWord{"vk_setup", "set_client", sSERVER_NAME(), "--mode", sMode};
+    const std::string sName = sSERVER_NAME(sError);
+    if (sName.empty())
+        return iREASON(sError, "the server's name cannot be read from the database: " + sError);
+    std::vector<std::string> asWord{"vk_setup", "set_client", sName, "--mode", sMode};
     const size_t             uWithoutKey = asWord.size();
     for (const std::string& sKey : asIDENTITIES(sConfig, sError)) {
         std::string sPublic;

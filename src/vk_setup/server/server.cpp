@@ -43,12 +43,11 @@ std::string sMACHINE_NAME()
     return szName;
 }
 
-std::string sSERVER_NAME()
+std::string sSERVER_NAME(std::string& sError)
 {
-    std::string      sError;
     const CONNECTION pConn =
         pCONNECT(sCONFIG_TEXT("database", "conninfo", szCONFIG_CONNINFO), sError);
-    if (!pConn) return sMACHINE_NAME();
+    if (!pConn) return {};
     const SERVER_ROW row = sctSERVER_ROW(pConn.get());
     return row.bThere && !row.sName.empty() ? row.sName : sMACHINE_NAME();
 }
@@ -82,7 +81,9 @@ int iSERVER(const SETUP_ARGS& args)
     v_SETUP_CONFIGURATION();
     const int iDatabase = iSETUP_DATABASE(args);
     v_SETUP_DIRECTORIES();
-    v_SETUP_ACCESS(args.sName.empty() ? sSERVER_NAME() : args.sName);
+    std::string       sError;
+    const std::string sStored = args.sName.empty() ? sSERVER_NAME(sError) : args.sName;
+    v_SETUP_ACCESS(sStored.empty() ? sMACHINE_NAME() : sStored);
     i_SEMA('-', &sema);
     if (iREPORT_EXIT() != 0 || !iDatabase) {
         std::printf("\nNot everything is done; see vk_setup check.\n");

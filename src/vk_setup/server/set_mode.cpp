@@ -82,6 +82,11 @@ int iBRING_TO_MODE(const SETUP_ARGS& args)
         v_STDERR("cannot reach the database: %s; vk_setup check says more", sError.c_str());
         return 0;
     }
+    if (sctSERVER_ROW(pConn.get()).sName == args.sClient) {
+        v_STDERR("\"%s\" is this backup server, which no access mode leads to",
+                 args.sClient.c_str());
+        return 0;
+    }
     if (!iKNOWN_SYSTEM(pConn.get(), args)) return 0;
     FOUND eFound = eSTORED_MODE(pConn.get(), args, sMode);
     if (eFound == FOUND_NOT && args.sSystem.empty())

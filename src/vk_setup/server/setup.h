@@ -39,9 +39,10 @@ void v_CHECK_DATABASE();
 
 /* ---- what they share ------------------------------------------------------ */
 
-/* The name of the server: its row's, else the machine's. */
 std::string sMACHINE_NAME();
-std::string sSERVER_NAME();
+/* The name of the server: its row's, the machine's where there is none; empty: sError says why
+   the database cannot be asked. */
+std::string sSERVER_NAME(std::string& sError);
 
 /* The access modes that get a key of their own. */
 constexpr const char* acpKeyMode[] = {"VKSSH", "CTRL"};

@@ -66,6 +66,9 @@ int iMODE_CONFIG(const HOST& host, std::string& sConfig, REFUSAL& refusal)
         return iREFUSE(refusal, "no-remote-access",
                        sNamed + "means that there is no remote access");
     const std::string_view svMeant = svNEAREST(sMode, {"VKSSH", "SSH", "CTRL", "PROXY", "VIRTUAL"});
+    if (svMeant == sMode)  // it has a section, whose path is none
+        return iREFUSE(refusal, "mode-not-configured",
+                       sNamed + "is not configured; correct config in its section of vk.ini");
     if (!svMeant.empty())
         return iREFUSE(refusal, "mode-not-configured",
                        (sNamed + "is not configured; did you mean ").append(svMeant) + "?");
