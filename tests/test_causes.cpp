@@ -246,6 +246,12 @@ TEST(SSH_WORDS, the_way_and_whole_sentences_show_the_cause_and_nothing_else_does
             EXPECT_EQ(sctDIAGNOSIS(verdict, places).sStage, sStage);
         }
     }
+    for (const std::string sColon : {":", ""}) {
+        PLACES places;
+        sctWHY(sctSSH_STORY("/a/b" + sColon + " line 3: Bad configuration option: x\n"), "", false,
+               places);
+        EXPECT_EQ(places["file"] + " " + places["line"], "/a/b 3");
+    }
     const std::string sOptions = "debug1: Remote: /root/.ssh/authorized_keys:1: key options: ";
     EXPECT_TRUE(sctSSH_STORY(sOptions + "command user-rc\n").bForced);
     EXPECT_FALSE(sctSSH_STORY(sOptions + "commands user-rc\n").bForced);

@@ -164,11 +164,14 @@ TEST_F(FAILURES, a_database_that_is_not_there_is_told_once)
     const std::string sFolder = sDIR() + "/mute";
     fs::create_directory(sFolder);
     const FD                                  fdServer = fdLISTENER(sFolder + "/.s.PGSQL.5432");
+    const std::string                         sEnd = " dbname=velka connect_timeout=2";
     const std::pair<std::string, const char*> asRow[] = {
-        {sFolder, "timeout expired"}, {sDIR() + "/none", "No such file or directory"}};
+        {"host=" + sFolder + sEnd, "timeout expired"},
+        {"host=" + sDIR() + "/none" + sEnd, "No such file or directory"},
+        {"hst=here" + sEnd, "invalid connection option \"hst\""}};
     INI("database", "retry_time", "1");
-    for (const auto& [sHost, cpTold] : asRow) {
-        INI("database", "conninfo", "host=" + sHost + " dbname=velka connect_timeout=2");
+    for (const auto& [sConninfo, cpTold] : asRow) {
+        INI("database", "conninfo", sConninfo);
         const RUN check = CONFIG_CLIENT({"-c", "alpha", "-C", "r"}, {}, 15000);
         const RUN registration = CONFIG_CLIENT({"-c", "alpha"}, {}, 15000);
         EXPECT_EQ(check.iExit, 2);

@@ -552,6 +552,9 @@ TEST_F(ADMISSION, a_renamed_server_stays_admitted_when_its_old_name_is_taken_bac
         EXPECT_EQ(asLINES(sREAD_FILE(sFILE())).size(), 1U) << "the line of this mode";
         SETUP({"unset_client", "new"});
     }
+    WRITE_FILE(sFILE(), sKEY() + "\n");  // sshd takes the first line of a key
+    SETUP({"set_client", "srv", sKEY()});
+    EXPECT_THAT(sREAD_FILE(sFILE()), StartsWith("restrict,"));
 }
 
 TEST_F(ADMISSION, what_keeps_the_server_out_is_told_with_its_setting)

@@ -206,12 +206,13 @@ R"~(u-fail,Linux,VKSSH,3,5.1.0-3,,well,,2026-05-20 03:00:00,2026-05-20 03:00:00,
         "datetime=\"2026-05-20T12:10:00+00:00\">12:10<", "data-state=\"n\"><span><b>1</b> never checked<",
         "<h3>&lt;u&gt;|&quot; <b>1 client</b></h3><p>&lt;/table&gt;&lt;script&gt;alert(1)&lt;/script&gt;<br>a [1m}]</p><p class=\"cure\">type &quot;&lt;a&gt;&quot;</p>",
         "<p class=\"run\"><code>vk_setup permit VKSSH</code></p><ul>\n<li id=\"c1\"><b>beta</b> since 2026-05-18 03:00 (2 d), last success 2026-05-17 03:00\n",
+        "<dt>Solaris</dt><dd><div><hr class=\"failed\" style=\"--w:0%\"><hr style=\"--w:14%\"></div><b>1</b><i>&nbsp;",
         "<td>@5&quot;<td><td>L&lt;i&gt;nux<td>&lt;s&gt;<td>&#39;\n",
         "<li><span>2</span><hr style=\"--h:0%\" class=\"mixed\"><hr style=\"--h:100%\"><small>20<br>May</small></li>"})
         EXPECT_THAT(sPage, HasSubstr(cp));
     EXPECT_THAT(sPage, Not(HasSubstr("<script>alert")));
     fleet = READ("beta");
-    EXPECT_THAT(sFORM_CLIENT(fleet, *CHOOSE(fleet, {})[2], READ_DETAILS("beta"), m_runs, {0, false}), AllOf(StartsWith("beta  failed since 2026-05-18 03:00:00 (2 d)\n"), HasSubstr("\n  type            vk_setup permit VKSSH\n"), EndsWith(R"~(
+    EXPECT_THAT(sFORM_CLIENT(fleet, *CHOOSE(fleet, {})[2], READ_DETAILS("beta"), m_runs, {0, false}), AllOf(StartsWith("beta  failed since 2026-05-18 03:00:00 (2 d)\n"), HasSubstr("\n  type            vk_setup permit VKSSH\n"), HasSubstr("\n  client id       2\n"), EndsWith(R"~(
 Last runs
   2026-05-20 03:00:01  check       1           key-not-accepted: 
   2026-05-18 03:00:00  check       1           old: 
