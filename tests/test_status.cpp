@@ -567,6 +567,7 @@ TEST_F(STATUS, changes_are_told_once_and_nothing_when_there_are_none)
     LINE("2026-05-20T02:00:00Z", "gone", "0", "", "remove");
     LINE("2026-05-20T02:00:00Z", "fresh", "0", "", "register");
     LINE("2026-05-20T02:00:00Z", "velkasrv", "0", R"("client_id":0)");
+    LINE("2026-05-20T02:00:00Z", "never", "1", R"("id":"E004-HOSTS")", "register");
     LINE("2026-05-20T03:00:00Z", "fails", "1", R"("cause":"login","command":"x y")");
     LINE("2026-05-20T03:00:00Z", "other", "1", R"("cause":"disk-full")");
     LINE("2026-05-20T01:00:00Z", "heals", "0", R"("version_before":"5.1.0-3")", "update");

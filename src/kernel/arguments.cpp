@@ -22,8 +22,8 @@ struct COMMAND_LINE {
     SCT_ARGS* pArg = nullptr;
     char (&szMode)[11];  // of -m
     t_LL             LL_ClientList = nullptr;
-    std::bitset<128> given;           // letters of the options
-    bool             bWrong = false;  // an option that there is not, or without its value
+    std::bitset<128> given;             // letters of the options
+    bool             bUnknown = false;  // an option that there is not
     bool             bRefused = false;
 };
 
@@ -137,9 +137,9 @@ void v_TAKE_OPTIONS_TEXT(COMMAND_LINE* pLine)
 /* getopt has told an option that there is not, or one whose value is missing. */
 void v_WRONG_OPTION(COMMAND_LINE* pLine)
 {
-    pLine->bWrong = true;
     if (optopt != ':' && std::strchr(cpOPTIONS, optopt) != nullptr) return;
     TELL("wrong option %c in command line; only %s allowed", optopt, cpOPTIONS);
+    pLine->bUnknown = true;
 }
 
 /* One option. Those without a value set a field. */
@@ -218,12 +218,12 @@ void v_REFUSE_ALL_CLIENTS(COMMAND_LINE* pLine)
     pLine->bRefused = true;
 }
 
-/* An option that there is not, or whose value is missing, may have been meant to keep the run
-   from what it does: nothing is changed then. Checks and registrations go on. */
-void v_REFUSE_WRONG(COMMAND_LINE* pLine)
+/* An option that there is not may have been meant to keep the run from what it does:
+   nothing is changed then. Checks and registrations go on. */
+void v_REFUSE_UNKNOWN(COMMAND_LINE* pLine)
 {
     const SCT_ARGS* pArg = pLine->pArg;
-    if (pLine->bWrong && (bUPDATE(pArg) || pArg->szCheck[0] == 'd')) pLine->bRefused = true;
+    if (pLine->bUnknown && (bUPDATE(pArg) || pArg->szCheck[0] == 'd')) pLine->bRefused = true;
 }
 
 /* Options that a run of this kind for one client has no use for. -O stands for -F where
@@ -402,7 +402,7 @@ void ARGUMENTS(int argc, char** argv, SCT_ARGS* pArg, char (&cpAccessMode)[11])
     v_COLLECT_CLIENTS(argc, argv, &line);
     v_IDENTIFY_RUN(pArg);
     v_REFUSE_ALL_CLIENTS(&line);
-    v_REFUSE_WRONG(&line);
+    v_REFUSE_UNKNOWN(&line);
     if (line.bRefused) v_REFUSE_RUN(pArg);
     iTEXT_SET(pArg->szSystemGiven, pArg->szOpersys);
     iDB_SEL_GETVALUE("select name from clients where client_id=0", "name", pArg->szVelkaNode,

@@ -266,7 +266,7 @@ void v_FORM_COMMAND(UPDATE_RUN* pRun)
     const RAW_TEXT  force{pArg->iForceUpdate == 1 ? " -f" : ""};
     const RAW_TEXT  kind{pArg->eUpdate == sp_update ? " -s" : ""};
     if (!pRun->bWindows && pArg->szUpdateOptions[0] != '\0')
-        TELL("option -O is not used: %s is not a Windows client", pArg->szNodeName);
+        TELL("option -O is not used: not a Windows client");
     if (!pRun->bWindows)
         iCMD(pRun->szCommand, eShell, "vk_execute_update%s %s%s", extension, pArg->szPackage,
              force);

@@ -146,7 +146,7 @@ std::string sFORM_CHANGES(const FLEET& fleet, const CHOICE& choice, const PRIORS
             v_COMPARE(*p, {false, false, "", "", UPDATE_NONE, 0}, lSince, listing);
     }
     for (const auto& [sName, prior] : priors)
-        if (!names.contains(sName) && bCHOSEN_GONE(choice, sName))
+        if (prior.bKnown && !names.contains(sName) && bCHOSEN_GONE(choice, sName))
             listing.rows.push_back(
                 {{sName, "removed", "", "", "", "", ""}, "", COLOR_NONE, {}, true});
     if (eForm != FORM_TABLE) return sFORM_LISTING(listing, eForm, fleet.lNow, {}, false);

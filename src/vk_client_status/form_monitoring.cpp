@@ -150,7 +150,10 @@ std::string sFORM_NAGIOS(const FLEET& fleet, const CHOSEN& chosen, const NAGIOS_
             "; " + std::to_string(iStale) + " not checked for " + sCOUNTED(fleet.iStaleDays, "day");
     if (iNever != 0) sText += "; " + std::to_string(iNever) + " never checked";
     if (iUpdates != 0) sText += "; " + sCOUNTED(iUpdates, "update") + " failed";
-    if (!fleet.sLogError.empty()) sText += "; " + fleet.sLogError;
+    if (!fleet.sLogError.empty()) {
+        iExit = std::max(iExit, 1);
+        sText += "; " + fleet.sLogError;
+    }
     if (iClients == 0) {
         iExit = iUNKNOWN;
         sText = "no client is chosen";

@@ -166,7 +166,7 @@ int iREAD_REMEMBERED(const std::string& sFile, PRIORS& priors, bool& bThere)
     bThere = iREAD_FILE(sFile, sText) == 1;
     if (!bThere && errno == ENOENT) return 1;
     if (!bThere)
-        v_STDERR("cannot read \"%s\": %s", sFile.c_str(), std::strerror(errno));
+        v_STDERR("cannot read \"%s\": %s", sFile.c_str(), cpERRNO(errno));
     else if (iREAD_REMEMBERED(sText, priors))
         return 1;
     else
@@ -198,6 +198,9 @@ int iTELL_UNREAD(const OPTIONS& options, const FLEET& fleet, bool bRead)
         v_STDERR("what follows is from the outcome logs alone");
     }
     if (!fleet.sLogError.empty()) v_STDERR("%s", fleet.sLogError.c_str());
+    const bool bLogs = options.eView == VIEW_ROLLOUT ||
+                       (options.eView == VIEW_CHANGED && options.sRemember.empty());
+    if (bLogs && !fleet.sLogError.empty()) return 0;
     if (bRead) return 1;
     v_STDERR("the outcome logs of %s below \"%s\" name no client",
              sCOUNTED(options.iDays, "day").c_str(), read_glbv("gv_rw_prot"));

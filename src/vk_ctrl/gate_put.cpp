@@ -35,13 +35,20 @@ constexpr std::string_view asvCLIENTS_OWN[] = {
 constexpr size_t uBUFFER = size_t{256} * 1024;
 constexpr int    iTRIES = 5;  // to get hold of a temporary name that others use too
 
+/* A folder on the way to a file, in the one above it. */
+struct ENTERED {
+    FD          fdAbove;
+    std::string sName;
+};
+
 /* Where a file belongs. */
 struct TARGET {
-    FD          fdFolder;
-    std::string sName;
-    std::string sPart;     // its name until it is whole
-    std::string sRefused;  // why this is no place for a file of the server
-    std::string sFailed;   // what went wrong
+    FD                   fdFolder;
+    std::vector<ENTERED> entered;  // from the top down
+    std::string          sName;
+    std::string          sPart;     // its name until it is whole
+    std::string          sRefused;  // why this is no place for a file of the server
+    std::string          sFailed;   // what went wrong
 };
 
 int iREFUSED(TARGET& target, const char* cpCause)
@@ -117,8 +124,19 @@ int iENTER(TARGET& target, const std::string& sFolder, bool bMake)
         return iREFUSED(target, "a symbolic link among the folders of the file");
     errno = iErrno;
     if (!fdNext.bOpen()) return iFAILED(target, "reach");
+    target.entered.push_back({std::move(target.fdFolder), sFolder});
     target.fdFolder = std::move(fdNext);
     return 1;
+}
+
+/* The folders that an update made for a path are no longer needed; the server's own stays. */
+void v_REMOVE_EMPTY_FOLDERS(TARGET& target)
+{
+    for (; !target.entered.empty(); target.entered.pop_back()) {
+        const ENTERED& last = target.entered.back();
+        if (last.sName == cpFROM_SERVER && target.entered.size() == 1) return;
+        if (unlinkat(last.fdAbove.iGet(), last.sName.c_str(), AT_REMOVEDIR) != 0) return;
+    }
 }
 
 int iFIND(const std::string& sPath, bool bMake, TARGET& target)
@@ -284,6 +302,7 @@ int iGATE_PUT(const REQUEST& request)
            request.lSize);
     v_ANSWER_BEGIN(request);
     if (iFound && iTAKE_FILE(request, target)) return iANSWER_END(request, 0);
+    v_REMOVE_EMPTY_FOLDERS(target);
     return iTOLD(request, target);
 }
 
@@ -308,8 +327,10 @@ int iGATE_REMOVE(const REQUEST& request, const std::string& sPath)
     const int iFound = iFIND(sPath, false, target);
     if (!target.sRefused.empty()) return iREFUSE(target.sRefused);
     v_ANSWER_BEGIN(request);
-    if (!iFound && errno == ENOENT) return iANSWER_END(request, 0);
+    const bool bThere = iFound || errno != ENOENT;
     if (iFound && unlinkat(target.fdFolder.iGet(), target.sName.c_str(), 0) != 0 && errno != ENOENT)
         iFAILED(target, "remove");
+    v_REMOVE_EMPTY_FOLDERS(target);
+    if (!bThere) return iANSWER_END(request, 0);
     return target.sFailed.empty() ? iANSWER_END(request, 0) : iTOLD(request, target);
 }

@@ -60,7 +60,8 @@ int iTAKE_OPTION(const std::vector<std::string>& asArgument, size_t& u, CALL& ca
                                  {"--config", &call.sConfig}};
     for (const OPTION& option : asctOption) {
         if (asArgument[u] != option.cpName) continue;
-        if (u + 1 == asArgument.size()) return iTELL(std::string(option.cpName) + " needs a value");
+        if (u + 1 == asArgument.size() || asArgument[u + 1].empty())
+            return iTELL(std::string(option.cpName) + " needs a value");
         *option.pValue = asArgument[++u];
         return 1;
     }

@@ -182,9 +182,10 @@ char* cpREAD_LINE(char* cpLine, int iSize, void* pReading)
 {
     READING& reading = *static_cast<READING*>(pReading);
     if (std::fgets(cpLine, iSize, reading.pFile) == nullptr) return nullptr;
-    const std::string_view svLine = cpLine;
+    std::string_view svLine = cpLine;
     if (reading.bLineBegins) {
         reading.iLine++;
+        if (reading.iLine == 1 && svLine.starts_with("\xEF\xBB\xBF")) svLine.remove_prefix(3);
         const size_t uBegin = std::min(svLine.find_first_not_of(" \t"), svLine.size());
         const size_t uEnd = svLine.find(']');
         if (svLine.substr(uBegin).starts_with('[') && uEnd != svLine.npos) {

@@ -103,6 +103,7 @@ int i_CHECK_AND_SET_INTERFACE(char* cpInterface, const char* cpServerNode, str_l
         "like '%/%' and i_name<>'' order by i_order limit 1",
         "i_name", szName, sctLog);
     const bool bFound = iFound && szName[0] != '\0';
+    DB_TELL_FAILURE("interface of the backup server not read", sctLog);
     iTEXT_COPY(cpInterface, 256, bFound ? szName : cpServerNode);
     return bFound;
 }
@@ -119,6 +120,7 @@ int i_GET_TASK_OR_CLIENT_PASSWORD(const char*, const char* cpClient, char* cpUse
         SQL("select user_name,password,os_user,os_password from clients where name='%s'", cpClient),
         szReply, static_cast<int>(sizeof szReply), &sctLog, "user_name", szUser, "password",
         szPassword, "os_user", szOsUser, "os_password", szOsPassword, "d");
+    DB_TELL_FAILURE(std::string("user and password of ") + cpClient + " not read", sctLog);
     const bool bOwn = szUser[0] != '\0';
     iTEXT_COPY(cpUser, 256, bOwn ? szUser : szOsUser);
     iTEXT_COPY(cpPassword, 2048, bOwn ? szPassword : szOsPassword);

@@ -83,7 +83,7 @@ int iCHECK_CONFIGURATION()
         return 0;
     }
     if (!iREAD_FILE(sFile, sText)) {
-        v_WRONG(sWhat, std::string("cannot be read: ") + std::strerror(errno),
+        v_WRONG(sWhat, std::string("cannot be read: ") + cpERRNO(errno),
                 sTYPED({"mv", sFile, sFile + ".old"}) + " && vk_setup server");
         return 0;
     }

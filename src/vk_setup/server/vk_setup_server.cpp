@@ -73,7 +73,7 @@ int iTAKE_OPTION(SUBCOMMAND eSub, int argc, char** argv, int* piAt, SETUP_ARGS& 
             return 1;
         }
         if (svWord != svName) continue;
-        if (*piAt + 1 == argc) {
+        if (*piAt + 1 == argc || *argv[*piAt + 1] == '\0') {
             v_STDERR("option %s needs a value", option.cpName);
             return 0;
         }
