@@ -285,7 +285,7 @@ TEST_F(COMMAND_LINE, a_password_stands_in_no_text_that_the_run_leaves)
     SQL("update clients set password='c7#' where name='nd1'");
     SWITCH("alpha", "qtc_ndmp", {"mode=fail", "text=login u/c7# refused"});
     EXPECT_THAT(CHECK("nd1").sOut, HasSubstr("computer nd1: ***\""));
-    EXPECT_THAT(TRACE_TEXT(), Not(HasSubstr("c7#")));
+    EXPECT_THAT(TRACE_TEXT(), AllOf(Not(HasSubstr("c7#")), HasSubstr("passwd=***")));
 }
 
 TEST_F(COMMAND_LINE, vk_ini_sets_the_language_and_is_refused_when_broken)

@@ -25,7 +25,6 @@ TEST_F(MESSAGES, a_language_without_a_text_shows_the_text_of_its_neighbour)
 {
     const std::set<MESSAGE_ID> french = {MSG_E004, MSG_E005, MSG_E020, MSG_I001, MSG_I005};
     const std::set<MESSAGE_ID> german = {MSG_I014, MSG_I015, MSG_I016};
-    EXPECT_EQ(MESSAGE_COUNT, 35);
     for (int i = 0; i < MESSAGE_COUNT; ++i) {
         const auto             eId = static_cast<MESSAGE_ID>(i);
         const std::string_view svEnglish = svMESSAGE_TEXT(eId, LANG_EN);

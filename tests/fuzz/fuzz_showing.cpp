@@ -10,11 +10,6 @@
 
 namespace {
 
-bool bWITHOUT_CONTROLS(const std::string& s)
-{
-    return !bHAS_CONTROLS(s) && sVALID_UTF8(s) == s;
-}
-
 /* Characters that cleaning leaves, so that it cannot make a password of what was none. */
 std::string sPASSWORD(std::string_view sv)
 {
@@ -37,7 +32,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t uSize)
     sText.insert(sText.empty() ? 0 : pData[1] % sText.size(), sSecret);
 
     const std::string sShown = sSAFE_LINE(sText);
-    MUST(bWITHOUT_CONTROLS(sShown));
+    MUST(!bHAS_CONTROLS(sShown) && sVALID_UTF8(sShown) == sShown);
     if (sSecret.size() >= 4) MUST(sShown.find(sSecret) == sShown.npos);
     const std::string sForeign = sFOREIGN(sText);
     if (!sSecret.empty()) MUST(sForeign.find(sSecret) == sForeign.npos);
