@@ -111,8 +111,11 @@ int iOPTIONS(const HOST& host, const std::string& sPort, int iConnectTimeout, SS
     if (!bHOST_NAME(host.sName)) return iBAD_NAME(host.sName, refusal);
     if (!iMODE_CONFIG(host, sConfig, refusal)) return 0;
     if (!iSSH_CONFIGURATION(sConfig, options.asWord, refusal.sReason)) {
-        refusal.sCause = "config-unreadable";
-        refusal.places = {{"config", sConfig}};
+        const bool bOurs = refusal.sReason.starts_with("cannot write ");
+        refusal.sCause = bOurs ? "work-file" : "config-unreadable";
+        refusal.places = {{"config", sConfig},
+                          {"file", "of ssh's configuration"},
+                          {"why", refusal.sReason.substr(refusal.sReason.rfind(": ") + 2)}};
         return 0;
     }
     if (host.sAccessMode == "PROXY" &&
