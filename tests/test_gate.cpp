@@ -380,8 +380,11 @@ TEST_F(GATE, check_test_backup_and_update_go_through_it)
     fs::remove(sRW() + "work/packages/" + sDEB + ".sig");
     EXPECT_THAT(UPDATE().sOut, HasSubstr("has no signature"));
     EXPECT_THAT(OUTCOMES().back(), HasSubstr("\"cause\":\"package-unsigned\""));
-    chmod(CLIENT_PATH("ctrl1", "velka/ini/packages.d/admin.asc").c_str(), 0666);
-    EXPECT_THAT(UPDATE().sOut, HasSubstr("others than root may change it"));
+    for (const char* cp : {"velka/work", "velka/ini/packages.d/admin.asc"}) {
+        chmod(CLIENT_PATH("ctrl1", cp).c_str(), 0777);
+        EXPECT_THAT(UPDATE().sOut, HasSubstr("others than root may change it"));
+        chmod(CLIENT_PATH("ctrl1", cp).c_str(), 0755);
+    }
     EXPECT_THAT(CLIENT_LOG("ctrl1"), Each(StrEq("qtc -h")));
     EXPECT_EQ(iCHILDREN_LEFT(), 0);
 
