@@ -248,8 +248,7 @@ TEST(SSH_WORDS, the_way_and_whole_sentences_show_the_cause_and_nothing_else_does
     }
     for (const std::string sColon : {":", ""}) {
         PLACES places;
-        sctWHY(sctSSH_STORY("/a/b" + sColon + " line 3: Bad configuration option: x\n"), "", false,
-               places);
+        sctWHY(sctSSH_STORY("/a/b" + sColon + " line 3: Bad option: x\n"), "", false, places);
         EXPECT_EQ(places["file"] + " " + places["line"], "/a/b 3");
     }
     const std::string sOptions = "debug1: Remote: /root/.ssh/authorized_keys:1: key options: ";

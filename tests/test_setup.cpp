@@ -208,6 +208,7 @@ TEST_F(SETUP, arguments_that_make_no_sense_change_nothing_and_a_database_elsewhe
     EXPECT_THAT(far.sOut, HasSubstr("create database \"vdb\" owner \"\"\"vu\"\"\""));
     EXPECT_THAT(far.sOut + far.sErr, Not(HasSubstr("pst'")));
     EXPECT_THAT(sINI(), HasSubstr("\nconninfo = host=127.0.0.1 port=1 "));
+    EXPECT_THAT(SHELL("vk_setup permit").sErr, HasSubstr("the database: connection to server at"));
 }
 
 }  // namespace
